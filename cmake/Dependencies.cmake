@@ -1,0 +1,9 @@
+# Every dependency is a Debian package installed by scripts/setup.
+find_package(PkgConfig REQUIRED)
+find_package(Threads REQUIRED)
+find_package(Qt6 6.4 REQUIRED COMPONENTS Core Network)
+find_package(nlohmann_json 3.10 REQUIRED)
+find_package(GTest REQUIRED)
+
+pkg_check_modules(FFTW3F REQUIRED IMPORTED_TARGET fftw3f)
+pkg_check_modules(JSC REQUIRED IMPORTED_TARGET javascriptcoregtk-4.1)

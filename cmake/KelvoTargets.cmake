@@ -1,0 +1,24 @@
+# One static library per subsystem folder; its sources are every .cpp/.h below it.
+function(kelvo_subsystem_library name)
+    cmake_parse_arguments(ARG "" "" "PUBLIC_DEPS;PRIVATE_DEPS" ${ARGN})
+    file(GLOB_RECURSE sources CONFIGURE_DEPENDS
+        ${CMAKE_CURRENT_SOURCE_DIR}/*.cpp ${CMAKE_CURRENT_SOURCE_DIR}/*.h)
+    add_library(${name} STATIC ${sources})
+    target_include_directories(${name} PUBLIC ${PROJECT_SOURCE_DIR}/Tarrow)
+    target_link_libraries(${name} PUBLIC ${ARG_PUBLIC_DEPS} PRIVATE ${ARG_PRIVATE_DEPS})
+    set_property(GLOBAL APPEND PROPERTY KELVO_LIBRARIES ${name})
+endfunction()
+
+# One GoogleTest executable per tests/<Subsystem> folder; each test case is its own ctest entry.
+function(kelvo_subsystem_tests name)
+    cmake_parse_arguments(ARG "" "" "DEPS" ${ARGN})
+    file(GLOB_RECURSE sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.cpp)
+    add_executable(${name} ${sources})
+    target_link_libraries(${name} PRIVATE ${ARG_DEPS} kelvo_test_support GTest::gmock GTest::gtest_main)
+    target_compile_definitions(${name} PRIVATE
+        KELVO_TEST_DATA_DIR="${CMAKE_CURRENT_SOURCE_DIR}"
+        KELVO_SOURCE_DIR="${PROJECT_SOURCE_DIR}"
+        KELVO_BINARY_DIR="${PROJECT_BINARY_DIR}")
+    gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60
+        PROPERTIES TIMEOUT 120)
+endfunction()
