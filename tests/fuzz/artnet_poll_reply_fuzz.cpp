@@ -23,8 +23,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
     // Field reads at arbitrary positions, including past the end.
     if (size >= 2) {
-        const std::string text =
-            kelvo::ArtNetPollReplyParser::asciiField(bytes, data[0], data[1]);
+        const std::string text = kelvo::ArtNetPollReplyParser::asciiField(bytes, data[0], data[1]);
         if (text.size() > 3 * static_cast<std::size_t>(data[1]))
             std::abort(); // each input byte yields at most one replacement (3 bytes)
     }

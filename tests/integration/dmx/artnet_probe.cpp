@@ -6,9 +6,15 @@
 //
 // --listen binds 127.0.0.1:PORT and drains it, so a loopback capture sees a listening node.
 //
+//   artnet_probe --discover BROADCAST [--timeout-ms MS]
+//
+// binds 0.0.0.0:6454, sends one ArtPoll to BROADCAST and prints the first ArtPollReply
+// that parses as a node, with the reply's size.
+//
 // Prints the transport status as one line at the end. Only ever run inside a network
 // namespace created by the calling test.
 #include "DMX/ArtNetPacketBuilder.h"
+#include "DMX/ArtNetPollReplyParser.h"
 #include "DMX/LiveDmxOutput.h"
 #include "DMX/NWUDPSocket.h"
 
@@ -18,10 +24,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <sstream>
-#include <string>
 #include <netinet/in.h>
 #include <poll.h>
+#include <sstream>
+#include <string>
 #include <sys/socket.h>
 #include <thread>
 #include <unistd.h>
@@ -89,6 +95,59 @@ private:
     std::thread thread_;
 };
 
+std::string joined(const std::vector<std::int64_t>& values) {
+    std::string text;
+    for (const std::int64_t value : values)
+        text += (text.empty() ? "" : ",") + std::to_string(value);
+    return text.empty() ? "none" : text;
+}
+
+int discover(const std::string& broadcast, int timeoutMs) {
+    const int fd = ::socket(AF_INET, SOCK_DGRAM, 0);
+    const int on = 1;
+    ::setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+    ::setsockopt(fd, SOL_SOCKET, SO_BROADCAST, &on, sizeof on);
+    sockaddr_in local{};
+    local.sin_family = AF_INET;
+    local.sin_port = htons(ArtNetPacketBuilder::artNetPort);
+    if (::bind(fd, reinterpret_cast<sockaddr*>(&local), sizeof local) != 0) {
+        std::perror("artnet_probe: bind 6454");
+        return 3;
+    }
+    sockaddr_in target{};
+    target.sin_family = AF_INET;
+    target.sin_port = htons(ArtNetPacketBuilder::artNetPort);
+    ::inet_pton(AF_INET, broadcast.c_str(), &target.sin_addr);
+    const auto poll = ArtNetPacketBuilder::buildArtPollPacket();
+    if (::sendto(fd, poll.data(), poll.size(), 0, reinterpret_cast<sockaddr*>(&target),
+                 sizeof target) < 0) {
+        std::perror("artnet_probe: sendto");
+        return 3;
+    }
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
+    while (std::chrono::steady_clock::now() < deadline) {
+        pollfd entry{fd, POLLIN, 0};
+        if (::poll(&entry, 1, 50) <= 0)
+            continue;
+        std::uint8_t buffer[1024];
+        const ssize_t got = ::recv(fd, buffer, sizeof buffer, 0);
+        if (got <= 0)
+            continue;
+        const auto node = ArtNetPollReplyParser::parse({buffer, static_cast<std::size_t>(got)});
+        if (!node)
+            continue; // our own ArtPoll, looped back by the broadcast
+        std::printf("size=%zd ip=%s mac=%s short=[%s] long=[%s] outputs=%s transmitting=%s\n", got,
+                    node->ip.c_str(), node->mac.c_str(), node->shortName.c_str(),
+                    node->longName.c_str(), joined(node->outputUniverses).c_str(),
+                    joined(node->transmittingUniverses).c_str());
+        ::close(fd);
+        return 0;
+    }
+    std::printf("no ArtPollReply\n");
+    ::close(fd);
+    return 1;
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -100,6 +159,8 @@ int main(int argc, char** argv) {
     std::vector<std::uint8_t> values = {255, 128, 0, 64};
     bool poll = false;
     int listenPort = -1;
+    std::string discoverBroadcast;
+    int timeoutMs = 3000;
     for (int i = 1; i < argc; ++i) {
         const std::string arg = argv[i];
         const auto next = [&]() -> std::string {
@@ -123,6 +184,10 @@ int main(int argc, char** argv) {
             values = parseValues(next());
         else if (arg == "--poll")
             poll = true;
+        else if (arg == "--discover")
+            discoverBroadcast = next();
+        else if (arg == "--timeout-ms")
+            timeoutMs = std::stoi(next());
         else if (arg == "--listen")
             listenPort = std::stoi(next());
         else {
@@ -130,6 +195,8 @@ int main(int argc, char** argv) {
             return 2;
         }
     }
+    if (!discoverBroadcast.empty())
+        return discover(discoverBroadcast, timeoutMs);
     if (host.empty()) {
         std::fprintf(stderr, "artnet_probe: --host is required\n");
         return 2;
