@@ -163,8 +163,10 @@ private:
         if (cancelled_.load())
             return complete(ECANCELED);
         const int fd = fd_.load();
+        // Never connected (waiting or failed): the state report already says why, and the
+        // readiness deadline or the rebuild mark replaces the association.
         if (fd < 0)
-            return complete(ENOTCONN);
+            return;
         if (::send(fd, datagram.data(), datagram.size(), MSG_DONTWAIT | MSG_NOSIGNAL) < 0)
             complete(errno);
     }
