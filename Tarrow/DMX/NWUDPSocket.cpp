@@ -44,14 +44,14 @@ bool isTransientConnectError(int error) {
 } // namespace
 
 struct NWUDPSocket::Shared {
-    explicit Shared(std::shared_ptr<const MonotonicClock> c) : clock(std::move(c)) {}
+    explicit Shared(Clock c) : clock(std::move(c)) {}
 
-    std::shared_ptr<const MonotonicClock> clock;
+    const Clock clock;
     mutable std::mutex lock;
     std::shared_ptr<Association> connection;
     std::optional<std::string> connectedHost;
     std::optional<std::uint16_t> connectedPort;
-    std::optional<MonotonicClock::TimePoint> connectedAt;
+    std::optional<std::chrono::nanoseconds> connectedAt;
     bool isReady = false;
     bool needsRebuild = false;
     UDPTransportStatus snapshot;
@@ -217,7 +217,11 @@ private:
     std::atomic<bool> cancelled_{false};
 };
 
-NWUDPSocket::NWUDPSocket(std::shared_ptr<const MonotonicClock> clock)
+std::chrono::nanoseconds NWUDPSocket::steadyNow() {
+    return std::chrono::steady_clock::now().time_since_epoch();
+}
+
+NWUDPSocket::NWUDPSocket(Clock clock)
     : shared_(std::make_shared<Shared>(std::move(clock))),
       queue_(std::make_unique<SerialWorkQueue>(queueLabel)) {}
 
@@ -240,7 +244,7 @@ std::shared_ptr<NWUDPSocket::Association> NWUDPSocket::resolveConnection(const s
     std::shared_ptr<Association> previous;
     {
         std::lock_guard guard(s.lock);
-        const MonotonicClock::TimePoint now = s.clock->now();
+        const std::chrono::nanoseconds now = s.clock();
         const bool sameTarget = s.connection && s.connectedHost == host && s.connectedPort == port;
         if (sameTarget && !s.needsRebuild) {
             const bool withinDeadline = !s.connectedAt || now - *s.connectedAt <= readinessDeadline;

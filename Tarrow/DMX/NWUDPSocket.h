@@ -1,11 +1,12 @@
 #pragma once
 
-#include "DMX/MonotonicClock.h"
 #include "DMX/SerialWorkQueue.h"
 #include "DMX/UDPSending.h"
 #include "DMX/UDPTransportStatus.h"
 
 #include <chrono>
+#include <functional>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -36,8 +37,11 @@ public:
     static constexpr const char* queueLabel = "kelvo.bridge.artnet-udp";
     static constexpr std::uint16_t defaultPort = 6454;
 
-    explicit NWUDPSocket(
-        std::shared_ptr<const MonotonicClock> clock = std::make_shared<SteadyMonotonicClock>());
+    /// Monotonic time; tests pass a clock they move themselves.
+    using Clock = std::function<std::chrono::nanoseconds()>;
+    static std::chrono::nanoseconds steadyNow();
+
+    explicit NWUDPSocket(Clock clock = steadyNow);
     ~NWUDPSocket() override;
     NWUDPSocket(const NWUDPSocket&) = delete;
     NWUDPSocket& operator=(const NWUDPSocket&) = delete;

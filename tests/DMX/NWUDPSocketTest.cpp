@@ -18,14 +18,14 @@ using Bytes = std::vector<std::uint8_t>;
 using testing_support::closedLoopbackPort;
 using testing_support::LoopbackReceiver;
 
-class ManualClock final : public MonotonicClock {
+// Moved only by the test; read on the caller's thread by the transport.
+class ManualClock {
 public:
-    TimePoint now() const override { return start_ + offset_.load(); }
-    void advance(std::chrono::nanoseconds by) { offset_ = offset_.load() + by; }
+    std::chrono::nanoseconds now() const { return now_.load(); }
+    void advance(std::chrono::nanoseconds by) { now_ = now_.load() + by; }
 
 private:
-    TimePoint start_ = std::chrono::steady_clock::now();
-    std::atomic<std::chrono::nanoseconds> offset_{0ns};
+    std::atomic<std::chrono::nanoseconds> now_{std::chrono::seconds(1000)};
 };
 
 class NWUDPSocketOnLoopback : public testing::Test {
@@ -54,7 +54,7 @@ protected:
     }
 
     std::shared_ptr<ManualClock> clock = std::make_shared<ManualClock>();
-    NWUDPSocket socket{clock};
+    NWUDPSocket socket{[clock = clock] { return clock->now(); }};
     std::promise<void> hold_;
 };
 
