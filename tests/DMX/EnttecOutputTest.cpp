@@ -2,7 +2,7 @@
 #include "DMX/EnttecSerialSender.h"
 #include "DMX/PosixSerialPort.h"
 
-#include "PseudoTerminal.h"
+#include "support/PseudoTerminal.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,6 +1,6 @@
 #include "DMX/NWUDPSocket.h"
 
-#include "LoopbackReceiver.h"
+#include "support/LoopbackReceiver.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
