@@ -149,17 +149,18 @@ TEST_F(EnttecSenderOnPty, NothingOpensMeansNoFrameAndAScanEveryFrame) {
 }
 
 TEST_F(EnttecSenderOnPty, FailedWriteDropsThePortAndTheNextFrameRescans) {
-    auto first = std::make_unique<PseudoTerminal>();
+    PseudoTerminal first;
     PseudoTerminal second;
-    EnttecSerialSender sender = makeSender({first->devicePath(), second.devicePath()});
+    EnttecSerialSender sender = makeSender({first.devicePath(), second.devicePath()});
     ASSERT_TRUE(sender.sendDmx(Bytes{1, 2}));
     const int firstDescriptor = sender.resolvePort()->fileDescriptor();
 
-    first->closeController(); // the widget is unplugged
+    first.closeController(); // the widget is unplugged
     EXPECT_FALSE(sender.sendDmx(Bytes{3, 4}));
     EXPECT_FALSE(sender.connectedPortPath());
     EXPECT_FALSE(isOpenDescriptor(firstDescriptor)) << "the dropped port's descriptor leaked";
-    first.reset(); // the device node is gone for good
+    // The hung-up device cannot be opened again (its number stays taken while we hold it,
+    // so no other terminal can appear under that path).
 
     ASSERT_TRUE(sender.sendDmx(Bytes{5, 6}));
     EXPECT_EQ(scans, 2);
