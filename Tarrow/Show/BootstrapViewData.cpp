@@ -50,10 +50,10 @@ nlohmann::json parseDocument(std::string_view bytes) {
 }
 
 std::vector<ShowOption> extractShowList(std::string_view bootstrapJSON) {
-    return extractShowList(parseDocument(bootstrapJSON));
+    return parsed::extractShowList(parseDocument(bootstrapJSON));
 }
 
-std::vector<ShowOption> extractShowList(const nlohmann::json& bootstrap) {
+std::vector<ShowOption> parsed::extractShowList(const nlohmann::json& bootstrap) {
     requireObject(bootstrap);
     std::vector<ShowOption> shows;
     forEachObject(member(bootstrap, "shows"), [&](const nlohmann::json& element) {
@@ -71,10 +71,10 @@ std::vector<ShowOption> extractShowList(const nlohmann::json& bootstrap) {
 }
 
 std::vector<LightingModeOption> extractLightingModes(std::string_view bootstrapJSON) {
-    return extractLightingModes(parseDocument(bootstrapJSON));
+    return parsed::extractLightingModes(parseDocument(bootstrapJSON));
 }
 
-std::vector<LightingModeOption> extractLightingModes(const nlohmann::json& bootstrap) {
+std::vector<LightingModeOption> parsed::extractLightingModes(const nlohmann::json& bootstrap) {
     requireObject(bootstrap);
     std::vector<LightingModeOption> modes;
     const auto* activeShow = member(bootstrap, "active_show");
@@ -125,10 +125,10 @@ std::vector<LightingModeOption> extractLightingModes(const nlohmann::json& boots
 }
 
 BridgeControlSelections extractControlSelections(std::string_view bootstrapJSON) {
-    return extractControlSelections(parseDocument(bootstrapJSON));
+    return parsed::extractControlSelections(parseDocument(bootstrapJSON));
 }
 
-BridgeControlSelections extractControlSelections(const nlohmann::json& bootstrap) {
+BridgeControlSelections parsed::extractControlSelections(const nlohmann::json& bootstrap) {
     requireObject(bootstrap);
     static const nlohmann::json empty = nlohmann::json::object();
     const auto* state = member(bootstrap, "control_state");
@@ -143,10 +143,10 @@ BridgeControlSelections extractControlSelections(const nlohmann::json& bootstrap
 }
 
 std::map<std::string, std::int64_t> extractShowRevisions(std::string_view bootstrapJSON) {
-    return extractShowRevisions(parseDocument(bootstrapJSON));
+    return parsed::extractShowRevisions(parseDocument(bootstrapJSON));
 }
 
-std::map<std::string, std::int64_t> extractShowRevisions(const nlohmann::json& bootstrap) {
+std::map<std::string, std::int64_t> parsed::extractShowRevisions(const nlohmann::json& bootstrap) {
     requireObject(bootstrap);
     std::map<std::string, std::int64_t> revisions;
     forEachObject(member(bootstrap, "shows"), [&](const nlohmann::json& element) {
@@ -177,10 +177,10 @@ ThemePalette paletteColors(const nlohmann::json* entries) {
 }
 
 std::vector<ThemeOption> extractThemeOptions(std::string_view configJSON) {
-    return extractThemeOptions(parseDocument(configJSON));
+    return parsed::extractThemeOptions(parseDocument(configJSON));
 }
 
-std::vector<ThemeOption> extractThemeOptions(const nlohmann::json& config) {
+std::vector<ThemeOption> parsed::extractThemeOptions(const nlohmann::json& config) {
     requireObject(config);
     std::vector<ThemeOption> themes;
     forEachObject(member(config, "theme_color_examples"), [&](const nlohmann::json& element) {

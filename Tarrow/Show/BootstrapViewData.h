@@ -40,19 +40,19 @@ namespace BootstrapViewData {
 nlohmann::json parseDocument(std::string_view bytes);
 
 std::vector<ShowOption> extractShowList(std::string_view bootstrapJSON);
-std::vector<ShowOption> extractShowList(const nlohmann::json& bootstrap);
-
 std::vector<LightingModeOption> extractLightingModes(std::string_view bootstrapJSON);
-std::vector<LightingModeOption> extractLightingModes(const nlohmann::json& bootstrap);
-
 BridgeControlSelections extractControlSelections(std::string_view bootstrapJSON);
-BridgeControlSelections extractControlSelections(const nlohmann::json& bootstrap);
-
 std::map<std::string, std::int64_t> extractShowRevisions(std::string_view bootstrapJSON);
-std::map<std::string, std::int64_t> extractShowRevisions(const nlohmann::json& bootstrap);
-
 std::vector<ThemeOption> extractThemeOptions(std::string_view configJSON);
+
+/// The same readers over a document parsed once (for example by applying a bootstrap).
+namespace parsed {
+std::vector<ShowOption> extractShowList(const nlohmann::json& bootstrap);
+std::vector<LightingModeOption> extractLightingModes(const nlohmann::json& bootstrap);
+BridgeControlSelections extractControlSelections(const nlohmann::json& bootstrap);
+std::map<std::string, std::int64_t> extractShowRevisions(const nlohmann::json& bootstrap);
 std::vector<ThemeOption> extractThemeOptions(const nlohmann::json& config);
+} // namespace parsed
 
 /// Colour entries of at least three numbers; the first three are r, g, b, extras are ignored,
 /// anything else is skipped.
