@@ -7,6 +7,9 @@
 #include <QSaveFile>
 #include <QStandardPaths>
 
+#include <cerrno>
+#include <cstring>
+
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -38,15 +41,26 @@ void restrictSettingsFile(const QSettings& settings) {
 }
 
 void writeAtomically(const QString& path, QByteArrayView bytes) {
+    // Unbuffered, because a short write hidden in QSaveFile's own flush at commit() would
+    // otherwise replace the old file with a truncated one (seen on a full disk). The data is
+    // synced before the rename so a power cut leaves the old file or the whole new one.
     QSaveFile file(path);
-    if (!file.open(QIODevice::WriteOnly))
+    const auto failure = [&](const QString& reason) {
+        file.cancelWriting();
+        return OfflineCacheError("Couldn’t write " + path.toStdString() + ": " +
+                                 reason.toStdString());
+    };
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Unbuffered))
+        throw failure(file.errorString());
+    if (file.write(bytes.data(), bytes.size()) != bytes.size() ||
+        file.error() != QFileDevice::NoError)
+        throw failure(file.error() != QFileDevice::NoError ? file.errorString()
+                                                           : QStringLiteral("short write"));
+    if (::fsync(file.handle()) != 0)
+        throw failure(QString::fromLocal8Bit(::strerror(errno)));
+    if (!file.commit())
         throw OfflineCacheError("Couldn’t write " + path.toStdString() + ": " +
                                 file.errorString().toStdString());
-    if (file.write(bytes.data(), bytes.size()) != bytes.size() || !file.commit()) {
-        const std::string reason = file.errorString().toStdString();
-        file.cancelWriting();
-        throw OfflineCacheError("Couldn’t write " + path.toStdString() + ": " + reason);
-    }
 }
 
 QByteArray encodeJson(const nlohmann::json& value) {
