@@ -204,5 +204,17 @@ TEST_F(OfflineShowCacheSettings, ExistingSettingsFileIsNarrowedToOwnerOnly) {
     EXPECT_EQ(cache->loadEnttecEnabled(), true); // contents untouched
 }
 
+TEST_F(OfflineShowCacheSettings, UserSettingsLiveUnderTheConfigHomeOwnerOnly) {
+    // The only NativeFormat user in this program, so Qt has not cached a config path yet.
+    qputenv("XDG_CONFIG_HOME", temp.filePath("xdg-config").toUtf8());
+    OfflineShowCache cache(OfflineShowCache::openUserSettings(), production, temp.filePath("c"));
+    const QString expected = temp.filePath("xdg-config") + "/Kelvo/KelvoBridge.conf";
+    EXPECT_EQ(cache.defaults().fileName(), expected);
+    cache.saveAuthToken("t", production);
+    struct stat info {};
+    ASSERT_EQ(::stat(QFile::encodeName(expected).constData(), &info), 0);
+    EXPECT_EQ(info.st_mode & 07777, 0600u);
+}
+
 } // namespace
 } // namespace kelvo
