@@ -36,7 +36,6 @@ UniverseRoute::Destination decodeDestination(const nlohmann::json& object) {
         throw DecodeFailure("Expected an object for the destination.");
     if (object.size() != 1)
         throw DecodeFailure(invalidKeyCountMessage);
-    // Iterate the object itself: a binding into items() would outlive its temporary proxy.
     const auto entry = object.begin();
     const std::string& key = entry.key();
     const nlohmann::json& payload = entry.value();
