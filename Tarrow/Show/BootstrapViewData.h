@@ -32,8 +32,10 @@ private:
 
 /// Tolerant readers of the runtime bootstrap payload and the configuration document: a
 /// malformed element is skipped, a missing list is empty. The byte overloads parse first and
-/// throw nlohmann::json::parse_error on a syntax error and BootstrapViewDataError when the top
+/// throw the parser's error on a malformed document and BootstrapViewDataError when the top
 /// level is not an object; the JSON overloads throw only the latter.
+/// The parser's own errors are nlohmann::json::exception: parse_error for bad syntax,
+/// out_of_range for a number beyond a double (1e999).
 namespace BootstrapViewData {
 
 /// Parses a document and requires an object at the top level.

@@ -49,6 +49,9 @@ TEST(BootstrapDocument, SyntaxErrorsAreTheParsersOwnError) {
         EXPECT_THROW(extractShowList(document), json::parse_error);
         EXPECT_THROW(extractThemeOptions(document), json::parse_error);
     }
+    // A number beyond a double is the parser's range error, not invalidJSON.
+    EXPECT_THROW(extractThemeOptions(R"({"theme_color_examples":[{"name":88e8888}]})"),
+                 json::out_of_range);
 }
 
 TEST(BootstrapDocument, MissingListsGiveEmptyResultsAndDefaults) {
