@@ -89,6 +89,20 @@ void sinkRate(pa_context*, const pa_sink_info* info, int eol, void* userdata) {
         query->connection->signal();
 }
 
+struct FormatQuery {
+    const PulseAudioConnection* connection;
+    std::optional<CaptureFormat> format;
+};
+
+void sourceFormatListed(pa_context*, const pa_source_info* info, int eol, void* userdata) {
+    auto* query = static_cast<FormatQuery*>(userdata);
+    if (eol == 0 && info)
+        query->format = CaptureFormat{static_cast<double>(info->sample_spec.rate),
+                                      static_cast<int>(info->sample_spec.channels)};
+    else
+        query->connection->signal();
+}
+
 void subscribed(pa_context*, int, void* userdata) {
     static_cast<PulseAudioConnection*>(userdata)->signal();
 }
@@ -177,6 +191,16 @@ int PulseAudioDeviceLayer::setNominalSampleRate(const std::string& id, double hz
 
 std::vector<AudioSampleRateRange> PulseAudioDeviceLayer::availableSampleRates(const std::string&) {
     return {};
+}
+
+std::optional<CaptureFormat>
+PulseAudioDeviceLayer::sourceFormat(const std::optional<std::string>& sourceName) {
+    FormatQuery query{connection_.get(), {}};
+    PulseAudioConnection::Lock lock(*connection_);
+    const std::string name = sourceName.value_or("@DEFAULT_SOURCE@");
+    connection_->await(pa_context_get_source_info_by_name(connection_->context(), name.c_str(),
+                                                          &sourceFormatListed, &query));
+    return query.format;
 }
 
 void PulseAudioDeviceLayer::subscriptionEvent(pa_context*, pa_subscription_event_type_t type,

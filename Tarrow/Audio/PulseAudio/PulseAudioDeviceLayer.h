@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Audio/Capture/AudioInputStream.h"
 #include "Audio/Devices/AudioDeviceLayer.h"
 #include "Audio/PulseAudio/PulseAudioConnection.h"
 
@@ -31,6 +32,10 @@ public:
     int setNominalSampleRate(const std::string& id, double hz) override;
     std::vector<AudioSampleRateRange> availableSampleRates(const std::string& id) override;
     bool setChangeListener(std::function<void()> listener) override;
+
+    /// The format a record stream on this source (absent: the default source) delivers
+    /// without conversion, monitors included: the input's own format.
+    std::optional<CaptureFormat> sourceFormat(const std::optional<std::string>& sourceName);
 
     /// The transport a source or sink with these properties counts as.
     static AudioClockTransport transportFromProperties(const char* bus, const char* formFactor);

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Audio/Capture/AudioInputStream.h"
-#include "Audio/Devices/AudioDeviceLayer.h"
+#include "Audio/PulseAudio/PulseAudioDeviceLayer.h"
 
 #include <memory>
 
@@ -12,11 +12,11 @@ namespace kelvo {
 /// channels, fragments of at most 512 frames).
 class PulseAudioInputBackend : public AudioInputBackend {
 public:
-    explicit PulseAudioInputBackend(std::shared_ptr<AudioDeviceLayer> layer);
+    explicit PulseAudioInputBackend(std::shared_ptr<PulseAudioDeviceLayer> layer);
     std::unique_ptr<AudioInputStream> openStream(const std::optional<std::string>& deviceUID) override;
 
 private:
-    std::shared_ptr<AudioDeviceLayer> layer_;
+    std::shared_ptr<PulseAudioDeviceLayer> layer_;
 };
 
 } // namespace kelvo
