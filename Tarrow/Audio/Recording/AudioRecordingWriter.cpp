@@ -104,8 +104,14 @@ void AudioRecordingWriter::capture(AudioBufferListView list, std::uint32_t frame
         return;
     }
     pendingSamples_ += n;
+    std::vector<float> samples;
+    if (!spare_.empty()) {
+        samples = std::move(spare_.back());
+        spare_.pop_back();
+    }
+    lock.unlock();
 
-    std::vector<float> samples(static_cast<std::size_t>(n), 0.0f);
+    samples.assign(static_cast<std::size_t>(n), 0.0f);
     std::uint32_t base = 0;
     for (const AudioBuffer& buffer : list) {
         if (base >= channels)
@@ -122,9 +128,8 @@ void AudioRecordingWriter::capture(AudioBufferListView list, std::uint32_t frame
         }
         base += stride;
     }
-    lock.unlock();
 
-    queue_.async([this, samples = std::move(samples), n] {
+    queue_.async([this, samples = std::move(samples), n]() mutable {
         if (beforeAppend_)
             beforeAppend_();
         if (!firstError_) {
@@ -134,13 +139,15 @@ void AudioRecordingWriter::capture(AudioBufferListView list, std::uint32_t frame
                 fail(e.what());
             }
         }
-        finishPending(n);
+        finishPending(n, std::move(samples));
     });
 }
 
-void AudioRecordingWriter::finishPending(std::int64_t samples) {
+void AudioRecordingWriter::finishPending(std::int64_t samples, std::vector<float> copy) {
     std::lock_guard lock(lock_);
     pendingSamples_ -= samples;
+    if (spare_.size() < maximumSpare)
+        spare_.push_back(std::move(copy));
 }
 
 void AudioRecordingWriter::append(std::span<const float> interleaved) {

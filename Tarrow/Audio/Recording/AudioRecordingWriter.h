@@ -12,6 +12,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace kelvo {
 
@@ -65,7 +66,7 @@ public:
 private:
     void openNextPart();
     void closePartIgnoringErrors();
-    void finishPending(std::int64_t samples);
+    void finishPending(std::int64_t samples, std::vector<float> copy);
 
     const double segmentSeconds_;
     const Clock now_;
@@ -74,6 +75,9 @@ private:
     bool accepting_ = false;
     bool overloadReported_ = false;
     std::int64_t pendingSamples_ = 0;
+    // Copies already written, kept for reuse so the audio thread rarely allocates.
+    std::vector<std::vector<float>> spare_;
+    static constexpr std::size_t maximumSpare = 64;
 
     // Writer queue only.
     std::unique_ptr<WAVRecordingFile> file_;

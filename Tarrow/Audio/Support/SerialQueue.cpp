@@ -18,11 +18,15 @@ SerialQueue::~SerialQueue() {
 }
 
 void SerialQueue::async(std::function<void()> task) {
+    bool wake;
     {
         std::lock_guard lock(mutex_);
         tasks_.push_back(std::move(task));
+        wake = waiting_;
     }
-    wake_.notify_one();
+    // A busy worker finds the task on its own; only a sleeping one needs the (costly) wake.
+    if (wake)
+        wake_.notify_one();
 }
 
 void SerialQueue::sync(const std::function<void()>& task) {
@@ -43,7 +47,9 @@ void SerialQueue::run() {
     ::pthread_setname_np(::pthread_self(), label_.substr(0, 15).c_str());
     std::unique_lock lock(mutex_);
     for (;;) {
+        waiting_ = true;
         wake_.wait(lock, [this] { return stopping_ || !tasks_.empty(); });
+        waiting_ = false;
         if (tasks_.empty())
             return;
         std::function<void()> task = std::move(tasks_.front());

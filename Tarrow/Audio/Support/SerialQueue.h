@@ -35,6 +35,7 @@ private:
     std::condition_variable wake_;
     std::deque<std::function<void()>> tasks_;
     bool stopping_ = false;
+    bool waiting_ = false;
     std::thread thread_;
 };
 
