@@ -96,7 +96,8 @@ BENCHMARK(BM_WavPartAppend)->Unit(benchmark::kMicrosecond);
 /// A capture stream on its own thread delivering 512-frame buffers at the real-time pace.
 class PacedStream : public AudioInputStream {
 public:
-    explicit PacedStream(std::function<void()> beforeBuffer) : beforeBuffer_(std::move(beforeBuffer)) {}
+    explicit PacedStream(std::function<void()> beforeBuffer)
+        : beforeBuffer_(std::move(beforeBuffer)) {}
     ~PacedStream() override { stop(); }
     CaptureFormat format() const override { return {48000, 2}; }
     void start(RenderReceiver receiver, std::function<void()>) override {
@@ -160,7 +161,8 @@ void BM_HopHandOverDelay(benchmark::State& state) {
         const auto now = std::chrono::steady_clock::now();
         std::lock_guard lock(mutex);
         for (std::size_t i = 0; i < capture.pendingHops().size() && !arrivals.empty(); ++i) {
-            delays.push_back(std::chrono::duration<double, std::micro>(now - arrivals.front()).count());
+            delays.push_back(
+                std::chrono::duration<double, std::micro>(now - arrivals.front()).count());
             arrivals.pop_front();
         }
         capture.pendingHops().clear();

@@ -50,7 +50,8 @@ public:
     };
     std::optional<PipeSource> loadPipeSource(const std::string& name, const std::string& properties,
                                              int rate, int channels);
-    std::optional<int> loadNullSink(const std::string& name, const std::string& properties, int rate);
+    std::optional<int> loadNullSink(const std::string& name, const std::string& properties,
+                                    int rate);
     bool unloadModule(int module) const;
 
 private:
@@ -65,8 +66,6 @@ private:
 /// time, on the calling thread.
 bool writeToFifo(const std::filesystem::path& fifo, const std::vector<float>& interleaved,
                  int channels, int rate, double speed = 1.0);
-
-
 
 namespace detail {
 
@@ -106,8 +105,8 @@ inline PulseAudioServer::PulseAudioServer() {
     std::filesystem::permissions(runtime, std::filesystem::perms::owner_all);
     {
         std::ofstream script(dir_ / "default.pa");
-        script << "load-module module-native-protocol-unix auth-anonymous=1 socket=" << socket.string()
-               << "\n";
+        script << "load-module module-native-protocol-unix auth-anonymous=1 socket="
+               << socket.string() << "\n";
         script << "load-module module-null-sink sink_name=speakers rate=48000 "
                   "sink_properties=device.description=Speakers\n";
         script << "set-default-sink speakers\n";
@@ -139,9 +138,17 @@ inline PulseAudioServer::PulseAudioServer() {
 
     const std::string logPath = (dir_ / "pulseaudio.log").string();
     const std::string config = (dir_ / "default.pa").string();
-    std::vector<std::string> args = {"pulseaudio", "-n", "-F", config, "--daemonize=no",
-                                     "--exit-idle-time=-1", "--system=false", "--disallow-exit",
-                                     "--use-pid-file=no", "--log-target=stderr", "--disable-shm=yes"};
+    std::vector<std::string> args = {"pulseaudio",
+                                     "-n",
+                                     "-F",
+                                     config,
+                                     "--daemonize=no",
+                                     "--exit-idle-time=-1",
+                                     "--system=false",
+                                     "--disallow-exit",
+                                     "--use-pid-file=no",
+                                     "--log-target=stderr",
+                                     "--disable-shm=yes"};
     std::vector<char*> argv;
     for (auto& a : args)
         argv.push_back(a.data());
@@ -149,11 +156,12 @@ inline PulseAudioServer::PulseAudioServer() {
 
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, 1, logPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    posix_spawn_file_actions_addopen(&actions, 1, logPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
+                                     0644);
     posix_spawn_file_actions_adddup2(&actions, 1, 2);
     pid_t pid = -1;
-    const int spawned = ::posix_spawn(&pid, "/usr/bin/pulseaudio", &actions, nullptr, argv.data(),
-                                      envp.data());
+    const int spawned =
+        ::posix_spawn(&pid, "/usr/bin/pulseaudio", &actions, nullptr, argv.data(), envp.data());
     posix_spawn_file_actions_destroy(&actions);
     if (spawned != 0) {
         failure_ = "cannot start pulseaudio";
@@ -168,8 +176,7 @@ inline PulseAudioServer::PulseAudioServer() {
         if (::waitpid(pid_, &status, WNOHANG) == pid_) {
             pid_ = -1;
             std::ifstream log(logPath);
-            failure_ = "pulseaudio exited: " +
-                       std::string(std::istreambuf_iterator<char>(log), {});
+            failure_ = "pulseaudio exited: " + std::string(std::istreambuf_iterator<char>(log), {});
             return;
         }
         if (std::filesystem::exists(socket) && pactl({"info"})) {
@@ -200,7 +207,8 @@ inline PulseAudioServer::~PulseAudioServer() {
     ::unsetenv("PULSE_SERVER");
 }
 
-inline std::optional<std::string> PulseAudioServer::pactl(const std::vector<std::string>& arguments) const {
+inline std::optional<std::string>
+PulseAudioServer::pactl(const std::vector<std::string>& arguments) const {
     std::string command = "HOME=" + detail::quoteForShell(dir_.path().string()) +
                           " PULSE_SERVER=" + detail::quoteForShell(server_) + " pactl";
     for (const auto& argument : arguments)
@@ -213,19 +221,20 @@ inline std::optional<PulseAudioServer::PipeSource>
 PulseAudioServer::loadPipeSource(const std::string& name, const std::string& properties, int rate,
                                  int channels) {
     const auto fifo = dir_ / (name + ".fifo");
-    const auto output = pactl({"load-module", "module-pipe-source", "source_name=" + name,
-                               "file=" + fifo.string(), "format=float32le",
-                               "rate=" + std::to_string(rate), "channels=" + std::to_string(channels),
-                               "source_properties=\"" + properties + "\""});
+    const auto output =
+        pactl({"load-module", "module-pipe-source", "source_name=" + name, "file=" + fifo.string(),
+               "format=float32le", "rate=" + std::to_string(rate),
+               "channels=" + std::to_string(channels), "source_properties=\"" + properties + "\""});
     if (!output)
         return std::nullopt;
     return PipeSource{std::stoi(*output), fifo};
 }
 
 inline std::optional<int> PulseAudioServer::loadNullSink(const std::string& name,
-                                                  const std::string& properties, int rate) {
-    const auto output = pactl({"load-module", "module-null-sink", "sink_name=" + name,
-                               "rate=" + std::to_string(rate), "sink_properties=\"" + properties + "\""});
+                                                         const std::string& properties, int rate) {
+    const auto output =
+        pactl({"load-module", "module-null-sink", "sink_name=" + name,
+               "rate=" + std::to_string(rate), "sink_properties=\"" + properties + "\""});
     if (!output)
         return std::nullopt;
     return std::stoi(*output);
@@ -236,7 +245,7 @@ inline bool PulseAudioServer::unloadModule(int module) const {
 }
 
 inline bool writeToFifo(const std::filesystem::path& fifo, const std::vector<float>& interleaved,
-                 int channels, int rate, double speed) {
+                        int channels, int rate, double speed) {
     const int fd = ::open(fifo.c_str(), O_WRONLY | O_CLOEXEC);
     if (fd < 0)
         return false;
@@ -260,8 +269,8 @@ inline bool writeToFifo(const std::filesystem::path& fifo, const std::vector<flo
             left -= static_cast<std::size_t>(written);
         }
         done += n;
-        std::this_thread::sleep_until(
-            start + std::chrono::duration<double>(double(done) / rate / speed));
+        std::this_thread::sleep_until(start +
+                                      std::chrono::duration<double>(double(done) / rate / speed));
     }
     ::close(fd);
     return ok;

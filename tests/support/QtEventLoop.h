@@ -15,8 +15,8 @@ inline QCoreApplication& qtApplication() {
     static int argc = 1;
     static char name[] = "kelvo-tests";
     static char* argv[] = {name, nullptr};
-    static QCoreApplication* app =
-        QCoreApplication::instance() ? QCoreApplication::instance() : new QCoreApplication(argc, argv);
+    static QCoreApplication* app = QCoreApplication::instance() ? QCoreApplication::instance()
+                                                                : new QCoreApplication(argc, argv);
     return *app;
 }
 

@@ -31,10 +31,9 @@ public:
         stop();
         stopping_.store(false);
         running_.store(true);
-        thread_ = std::thread([this, receiver = std::move(receiver),
-                               changed = std::move(configurationChanged)] {
-            play(receiver, changed);
-        });
+        thread_ =
+            std::thread([this, receiver = std::move(receiver),
+                         changed = std::move(configurationChanged)] { play(receiver, changed); });
     }
 
     void stop() override {
@@ -57,8 +56,8 @@ private:
         std::uint64_t framesDelivered = 0;
         bool emptyPass = true;
         while (!stopping_.load(std::memory_order_relaxed)) {
-            const sf_count_t read = sf_readf_float(file_.get(), buffer.data(),
-                                                   AudioFileInputBackend::bufferFrames);
+            const sf_count_t read =
+                sf_readf_float(file_.get(), buffer.data(), AudioFileInputBackend::bufferFrames);
             if (read <= 0) {
                 // End of the file: loop, unless a whole pass gave nothing (unreadable data).
                 if (emptyPass || sf_seek(file_.get(), 0, SEEK_SET) < 0) {
@@ -96,8 +95,8 @@ AudioFileInputBackend::openStream(const std::optional<std::string>&) {
     SF_INFO info{};
     SndfileHandle file(sf_open(path_.c_str(), SFM_READ, &info));
     if (!file)
-        throw AudioInputException("Audio file could not be read (" + path_.string() + "): " +
-                                  sf_strerror(nullptr));
+        throw AudioInputException("Audio file could not be read (" + path_.string() +
+                                  "): " + sf_strerror(nullptr));
     if (info.samplerate < 1 || info.channels < 1)
         throw AudioInputException("Audio file has no audio (" + path_.string() + ")");
     return std::make_unique<AudioFileInputStream>(std::move(file), info);

@@ -15,7 +15,8 @@ public:
 
     explicit AudioFileInputBackend(std::filesystem::path path);
     /// Throws `AudioInputException` when the file cannot be read.
-    std::unique_ptr<AudioInputStream> openStream(const std::optional<std::string>& deviceUID) override;
+    std::unique_ptr<AudioInputStream>
+    openStream(const std::optional<std::string>& deviceUID) override;
 
     const std::filesystem::path& path() const { return path_; }
 

@@ -19,9 +19,8 @@ MicCapture::MicCapture(std::shared_ptr<AudioInputBackend> backend,
                        QObject* parent)
     : QObject(parent), backend_(std::move(backend)),
       recording_(new AudioRecordingController(nullptr, this)),
-      chunker_(std::make_shared<HopChunker>(extractor ? std::move(extractor)
-                                                      : makeExtractor(sampleRate),
-                                            sampleRate)),
+      chunker_(std::make_shared<HopChunker>(
+          extractor ? std::move(extractor) : makeExtractor(sampleRate), sampleRate)),
       sampleRate_(sampleRate) {}
 
 MicCapture::~MicCapture() {
@@ -50,8 +49,8 @@ void MicCapture::start(const std::optional<std::string>& deviceUID,
     std::weak_ptr<void> weakRun = run;
     AudioRecordingWriter* writer = &recording_->writer();
     const auto channels = static_cast<std::uint32_t>(std::max(recordingChannels_, 0));
-    RenderReceiver receiver = [this, writer, channels, chunker,
-                               weakRun](AudioBufferListView list, std::uint32_t frames) {
+    RenderReceiver receiver = [this, writer, channels, chunker, weakRun](AudioBufferListView list,
+                                                                         std::uint32_t frames) {
         writer->capture(list, frames, channels);
         std::vector<MicHop> hops = chunker->pushMono(list, frames);
         if (hops.empty())

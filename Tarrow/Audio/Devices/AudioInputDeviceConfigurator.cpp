@@ -13,10 +13,8 @@ AudioInputDeviceConfigurator::Waiting AudioInputDeviceConfigurator::Waiting::rea
             [](std::chrono::milliseconds d) { std::this_thread::sleep_for(d); }};
 }
 
-std::optional<std::string>
-AudioInputDeviceConfigurator::setInputDevice(AudioDeviceLayer& layer,
-                                             const std::optional<std::string>& uid,
-                                             const Waiting& waiting) {
+std::optional<std::string> AudioInputDeviceConfigurator::setInputDevice(
+    AudioDeviceLayer& layer, const std::optional<std::string>& uid, const Waiting& waiting) {
     std::optional<std::string> id;
     if (uid) {
         id = AudioInputDeviceMonitor::deviceID(layer, *uid);
@@ -53,8 +51,8 @@ void AudioInputDeviceConfigurator::alignInputClock(AudioDeviceLayer& layer,
     if (!ranges.empty()) {
         bool offered = false;
         for (const AudioSampleRateRange& range : ranges)
-            offered = offered ||
-                      (range.minimum - 0.5 <= outputRate && outputRate <= range.maximum + 0.5);
+            offered =
+                offered || (range.minimum - 0.5 <= outputRate && outputRate <= range.maximum + 0.5);
         if (!offered)
             throw AudioInputDeviceException(
                 {AudioInputDeviceError::InputClockMismatch{inputRate, outputRate}});

@@ -21,7 +21,8 @@ AudioInputDeviceMonitor::~AudioInputDeviceMonitor() {
 
 void AudioInputDeviceMonitor::refresh() {
     if (QThread::currentThread() != thread()) {
-        QMetaObject::invokeMethod(this, [this] { refresh(); }, Qt::QueuedConnection);
+        QMetaObject::invokeMethod(
+            this, [this] { refresh(); }, Qt::QueuedConnection);
         return;
     }
     std::vector<AudioInputDeviceInfo> listed = listInputDevices(*layer_);
@@ -35,14 +36,16 @@ bool AudioInputDeviceMonitor::startListening() {
     // The layer calls from its own thread; the notice hops to ours. The destructor removes
     // the listener before the monitor goes, and Qt drops notices still queued for it.
     listening_ = layer_->setChangeListener([this] {
-        QMetaObject::invokeMethod(this, [this] { refresh(); }, Qt::QueuedConnection);
+        QMetaObject::invokeMethod(
+            this, [this] { refresh(); }, Qt::QueuedConnection);
     });
     if (!listening_)
         layer_->setChangeListener({});
     return listening_;
 }
 
-std::vector<AudioInputDeviceInfo> AudioInputDeviceMonitor::listInputDevices(AudioDeviceLayer& layer) {
+std::vector<AudioInputDeviceInfo>
+AudioInputDeviceMonitor::listInputDevices(AudioDeviceLayer& layer) {
     std::vector<AudioInputDeviceInfo> inputs;
     for (const AudioDeviceRecord& record : layer.devices()) {
         if (!record.inputChannels || *record.inputChannels < 1 || !record.uid)

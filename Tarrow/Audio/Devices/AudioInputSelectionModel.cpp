@@ -73,13 +73,14 @@ void AudioInputSelectionModel::applyAudioInputSelection(bool restartIfRunning) {
             hooks_.startCapture(activeUID_, captureChannelCount());
     } catch (const AudioInputException& e) {
         if (hooks_.setStatusMessage)
-            hooks_.setStatusMessage(QString::fromUtf8(unavailablePrefix) + QString::fromUtf8(e.what()));
+            hooks_.setStatusMessage(QString::fromUtf8(unavailablePrefix) +
+                                    QString::fromUtf8(e.what()));
     }
 }
 
 void AudioInputSelectionModel::selectAudioInputDevice(const std::string& uid) {
-    const bool listed = std::any_of(devices_.begin(), devices_.end(),
-                                    [&](const auto& d) { return d.uid == uid; });
+    const bool listed =
+        std::any_of(devices_.begin(), devices_.end(), [&](const auto& d) { return d.uid == uid; });
     if (!listed)
         return;
     selectedUID_ = uid;

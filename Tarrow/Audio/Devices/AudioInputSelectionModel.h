@@ -19,8 +19,10 @@ namespace kelvo {
 /// rest of the application only through `Hooks`.
 class AudioInputSelectionModel : public QObject {
     Q_OBJECT
-    Q_PROPERTY(QString audioInputDisplayName READ audioInputDisplayNameText NOTIFY audioInputDisplayNameChanged)
-    Q_PROPERTY(bool preferMicrophoneOverUSB READ preferMicrophoneOverUSB WRITE setPreferMicrophoneOverUSB NOTIFY preferMicrophoneOverUSBChanged)
+    Q_PROPERTY(QString audioInputDisplayName READ audioInputDisplayNameText NOTIFY
+                   audioInputDisplayNameChanged)
+    Q_PROPERTY(bool preferMicrophoneOverUSB READ preferMicrophoneOverUSB WRITE
+                   setPreferMicrophoneOverUSB NOTIFY preferMicrophoneOverUSBChanged)
 
 public:
     static constexpr const char* unavailablePrefix = "Audio input unavailable: ";

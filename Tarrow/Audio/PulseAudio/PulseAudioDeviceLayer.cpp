@@ -31,8 +31,9 @@ void sourceListed(pa_context*, const pa_source_info* info, int eol, void* userda
         pa_proplist_gets(info->proplist, PA_PROP_DEVICE_BUS),
         pa_proplist_gets(info->proplist, PA_PROP_DEVICE_FORM_FACTOR));
     // A sink's monitor carries playback back in; it is not an input of the room.
-    record.inputChannels =
-        info->monitor_of_sink != PA_INVALID_INDEX ? 0 : static_cast<int>(info->sample_spec.channels);
+    record.inputChannels = info->monitor_of_sink != PA_INVALID_INDEX
+                               ? 0
+                               : static_cast<int>(info->sample_spec.channels);
     listing->records.push_back(std::move(record));
 }
 
@@ -110,7 +111,8 @@ void subscribed(pa_context*, int, void* userdata) {
 } // namespace
 
 PulseAudioDeviceLayer::PulseAudioDeviceLayer()
-    : connection_(std::make_unique<PulseAudioConnection>("Kelvo Bridge devices", "Kelvo.devices")) {}
+    : connection_(std::make_unique<PulseAudioConnection>("Kelvo Bridge devices", "Kelvo.devices")) {
+}
 
 PulseAudioDeviceLayer::~PulseAudioDeviceLayer() {
     connection_.reset();
@@ -140,8 +142,10 @@ std::optional<std::pair<std::string, bool>> PulseAudioDeviceLayer::parseID(const
 std::vector<AudioDeviceRecord> PulseAudioDeviceLayer::devices() {
     Listing listing{connection_.get(), {}};
     PulseAudioConnection::Lock lock(*connection_);
-    connection_->await(pa_context_get_source_info_list(connection_->context(), &sourceListed, &listing));
-    connection_->await(pa_context_get_sink_info_list(connection_->context(), &sinkListed, &listing));
+    connection_->await(
+        pa_context_get_source_info_list(connection_->context(), &sourceListed, &listing));
+    connection_->await(
+        pa_context_get_sink_info_list(connection_->context(), &sinkListed, &listing));
     return listing.records;
 }
 
@@ -175,11 +179,10 @@ std::optional<double> PulseAudioDeviceLayer::nominalSampleRate(const std::string
     RateQuery query{connection_.get(), {}};
     PulseAudioConnection::Lock lock(*connection_);
     pa_context* context = connection_->context();
-    connection_->await(parsed->second
-                           ? pa_context_get_source_info_by_name(context, parsed->first.c_str(),
-                                                                &sourceRate, &query)
-                           : pa_context_get_sink_info_by_name(context, parsed->first.c_str(),
-                                                              &sinkRate, &query));
+    connection_->await(parsed->second ? pa_context_get_source_info_by_name(
+                                            context, parsed->first.c_str(), &sourceRate, &query)
+                                      : pa_context_get_sink_info_by_name(
+                                            context, parsed->first.c_str(), &sinkRate, &query));
     return query.rate;
 }
 
@@ -226,8 +229,8 @@ bool PulseAudioDeviceLayer::setChangeListener(std::function<void()> listener) {
     pa_context_set_subscribe_callback(connection_->context(), &subscriptionEvent, this);
     const auto mask = static_cast<pa_subscription_mask_t>(
         PA_SUBSCRIPTION_MASK_SOURCE | PA_SUBSCRIPTION_MASK_SINK | PA_SUBSCRIPTION_MASK_SERVER);
-    return connection_->await(
-               pa_context_subscribe(connection_->context(), mask, &subscribed, connection_.get())) &&
+    return connection_->await(pa_context_subscribe(connection_->context(), mask, &subscribed,
+                                                   connection_.get())) &&
            connection_->isConnected();
 }
 

@@ -13,7 +13,8 @@ namespace kelvo {
 class PulseAudioInputBackend : public AudioInputBackend {
 public:
     explicit PulseAudioInputBackend(std::shared_ptr<PulseAudioDeviceLayer> layer);
-    std::unique_ptr<AudioInputStream> openStream(const std::optional<std::string>& deviceUID) override;
+    std::unique_ptr<AudioInputStream>
+    openStream(const std::optional<std::string>& deviceUID) override;
 
 private:
     std::shared_ptr<PulseAudioDeviceLayer> layer_;

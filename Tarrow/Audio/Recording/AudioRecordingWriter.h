@@ -38,8 +38,8 @@ public:
 
     /// Repairs interrupted parts in `directory`, opens the first part and accepts audio.
     /// Returns the first part's location; throws `RecordingFileError` when it cannot be opened.
-    std::filesystem::path start(int sampleRate, int channels, const std::filesystem::path& directory,
-                                FailureHandler failure);
+    std::filesystem::path start(int sampleRate, int channels,
+                                const std::filesystem::path& directory, FailureHandler failure);
     /// Audio thread: copies the first `channels` channels of the buffer list, interleaved, and
     /// queues them for the disk. Never blocks on the disk.
     void capture(AudioBufferListView list, std::uint32_t frames, std::uint32_t channels);

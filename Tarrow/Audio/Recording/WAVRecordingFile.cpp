@@ -17,7 +17,9 @@ namespace kelvo {
 
 namespace {
 
-[[noreturn]] void throwErrno(int code) { throw RecordingFileError(code, std::strerror(code)); }
+[[noreturn]] void throwErrno(int code) {
+    throw RecordingFileError(code, std::strerror(code));
+}
 
 void putU32(std::uint8_t* out, std::uint32_t v) {
     for (int i = 0; i < 4; ++i)
@@ -180,9 +182,9 @@ WAVRecordingFile::WAVRecordingFile(std::filesystem::path url, int sampleRate, in
         throwErrno(errno);
     try {
         checkpoint(false);
-        writeFileAtomically(recoveryURL_,
-                            WAVRecoveryMetadata{url_.filename().string(), sampleRate, channels}
-                                .encode());
+        writeFileAtomically(
+            recoveryURL_,
+            WAVRecoveryMetadata{url_.filename().string(), sampleRate, channels}.encode());
     } catch (...) {
         ::close(fd_);
         fd_ = -1;
@@ -338,8 +340,7 @@ void WAVRecordingFile::recoverInterrupted(const std::filesystem::path& folder) {
         const std::string_view view = name;
         if (!view.starts_with(".") || !view.ends_with(".wav.recovery.json"))
             continue;
-        const std::string_view wavName =
-            view.substr(1, view.size() - 1 - recoverySuffix.size());
+        const std::string_view wavName = view.substr(1, view.size() - 1 - recoverySuffix.size());
         if (!isRecordingFileName(wavName))
             continue;
         const std::optional<std::string> text = readSmallFile(it->path());

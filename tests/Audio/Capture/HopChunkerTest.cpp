@@ -71,8 +71,8 @@ TEST(HopChunkerMix, CountsChannelsAcrossBuffersAndSkipsEmptyOnes) {
     auto chunker = makeChunker(48000, 3);
     const auto stereo = interleaved(512, 2);
     const auto third = planar(512, 2), fourth = planar(512, 3);
-    const AudioBuffer list[] = {{2, stereo.data()}, {1, nullptr}, {1, third.data()},
-                                {1, fourth.data()}};
+    const AudioBuffer list[] = {
+        {2, stereo.data()}, {1, nullptr}, {1, third.data()}, {1, fourth.data()}};
     const auto hops = chunker.pushMono(list, 512);
     ASSERT_EQ(hops.size(), 1u);
     EXPECT_FLOAT_EQ(hops[0].samples[9], (sample(9, 0) + sample(9, 1) + sample(9, 2)) / 3);
@@ -115,7 +115,8 @@ TEST(HopChunkerCarry, ALongBufferYieldsItsHopsInOrderWithTheSameLevelsAsOneByOne
     ASSERT_EQ(hops.size(), 4u);
     std::vector<MicHop> piecewise;
     for (std::size_t start = 0; start < 2048; start += 333) {
-        const std::uint32_t n = static_cast<std::uint32_t>(std::min<std::size_t>(333, 2048 - start));
+        const std::uint32_t n =
+            static_cast<std::uint32_t>(std::min<std::size_t>(333, 2048 - start));
         const AudioBuffer piece[] = {{1, signal.data() + start}};
         for (auto& hop : pieces.pushMono(piece, n))
             piecewise.push_back(std::move(hop));
@@ -133,7 +134,8 @@ TEST(HopChunkerLevels, MatchTheExtractorFedTheSameHops) {
     BandEnergyExtractor reference(48000);
     std::vector<float> tone(4 * 512);
     for (std::size_t i = 0; i < tone.size(); ++i)
-        tone[i] = static_cast<float>(0.3 * std::sin(2 * std::numbers::pi * 100.0 * double(i) / 48000));
+        tone[i] =
+            static_cast<float>(0.3 * std::sin(2 * std::numbers::pi * 100.0 * double(i) / 48000));
     const AudioBuffer list[] = {{1, tone.data()}};
     const auto hops = chunker.pushMono(list, static_cast<std::uint32_t>(tone.size()));
     ASSERT_EQ(hops.size(), 4u);

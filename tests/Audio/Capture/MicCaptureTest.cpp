@@ -27,7 +27,8 @@ public:
     bool isRunning() const override { return running; }
 
     void deliver(const std::vector<float>& interleaved) {
-        const AudioBuffer buffer{static_cast<std::uint32_t>(format_.channelCount), interleaved.data()};
+        const AudioBuffer buffer{static_cast<std::uint32_t>(format_.channelCount),
+                                 interleaved.data()};
         receiver(AudioBufferListView(&buffer, 1),
                  static_cast<std::uint32_t>(interleaved.size() / format_.channelCount));
     }

@@ -95,7 +95,8 @@ TEST_F(ConfiguratorTest, CaptureFormatIsTheDevicesRateAndChannels) {
     layer.addInput("djm", "DJM-A9", T::usb, 16, 96000);
     layer.addInput("mute", "Dead", T::usb, 2, 0);
     layer.defaultInput = "djm";
-    EXPECT_EQ(AudioInputDeviceConfigurator::captureFormat(layer, "djm"), (CaptureFormat{96000, 16}));
+    EXPECT_EQ(AudioInputDeviceConfigurator::captureFormat(layer, "djm"),
+              (CaptureFormat{96000, 16}));
     EXPECT_EQ(AudioInputDeviceConfigurator::captureFormat(layer, "unknown"),
               (CaptureFormat{96000, 16}));
     EXPECT_EQ(AudioInputDeviceConfigurator::captureFormat(layer, "mute"), std::nullopt);

@@ -1,5 +1,5 @@
-#include "Audio/Capture/AudioInputStream.h"
 #include "Audio/Devices/AudioInputSelectionModel.h"
+#include "Audio/Capture/AudioInputStream.h"
 #include "FakeAudioDeviceLayer.h"
 #include "support/QtEventLoop.h"
 
@@ -40,7 +40,8 @@ TEST_F(SelectionModelTest, TheMixerIsChosenWithTwoChannels) {
     EXPECT_EQ(model.audioInputDisplayName(), "DJM-A9");
     EXPECT_EQ(model.captureChannelCount(), 2);
     ASSERT_EQ(starts.calls.size(), 1u);
-    EXPECT_EQ(starts.calls[0], (std::pair<std::optional<std::string>, std::optional<int>>{"djm", 2}));
+    EXPECT_EQ(starts.calls[0],
+              (std::pair<std::optional<std::string>, std::optional<int>>{"djm", 2}));
     EXPECT_EQ(starts.dropDetectorReplacements, 1);
 }
 

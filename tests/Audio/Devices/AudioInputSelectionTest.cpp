@@ -1,5 +1,5 @@
-#include "Audio/Devices/AudioInputDeviceMonitor.h"
 #include "Audio/Devices/AudioInputSelection.h"
+#include "Audio/Devices/AudioInputDeviceMonitor.h"
 #include "FakeAudioDeviceLayer.h"
 
 #include <gtest/gtest.h>
@@ -39,7 +39,8 @@ TEST(AudioInputSelectionNames, RecogniseThePioneerMixer) {
     for (const char* name : {"DJM-900", "Pioneer DJM-V10", "A9 interface", ""})
         EXPECT_FALSE(AudioInputSelection::isPioneerMixerName(name)) << name;
 
-    EXPECT_EQ(AudioInputSelection::shortDisplayName({"u", "Pioneer DJM-A9", true, false}), "DJM-A9");
+    EXPECT_EQ(AudioInputSelection::shortDisplayName({"u", "Pioneer DJM-A9", true, false}),
+              "DJM-A9");
     EXPECT_EQ(AudioInputSelection::shortDisplayName({"u", "Built-in Microphone", false, true}),
               "Microphone");
     EXPECT_EQ(AudioInputSelection::shortDisplayName({"u", "", false, false}), "Microphone");
@@ -87,7 +88,8 @@ TEST(AudioInputDeviceErrorTexts, AreWordedExactly) {
               "Audio input device not found (abc)");
     EXPECT_EQ(AudioInputDeviceError{AudioInputDeviceError::SetDeviceFailed{-10851}}.description(),
               "Failed to select audio input device (status -10851)");
-    const AudioInputDeviceError mismatch{AudioInputDeviceError::InputClockMismatch{44099.6, 47999.5}};
+    const AudioInputDeviceError mismatch{
+        AudioInputDeviceError::InputClockMismatch{44099.6, 47999.5}};
     EXPECT_EQ(mismatch.description(),
               "Audio input is 44100 Hz but playback is 48000 Hz, so the meter stays silent. "
               "The input can’t switch to match.");

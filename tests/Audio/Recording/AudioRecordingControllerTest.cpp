@@ -56,13 +56,15 @@ TEST_F(AudioRecordingControllerTest, StopWithAReasonShowsIt) {
 
 TEST_F(AudioRecordingControllerTest, StartFailuresAreExplained) {
     controller.start(0, 2, dir.path());
-    EXPECT_EQ(controller.errorMessage(),
-              QStringLiteral("Could not start recording: The audio input format cannot be recorded."));
+    EXPECT_EQ(
+        controller.errorMessage(),
+        QStringLiteral("Could not start recording: The audio input format cannot be recorded."));
     EXPECT_FALSE(controller.isRecording());
 
     test::writeText(dir / "plain-file", "x");
     controller.start(48000, 2, dir / "plain-file" / "sub");
-    EXPECT_EQ(controller.errorMessage(), QStringLiteral("Could not start recording: Not a directory"));
+    EXPECT_EQ(controller.errorMessage(),
+              QStringLiteral("Could not start recording: Not a directory"));
     EXPECT_FALSE(controller.isRecording());
 }
 

@@ -62,8 +62,9 @@ TEST(AudioRecordingWriter, IgnoresAudioUntilStarted) {
 TEST(AudioRecordingWriter, RunsOnAThreadNamedForItsQueue) {
     AudioRecordingWriter writer;
     char name[32] = {};
-    const_cast<SerialQueue&>(writer.queue()).sync(
-        [&] { pthread_getname_np(pthread_self(), name, sizeof name); });
+    const_cast<SerialQueue&>(writer.queue()).sync([&] {
+        pthread_getname_np(pthread_self(), name, sizeof name);
+    });
     EXPECT_EQ(std::string(name), std::string("Kelvo.wav-writer").substr(0, 15));
     EXPECT_EQ(writer.queue().label(), "Kelvo.wav-writer");
 }
@@ -103,8 +104,8 @@ TEST(AudioRecordingWriter, RecordsTheLeadingChannelsOfANonInterleavedList) {
     writer.start(48000, 2, dir.path(), {});
     const std::vector<float> left = {0.5f, 0.5f}, skipped = {9, 9}, right = {-0.5f, -0.5f},
                              third = {0.25f, 0.25f};
-    const AudioBuffer list[] = {{1, left.data()}, {1, nullptr}, {1, right.data()},
-                                {1, third.data()}};
+    const AudioBuffer list[] = {
+        {1, left.data()}, {1, nullptr}, {1, right.data()}, {1, third.data()}};
     writer.capture(list, 2, 2);
     writer.stop();
     writer.waitUntilIdle();

@@ -32,7 +32,8 @@ std::vector<float> testTrack(int rate, int channels, double seconds) {
         const double kick = beat < 0.1 ? 0.6 * std::sin(2 * std::numbers::pi * 60 * t) : 0.0;
         const double tone = 0.2 * std::sin(2 * std::numbers::pi * 1000 * t);
         for (int c = 0; c < channels; ++c)
-            out[f * channels + c] = static_cast<float>(kick + (c == 0 ? tone : -tone * 0.5)) + noise(random);
+            out[f * channels + c] =
+                static_cast<float>(kick + (c == 0 ? tone : -tone * 0.5)) + noise(random);
     }
     return out;
 }
@@ -58,8 +59,8 @@ protected:
 
 TEST_F(PulseAudioCaptureTest, CapturedHopsMatchAnOfflineAnalysisInOrderWithoutGaps) {
     const int rate = 48000, channels = 2;
-    const auto djm = server.loadPipeSource("djm", "device.description='DJM-A9' device.bus=usb",
-                                           rate, channels);
+    const auto djm =
+        server.loadPipeSource("djm", "device.description='DJM-A9' device.bus=usb", rate, channels);
     ASSERT_TRUE(djm);
     MicCapture capture(std::make_shared<PulseAudioInputBackend>(layer));
     capture.start("djm", 2);
@@ -86,7 +87,8 @@ TEST_F(PulseAudioCaptureTest, CapturedHopsMatchAnOfflineAnalysisInOrderWithoutGa
     ASSERT_TRUE(complete) << captured.size() << " of " << expected.size() << " hops";
 
     for (std::size_t i = 0; i < expected.size(); ++i) {
-        ASSERT_EQ(captured[i].samples, expected[i].samples) << "hop " << i << " out of order or gapped";
+        ASSERT_EQ(captured[i].samples, expected[i].samples)
+            << "hop " << i << " out of order or gapped";
         EXPECT_NEAR(captured[i].levels.low, expected[i].levels.low, 0.01) << i;
         EXPECT_NEAR(captured[i].levels.mid, expected[i].levels.mid, 0.01) << i;
         EXPECT_NEAR(captured[i].levels.high, expected[i].levels.high, 0.01) << i;
@@ -106,15 +108,17 @@ TEST_F(PulseAudioCaptureTest, CapturedHopsMatchAnOfflineAnalysisInOrderWithoutGa
     EXPECT_EQ(info.format, SF_FORMAT_WAV | SF_FORMAT_PCM_24);
     ASSERT_GE(info.frames, static_cast<sf_count_t>(track.size() / channels));
     std::vector<float> recorded(track.size());
-    sf_readf_float(file, recorded.data(), info.frames < sf_count_t(track.size() / 2) ? info.frames : sf_count_t(track.size() / 2));
+    sf_readf_float(file, recorded.data(),
+                   info.frames < sf_count_t(track.size() / 2) ? info.frames
+                                                              : sf_count_t(track.size() / 2));
     sf_close(file);
     for (std::size_t i = 0; i < track.size(); i += 997)
         ASSERT_NEAR(recorded[i], track[i], 1.0 / 8388607 + 1e-7) << i;
 }
 
 TEST_F(PulseAudioCaptureTest, RemovingTheSourceStopsCapture) {
-    const auto source = server.loadPipeSource("codec", "device.description='USB Audio CODEC' device.bus=usb",
-                                              48000, 2);
+    const auto source = server.loadPipeSource(
+        "codec", "device.description='USB Audio CODEC' device.bus=usb", 48000, 2);
     ASSERT_TRUE(source);
     MicCapture capture(std::make_shared<PulseAudioInputBackend>(layer));
     capture.start("codec", std::nullopt);

@@ -64,7 +64,8 @@ TEST_F(PulseAudioDevicesTest, ABuiltInInputIsOpenedAtThePlaybackRate) {
     ASSERT_TRUE(server.loadPipeSource("mic", micProperties, 44100, 1));
     ASSERT_TRUE(server.loadPipeSource("codec", codecProperties, 44100, 2));
     AudioInputDeviceConfigurator::setInputDevice(*layer, "mic");
-    EXPECT_EQ(AudioInputDeviceConfigurator::captureFormat(*layer, "mic"), (CaptureFormat{48000, 1}));
+    EXPECT_EQ(AudioInputDeviceConfigurator::captureFormat(*layer, "mic"),
+              (CaptureFormat{48000, 1}));
     // USB keeps its own clock.
     AudioInputDeviceConfigurator::setInputDevice(*layer, "codec");
     EXPECT_EQ(AudioInputDeviceConfigurator::captureFormat(*layer, "codec"),
@@ -85,12 +86,12 @@ TEST_F(PulseAudioDevicesTest, HotPlugMovesCaptureAndResetsThePreference) {
     ASSERT_TRUE(monitor.startListening());
 
     std::vector<std::pair<std::optional<std::string>, std::optional<int>>> starts;
-    AudioInputSelectionModel model({[] { return true; }, [] {},
-                                    [&](const std::optional<std::string>& uid,
-                                        std::optional<int> channels) {
-                                        starts.emplace_back(uid, channels);
-                                    },
-                                    [](const QString&) {}});
+    AudioInputSelectionModel model(
+        {[] { return true; }, [] {},
+         [&](const std::optional<std::string>& uid, std::optional<int> channels) {
+             starts.emplace_back(uid, channels);
+         },
+         [](const QString&) {}});
     model.startAudioDeviceMonitoring(monitor);
     EXPECT_EQ(model.activeAudioDeviceUID(), "mic");
     model.setPreferMicrophoneOverUSB(true);

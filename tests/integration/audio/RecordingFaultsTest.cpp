@@ -6,8 +6,8 @@
 #include <gtest/gtest.h>
 #include <sndfile.h>
 
-#include <csignal>
 #include <cmath>
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
@@ -177,8 +177,8 @@ TEST(RecordingFaults, AKilledRecordingIsRecoveredToAllButTheLastSecond) {
 TEST(RecordingFaults, TheFileSizeLimitStopsTheRecordingWithThePlatformsText) {
     KELVO_REQUIRE_TOOL(haveSox(), "sox is not installed (scripts/setup installs it)");
     test::TemporaryDirectory dir;
-    Probe probe({KELVO_RECORDING_PROBE, dir.path().string(), "--fast", "--file-size-limit",
-                 "200000"});
+    Probe probe(
+        {KELVO_RECORDING_PROBE, dir.path().string(), "--fast", "--file-size-limit", "200000"});
     ASSERT_TRUE(probe.started());
     const ProbeRun run = follow(probe, [](const ProbeRun& r) { return !r.failure.empty(); });
     EXPECT_EQ(run.failure, std::strerror(EFBIG));
@@ -198,16 +198,17 @@ TEST(RecordingFaults, AFullDiskStopsTheRecordingAndKeepsEarlierAudio) {
     KELVO_REQUIRE_TOOL(haveSox(), "sox is not installed (scripts/setup installs it)");
     // A 256 KiB tmpfs in a private mount namespace; the parts are copied out before it goes.
     const bool canUnshare = std::system("unshare -m true >/dev/null 2>&1") == 0;
-    KELVO_REQUIRE_TOOL(canUnshare, "cannot create a mount namespace (needs root or user namespaces)");
+    KELVO_REQUIRE_TOOL(canUnshare,
+                       "cannot create a mount namespace (needs root or user namespaces)");
     test::TemporaryDirectory dir;
     const auto disk = dir / "disk";
     const auto saved = dir / "saved";
     std::filesystem::create_directories(disk);
     std::filesystem::create_directories(saved);
     const std::string script = "mount -t tmpfs -o size=256k tmpfs '" + disk.string() + "' && '" +
-                               KELVO_RECORDING_PROBE + "' '" + disk.string() +
-                               "' --fast > '" + (dir / "out.txt").string() + "'; cp -a '" +
-                               disk.string() + "'/. '" + saved.string() + "'/";
+                               KELVO_RECORDING_PROBE + "' '" + disk.string() + "' --fast > '" +
+                               (dir / "out.txt").string() + "'; cp -a '" + disk.string() + "'/. '" +
+                               saved.string() + "'/";
     if (std::system(("unshare -m --propagation private sh -c \"" + script + "\"").c_str()) != 0) {
         ADD_FAILURE() << "the probe on the small disk did not run";
     }

@@ -26,7 +26,8 @@ float probeSample(std::uint64_t frame, int channel) {
 
 int main(int argc, char** argv) {
     if (argc < 2) {
-        std::fprintf(stderr, "usage: %s <folder> [--seconds S] [--fast] [--file-size-limit BYTES]\n",
+        std::fprintf(stderr,
+                     "usage: %s <folder> [--seconds S] [--fast] [--file-size-limit BYTES]\n",
                      argv[0]);
         return 2;
     }
@@ -78,7 +79,8 @@ int main(int argc, char** argv) {
         if (fast)
             writer.waitUntilIdle();
         else
-            std::this_thread::sleep_until(start + std::chrono::microseconds(frames * 1000000 / 48000));
+            std::this_thread::sleep_until(start +
+                                          std::chrono::microseconds(frames * 1000000 / 48000));
     }
     writer.stop();
     writer.waitUntilIdle();
