@@ -28,6 +28,16 @@ AudioRecordingWriter::AudioRecordingWriter(double segmentSeconds, Clock now)
     ignoreFileSizeSignal();
 }
 
+std::int64_t AudioRecordingWriter::segmentFramesFor(double segmentSeconds, int sampleRate,
+                                                    int channels) {
+    const auto wanted = std::max<std::int64_t>(
+        1, static_cast<std::int64_t>(std::llround(segmentSeconds * sampleRate)));
+    // An hour of many channels outgrows what a WAV header can describe (4 GiB); such parts
+    // are cut early rather than lost.
+    const std::int64_t frameBytes = std::max(channels, 1) * std::int64_t{3};
+    return std::min(wanted, WAVRecordingFile::maximumPartDataBytes / frameBytes);
+}
+
 AudioRecordingWriter::~AudioRecordingWriter() {
     stop();
     waitUntilIdle();
@@ -45,8 +55,7 @@ std::filesystem::path AudioRecordingWriter::start(int sampleRate, int channels,
         directory_ = directory;
         sampleRate_ = sampleRate;
         channels_ = channels;
-        segmentFrames_ = std::max<std::int64_t>(
-            1, static_cast<std::int64_t>(std::llround(segmentSeconds_ * sampleRate)));
+        segmentFrames_ = segmentFramesFor(segmentSeconds_, sampleRate, channels);
         WAVRecordingFile::recoverInterrupted(directory);
         try {
             openNextPart();

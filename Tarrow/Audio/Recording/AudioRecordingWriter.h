@@ -61,6 +61,9 @@ public:
     /// Writer-queue state, read through the queue.
     std::optional<std::string> firstError();
     std::int64_t segmentFrames() const { return segmentFrames_; }
+    /// Frames per part: the segment length at the sample rate, or fewer when that many
+    /// frames would not fit in one WAV file.
+    static std::int64_t segmentFramesFor(double segmentSeconds, int sampleRate, int channels);
     const SerialQueue& queue() const { return queue_; }
 
 private:

@@ -220,7 +220,7 @@ void WAVRecordingFile::append(std::span<const float> interleaved) {
     if (newFrames == 0)
         return;
     const std::int64_t bytes = newFrames * channels_ * 3;
-    if (dataBytes() + bytes > maximumDataBytes)
+    if (dataBytes() + bytes > maximumPartDataBytes)
         throw RecordingFileError(EFBIG, std::strerror(EFBIG));
     std::vector<std::uint8_t> converted(static_cast<std::size_t>(bytes));
     std::uint8_t* out = converted.data();

@@ -45,6 +45,8 @@ class WAVRecordingFile {
 public:
     static constexpr std::size_t headerSize = 44;
     static constexpr std::int64_t maximumDataBytes = 4294967295;
+    /// The most sample bytes a part may hold with its RIFF size (data + 36 + pad) in range.
+    static constexpr std::int64_t maximumPartDataBytes = 4294967258;
     static constexpr int maximumChannels = 21845;
     static constexpr std::int64_t maximumRateTimesChannels = 1431655765;
     static constexpr std::int32_t fullScale = 8388607;

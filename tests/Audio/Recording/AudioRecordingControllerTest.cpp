@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include <mutex>
+
 namespace kelvo {
 namespace {
 
@@ -76,6 +78,27 @@ TEST_F(AudioRecordingControllerTest, AWriterFailureStopsTheRecordingWithItsText)
     ASSERT_TRUE(test::pumpUntil([&] { return !controller.isRecording(); }));
     EXPECT_EQ(controller.errorMessage(),
               QStringLiteral("Recording stopped: No space left on device"));
+}
+
+TEST_F(AudioRecordingControllerTest, ADiskThatCannotKeepUpStopsTheRecordingWithItsText) {
+    controller.start(48000, 2, dir.path());
+    AudioRecordingWriter& writer = controller.writer();
+    std::mutex gate;
+    std::unique_lock held(gate);
+    writer.setBeforeAppendHook([&] { std::lock_guard wait(gate); });
+    std::vector<float> audio(2 * 48000, 0.1f);
+    const AudioBuffer buffer{2, audio.data()};
+    // 4,000,000 samples wait at most: 41 seconds of 48 kHz stereo fit, the 42nd does not.
+    for (int second = 0; second < 43; ++second)
+        writer.capture(AudioBufferListView(&buffer, 1), 48000, 2);
+    held.unlock();
+    ASSERT_TRUE(test::pumpUntil([&] { return !controller.isRecording(); }));
+    EXPECT_EQ(controller.errorMessage(),
+              QStringLiteral("Recording stopped: The disk could not keep up. Recording stopped; "
+                             "earlier audio was saved."));
+    writer.waitUntilIdle();
+    const auto bytes = test::readBytes(*controller.firstFile());
+    EXPECT_EQ(test::u32At(bytes, 40), 41u * 48000 * 6) << "everything before the overload was kept";
 }
 
 TEST_F(AudioRecordingControllerTest, AFailureOfAnEarlierRecordingIsIgnored) {

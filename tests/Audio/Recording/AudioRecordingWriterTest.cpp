@@ -98,6 +98,14 @@ TEST(AudioRecordingWriter, CutsPartsAtExactlySegmentFramesAndNamesTheSecondWithM
     EXPECT_EQ(writer.pendingSamples(), 0);
 }
 
+TEST(AudioRecordingWriter, PartsAreAnHourUnlessThatOutgrowsAWavFile) {
+    EXPECT_EQ(AudioRecordingWriter::segmentFramesFor(3600, 48000, 2), 172800000);
+    EXPECT_EQ(AudioRecordingWriter::segmentFramesFor(3600, 44100, 1), 158760000);
+    // 16 channels: an hour would be 8.3 GB; a part stops just short of 4 GiB.
+    EXPECT_EQ(AudioRecordingWriter::segmentFramesFor(3600, 48000, 16), 4294967258 / 48);
+    EXPECT_EQ(AudioRecordingWriter::segmentFramesFor(0.00001, 8000, 1), 1);
+}
+
 TEST(AudioRecordingWriter, RecordsTheLeadingChannelsOfANonInterleavedList) {
     TemporaryDirectory dir;
     AudioRecordingWriter writer;
