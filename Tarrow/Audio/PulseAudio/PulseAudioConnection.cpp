@@ -2,6 +2,8 @@
 
 #include "Audio/Capture/AudioInputStream.h"
 
+#include <pulse/rtclock.h>
+
 namespace kelvo {
 
 namespace {
@@ -10,7 +12,24 @@ void contextStateChanged(pa_context*, void* userdata) {
     pa_threaded_mainloop_signal(static_cast<pa_threaded_mainloop*>(userdata), 0);
 }
 
+void wakeUp(pa_mainloop_api*, pa_time_event*, const struct timeval*, void* userdata) {
+    pa_threaded_mainloop_signal(static_cast<pa_threaded_mainloop*>(userdata), 0);
+}
+
 } // namespace
+
+pa_usec_t PulseAudioConnection::now() {
+    return pa_rtclock_now();
+}
+
+pa_time_event* PulseAudioConnection::armWakeUp(pa_usec_t deadline) const {
+    return pa_context_rttime_new(context_, deadline, &wakeUp, mainloop_);
+}
+
+void PulseAudioConnection::disarm(pa_time_event* timer) const {
+    if (timer)
+        pa_threaded_mainloop_get_api(mainloop_)->time_free(timer);
+}
 
 PulseAudioConnection::PulseAudioConnection(const std::string& clientName,
                                            const std::string& threadName,
@@ -37,22 +56,16 @@ PulseAudioConnection::PulseAudioConnection(const std::string& clientName,
         if (pa_context_connect(context_, nullptr, PA_CONTEXT_NOAUTOSPAWN, nullptr) < 0) {
             failure = lastError();
         } else {
-            const auto deadline = std::chrono::steady_clock::now() + timeout;
-            for (;;) {
-                const pa_context_state_t state = pa_context_get_state(context_);
-                if (state == PA_CONTEXT_READY)
-                    break;
-                if (!PA_CONTEXT_IS_GOOD(state)) {
-                    failure = lastError();
-                    break;
-                }
-                if (std::chrono::steady_clock::now() > deadline) {
-                    failure = "timed out";
-                    break;
-                }
-                // Woken by every state change; a local socket answers or fails promptly.
-                pa_threaded_mainloop_wait(mainloop_);
-            }
+            const bool settled = waitFor(
+                [this] {
+                    return !PA_CONTEXT_IS_GOOD(pa_context_get_state(context_)) ||
+                           pa_context_get_state(context_) == PA_CONTEXT_READY;
+                },
+                timeout);
+            if (!settled)
+                failure = "timed out";
+            else if (pa_context_get_state(context_) != PA_CONTEXT_READY)
+                failure = lastError();
         }
     }
     if (!failure.empty()) {
@@ -87,10 +100,13 @@ bool PulseAudioConnection::isConnected() const {
 bool PulseAudioConnection::await(pa_operation* operation) const {
     if (!operation)
         return false;
-    while (pa_operation_get_state(operation) == PA_OPERATION_RUNNING)
-        pa_threaded_mainloop_wait(mainloop_);
+    const bool finished =
+        waitFor([operation] { return pa_operation_get_state(operation) != PA_OPERATION_RUNNING; },
+                replyTimeout);
+    if (!finished)
+        pa_operation_cancel(operation);
     pa_operation_unref(operation);
-    return true;
+    return finished;
 }
 
 } // namespace kelvo

@@ -40,13 +40,30 @@ public:
         pa_threaded_mainloop* loop_;
     };
 
+    static constexpr std::chrono::milliseconds replyTimeout{5000};
+
     /// With the lock held: waits for `operation` to finish (its callback must signal the
-    /// loop) and releases it. Returns false when the operation could not be issued.
+    /// loop) and releases it. Returns false when the operation could not be issued or the
+    /// server did not answer in time (the operation is then cancelled).
     bool await(pa_operation* operation) const;
+    /// With the lock held: waits until `done()` or the timeout; returns `done()`. Anything
+    /// that changes what `done` reads must signal the loop.
+    template <typename Done> bool waitFor(Done done, std::chrono::milliseconds timeout) const {
+        const pa_usec_t deadline = now() + static_cast<pa_usec_t>(timeout.count()) * 1000;
+        pa_time_event* timer = armWakeUp(deadline);
+        while (!done() && now() < deadline)
+            pa_threaded_mainloop_wait(mainloop_);
+        disarm(timer);
+        return done();
+    }
     /// With the lock held: signals waiters; for use in callbacks.
     void signal() const { pa_threaded_mainloop_signal(mainloop_, 0); }
 
 private:
+    static pa_usec_t now();
+    pa_time_event* armWakeUp(pa_usec_t deadline) const;
+    void disarm(pa_time_event* timer) const;
+
     pa_threaded_mainloop* mainloop_ = nullptr;
     pa_context* context_ = nullptr;
 };

@@ -56,16 +56,15 @@ void PulseAudioInputStream::start(RenderReceiver receiver,
                 failure = connection_->lastError();
                 status = pa_context_errno(connection_->context());
             } else {
-                for (;;) {
-                    const pa_stream_state_t state = pa_stream_get_state(stream_);
-                    if (state == PA_STREAM_READY)
-                        break;
-                    if (!PA_STREAM_IS_GOOD(state)) {
-                        failure = connection_->lastError();
-                        status = pa_context_errno(connection_->context());
-                        break;
-                    }
-                    pa_threaded_mainloop_wait(connection_->mainloop());
+                const bool settled = connection_->waitFor(
+                    [this] {
+                        const pa_stream_state_t state = pa_stream_get_state(stream_);
+                        return state == PA_STREAM_READY || !PA_STREAM_IS_GOOD(state);
+                    },
+                    PulseAudioConnection::replyTimeout);
+                if (!settled || pa_stream_get_state(stream_) != PA_STREAM_READY) {
+                    failure = settled ? connection_->lastError() : "timed out";
+                    status = settled ? pa_context_errno(connection_->context()) : PA_ERR_TIMEOUT;
                 }
             }
             if (failure.empty())
