@@ -19,6 +19,9 @@ namespace kelvo {
 /// rest of the application only through `Hooks`.
 class AudioInputSelectionModel : public QObject {
     Q_OBJECT
+    Q_PROPERTY(QString audioInputKind READ audioInputKindText NOTIFY audioInputKindChanged)
+    Q_PROPERTY(QString activeAudioDeviceUID READ activeAudioDeviceUIDText NOTIFY
+                   activeAudioDeviceUIDChanged)
     Q_PROPERTY(QString audioInputDisplayName READ audioInputDisplayNameText NOTIFY
                    audioInputDisplayNameChanged)
     Q_PROPERTY(bool preferMicrophoneOverUSB READ preferMicrophoneOverUSB WRITE
@@ -68,6 +71,12 @@ signals:
 private:
     void setDevices(std::vector<AudioInputDeviceInfo> devices);
     QString audioInputDisplayNameText() const { return QString::fromStdString(displayName_); }
+    QString audioInputKindText() const {
+        return QString::fromUtf8(textValue(kind_).data(), qsizetype(textValue(kind_).size()));
+    }
+    QString activeAudioDeviceUIDText() const {
+        return activeUID_ ? QString::fromStdString(*activeUID_) : QString();
+    }
     static std::set<std::string> usbUIDs(const std::vector<AudioInputDeviceInfo>& devices);
 
     Hooks hooks_;
