@@ -128,12 +128,43 @@ TEST_F(PulseAudioCaptureTest, RemovingTheSourceStopsCapture) {
     EXPECT_EQ(capture.bandLevels(), BandDecibelLevels::silent());
 }
 
-TEST_F(PulseAudioCaptureTest, TheDefaultInputIsUsedWithoutAUID) {
-    MicCapture capture(std::make_shared<PulseAudioInputBackend>(layer));
+TEST_F(PulseAudioCaptureTest, TheDefaultInputHearsAWavPlayedIntoTheSpeakers) {
     // The only source is the speakers' monitor, which the server uses as its default input.
+    test::TemporaryDirectory dir;
+    const int rate = 48000;
+    std::vector<float> bass(rate * 2 * 2);
+    for (std::size_t f = 0; f < bass.size() / 2; ++f)
+        bass[f * 2] = bass[f * 2 + 1] =
+            static_cast<float>(0.5 * std::sin(2 * std::numbers::pi * 80 * double(f) / rate));
+    const auto wav = dir / "bass.wav";
+    SF_INFO info{};
+    info.samplerate = rate;
+    info.channels = 2;
+    info.format = SF_FORMAT_WAV | SF_FORMAT_FLOAT;
+    SNDFILE* file = sf_open(wav.c_str(), SFM_WRITE, &info);
+    ASSERT_NE(file, nullptr);
+    sf_writef_float(file, bass.data(), static_cast<sf_count_t>(bass.size() / 2));
+    sf_close(file);
+
+    MicCapture capture(std::make_shared<PulseAudioInputBackend>(layer));
     capture.start(std::nullopt, std::nullopt);
-    EXPECT_TRUE(capture.isCapturing());
-    EXPECT_EQ(capture.sampleRate(), 48000);
+    ASSERT_TRUE(capture.isCapturing());
+    EXPECT_EQ(capture.sampleRate(), rate);
+    EXPECT_EQ(capture.activeDeviceUID(), std::nullopt);
+
+    const std::string play = "PULSE_SERVER='" + server.serverAddress() + "' paplay '" +
+                             wav.string() + "' >/dev/null 2>&1";
+    std::thread player([&] { EXPECT_EQ(std::system(play.c_str()), 0) << "paplay failed"; });
+    // Loud bass arrives: the low band dominates.
+    const bool heard = test::pumpUntil(
+        [&] {
+            capture.takePendingHops();
+            return capture.bandLevels().low > -60 && capture.bandLevels().lowDominance > 0.6;
+        },
+        std::chrono::seconds(10));
+    player.join();
+    EXPECT_TRUE(heard) << "low " << capture.bandLevels().low << " dominance "
+                       << capture.bandLevels().lowDominance;
 }
 
 TEST(AudioFileInput, PlaysTheFileInRealTimeAndLoops) {
