@@ -2,7 +2,7 @@
 
 #include "Audio/AudioBufferListView.h"
 #include "Audio/BandEnergyExtractor.h"
-#include "Audio/Capture/MicHop.h"
+#include "Audio/MicHop.h"
 
 #include <array>
 #include <cstdint>

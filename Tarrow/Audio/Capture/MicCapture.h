@@ -3,7 +3,7 @@
 #include "Audio/BandDecibelLevels.h"
 #include "Audio/Capture/AudioInputStream.h"
 #include "Audio/Capture/HopChunker.h"
-#include "Audio/Capture/MicHop.h"
+#include "Audio/MicHop.h"
 #include "Audio/Recording/AudioRecordingController.h"
 
 #include <QObject>
