@@ -19,12 +19,14 @@ void LiveDmxOutput::send(const DmxFrame& frame, const OutputSettings& settings) 
             continue;
         switch (route.destination.kind) {
         case Kind::artnet:
-            if (artnetEnabled)
+            if (artnetEnabled) {
                 artnet.sendDmx(route.destination.universe, buffer->second, host);
+                ++artnetPackets_;
+            }
             break;
         case Kind::enttec:
-            if (enttecEnabled)
-                enttec.sendDmx(buffer->second);
+            if (enttecEnabled && enttec.sendDmx(buffer->second))
+                ++enttecFrames_;
             break;
         case Kind::unmapped:
             break;

@@ -18,8 +18,16 @@ public:
     /// Closes the widget's descriptor now and forgets it; the next Enttec frame scans again.
     void disconnectEnttec();
 
+    /// Packets handed to the Art-Net transport and frames written to the widget since start.
+    std::uint64_t artnetPacketsSent() const { return artnetPackets_; }
+    std::uint64_t enttecFramesWritten() const { return enttecFrames_; }
+
     EnttecSerialSender enttec;
     ArtNetSender artnet;
+
+private:
+    std::uint64_t artnetPackets_ = 0;
+    std::uint64_t enttecFrames_ = 0;
 };
 
 } // namespace kelvo

@@ -431,7 +431,7 @@ std::optional<std::string> EngineHost::latestFrameJSON() {
 }
 
 std::optional<DmxFrame> EngineHost::step(std::string_view frameJSON, double dt,
-                                                   bool refreshVisuals) {
+                                         bool refreshVisuals) {
     const Names& n = *names_;
     if (!hasRealizedShow())
         return std::nullopt;

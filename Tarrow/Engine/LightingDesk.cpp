@@ -11,8 +11,7 @@ double unit(double value) {
 }
 } // namespace
 
-DmxFrame mergeLightingDesk(const DmxFrame& engineBuffers,
-                                     const LightingDeskState& desk) {
+DmxFrame mergeLightingDesk(const DmxFrame& engineBuffers, const LightingDeskState& desk) {
     if (!desk.live)
         return engineBuffers;
     std::vector<std::uint8_t> channels(LightingDeskState::universeSize, 0);

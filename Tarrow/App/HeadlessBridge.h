@@ -1,0 +1,49 @@
+#pragma once
+
+#include "App/BridgeStatusLine.h"
+#include "App/CommandLine.h"
+#include "Engine/AppModel.h"
+
+#include <QObject>
+#include <QTimer>
+
+#include <chrono>
+#include <cstdio>
+#include <memory>
+
+namespace kelvo {
+
+/// The bridge without a window: applies the launch options, starts the model from the cache and
+/// prints one status line a second until asked to quit.
+class HeadlessBridge : public QObject {
+    Q_OBJECT
+public:
+    HeadlessBridge(std::unique_ptr<AppModel> model, LaunchOptions options, std::FILE* out = stdout,
+                   QObject* parent = nullptr);
+
+    void start();
+    /// Closes the recording and stops capture; safe to call twice.
+    void shutdown();
+    AppModel& model() { return *model_; }
+
+    /// Builds the model on the running system: user settings and cache, PulseAudio or the
+    /// audio file, a UDP socket for Art-Net, the serial widget.
+    static std::unique_ptr<AppModel> makeModel(const LaunchOptions& options);
+    /// Writes the command-line output settings under the dashboard's settings keys.
+    static void persistLaunchSettings(AppModel& model, const LaunchOptions& options);
+
+private:
+    void printStatus();
+
+    std::unique_ptr<AppModel> model_;
+    LaunchOptions options_;
+    std::FILE* out_;
+    QTimer statusTimer_;
+    std::chrono::steady_clock::time_point lastStatusTime_;
+    std::uint64_t lastTicks_ = 0;
+    std::uint64_t lastArtNetPackets_ = 0;
+    std::uint64_t lastEnttecFrames_ = 0;
+    bool stopped_ = false;
+};
+
+} // namespace kelvo

@@ -1,0 +1,310 @@
+#include "Engine/AppModel.h"
+
+#include <QDebug>
+
+namespace kelvo {
+
+/// The capture as the engine loop sees it.
+class AppModel::CaptureHopSource final : public HopSource {
+public:
+    explicit CaptureHopSource(MicCapture& mic) : mic_(mic) {}
+    bool isCapturing() const override { return mic_.isCapturing(); }
+    std::vector<MicHop> takePendingHops() override { return mic_.takePendingHops(); }
+
+private:
+    MicCapture& mic_;
+};
+
+AppModel::AppModel(AppModelEnvironment environment, QObject* parent)
+    : QObject(parent), environment_(std::move(environment)), cache_(std::move(environment_.cache)),
+      mic_(new MicCapture(environment_.audio.backend, nullptr, MicCapture::fallbackSampleRate,
+                          this)),
+      audioMonitor_(new AudioInputDeviceMonitor(environment_.audio.deviceLayer, this)),
+      audioSelection_(nullptr),
+      dmxOutput_(std::move(environment_.enttec), environment_.artnetTransport),
+      outputs_(dmxOutput_, *cache_), hopSource_(std::make_unique<CaptureHopSource>(*mic_)),
+      engineLoop_(engine_, *hopSource_, *environment_.clock, *this),
+      tickScheduler_(std::chrono::nanoseconds(1'000'000'000) / 60, this),
+      dropHold_(
+          *environment_.timers, [this](bool on) { engine_.setForcedDrop(on); },
+          [this](bool) { emit isDropHeldChanged(); }),
+      liveControl_(engine_, *environment_.clock, liveControlHooks()) {
+    AudioInputSelectionModel::Hooks hooks;
+    hooks.engineLoopRunning = [this] { return isEngineLoopRunning(); };
+    hooks.replaceDropDetector = [this] { engine_.replaceDropDetector(); };
+    hooks.startCapture = [this](const std::optional<std::string>& uid,
+                                std::optional<int> channels) { mic_->start(uid, channels); };
+    hooks.setStatusMessage = [this](const QString& message) { setStatusMessage(message); };
+    audioSelection_ = new AudioInputSelectionModel(std::move(hooks), this);
+    if (environment_.audio.deviceListUnavailable)
+        qInfo().noquote() << "Audio devices:"
+                          << QString::fromStdString(*environment_.audio.deviceListUnavailable);
+}
+
+AppModel::~AppModel() {
+    tickScheduler_.stop();
+    mic_->stop();
+}
+
+LiveControlHooks AppModel::liveControlHooks() {
+    LiveControlHooks hooks;
+    hooks.themePayloads = [this] { return themePayloads(); };
+    // Pairing and the cloud's control-state endpoint are not part of this build: every local
+    // pick is final, so no send task is started.
+    hooks.hasDeviceToken = [] { return false; };
+    hooks.persistWorkspaceUI = [this] { persistWorkspaceUI(); };
+    hooks.selectionsChanged = [this] { emit selectionsChanged(); };
+    return hooks;
+}
+
+std::optional<nlohmann::json> AppModel::themePayloads() const {
+    if (themes_.empty())
+        return std::nullopt;
+    nlohmann::json payloads = nlohmann::json::array();
+    for (const ThemeOption& theme : themes_)
+        payloads.push_back(theme.enginePayload());
+    return payloads;
+}
+
+void AppModel::setStatusMessage(const QString& message) {
+    if (message == statusMessage_)
+        return;
+    statusMessage_ = message;
+    emit statusMessageChanged();
+}
+
+void AppModel::bootstrap() {
+    if (environment_.serverURL)
+        serverURLString_ = *environment_.serverURL;
+
+    outputs_.load();
+    emit outputSettingsChanged();
+
+    if (const std::optional<QByteArray> harness = cache_->loadHarnessJS())
+        engine_.loadHarness(std::string_view(harness->constData(), std::size_t(harness->size())));
+    if (const std::optional<QByteArray> snapshot = cache_->loadShowSnapshot())
+        engine_.loadCachedShow(
+            std::string_view(snapshot->constData(), std::size_t(snapshot->size())));
+
+    restoreWorkspaceUIFromCache();
+
+    const bool offline = cache_->hasOfflineRuntime();
+    if (offline != hasOfflineWorkspace_) {
+        hasOfflineWorkspace_ = offline;
+        emit hasOfflineWorkspaceChanged();
+    }
+
+    pushThemesToEngine();
+    startEngineLoop();
+    audioSelection_->startAudioDeviceMonitoring(*audioMonitor_);
+}
+
+void AppModel::applicationWillTerminate() {
+    mic_->stop();
+}
+
+// Engine loop
+
+std::optional<int> AppModel::captureChannelCount() const {
+    return audioSelection_->captureChannelCount();
+}
+
+void AppModel::startEngineLoop() {
+    if (loopRunning_)
+        return;
+    switch (environment_.microphone->status()) {
+    case MicrophoneAuthorizationStatus::authorized:
+        audioSelection_->applyAudioInputSelection(false);
+        engine_.replaceDropDetector();
+        try {
+            mic_->start(audioSelection_->activeAudioDeviceUID(), captureChannelCount());
+        } catch (const std::exception& error) {
+            setStatusMessage(QString(audioUnavailablePrefix) + QString::fromUtf8(error.what()));
+            return;
+        }
+        loopRunning_ = true;
+        if (environment_.runTickTimer)
+            tickScheduler_.start([this] { tick(); });
+        return;
+    case MicrophoneAuthorizationStatus::notDetermined:
+        if (requestingAudioPermission_)
+            return;
+        requestingAudioPermission_ = true;
+        environment_.microphone->requestAccess([this](bool granted) {
+            requestingAudioPermission_ = false;
+            if (granted) {
+                if (pendingRecordingStart_)
+                    toggleAudioRecording();
+                else
+                    startEngineLoop();
+                return;
+            }
+            pendingRecordingStart_ = false;
+            setStatusMessage(microphoneRequiredText);
+            mic_->recording().setErrorMessage(QString(microphoneRequiredText));
+        });
+        return;
+    case MicrophoneAuthorizationStatus::denied:
+        setStatusMessage(microphoneRequiredText);
+        return;
+    }
+}
+
+void AppModel::stopEngineLoop() {
+    dropHold_.releaseAll();
+    tickScheduler_.stop();
+    loopRunning_ = false;
+    engineLoop_.forgetLastTickTime();
+    engine_.replaceDropDetector();
+    mic_->stop();
+}
+
+void AppModel::tick() {
+    engineLoop_.tick();
+}
+
+void AppModel::outputMergedDmx(const DmxFrame& engineBuffers) {
+    DmxFrame merged = mergeLightingDesk(engineBuffers, desk_);
+    if (merged != dmxPreview_) {
+        dmxPreview_ = merged;
+        emit dmxPreviewChanged();
+    }
+    outputs_.outputFrame(dmxPreview_);
+}
+
+void AppModel::visualsRefreshed() {
+    if (engine_.lightingPlot() != lightingPlot_) {
+        lightingPlot_ = engine_.lightingPlot();
+        emit lightingPlotChanged();
+    }
+    if (engine_.liveScheme() != liveScheme_) {
+        liveScheme_ = engine_.liveScheme();
+        emit liveSchemeChanged();
+    }
+    refreshDropDiagnostics();
+}
+
+void AppModel::refreshDropDiagnostics() {
+    DropDiagnostics diagnostics = engine_.dropDiagnostics();
+    if (diagnostics != dropDiagnostics_) {
+        dropDiagnostics_ = std::move(diagnostics);
+        emit dropDiagnosticsChanged();
+    }
+}
+
+void AppModel::toggleAudioRecording() {
+    AudioRecordingController& recorder = mic_->recording();
+    if (recorder.isRecording()) {
+        recorder.stop();
+        return;
+    }
+    if (!mic_->isCapturing())
+        stopEngineLoop();
+    pendingRecordingStart_ = true;
+    startEngineLoop();
+    if (requestingAudioPermission_)
+        return;
+    pendingRecordingStart_ = false;
+    if (mic_->isCapturing()) {
+        recorder.start(static_cast<int>(mic_->sampleRate()), mic_->recordingChannels());
+    } else {
+        setStatusMessage(recordingNeedsInputText);
+        recorder.setMessage(QString(recordingNeedsInputText));
+    }
+}
+
+// Workspace
+
+std::optional<OfflineWorkspaceUIState> AppModel::currentWorkspaceState() const {
+    OfflineWorkspaceUIState state;
+    state.shows = shows_;
+    state.selectedShowId = selectedShowId_;
+    state.lightingModes = lightingModes_;
+    state.selectedModeId = liveControl_.selectedModeId();
+    state.themes = themes_;
+    state.selectedThemeName = liveControl_.selectedThemeName();
+    state.selectedModeTo = liveControl_.selectedModeTo();
+    state.selectedModeLerp = liveControl_.selectedModeLerp();
+    return state;
+}
+
+void AppModel::persistWorkspaceUI() {
+    const std::optional<OfflineWorkspaceUIState> state = currentWorkspaceState();
+    if (!state || state == lastSavedWorkspace_)
+        return;
+    try {
+        cache_->saveWorkspaceUI(*state);
+        lastSavedWorkspace_ = state;
+    } catch (const std::exception& error) {
+        // The previous file is intact; lighting goes on, the operator learns the cache is stale.
+        setStatusMessage(QStringLiteral("Couldn’t save the dashboard selections: ") +
+                         QString::fromUtf8(error.what()));
+    }
+}
+
+void AppModel::restoreWorkspaceUIFromCache() {
+    const std::optional<OfflineWorkspaceUIState> state = cache_->loadWorkspaceUI();
+    if (!state)
+        return;
+    shows_ = state->shows;
+    selectedShowId_ = state->selectedShowId;
+    lightingModes_ = state->lightingModes;
+    themes_ = state->themes;
+    liveControl_.restoreSelections(state->selectedModeId, state->selectedModeTo,
+                                   state->selectedModeLerp.value_or(0.0), state->selectedThemeName);
+    const LightingModeSelection selection = liveControl_.lightingModeSelection();
+    engine_.applyControl(
+        {.modeId = selection.modeId, .modeTo = selection.modeTo, .modeLerp = selection.amount});
+    if (selectedShowId_)
+        showPatch_ = cache_->loadPatch(*selectedShowId_);
+    lastSavedWorkspace_ = state;
+    emit workspaceChanged();
+}
+
+// Output configuration
+
+void AppModel::setArtNetEnabled(bool enabled) {
+    if (enabled == artnetEnabled())
+        return;
+    outputs_.setArtNetEnabled(enabled);
+    outputs_.persistArtNetConfig();
+    emit outputSettingsChanged();
+}
+
+void AppModel::setArtNetHost(const QString& host) {
+    const std::string trimmed = host.trimmed().toStdString();
+    if (trimmed.empty() || trimmed == outputs_.settings().artnetHost)
+        return;
+    outputs_.setArtNetHost(trimmed);
+    outputs_.persistArtNetConfig();
+    emit outputSettingsChanged();
+}
+
+void AppModel::setArtNetAutoFix(bool enabled) {
+    if (enabled == artnetAutoFix())
+        return;
+    outputs_.setArtNetAutoFix(enabled);
+    outputs_.persistArtNetConfig();
+    emit outputSettingsChanged();
+}
+
+void AppModel::setEnttecEnabled(bool enabled) {
+    if (enabled == enttecEnabled())
+        return;
+    outputs_.setEnttecEnabled(enabled);
+    outputs_.persistEnttecConfig();
+    emit outputSettingsChanged();
+}
+
+void AppModel::replaceRoutes(std::vector<UniverseRoute> routes) {
+    outputs_.replaceRoutes(std::move(routes));
+    emit outputSettingsChanged();
+}
+
+void AppModel::changeRouteDestination(std::int64_t virtualUniverse,
+                                      UniverseRoute::Destination destination) {
+    if (outputs_.changeDestination(virtualUniverse, destination))
+        emit outputSettingsChanged();
+}
+
+} // namespace kelvo
