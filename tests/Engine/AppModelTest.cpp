@@ -1,0 +1,286 @@
+#include "Engine/AppModel.h"
+
+#include "support/FakeAudioInput.h"
+#include "support/FakeTimers.h"
+#include "support/QtEventLoop.h"
+#include "support/TemporaryDirectory.h"
+
+#include <QFile>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <sstream>
+
+namespace kelvo {
+namespace {
+
+using nlohmann::json;
+using testing::HasSubstr;
+
+class RecordingTransport final : public UDPSending {
+public:
+    struct Datagram {
+        std::vector<std::uint8_t> bytes;
+        std::string host;
+        std::uint16_t port;
+    };
+    std::vector<Datagram> sent;
+    void send(std::span<const std::uint8_t> datagram, const std::string& host,
+              std::uint16_t port) override {
+        sent.push_back({{datagram.begin(), datagram.end()}, host, port});
+    }
+};
+
+class ScriptedMicrophone final : public MicrophoneAuthorization {
+public:
+    MicrophoneAuthorizationStatus answerStatus = MicrophoneAuthorizationStatus::authorized;
+    int requests = 0;
+    std::function<void(bool)> pending;
+    MicrophoneAuthorizationStatus status() const override { return answerStatus; }
+    void requestAccess(std::function<void(bool)> answer) override {
+        ++requests;
+        pending = std::move(answer);
+    }
+};
+
+std::string readText(const std::string& path) {
+    std::ifstream file(path);
+    std::stringstream text;
+    text << file.rdbuf();
+    return text.str();
+}
+
+class AppModelTest : public testing::Test {
+protected:
+    void SetUp() override { test::qtApplication(); }
+
+    std::unique_ptr<OfflineShowCache> makeCache() {
+        return std::make_unique<OfflineShowCache>(
+            std::make_unique<QSettings>(QString::fromStdString(dir / "settings.ini"),
+                                        QSettings::IniFormat),
+            QUrl("https://cloud.example"), QString::fromStdString(dir / "cache"));
+    }
+
+    std::unique_ptr<AppModel> makeModel() {
+        AppModelEnvironment environment;
+        environment.cache = makeCache();
+        environment.audio.deviceLayer = std::make_shared<EmptyAudioDeviceLayer>();
+        environment.audio.backend = backend;
+        environment.artnetTransport = transport;
+        environment.enttec = EnttecSerialSender([](const std::string&) { return nullptr; },
+                                                [] { return std::vector<std::string>{}; });
+        environment.microphone = microphone;
+        environment.timers = timers;
+        environment.clock = clock;
+        environment.runTickTimer = false;
+        return std::make_unique<AppModel>(std::move(environment));
+    }
+
+    // A cache holding the recording harness and a show whose step lights universe 1.
+    void seedCache(bool withSnapshot = true) {
+        auto cache = makeCache();
+        const std::string harness =
+            readText(std::string(KELVO_TEST_DATA_DIR) + "/harnesses/recording.js");
+        cache->saveHarnessJS(QByteArray::fromStdString(harness), "{}");
+        if (withSnapshot)
+            cache->saveShowSnapshot(QByteArray::fromStdString(
+                json{{"name", "Cached"}, {"result", {{"dmx", {{"1", {10, 20, 30}}}}}}}.dump()));
+    }
+
+    void enableArtNet(AppModel& model) {
+        model.replaceRoutes({{1, UniverseRoute::Destination::artnet(3)}});
+        model.setArtNetEnabled(true);
+    }
+
+    void feedAudio() {
+        backend->last->deliver(std::vector<float>(2 * 512, 0.25f));
+        test::pumpUntil([&] { return false; }, std::chrono::milliseconds(20));
+    }
+
+    test::TemporaryDirectory dir;
+    std::shared_ptr<test::FakeAudioBackend> backend = std::make_shared<test::FakeAudioBackend>();
+    std::shared_ptr<RecordingTransport> transport = std::make_shared<RecordingTransport>();
+    std::shared_ptr<ScriptedMicrophone> microphone = std::make_shared<ScriptedMicrophone>();
+    std::shared_ptr<testing_support::FakeTimerFactory> timers =
+        std::make_shared<testing_support::FakeTimerFactory>();
+    std::shared_ptr<ManualMonotonicClock> clock = std::make_shared<ManualMonotonicClock>();
+};
+
+TEST_F(AppModelTest, EmptyCacheStillStartsTheLoopAndCapture) {
+    auto model = makeModel();
+    model->bootstrap();
+    EXPECT_TRUE(model->isEngineLoopRunning());
+    EXPECT_TRUE(model->mic().isCapturing());
+    EXPECT_FALSE(model->hasOfflineWorkspace());
+    EXPECT_FALSE(model->engine().hasRealizedShow());
+    EXPECT_TRUE(model->shows().empty());
+    model->tick();
+    EXPECT_TRUE(transport->sent.empty());
+    EXPECT_TRUE(model->statusMessage().isEmpty());
+}
+
+TEST_F(AppModelTest, HarnessWithoutSnapshotIsNoOfflineWorkspace) {
+    seedCache(false);
+    auto model = makeModel();
+    model->bootstrap();
+    EXPECT_TRUE(model->engine().hasContext());
+    EXPECT_FALSE(model->hasOfflineWorkspace());
+    EXPECT_TRUE(model->isEngineLoopRunning());
+}
+
+TEST_F(AppModelTest, DamagedWorkspaceFileDoesNotStopStartUp) {
+    seedCache();
+    std::ofstream(dir / "cache" / "workspace_ui.json") << "{\"shows\": [ broken";
+    auto model = makeModel();
+    model->bootstrap();
+    EXPECT_TRUE(model->hasOfflineWorkspace());
+    EXPECT_TRUE(model->shows().empty());
+    EXPECT_TRUE(model->isEngineLoopRunning());
+    EXPECT_TRUE(model->engine().hasRealizedShow());
+}
+
+TEST_F(AppModelTest, CachedShowLightsArtNetWithASharedSequence) {
+    seedCache();
+    auto model = makeModel();
+    model->bootstrap();
+    enableArtNet(*model);
+    ASSERT_TRUE(model->engine().hasRealizedShow());
+    feedAudio();
+    for (int i = 0; i < 3; ++i)
+        model->tick();
+    ASSERT_EQ(transport->sent.size(), 3u);
+    for (std::size_t i = 0; i < 3; ++i) {
+        const auto& packet = transport->sent[i];
+        EXPECT_EQ(packet.host, "127.0.0.1");
+        EXPECT_EQ(packet.port, 6454);
+        ASSERT_GE(packet.bytes.size(), 21u);
+        EXPECT_EQ(packet.bytes[12], i + 1) << "sequence runs across ticks";
+        EXPECT_EQ(packet.bytes[14], 3) << "Art-Net universe of the route";
+        EXPECT_EQ(packet.bytes[18], 10);
+        EXPECT_EQ(packet.bytes[20], 30);
+    }
+    EXPECT_EQ(model->dmxOutput().artnetPacketsSent(), 3u);
+}
+
+TEST_F(AppModelTest, DeskTakesItsChannelsAndThePreviewShowsIt) {
+    seedCache();
+    auto model = makeModel();
+    model->bootstrap();
+    enableArtNet(*model);
+    feedAudio();
+    LightingDeskState desk;
+    desk.live = true;
+    desk.universe = 1;
+    desk.levels = {1.0};
+    desk.levels.resize(24, 0.0);
+    model->setDesk(desk);
+    model->tick();
+    ASSERT_EQ(model->dmxPreview().at(1).size(), 512u);
+    EXPECT_EQ(model->dmxPreview().at(1)[0], 255);
+    EXPECT_EQ(model->dmxPreview().at(1)[1], 0) << "the desk owns channels 1…24";
+    EXPECT_EQ(transport->sent.back().bytes[18], 255);
+}
+
+TEST_F(AppModelTest, CaptureFailureKeepsTheLoopStoppedAndSaysWhy) {
+    backend->failStart = true;
+    auto model = makeModel();
+    model->bootstrap();
+    EXPECT_FALSE(model->isEngineLoopRunning());
+    EXPECT_EQ(model->statusMessage(), "Audio input unavailable: The device is busy");
+
+    model->toggleAudioRecording();
+    EXPECT_EQ(model->statusMessage(), "Recording needs an available audio input.");
+    EXPECT_EQ(model->mic().recording().message(),
+              QString("Recording needs an available audio input."));
+}
+
+TEST_F(AppModelTest, PermissionIsAskedOnceAndARefusalIsExplained) {
+    microphone->answerStatus = MicrophoneAuthorizationStatus::notDetermined;
+    auto model = makeModel();
+    model->startEngineLoop();
+    model->startEngineLoop();
+    EXPECT_EQ(microphone->requests, 1);
+    EXPECT_FALSE(model->isEngineLoopRunning());
+    microphone->pending(false);
+    const QString text = "Microphone access is required. Enable Kelvo in System Settings → Privacy "
+                         "& Security → Microphone.";
+    EXPECT_EQ(model->statusMessage(), text);
+    EXPECT_EQ(model->mic().recording().errorMessage(), text);
+
+    microphone->answerStatus = MicrophoneAuthorizationStatus::denied;
+    model->setStatusMessage("");
+    model->startEngineLoop();
+    EXPECT_EQ(model->statusMessage(), text);
+    EXPECT_EQ(microphone->requests, 1);
+}
+
+TEST_F(AppModelTest, GrantedPermissionStartsThePendingRecording) {
+    microphone->answerStatus = MicrophoneAuthorizationStatus::notDetermined;
+    auto model = makeModel();
+    model->toggleAudioRecording();
+    EXPECT_FALSE(model->mic().recording().isRecording());
+    microphone->answerStatus = MicrophoneAuthorizationStatus::authorized;
+    microphone->pending(true);
+    EXPECT_TRUE(model->isEngineLoopRunning());
+    EXPECT_TRUE(model->mic().recording().isRecording());
+    model->applicationWillTerminate();
+    EXPECT_FALSE(model->mic().recording().isRecording());
+}
+
+TEST_F(AppModelTest, StoppingTheLoopReleasesEveryDropHold) {
+    seedCache();
+    auto model = makeModel();
+    model->bootstrap();
+    model->beginForcedDrop(DropHoldSource::pointer);
+    model->beginForcedDrop(DropHoldSource::keyboard);
+    EXPECT_TRUE(model->isDropHeld());
+    model->stopEngineLoop();
+    EXPECT_FALSE(model->isDropHeld());
+    EXPECT_FALSE(model->mic().isCapturing());
+    EXPECT_EQ(timers->activeCount(), 0);
+}
+
+TEST_F(AppModelTest, SelectionsSurviveARestart) {
+    seedCache();
+    {
+        auto model = makeModel();
+        model->bootstrap();
+        model->selectLightingBlend({"chase", "pulse", 0.25});
+        model->selectTheme("Ice");
+    }
+    auto restarted = makeModel();
+    restarted->bootstrap();
+    EXPECT_EQ(restarted->liveControl().selectedModeId(), "chase");
+    EXPECT_EQ(restarted->liveControl().selectedModeTo(), "pulse");
+    EXPECT_EQ(restarted->liveControl().selectedModeLerp(), 0.25);
+    EXPECT_EQ(restarted->liveControl().selectedThemeName(), "Ice");
+    const json log = json::parse(restarted->engine().interpretationPayload().value())["log"];
+    bool modeSent = false;
+    for (const json& entry : log)
+        modeSent =
+            modeSent || (entry[0] == "applyControl" && entry[1].value("modeId", "") == "chase");
+    EXPECT_TRUE(modeSent) << "the restored mode goes to the engine";
+}
+
+TEST_F(AppModelTest, OutputSwitchesPersistUnderTheSettingsKeys) {
+    {
+        auto model = makeModel();
+        model->setArtNetHost("10.1.2.3");
+        model->setArtNetEnabled(true);
+        model->setEnttecEnabled(false);
+    }
+    QSettings settings(QString::fromStdString(dir / "settings.ini"), QSettings::IniFormat);
+    EXPECT_EQ(settings.value("kelvo.bridge.artnet_host").toString(), "10.1.2.3");
+    EXPECT_EQ(settings.value("kelvo.bridge.artnet_enabled").toBool(), true);
+    EXPECT_EQ(settings.value("kelvo.bridge.enttec_enabled").toBool(), false);
+    auto restarted = makeModel();
+    restarted->bootstrap();
+    EXPECT_TRUE(restarted->artnetEnabled());
+    EXPECT_EQ(restarted->artnetHost(), "10.1.2.3");
+    EXPECT_FALSE(restarted->enttecEnabled());
+}
+
+} // namespace
+} // namespace kelvo
