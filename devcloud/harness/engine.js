@@ -414,7 +414,7 @@ var BridgeEngine = (function () {
         return n;
     };
     BeatTracker.prototype.acfAt = function (lag) {
-        var i = Math.floor(lag);
+        var i = lag | 0;
         var frac = lag - i;
         return this.acf[i] * (1 - frac) + this.acf[i + 1] * frac;
     };
@@ -511,7 +511,7 @@ var BridgeEngine = (function () {
     BeatTracker.prototype.odfAt = function (pos) {
         // pos: fractional index into the linear history; zero outside it.
         if (pos < 0) return 0;
-        var i = Math.floor(pos);
+        var i = pos | 0;
         var frac = pos - i;
         var a = this.linear[i];
         var b = i + 1 < this.linearLength ? this.linear[i + 1] : a;
@@ -608,8 +608,9 @@ var BridgeEngine = (function () {
     }
 
     function hueToRgb(h, out) {
-        var x = (h - Math.floor(h)) * 6;
-        var i = Math.floor(x);
+        var x = (h % 1) * 6;
+        if (x < 0) x += 6;
+        var i = x | 0;
         var f = x - i;
         var r, g, b;
         switch (i) {
@@ -628,11 +629,13 @@ var BridgeEngine = (function () {
     // ---------------------------------------------------------------- fixtures
 
     // Channel kinds a fixture definition may list (strings or { type, default } objects).
+    var CH_OTHER = 0, CH_DIMMER = 1, CH_RED = 2, CH_GREEN = 3, CH_BLUE = 4, CH_WHITE = 5,
+        CH_AMBER = 6, CH_STROBE = 7;
     var CHANNEL_ALIASES = {
-        dimmer: 'dimmer', intensity: 'dimmer', master: 'dimmer', dim: 'dimmer',
-        red: 'red', r: 'red', green: 'green', g: 'green', blue: 'blue', b: 'blue',
-        white: 'white', w: 'white', amber: 'amber', a: 'amber', uv: 'uv',
-        strobe: 'strobe', shutter: 'strobe'
+        dimmer: CH_DIMMER, intensity: CH_DIMMER, master: CH_DIMMER, dim: CH_DIMMER,
+        red: CH_RED, r: CH_RED, green: CH_GREEN, g: CH_GREEN, blue: CH_BLUE, b: CH_BLUE,
+        white: CH_WHITE, w: CH_WHITE, amber: CH_AMBER, a: CH_AMBER,
+        strobe: CH_STROBE, shutter: CH_STROBE
     };
     var MANUAL_DIMMER_TYPE = 'pelorin/manual-dimmer@1ch';
     var MAX_UNIVERSES = 8;
@@ -657,7 +660,8 @@ var BridgeEngine = (function () {
         for (var i = 0; i < width; i++) {
             var c = i < list.length ? list[i] : null;
             var name = typeof c === 'string' ? c : isObject(c) ? str(c.type || c.kind || c.name) : '';
-            kinds.push(CHANNEL_ALIASES[name.toLowerCase()] || 'other');
+            var key = name.toLowerCase();
+            kinds.push(Object.prototype.hasOwnProperty.call(CHANNEL_ALIASES, key) ? CHANNEL_ALIASES[key] : CH_OTHER);
             defaults.push(isObject(c) ? clamp(Math.round(num(c['default'], 0)), 0, 255) : 0);
         }
         return { kinds: kinds, defaults: defaults };
@@ -696,9 +700,11 @@ var BridgeEngine = (function () {
             var n = fx.groupSize;
             var head = ((s.beatPosition * s.chaseDirection) % n + n) % n;
             var d = head - fx.indexInGroup;
-            d -= Math.floor(d / n) * n;
+            if (d < 0) d += n;
+            // Head at full, a tail of about two fixtures behind it.
+            var tail = d < 2.5 ? 1 - d / 2.5 : 0;
             s.paletteColor(fx.group + (s.bar >> 1), out);
-            out[DIM] = fx.isStrobe ? (d < 0.25 ? 0.6 : 0) : Math.exp(-d * 1.6);
+            out[DIM] = fx.isStrobe ? (d < 0.25 ? 0.6 : 0) : tail * tail;
             out[STROBE] = 0;
         } },
         flash: { label: 'Strobe flash', render: function (s, fx, out) {
@@ -719,7 +725,11 @@ var BridgeEngine = (function () {
             out[STROBE] = 0;
         } },
         sparkle: { label: 'Sparkle', render: function (s, fx, out) {
-            var chosen = hash32(fx.seed, s.beatIndex) < 0.3;
+            if (fx.sparkleBeat !== s.beatIndex) {
+                fx.sparkleBeat = s.beatIndex;
+                fx.sparkleOn = hash32(fx.seed, s.beatIndex) < 0.3;
+            }
+            var chosen = fx.sparkleOn;
             s.paletteColor(fx.group + 1, out);
             out[DIM] = chosen ? s.beatEnvelope : 0.05;
             out[STROBE] = 0;
@@ -728,7 +738,7 @@ var BridgeEngine = (function () {
 
     // The look of a drop, mixed over the mode by the drop level (or fully while forced).
     function renderDropLook(s, fx, out) {
-        var eighth = Math.floor(s.beatPosition * 2);
+        var eighth = s.eighth;
         var white = (eighth + fx.indexInGroup) % 2 === 0;
         if (white) {
             out[R] = 1; out[G] = 1; out[B] = 1;
@@ -885,12 +895,14 @@ var BridgeEngine = (function () {
         this.manualDimmer = 1;
         this.forcedDrop = false;
         this.result = { dmx: this.dmx, fixtures: [], color_palette: [] };
+        this.tableA = [];
+        this.tableB = [];
         this.a = new Float64Array(5);
         this.b = new Float64Array(5);
         // Per-step state the interpreters read (kept on one object to avoid allocation).
         this.state = {
             palette: [], rainbow: false, level: 0, low: 0, beatEnvelope: 0, flashEnvelope: 0,
-            beatPosition: 0, beatIndex: 0, bar: 0, chaseDirection: 1, dropStrobe: 0,
+            beatPosition: 0, beatIndex: 0, bar: 0, eighth: 0, chaseDirection: 1, dropStrobe: 0,
             scratch: new Float64Array(5),
             paletteColor: function (i, out) {
                 var p = this.palette;
@@ -900,8 +912,9 @@ var BridgeEngine = (function () {
             paletteBlend: function (position, out) {
                 var p = this.palette;
                 var n = p.length;
-                var x = position - Math.floor(position / n) * n;
-                var i = Math.floor(x);
+                var x = position % n;
+                if (x < 0) x += n;
+                var i = x | 0;
                 var f = x - i;
                 var c0 = p[i % n];
                 var c1 = p[(i + 1) % n];
@@ -963,7 +976,7 @@ var BridgeEngine = (function () {
             var layout = type === MANUAL_DIMMER_TYPE ? { kinds: [], defaults: [] } : readChannels(definition, width);
             if (type === MANUAL_DIMMER_TYPE) {
                 for (var w = 0; w < width; w++) {
-                    layout.kinds.push('dimmer');
+                    layout.kinds.push(CH_DIMMER);
                     layout.defaults.push(0);
                 }
             }
@@ -974,18 +987,18 @@ var BridgeEngine = (function () {
                 groupIndex[groupName] = groups.length;
                 groups.push({ name: groupName, fixtures: [] });
             }
-            var hasColor = layout.kinds.indexOf('red') >= 0 || layout.kinds.indexOf('green') >= 0 ||
-                layout.kinds.indexOf('blue') >= 0 || layout.kinds.indexOf('white') >= 0;
+            var hasColor = layout.kinds.indexOf(CH_RED) >= 0 || layout.kinds.indexOf(CH_GREEN) >= 0 ||
+                layout.kinds.indexOf(CH_BLUE) >= 0 || layout.kinds.indexOf(CH_WHITE) >= 0;
             var fx = {
                 id: row.id,
                 name: str(row.name),
                 universe: universe,
                 address: address,
                 width: width,
-                kinds: layout.kinds,
+                kinds: Int32Array.from(layout.kinds),
                 defaults: layout.defaults,
-                hasDimmer: layout.kinds.indexOf('dimmer') >= 0,
-                isStrobe: !hasColor && layout.kinds.indexOf('strobe') >= 0,
+                hasDimmer: layout.kinds.indexOf(CH_DIMMER) >= 0,
+                isStrobe: !hasColor && layout.kinds.indexOf(CH_STROBE) >= 0,
                 disabled: row.is_disabled === true,
                 x: num(row.x, 0),
                 y: num(row.y, 0),
@@ -993,6 +1006,8 @@ var BridgeEngine = (function () {
                 indexInGroup: 0,
                 groupSize: 1,
                 seed: hashString(row.id),
+                sparkleBeat: -1,
+                sparkleOn: false,
                 buffer: null,
                 output: { id: row.id, color: { r: 0, g: 0, b: 0 }, dimmer: 0, strobe: 0 }
             };
@@ -1045,6 +1060,8 @@ var BridgeEngine = (function () {
         this.fixtures = fixtures;
         this.rendered = rendered;
         this.groups = groups;
+        this.tableA = new Array(groups.length);
+        this.tableB = new Array(groups.length);
         this.universes = numbers;
         this.dmx = dmx;
         this.result.dmx = dmx;
@@ -1169,6 +1186,7 @@ var BridgeEngine = (function () {
         s.beatIndex = this.beatIndex;
         s.beatPosition = this.beatIndex + Math.min(this.beatPhase, 1);
         s.bar = Math.floor(this.beatIndex / 4);
+        s.eighth = Math.floor(s.beatPosition * 2);
         s.chaseDirection = this.variation % 2 === 0 ? 1 : -1;
         // Strobe on for the first bars of a drop, fast, then released.
         s.dropStrobe = this.dropTime < 4 * period && this.dropAmount > 0.5 ? 0.9 : 0;
@@ -1179,11 +1197,17 @@ var BridgeEngine = (function () {
         var a = this.a, b = this.b;
         var master = this.manualDimmer;
         var list = this.rendered;
+        var tableA = this.tableA, tableB = this.tableB;
+        for (var g = 0; g < this.groups.length; g++) {
+            tableA[g] = this.interpreterFor(modeA, g).render;
+            tableB[g] = modeB ? this.interpreterFor(modeB, g).render : tableA[g];
+        }
+        var dark = modeA === 'blackout' && lerp === 0 && this.dropAmount <= 0.001;
         for (var i = 0; i < list.length; i++) {
             var fx = list[i];
-            if (lerp < 1) this.interpreterFor(modeA, fx.group).render(s, fx, a);
+            if (lerp < 1) tableA[fx.group](s, fx, a);
             if (lerp > 0) {
-                this.interpreterFor(modeB, fx.group).render(s, fx, b);
+                tableB[fx.group](s, fx, b);
                 if (lerp >= 1) {
                     for (var k0 = 0; k0 < 5; k0++) a[k0] = b[k0];
                 } else {
@@ -1195,18 +1219,20 @@ var BridgeEngine = (function () {
                 for (var k2 = 0; k2 < 5; k2++) a[k2] += (b[k2] - a[k2]) * this.dropAmount;
             }
             a[DIM] = clamp01(a[DIM]) * master;
-            this.write(fx, a);
+            this.write(fx, a, dark);
         }
         return this.result;
     };
 
-    RuntimeDirectorSession.prototype.write = function (fx, v) {
+    // Writes one fixture's look into its channels. `dark` (a blackout) also zeroes the
+    // channels that otherwise hold their default (zoom, macros).
+    RuntimeDirectorSession.prototype.write = function (fx, v, dark) {
         var r = clamp01(v[R]), g = clamp01(v[G]), b = clamp01(v[B]);
         var dim = v[DIM];
         var strobe = clamp01(v[STROBE]);
         // Without a dimmer channel the colour carries the intensity.
         var scale = fx.hasDimmer ? 1 : dim;
-        var white = Math.min(r, g, b);
+        var white = r < g ? (r < b ? r : b) : (g < b ? g : b);
         var buffer = fx.buffer;
         var base = fx.address - 1;
         var kinds = fx.kinds;
@@ -1215,23 +1241,25 @@ var BridgeEngine = (function () {
             if (index >= buffer.length) break;
             var value;
             switch (kinds[i]) {
-            case 'dimmer': value = dim; break;
-            case 'red': value = r * scale; break;
-            case 'green': value = g * scale; break;
-            case 'blue': value = b * scale; break;
-            case 'white': value = white * scale; break;
-            case 'amber': value = Math.min(r, g) * 0.5 * scale; break;
-            case 'strobe': value = dim > 0 ? strobe : 0; break;
-            default: continue;
+            case CH_DIMMER: value = dim; break;
+            case CH_RED: value = r * scale; break;
+            case CH_GREEN: value = g * scale; break;
+            case CH_BLUE: value = b * scale; break;
+            case CH_WHITE: value = white * scale; break;
+            case CH_AMBER: value = (r < g ? r : g) * 0.5 * scale; break;
+            case CH_STROBE: value = dim > 0 ? strobe : 0; break;
+            default:
+                buffer[index] = dark ? 0 : fx.defaults[i];
+                continue;
             }
-            buffer[index] = Math.round(value * 255);
+            buffer[index] = (value * 255 + 0.5) | 0;
         }
         var out = fx.output;
         out.color.r = r;
         out.color.g = g;
         out.color.b = b;
-        out.dimmer = Math.round(dim * 255);
-        out.strobe = Math.round(strobe * 255);
+        out.dimmer = (dim * 255 + 0.5) | 0;
+        out.strobe = (strobe * 255 + 0.5) | 0;
     };
 
     RuntimeDirectorSession.prototype.toInterpretationPayload = function () {
