@@ -134,6 +134,7 @@ var BridgeEngine = (function () {
     var DOMINANCE_TAU_S = 0.3;
     var ONSET_MEAN_TAU_S = 3;
     var FLUX_MEAN_TAU_S = 3;
+    var KICK_RANGE_DB = 30;
 
     function AdaptiveBandNormalizer() {
         this.lastClock = null;
@@ -147,7 +148,7 @@ var BridgeEngine = (function () {
         this.previousLow = SILENCE_DB;
         this.fluxMean = 0;
         this.out = { low: 0, mid: 0, high: 0, all: 0, sustained_low: 0, low_dominance: 0,
-                     onset: 0, low_flux: 0, level_db: SILENCE_DB, drop: 0 };
+                     onset: 0, low_flux: 0, low_rise_db: 0, level_db: SILENCE_DB, drop: 0 };
     }
     AdaptiveBandNormalizer.prototype.update = function (bands, clock) {
         var b = isObject(bands) ? bands : {};
@@ -173,11 +174,14 @@ var BridgeEngine = (function () {
         var onset = Math.max(0, num(b.onset, 0));
         this.onsetMean += (onset - this.onsetMean) * follow(dt, ONSET_MEAN_TAU_S);
         o.onset = this.onsetMean > 1e-9 ? Math.min(onset / this.onsetMean, 50) : 0;
-        var rise = low > WINDOW_AUDIBLE_DB && this.previousLow > WINDOW_AUDIBLE_DB
-            ? Math.max(0, low - this.previousLow) : 0;
+        // Rises far below the recent bass level are leakage (hats, noise), not kicks.
+        var kickFloor = this.slowLowPeak - KICK_RANGE_DB;
+        var rise = low > WINDOW_AUDIBLE_DB && this.previousLow > WINDOW_AUDIBLE_DB && low > kickFloor
+            ? Math.max(0, low - Math.max(this.previousLow, kickFloor)) : 0;
         this.previousLow = low;
         this.fluxMean += (rise - this.fluxMean) * follow(dt, FLUX_MEAN_TAU_S);
         o.low_flux = this.fluxMean > 1e-6 ? Math.min(rise / this.fluxMean, 50) : 0;
+        o.low_rise_db = rise;
         o.level_db = decibels(b.all);
         o.drop = 0;
         return o;
@@ -272,6 +276,16 @@ var BridgeEngine = (function () {
     var BT_ONSET_WEIGHT = 0.3;
     var BT_LATENCY_HOPS = 2.5;
     var BT_SILENCE_SECONDS = 2.5;
+    // The phase follows the kick: while the kick is far below its recent strength (a break
+    // with only hats left) the flywheel keeps the phase it had instead of sliding onto them.
+    var BT_KICK_SHORT_S = 0.8;
+    var BT_KICK_PEAK_DECAY_PER_S = 0.03;
+    var BT_KICK_PRESENT = 0.3;
+    var BT_KICK_MIN_DB = 0.05;
+    var BT_PHASE_JUMP = 0.2;
+    var BT_PHASE_JUMP_VOTES = 8;
+    // Analyses in a row (about 1.5 s) a new tempo must win before it replaces the current one.
+    var BT_TEMPO_CHANGE_VOTES = 16;
 
     function BeatFrame() {
         this.bpm = 0;
@@ -321,6 +335,7 @@ var BridgeEngine = (function () {
     function BeatTracker() {
         this.frame = new BeatFrame();
         this.odf = new Float64Array(BT_HISTORY);
+        this.kickOdf = new Float64Array(BT_HISTORY);
         this.linear = new Float64Array(BT_HISTORY);
         this.acf = new Float64Array(BT_HISTORY);
         this.reset(0);
@@ -338,9 +353,17 @@ var BridgeEngine = (function () {
         this.candidateVotes = 0;
         this.nextBeat = -1;
         this.lastBeat = -1;
+        this.phaseJumpVotes = 0;
         this.lastOnsetTime = -1;
         this.odfMean = 0;
-        for (var i = 0; i < BT_HISTORY; i++) this.odf[i] = 0;
+        this.kickShort = 0;
+        this.kickPeak = 0;
+        this.kickSince = -1;
+        for (var i = 0; i < BT_HISTORY; i++) {
+            this.odf[i] = 0;
+            this.kickOdf[i] = 0;
+        }
+        this.previousKick = 0;
     };
     BeatTracker.prototype.update = function (bands, dt) {
         var b = isObject(bands) ? bands : {};
@@ -368,10 +391,19 @@ var BridgeEngine = (function () {
         // Light smoothing widens single-hop peaks so fractional lags interpolate well.
         var smoothed = 0.6 * signal + 0.4 * this.previousOdf;
         this.previousOdf = signal;
+        var kick = audible ? Math.max(0, num(b.low_flux, 0)) : 0;
+        this.kickOdf[this.written % BT_HISTORY] = 0.6 * kick + 0.4 * this.previousKick;
+        this.previousKick = kick;
         this.odf[this.written % BT_HISTORY] = smoothed;
         this.written += 1;
         this.odfMean += (signal - this.odfMean) * follow(step, 4);
-        if (signal > 2.5 * this.odfMean && signal > 0.5) this.lastOnsetTime = this.clock;
+        if (signal > 1.5 * this.odfMean && signal > 0.5) this.lastOnsetTime = this.clock;
+        var kickRise = audible ? Math.max(0, num(b.low_rise_db, 0)) : 0;
+        this.kickShort += (kickRise - this.kickShort) * follow(step, BT_KICK_SHORT_S);
+        this.kickPeak = Math.max(this.kickShort, this.kickPeak * (1 - BT_KICK_PEAK_DECAY_PER_S * step));
+        var kickPresent = this.kickShort >= BT_KICK_PRESENT * this.kickPeak;
+        if (!kickPresent) this.kickSince = -1;
+        else if (this.kickSince < 0) this.kickSince = this.clock;
 
         this.sinceAnalysis += 1;
         if (this.sinceAnalysis >= BT_ANALYSE_EVERY && this.written * this.hop >= BT_MIN_SECONDS) {
@@ -400,12 +432,12 @@ var BridgeEngine = (function () {
         return f;
     };
     // Copies the history into time order with the mean removed; returns the sample count.
-    BeatTracker.prototype.linearize = function () {
+    BeatTracker.prototype.linearize = function (source) {
         var n = Math.min(this.written, BT_HISTORY);
         var start = this.written - n;
         var mean = 0;
         for (var i = 0; i < n; i++) {
-            var v = this.odf[(start + i) % BT_HISTORY];
+            var v = source[(start + i) % BT_HISTORY];
             this.linear[i] = v;
             mean += v;
         }
@@ -430,7 +462,7 @@ var BridgeEngine = (function () {
         return used > 0 ? score / used : -Infinity;
     };
     BeatTracker.prototype.analyse = function () {
-        var n = this.linearize();
+        var n = this.linearize(this.odf);
         var x = this.linear;
         var maxLag = Math.min(n - 2, Math.ceil(BT_COMB * 60 / BT_MIN_BPM / this.hop) + 2);
         var minLag = Math.floor(60 / BT_MAX_BPM / this.hop) - 1;
@@ -461,15 +493,26 @@ var BridgeEngine = (function () {
             this.confidence *= 0.5;
             return;
         }
+        // No onsets lately: keep the tempo and phase we had (the flywheel runs on).
+        if (this.lastOnsetTime < 0 || this.clock - this.lastOnsetTime > BT_SILENCE_SECONDS) return;
+        // In kick-driven music the tempo is re-read only once the whole analysed span has the
+        // kick in it: a span across a break and its drop mixes two patterns and reads slightly off.
+        var kickMusic = this.kickPeak >= BT_KICK_MIN_DB;
+        var spanSeconds = n * this.hop;
+        var settled = !kickMusic || this.period <= 0 ||
+            (this.kickSince >= 0 && this.clock - this.kickSince >= spanSeconds - 1);
         // A pulse train scores the same at half tempo; prefer the faster reading when the
         // double tempo is in range and nearly as strong.
         var doubled = this.refine(bestBpm * 2, maxLag);
         if (bestBpm * 2 <= BT_MAX_BPM && this.combScore(doubled, maxLag) >= 0.6 * best) bestBpm = doubled;
         bestBpm = this.refine(bestBpm, maxLag);
         var confidence = clamp01(this.combScore(bestBpm, maxLag) / energy);
-        this.adoptTempo(bestBpm, confidence);
-        if (this.period > 0 && this.lastOnsetTime >= 0 && this.clock - this.lastOnsetTime <= BT_SILENCE_SECONDS) {
-            this.lockPhase(n);
+        if (settled) this.adoptTempo(bestBpm, confidence);
+        if (this.period <= 0) return;
+        if (!kickMusic) {
+            this.lockPhase(n); // music without a kick: the whole onset signal sets the phase
+        } else if (this.kickShort >= BT_KICK_PRESENT * this.kickPeak) {
+            this.lockPhase(this.linearize(this.kickOdf));
         }
     };
     // Golden-section search for the comb maximum within a quarter BPM step around bpm.
@@ -503,7 +546,7 @@ var BridgeEngine = (function () {
             this.candidate = period;
             this.candidateVotes = 1;
         }
-        if (this.candidateVotes >= 4) {
+        if (this.candidateVotes >= BT_TEMPO_CHANGE_VOTES) {
             this.period = this.candidate;
             this.candidateVotes = 0;
         }
@@ -544,9 +587,15 @@ var BridgeEngine = (function () {
             this.nextBeat = next;
             return;
         }
-        // Pull the flywheel towards the estimate, wrapping the error into ±half a beat.
+        // Pull the flywheel towards the estimate, wrapping the error into ±half a beat. A large
+        // jump must persist for a while (a real phase change), a single stray onset must not.
         var error = next - this.nextBeat;
         error -= Math.round(error / this.period) * this.period;
+        if (Math.abs(error) > BT_PHASE_JUMP * this.period) {
+            this.phaseJumpVotes += 1;
+            if (this.phaseJumpVotes < BT_PHASE_JUMP_VOTES) return;
+        }
+        this.phaseJumpVotes = 0;
         var target = this.nextBeat + 0.5 * error;
         if (this.lastBeat >= 0 && target < this.lastBeat + 0.5 * this.period) {
             target = this.lastBeat + 0.5 * this.period;

@@ -38,6 +38,16 @@ constexpr double bassNotes[] = {55.0, 55.0, 65.41, 49.0};
 } // namespace
 
 SyntheticDanceTrack::SyntheticDanceTrack(DanceTrackSpec spec) : spec_(std::move(spec)) {
+    // Breaks start and end on a beat, as they do in the music.
+    const double period = 60.0 / spec_.bpm;
+    auto onGrid = [&](double t) {
+        return spec_.firstBeat + std::round((t - spec_.firstBeat) / period) * period;
+    };
+    for (DanceBreak& b : spec_.breaks) {
+        const double start = onGrid(b.start);
+        b.length = onGrid(b.start + b.length) - start;
+        b.start = start;
+    }
     render();
 }
 

@@ -7,6 +7,7 @@
 namespace kelvo::testing {
 
 /// A span of the track in which kick and bass are out (a break); the bass returns at its end.
+/// Both ends are moved to the nearest beat of the grid.
 struct DanceBreak {
     double start = 0.0;
     double length = 0.0;
