@@ -276,6 +276,7 @@ var BridgeEngine = (function () {
     var BT_ONSET_WEIGHT = 0.3;
     var BT_LATENCY_HOPS = 2.5;
     var BT_SILENCE_SECONDS = 2.5;
+    var BT_ACF_TAU_S = 3;
     // The phase follows the kick: while the kick is far below its recent strength (a break
     // with only hats left) the flywheel keeps the phase it had instead of sliding onto them.
     var BT_KICK_SHORT_S = 0.8;
@@ -335,6 +336,7 @@ var BridgeEngine = (function () {
     function BeatTracker() {
         this.frame = new BeatFrame();
         this.odf = new Float64Array(BT_HISTORY);
+        this.deviation = new Float64Array(BT_HISTORY);
         this.kickOdf = new Float64Array(BT_HISTORY);
         this.linear = new Float64Array(BT_HISTORY);
         this.acf = new Float64Array(BT_HISTORY);
@@ -362,7 +364,12 @@ var BridgeEngine = (function () {
         for (var i = 0; i < BT_HISTORY; i++) {
             this.odf[i] = 0;
             this.kickOdf[i] = 0;
+            this.deviation[i] = 0;
+            this.acf[i] = 0;
         }
+        this.odfLevel = 0;
+        this.acfDecay = hop > 0 ? Math.exp(-hop / BT_ACF_TAU_S) : 0;
+        this.maxLag = hop > 0 ? Math.min(BT_HISTORY - 2, Math.ceil(BT_COMB * 60 / BT_MIN_BPM / hop) + 2) : 0;
         this.previousKick = 0;
     };
     BeatTracker.prototype.update = function (bands, dt) {
@@ -395,6 +402,7 @@ var BridgeEngine = (function () {
         this.kickOdf[this.written % BT_HISTORY] = 0.6 * kick + 0.4 * this.previousKick;
         this.previousKick = kick;
         this.odf[this.written % BT_HISTORY] = smoothed;
+        this.accumulate(smoothed, step);
         this.written += 1;
         this.odfMean += (signal - this.odfMean) * follow(step, 4);
         if (signal > 1.5 * this.odfMean && signal > 0.5) this.lastOnsetTime = this.clock;
@@ -461,20 +469,26 @@ var BridgeEngine = (function () {
         }
         return used > 0 ? score / used : -Infinity;
     };
-    BeatTracker.prototype.analyse = function () {
-        var n = this.linearize(this.odf);
-        var x = this.linear;
-        var maxLag = Math.min(n - 2, Math.ceil(BT_COMB * 60 / BT_MIN_BPM / this.hop) + 2);
-        var minLag = Math.floor(60 / BT_MAX_BPM / this.hop) - 1;
-        for (var lag = 0; lag <= maxLag + 1; lag++) {
-            if (lag > 0 && lag < minLag) {
-                this.acf[lag] = 0;
-                continue;
-            }
-            var sum = 0;
-            for (var i = 0; i + lag < n; i++) sum += x[i] * x[i + lag];
-            this.acf[lag] = sum / (n - lag);
+    // Running autocorrelation with exponential forgetting: every hop adds its product with each
+    // earlier hop up to the longest lag, so the cost is spread evenly over the hops.
+    BeatTracker.prototype.accumulate = function (value, step) {
+        this.odfLevel += (value - this.odfLevel) * follow(step, BT_ACF_TAU_S);
+        var x = value - this.odfLevel;
+        var w = this.written;
+        this.deviation[w % BT_HISTORY] = x;
+        var decay = this.acfDecay;
+        var lags = Math.min(this.maxLag + 1, w);
+        var acf = this.acf;
+        var dev = this.deviation;
+        var index = w % BT_HISTORY;
+        for (var lag = 0; lag <= lags; lag++) {
+            acf[lag] = decay * acf[lag] + x * dev[index];
+            index = index === 0 ? BT_HISTORY - 1 : index - 1;
         }
+    };
+    BeatTracker.prototype.analyse = function () {
+        var n = Math.min(this.written, BT_HISTORY);
+        var maxLag = Math.min(this.written - 2, this.maxLag);
         var energy = this.acf[0];
         if (!(energy > 1e-9)) {
             this.confidence *= 0.5;
@@ -498,7 +512,7 @@ var BridgeEngine = (function () {
         // In kick-driven music the tempo is re-read only once the whole analysed span has the
         // kick in it: a span across a break and its drop mixes two patterns and reads slightly off.
         var kickMusic = this.kickPeak >= BT_KICK_MIN_DB;
-        var spanSeconds = n * this.hop;
+        var spanSeconds = Math.min(n * this.hop, 2 * BT_ACF_TAU_S);
         var settled = !kickMusic || this.period <= 0 ||
             (this.kickSince >= 0 && this.clock - this.kickSince >= spanSeconds - 1);
         // A pulse train scores the same at half tempo; prefer the faster reading when the
@@ -510,7 +524,7 @@ var BridgeEngine = (function () {
         if (settled) this.adoptTempo(bestBpm, confidence);
         if (this.period <= 0) return;
         if (!kickMusic) {
-            this.lockPhase(n); // music without a kick: the whole onset signal sets the phase
+            this.lockPhase(this.linearize(this.odf)); // music without a kick: the whole onset signal sets the phase
         } else if (this.kickShort >= BT_KICK_PRESENT * this.kickPeak) {
             this.lockPhase(this.linearize(this.kickOdf));
         }
