@@ -70,8 +70,8 @@ struct BandEnergyExtractor::Buffers {
     }
 };
 
-BandEnergyExtractor::BandEnergyExtractor(double sampleRate, double lowCutoffHz,
-                                         double highCutoffHz, double highCeilingHz)
+BandEnergyExtractor::BandEnergyExtractor(double sampleRate, double lowCutoffHz, double highCutoffHz,
+                                         double highCeilingHz)
     : buffers_(std::make_unique<Buffers>()) {
     Buffers& b = *buffers_;
     if (!b.spectrum)
@@ -181,18 +181,36 @@ double BandEnergyExtractor::meanDecibels(std::size_t from, std::size_t to) const
     double sum = 0.0;
     for (std::size_t k = from; k < to; ++k) {
         const double value = smoothed[k];
-        const double level = value > 0 ? 20.0 * std::log10(value) : BandDecibelLevels::silenceDecibels;
+        const double level =
+            value > 0 ? 20.0 * std::log10(value) : BandDecibelLevels::silenceDecibels;
         sum += std::max(level, BandDecibelLevels::silenceDecibels);
     }
     return sum / static_cast<double>(to > from ? to - from : 0);
 }
 
 BandDecibelLevels BandEnergyExtractor::levels() const {
+    // One pass over [0, highEnd): each bin's level is taken once and counted in its band and in
+    // the running total, in the same order as separate means would add them.
+    const float* smoothed = buffers_->smoothed.get();
+    double bandSums[3] = {0, 0, 0};
+    double allSum = 0;
+    const std::size_t ends[3] = {lowEnd_, midEnd_, highEnd_};
+    std::size_t k = 0;
+    for (int band = 0; band < 3; ++band) {
+        for (; k < ends[band]; ++k) {
+            const double value = smoothed[k];
+            const double level =
+                value > 0 ? std::max(20.0 * std::log10(value), BandDecibelLevels::silenceDecibels)
+                          : BandDecibelLevels::silenceDecibels;
+            bandSums[band] += level;
+            allSum += level;
+        }
+    }
     BandDecibelLevels levels;
-    levels.low = meanDecibels(0, lowEnd_);
-    levels.mid = meanDecibels(lowEnd_, midEnd_);
-    levels.high = meanDecibels(midEnd_, highEnd_);
-    levels.all = meanDecibels(0, highEnd_);
+    levels.low = bandSums[0] / static_cast<double>(lowEnd_);
+    levels.mid = bandSums[1] / static_cast<double>(midEnd_ - lowEnd_);
+    levels.high = bandSums[2] / static_cast<double>(highEnd_ - midEnd_);
+    levels.all = allSum / static_cast<double>(highEnd_);
     levels.lowDominance =
         BandDecibelLevels::lowDominanceFromBandDecibels(levels.low, levels.mid, levels.high);
     levels.onset = onset_;

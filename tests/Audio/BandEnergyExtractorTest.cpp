@@ -18,9 +18,8 @@ struct Edges {
 
 TEST(BandEnergyExtractorEdges, MatchTheTableForEveryRate) {
     const Edges table[] = {
-        {44100, 12, 186, 744}, {48000, 11, 171, 683}, {88200, 6, 93, 372},
-        {96000, 6, 86, 342},   {22050, 24, 372, 1024}, {0, 1022, 1023, 1024},
-        {-5, 1022, 1023, 1024},
+        {44100, 12, 186, 744},  {48000, 11, 171, 683}, {88200, 6, 93, 372},    {96000, 6, 86, 342},
+        {22050, 24, 372, 1024}, {0, 1022, 1023, 1024}, {-5, 1022, 1023, 1024},
     };
     for (const Edges& e : table) {
         BandEnergyExtractor extractor(e.rate);
@@ -113,8 +112,7 @@ TEST(BandEnergyExtractorLevels, ToneLandsInItsBandAtTheLevelOfANaiveDft) {
     for (std::size_t k = 0; k < 1024; ++k)
         ASSERT_NEAR(actual[k], expected[k], 2e-5 + 1e-3 * expected[k]) << "bin " << k;
 
-    const std::size_t peak =
-        std::max_element(actual.begin(), actual.end()) - actual.begin();
+    const std::size_t peak = std::max_element(actual.begin(), actual.end()) - actual.begin();
     EXPECT_EQ(peak, std::size_t(std::lround(1000 / (rate / 2048))));
     // The Blackman main lobe of a sine of amplitude A peaks near 0.42 * A / 2.
     EXPECT_NEAR(actual[peak], 0.42 * 0.5 / 2, 0.02);
@@ -146,9 +144,8 @@ TEST(BandEnergyExtractorLevels, LowToneDominates) {
     const BandDecibelLevels levels = extractor.levels();
     EXPECT_GT(levels.low, levels.mid);
     EXPECT_GT(levels.lowDominance, 0.5);
-    EXPECT_DOUBLE_EQ(levels.lowDominance,
-                     BandDecibelLevels::lowDominanceFromBandDecibels(levels.low, levels.mid,
-                                                                     levels.high));
+    EXPECT_DOUBLE_EQ(levels.lowDominance, BandDecibelLevels::lowDominanceFromBandDecibels(
+                                              levels.low, levels.mid, levels.high));
 }
 
 TEST(BandEnergyExtractorLevels, EmptyRangeIsNaN) {
@@ -213,6 +210,27 @@ TEST(BandEnergyExtractorRing, AppendShiftsByOneHop) {
     EXPECT_EQ(ring[511], 2.0f);
     EXPECT_EQ(ring[512], 3.0f);
     EXPECT_EQ(ring[2047], 5.0f);
+}
+
+} // namespace
+} // namespace kelvo
+
+namespace kelvo {
+namespace {
+
+TEST(BandEnergyExtractorLevels, LevelsEqualTheBandMeans) {
+    BandEnergyExtractor extractor(44100);
+    std::vector<float> signal(2048);
+    for (std::size_t i = 0; i < signal.size(); ++i)
+        signal[i] = float(std::sin(i * 0.05) * 0.3 + std::sin(i * 1.3) * 0.01);
+    std::copy(signal.begin(), signal.end(), extractor.ring().begin());
+    extractor.updateSpectrum();
+    const BandDecibelLevels levels = extractor.levels();
+    EXPECT_DOUBLE_EQ(levels.low, extractor.meanDecibels(0, 12));
+    EXPECT_DOUBLE_EQ(levels.mid, extractor.meanDecibels(12, 186));
+    EXPECT_DOUBLE_EQ(levels.high, extractor.meanDecibels(186, 744));
+    EXPECT_DOUBLE_EQ(levels.all, extractor.meanDecibels(0, 744));
+    EXPECT_EQ(levels.onset, extractor.onset());
 }
 
 } // namespace

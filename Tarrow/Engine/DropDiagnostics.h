@@ -1,0 +1,34 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace kelvo {
+
+struct DropDetectedEvent {
+    double emittedAt = 0;
+    double proposalAt = 0;
+    std::string source;
+    friend bool operator==(const DropDetectedEvent&, const DropDetectedEvent&) = default;
+};
+
+/// What the drop detector panel shows.
+struct DropDiagnostics {
+    std::string status;
+    std::string architecture;
+    double sampleRate = 0;
+    double audioSeconds = 0;
+    double processingSeconds = 0;
+    double delaySeconds = 0;
+    double maxDelaySeconds = 0;
+    double backlogSeconds = 0;
+    int discardedBlocks = 0;
+    int eventCount = 0;
+    std::vector<std::string> recentEvents;
+    std::vector<DropDetectedEvent> events;
+    std::optional<std::string> error;
+    friend bool operator==(const DropDiagnostics&, const DropDiagnostics&) = default;
+};
+
+} // namespace kelvo

@@ -1,0 +1,509 @@
+#include "Engine/EngineHost.h"
+
+#include "Engine/Script/ScriptContext.h"
+#include "Engine/Script/ScriptString.h"
+#include "Engine/Script/ScriptValue.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+
+namespace kelvo {
+
+using script::ProtectedValue;
+using script::ScriptContext;
+using script::ScriptString;
+using script::Value;
+
+struct EngineHost::Names {
+    ScriptString performance{"performance"}, now{"now"};
+    ScriptString bridgeEngine{"BridgeEngine"}, beatTracker{"BeatTracker"},
+        classicalBeatTracker{"ClassicalBeatTracker"}, bandNormalizer{"AdaptiveBandNormalizer"},
+        decibelWindow{"AdaptiveDecibelWindow"}, session{"RuntimeDirectorSession"},
+        dropDetector{"DropSignalDetector"}, buildShowSnapshotSubset{"buildShowSnapshotSubset"};
+    ScriptString update{"update"}, isArmed{"isArmed"}, extend{"extend"}, get{"get"},
+        toJson{"toJson"};
+    ScriptString bpm{"bpm"}, beatCount{"beat_count"}, beat{"beat"},
+        beatConfidence{"beat_confidence"}, downbeat{"downbeat"}, drop{"drop"};
+    ScriptString loadShow{"loadShow"}, applyControl{"applyControl"},
+        applyFixtureOptions{"applyFixtureOptions"}, setForcedDrop{"setForcedDrop"},
+        toInterpretationPayload{"toInterpretationPayload"}, step{"step"}, director{"director"},
+        getRealized{"getRealized"};
+    ScriptString json{"JSON"}, stringify{"stringify"};
+    ScriptString low{"low"}, mid{"mid"}, high{"high"}, all{"all"}, lowDominance{"low_dominance"},
+        onset{"onset"}, sustainedLow{"sustained_low"}, freqLow{"freq_low"};
+    ScriptString dmx{"dmx"}, fixtures{"fixtures"}, colorPalette{"color_palette"}, length{"length"},
+        id{"id"}, color{"color"}, r{"r"}, g{"g"}, b{"b"}, dimmer{"dimmer"}, strobe{"strobe"};
+};
+
+struct EngineHost::Scripts {
+    ProtectedValue session;
+    ProtectedValue beatTracker;
+    ProtectedValue bandNormalizer;
+    ProtectedValue decibelWindow;
+    ProtectedValue dropDetectorConstructor;
+    ProtectedValue dropDetector;
+    ProtectedValue lastFrame;
+};
+
+namespace {
+
+// performance.now(): wall-clock milliseconds since 1970, fractional.
+JSValueRef performanceNow(JSContextRef context, JSObjectRef, JSObjectRef, size_t,
+                          const JSValueRef[], JSValueRef*) {
+    const auto since = std::chrono::system_clock::now().time_since_epoch();
+    return JSValueMakeNumber(context, std::chrono::duration<double, std::milli>(since).count());
+}
+
+double finiteOrZero(double value) {
+    return std::isfinite(value) ? value : 0.0;
+}
+
+double clampUnit(double value) {
+    return std::isnan(value) ? 0.0 : std::clamp(value, 0.0, 1.0);
+}
+
+// Numbers as the cloud's JSON gives them; a boolean counts as 0 or 1.
+std::optional<double> jsonNumber(const nlohmann::json& object, const char* key) {
+    if (!object.is_object())
+        return std::nullopt;
+    const auto it = object.find(key);
+    if (it == object.end())
+        return std::nullopt;
+    if (it->is_number())
+        return it->get<double>();
+    if (it->is_boolean())
+        return it->get<bool>() ? 1.0 : 0.0;
+    return std::nullopt;
+}
+
+std::optional<std::string> jsonString(const nlohmann::json& object, const char* key) {
+    if (!object.is_object())
+        return std::nullopt;
+    const auto it = object.find(key);
+    if (it == object.end() || !it->is_string())
+        return std::nullopt;
+    return it->get<std::string>();
+}
+
+bool isArrayOfObjects(const nlohmann::json& value) {
+    return value.is_array() &&
+           std::all_of(value.begin(), value.end(), [](const auto& e) { return e.is_object(); });
+}
+
+std::string formatSeconds(double seconds) {
+    char text[64];
+    std::snprintf(text, sizeof text, "%.1fs", seconds);
+    return text;
+}
+
+} // namespace
+
+EngineHost::EngineHost()
+    : scripts_(std::make_unique<Scripts>()), names_(std::make_unique<Names>()) {}
+
+EngineHost::~EngineHost() {
+    releaseScriptObjects();
+}
+
+void EngineHost::releaseScriptObjects() {
+    *scripts_ = Scripts{};
+}
+
+bool EngineHost::hasSession() const {
+    return scripts_->session.isPresent();
+}
+
+// Serialises through the script's own global JSON.stringify.
+static std::optional<std::string> stringify(ScriptContext& context, const Value& value,
+                                            const ScriptString& jsonName,
+                                            const ScriptString& stringifyName) {
+    const Value json = context.global().get(jsonName);
+    if (!json.isPresent())
+        return std::nullopt;
+    const Value text = json.call(stringifyName, {value});
+    if (!text.isPresent())
+        return std::nullopt;
+    return text.toString();
+}
+
+void EngineHost::loadHarness(std::string_view source) {
+    const Names& n = *names_;
+    auto context = std::make_unique<ScriptContext>();
+
+    Value performance = context->newObject();
+    ScriptString nowName("now");
+    const Value now(
+        *context, JSObjectMakeFunctionWithCallback(context->get(), nowName.get(), performanceNow));
+    performance.set(n.now, now);
+    context->global().set(n.performance, performance);
+
+    context->evaluate(source);
+
+    releaseScriptObjects();
+    context_ = std::move(context);
+    classicalClock_ = 0;
+    lastNormalizedBands_ = {};
+    lastBeat_ = {};
+    lightingPlot_ = {};
+    liveScheme_.clear();
+    fixturePositions_.clear();
+
+    const Value engine = context_->global().get(n.bridgeEngine);
+    if (engine.isPresent()) {
+        Value tracker = engine.get(n.beatTracker);
+        if (!tracker.isPresent())
+            tracker = engine.get(n.classicalBeatTracker);
+        scripts_->beatTracker = ProtectedValue(tracker.construct());
+        scripts_->bandNormalizer = ProtectedValue(engine.get(n.bandNormalizer).construct());
+        scripts_->decibelWindow = ProtectedValue(engine.get(n.decibelWindow).construct());
+        scripts_->session = ProtectedValue(engine.get(n.session).construct());
+        const Value detector = engine.get(n.dropDetector);
+        if (detector.isPresent())
+            scripts_->dropDetectorConstructor = ProtectedValue(detector);
+    }
+    replaceDropDetector();
+}
+
+void EngineHost::replaceDropDetector() {
+    const Value constructor = scripts_->dropDetectorConstructor.view();
+    scripts_->dropDetector =
+        constructor.isPresent() ? ProtectedValue(constructor.construct()) : ProtectedValue();
+    dropArmed_ = false;
+    automaticDropCount_ = 0;
+    recentDrops_.clear();
+}
+
+std::map<std::string, std::pair<double, double>>
+EngineHost::fixturePositionsFromSubset(std::string_view subsetJSON) {
+    std::map<std::string, std::pair<double, double>> positions;
+    const nlohmann::json subset = nlohmann::json::parse(subsetJSON, nullptr, false);
+    if (!subset.is_object())
+        return positions;
+    const auto fixtures = subset.find("fixtures");
+    if (fixtures == subset.end() || !isArrayOfObjects(*fixtures))
+        return positions;
+    for (const nlohmann::json& fixture : *fixtures) {
+        const auto id = fixture.find("id");
+        if (id == fixture.end() || !id->is_string())
+            continue;
+        if (const auto disabled = fixture.find("is_disabled");
+            disabled != fixture.end() && disabled->is_boolean() && disabled->get<bool>())
+            continue;
+        const auto x = fixture.find("x"), y = fixture.find("y");
+        if (x == fixture.end() || y == fixture.end() || !x->is_number() || !y->is_number())
+            continue;
+        positions[id->get<std::string>()] = {x->get<double>(), y->get<double>()};
+    }
+    return positions;
+}
+
+void EngineHost::loadCachedShow(std::string_view subsetJSON) {
+    const Value session = scripts_->session.view();
+    if (!context_ || !session.isPresent())
+        return;
+    const Value subset = context_->evaluate("(" + std::string(subsetJSON) + ")");
+    session.call(names_->loadShow, {subset});
+    fixturePositions_ = fixturePositionsFromSubset(subsetJSON);
+}
+
+std::optional<std::string> EngineHost::loadShow(const nlohmann::json& activeShow,
+                                                const nlohmann::json& controlState) {
+    const Names& n = *names_;
+    const Value session = scripts_->session.view();
+    if (!context_ || !session.isPresent())
+        return std::nullopt;
+    const Value engine = context_->global().get(n.bridgeEngine);
+    const Value build = engine.get(n.buildShowSnapshotSubset);
+    if (!engine.isPresent() || !build.isPresent())
+        return std::nullopt;
+
+    const Value show = context_->parseJSON(activeShow.dump());
+    const Value control = context_->parseJSON(controlState.dump());
+    const Value subset = build.callAsFunction(engine, {show, control});
+    session.call(n.loadShow, {subset});
+
+    if (activeShow.is_object()) {
+        if (const auto fixtures = activeShow.find("fixtures");
+            fixtures != activeShow.end() && isArrayOfObjects(*fixtures))
+            applyFixtureOptions(*fixtures);
+    }
+
+    EngineControl fromState;
+    fromState.modeId = jsonString(controlState, "mode");
+    fromState.modeTo = jsonString(controlState, "mode_to");
+    fromState.modeLerp = jsonNumber(controlState, "mode_lerp").value_or(0.0);
+    fromState.themeName = jsonString(controlState, "theme_name");
+    fromState.manualDimmer = manualDimmer(controlState);
+    applyControl(fromState);
+
+    std::optional<std::string> text = stringify(*context_, subset, n.json, n.stringify);
+    if (!text)
+        return std::nullopt;
+    fixturePositions_ = fixturePositionsFromSubset(*text);
+    return text;
+}
+
+void EngineHost::applyFixtureOptions(const nlohmann::json& fixtures) {
+    const Value session = scripts_->session.view();
+    if (!context_ || !session.isPresent() || !fixtures.is_array())
+        return;
+    nlohmann::json list = nlohmann::json::array();
+    for (const nlohmann::json& fixture : fixtures) {
+        if (!fixture.is_object())
+            continue;
+        const auto id = fixture.find("id");
+        if (id == fixture.end() || !id->is_string())
+            continue;
+        const auto options = fixture.find("options");
+        list.push_back({{"id", *id},
+                        {"options", options != fixture.end() && options->is_object()
+                                        ? *options
+                                        : nlohmann::json::object()}});
+    }
+    if (list.empty())
+        return;
+    session.call(names_->applyFixtureOptions, {context_->parseJSON(list.dump())});
+}
+
+void EngineHost::applyControl(const EngineControl& control) {
+    const Value session = scripts_->session.view();
+    if (!context_ || !session.isPresent())
+        return;
+    nlohmann::ordered_json map = nlohmann::ordered_json::object();
+    if (control.themes)
+        map["themes"] = *control.themes;
+    if (control.modeId && !control.modeId->empty()) {
+        map["modeId"] = *control.modeId;
+        map["modeTo"] = control.modeTo ? nlohmann::ordered_json(*control.modeTo) : nullptr;
+        map["modeLerp"] = control.modeLerp.value_or(0.0);
+    }
+    if (control.themeName && !control.themeName->empty())
+        map["themeName"] = *control.themeName;
+    if (control.manualDimmer)
+        map["manualDimmer"] = clampUnit(*control.manualDimmer);
+    if (map.empty())
+        return;
+    session.call(names_->applyControl, {context_->parseJSON(map.dump())});
+}
+
+std::optional<double> EngineHost::manualDimmer(const nlohmann::json& controlState) {
+    if (const auto dimmer = jsonNumber(controlState, "manual_dimmer"))
+        return clampUnit(*dimmer);
+    if (!controlState.is_object())
+        return std::nullopt;
+    const auto perFixture = controlState.find("manual_fixture_dimmers");
+    if (perFixture == controlState.end() || !perFixture->is_object())
+        return std::nullopt;
+    std::optional<double> largest;
+    for (const auto& [id, value] : perFixture->items()) {
+        if (!value.is_number() && !value.is_boolean())
+            continue;
+        const double number =
+            value.is_boolean() ? (value.get<bool>() ? 1.0 : 0.0) : value.get<double>();
+        if (!largest || number > *largest)
+            largest = number;
+    }
+    if (!largest)
+        return std::nullopt;
+    return clampUnit(*largest);
+}
+
+bool EngineHost::hasRealizedShow() const {
+    const Value session = scripts_->session.view();
+    if (!context_ || !session.isPresent())
+        return false;
+    const Value director = session.get(names_->director);
+    if (!director.isPresent())
+        return false;
+    return director.call(names_->getRealized).isPresent();
+}
+
+void EngineHost::setForcedDrop(bool on) {
+    const Value session = scripts_->session.view();
+    if (!context_ || !session.isPresent())
+        return;
+    session.call(names_->setForcedDrop, {context_->boolean(on)});
+}
+
+std::optional<std::string> EngineHost::interpretationPayload() {
+    if (!hasRealizedShow())
+        return std::nullopt;
+    const Value payload = scripts_->session.view().call(names_->toInterpretationPayload);
+    return stringify(*context_, payload, names_->json, names_->stringify);
+}
+
+bool EngineHost::updateFrame(const MicHop& hop, bool& beat, bool& downbeat) {
+    const Names& n = *names_;
+    const Value tracker = scripts_->beatTracker.view();
+    const Value normalizer = scripts_->bandNormalizer.view();
+    if (!context_ || !tracker.isPresent() || !normalizer.isPresent())
+        return false;
+    ScriptContext& js = *context_;
+    const double dt = std::max(hop.dt, 0.0);
+    classicalClock_ += dt;
+
+    Value bands = js.newObject();
+    bands.set(n.low, js.number(hop.levels.low));
+    bands.set(n.mid, js.number(hop.levels.mid));
+    bands.set(n.high, js.number(hop.levels.high));
+    bands.set(n.all, js.number(hop.levels.all));
+    bands.set(n.lowDominance, js.number(hop.levels.lowDominance));
+    bands.set(n.onset, js.number(hop.levels.onset));
+    if (const Value window = scripts_->decibelWindow.view(); window.isPresent())
+        bands = window.call(n.update, {bands, js.number(dt)});
+
+    const Value normalized = normalizer.call(n.update, {bands, js.number(classicalClock_)});
+    if (!normalized.isPresent())
+        return false;
+    lastNormalizedBands_ = {normalized.number(n.low), normalized.number(n.mid),
+                            normalized.number(n.high), normalized.number(n.all)};
+
+    double level = 0.0;
+    const Value detector = scripts_->dropDetector.view();
+    if (detector.isPresent()) {
+        Value input = js.newObject();
+        input.set(n.freqLow, js.number(normalized.number(n.low)));
+        input.set(n.sustainedLow, js.number(normalized.number(n.sustainedLow)));
+        input.set(n.lowDominance, js.number(normalized.number(n.lowDominance)));
+        const Value result = detector.call(n.update, {input, js.number(dt)});
+        level = result.isPresent() ? finiteOrZero(result.toNumber()) : 0.0;
+    }
+    normalized.set(n.drop, js.number(level));
+
+    const Value frame = tracker.call(n.update, {normalized, js.number(dt)});
+    if (!frame.isPresent())
+        return false;
+    Value extension = js.newObject();
+    extension.set(n.drop, js.number(level));
+    frame.call(n.extend, {extension});
+
+    if (level >= 1.0 && lastBeat_.drop <= 0.0) {
+        ++automaticDropCount_;
+        recentDrops_.insert(recentDrops_.begin(), formatSeconds(classicalClock_));
+        if (recentDrops_.size() > maximumRecentDrops)
+            recentDrops_.resize(maximumRecentDrops);
+    }
+    dropArmed_ = detector.isPresent() && detector.call(n.isArmed).toBoolean();
+
+    const double beatCount = frame.number(n.beatCount);
+    lastBeat_ = {frame.number(n.bpm),
+                 std::isfinite(beatCount)
+                     ? static_cast<int>(std::clamp(beatCount, -2147483648.0, 2147483647.0))
+                     : 0,
+                 frame.boolean(n.beat), frame.number(n.beatConfidence),
+                 frame.callNumber(n.get, js.string("drop"))};
+    beat = beat || lastBeat_.beat;
+    downbeat = downbeat || frame.boolean(n.downbeat);
+    scripts_->lastFrame = ProtectedValue(frame);
+    return true;
+}
+
+std::optional<std::string> EngineHost::updateClassical(std::span<const MicHop> hops) {
+    if (!context_ || hops.empty())
+        return std::nullopt;
+    bool beat = false, downbeat = false, produced = false;
+    for (const MicHop& hop : hops)
+        produced = updateFrame(hop, beat, downbeat) || produced;
+    if (!produced)
+        return std::nullopt;
+    // A beat in a middle hop of the batch must not be lost to the last hop's frame.
+    const Value frame = scripts_->lastFrame.view();
+    if (beat) {
+        frame.set(names_->beat, context_->boolean(true));
+        lastBeat_.beat = true;
+    }
+    if (downbeat)
+        frame.set(names_->downbeat, context_->boolean(true));
+    return stringify(*context_, frame.call(names_->toJson), names_->json, names_->stringify);
+}
+
+std::optional<std::string> EngineHost::latestFrameJSON() {
+    const Value frame = scripts_->lastFrame.view();
+    if (!context_ || !frame.isPresent())
+        return std::nullopt;
+    frame.set(names_->beat, context_->boolean(false));
+    frame.set(names_->downbeat, context_->boolean(false));
+    lastBeat_.beat = false;
+    lastBeat_.drop = frame.callNumber(names_->get, context_->string("drop"));
+    return stringify(*context_, frame.call(names_->toJson), names_->json, names_->stringify);
+}
+
+std::optional<DmxUniverseBuffers> EngineHost::step(std::string_view frameJSON, double dt,
+                                                   bool refreshVisuals) {
+    const Names& n = *names_;
+    if (!hasRealizedShow())
+        return std::nullopt;
+    ScriptContext& js = *context_;
+    const Value frame = js.evaluate("(" + std::string(frameJSON) + ")");
+    const Value result = scripts_->session.view().call(n.step, {frame, js.number(dt)});
+
+    if (refreshVisuals) {
+        // Plot: at most 14 fixtures, evenly strided, each at its known position.
+        std::vector<FixtureSample> samples;
+        const Value fixtures = result.get(n.fixtures);
+        const double length = fixtures.isPresent() ? fixtures.number(n.length) : 0.0;
+        if (length > 0) {
+            const auto count = static_cast<long long>(std::min(length, 1e9));
+            const long long stride =
+                count >= LightingPlot::maximumLamps ? count / LightingPlot::maximumLamps : 1;
+            for (long long i = 0;
+                 i < count && samples.size() < std::size_t(LightingPlot::maximumLamps);
+                 i += stride) {
+                const Value fixture = fixtures.at(static_cast<unsigned>(i));
+                const std::optional<std::string> id = fixture.get(n.id).toString();
+                const auto position = id ? fixturePositions_.find(*id) : fixturePositions_.end();
+                if (position == fixturePositions_.end())
+                    continue;
+                const Value color = fixture.get(n.color);
+                samples.push_back({position->second.first, position->second.second,
+                                   color.number(n.r), color.number(n.g), color.number(n.b),
+                                   fixture.number(n.dimmer) / 255.0,
+                                   fixture.number(n.strobe) / 255.0});
+            }
+        }
+        lightingPlot_ = fitLightingPlot(samples);
+
+        liveScheme_.clear();
+        const Value palette = result.get(n.colorPalette);
+        if (palette.isPresent()) {
+            const double entries = palette.number(n.length);
+            for (unsigned i = 0; std::isfinite(entries) && i < entries && i < 4096u; ++i) {
+                const Value color = palette.at(i);
+                if (!color.isPresent())
+                    continue;
+                const auto component = [&](unsigned k) {
+                    const Value v = color.at(k);
+                    return v.isPresent() ? v.toNumber() : 0.0;
+                };
+                liveScheme_.push_back({component(0), component(1), component(2)});
+            }
+        }
+    }
+
+    const Value dmx = result.get(n.dmx);
+    if (!dmx.isObject())
+        return DmxUniverseBuffers{};
+    const std::optional<std::string> text = stringify(js, dmx, n.json, n.stringify);
+    return text ? parseDmxBuffersJSON(*text) : DmxUniverseBuffers{};
+}
+
+DropDiagnostics EngineHost::dropDiagnostics() const {
+    DropDiagnostics diagnostics;
+    if (lastBeat_.drop > 0)
+        diagnostics.status = "drop";
+    else if (dropArmed_)
+        diagnostics.status = "armed";
+    else if (scripts_->dropDetector.isPresent())
+        diagnostics.status = "listening";
+    else
+        diagnostics.status = "Not loaded";
+    diagnostics.architecture = "classical";
+    diagnostics.audioSeconds = classicalClock_;
+    diagnostics.eventCount = automaticDropCount_;
+    diagnostics.recentEvents = recentDrops_;
+    return diagnostics;
+}
+
+} // namespace kelvo

@@ -1,0 +1,72 @@
+#pragma once
+
+#include "Audio/MicFeatures.h"
+#include "Audio/MicHop.h"
+#include "Engine/DmxBuffers.h"
+#include "Engine/MonotonicClock.h"
+
+#include <cstdint>
+#include <optional>
+#include <vector>
+
+namespace kelvo {
+
+class EngineHost;
+
+/// What the loop needs of the audio capture: hops queued on the main thread since the last tick.
+class HopSource {
+public:
+    virtual ~HopSource() = default;
+    virtual bool isCapturing() const = 0;
+    virtual std::vector<MicHop> takePendingHops() = 0;
+};
+
+/// Receives what one tick publishes. Everything is called on the main thread, inside `tick`.
+class EngineLoopListener {
+public:
+    virtual ~EngineLoopListener() = default;
+    virtual void micTraceChanged(const MicBandTrace&) {}
+    virtual void beatReadoutChanged(const BeatReadout&) {}
+    /// Every fifth tick that stepped: the plot and live scheme were resampled.
+    virtual void visualsRefreshed() {}
+    /// Every tick, with the newest engine buffers (or the last ones when none came).
+    virtual void outputFrame(const DmxUniverseBuffers& engineBuffers) = 0;
+};
+
+/// One engine step per call: drain the hops, run the classical chain, step the session, publish
+/// the meters and hand the buffers on. The 60 Hz timing lives elsewhere.
+class EngineLoop {
+public:
+    static constexpr double nominalDt = 1.0 / 60.0;
+    static constexpr double minimumDt = 0.001;
+    static constexpr int visualRefreshInterval = 5;
+    static constexpr double silentHopSampleRate = 44100;
+
+    EngineLoop(EngineHost& engine, HopSource& hops, const MonotonicClock& clock,
+               EngineLoopListener& listener);
+
+    void tick();
+    /// Called when the loop stops: the first tick after a restart uses the nominal dt.
+    void forgetLastTickTime() { lastTickTime_.reset(); }
+
+    std::uint64_t tickCount() const { return tickCount_; }
+    double lastDt() const { return lastDt_; }
+    const DmxUniverseBuffers& lastEngineBuffers() const { return lastEngineBuffers_; }
+    const MicBandTrace& micTrace() const { return micTrace_; }
+    const BeatReadout& beatReadout() const { return beatReadout_; }
+
+private:
+    EngineHost& engine_;
+    HopSource& hops_;
+    const MonotonicClock& clock_;
+    EngineLoopListener& listener_;
+
+    std::optional<MonotonicClock::Duration> lastTickTime_;
+    std::uint64_t tickCount_ = 0;
+    double lastDt_ = nominalDt;
+    DmxUniverseBuffers lastEngineBuffers_;
+    MicBandTrace micTrace_;
+    BeatReadout beatReadout_;
+};
+
+} // namespace kelvo

@@ -1,0 +1,61 @@
+#pragma once
+
+#include "Engine/Timer.h"
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <set>
+
+namespace kelvo {
+
+enum class DropHoldSource { pointer, keyboard, menu };
+
+/// The forced drop: held while any source holds it. The engine is told once at the start, again
+/// every second so the hold survives a harness or show reload, and once at the end.
+class ForcedDropHold {
+public:
+    static constexpr std::chrono::milliseconds reassertInterval{1000};
+    static constexpr std::chrono::milliseconds menuPulse{1000};
+
+    ForcedDropHold(TimerFactory& timers, std::function<void(bool)> setForcedDrop,
+                   std::function<void(bool)> heldChanged = {});
+
+    void begin(DropHoldSource source);
+    void end(DropHoldSource source);
+    /// A one-second forced drop from the menu.
+    void triggerMenuDrop();
+    /// The engine loop stopped: every hold ends.
+    void releaseAll();
+
+    bool isDropHeld() const { return held_; }
+    const std::set<DropHoldSource>& sources() const { return sources_; }
+
+private:
+    TimerFactory& timers_;
+    std::function<void(bool)> setForcedDrop_;
+    std::function<void(bool)> heldChanged_;
+    std::set<DropHoldSource> sources_;
+    bool held_ = false;
+    std::unique_ptr<Timer> reassertTimer_;
+    std::unique_ptr<Timer> menuTimer_;
+};
+
+/// The four drop keys, by physical position: G, H, I and J. Codes are the native key codes that
+/// X11 and Wayland report (evdev code + 8), the same on every layout.
+struct DropKeyboardHold {
+    static constexpr std::uint16_t keyG = 42, keyH = 43, keyI = 31, keyJ = 44;
+    static bool isDropKey(std::uint16_t code) {
+        return code == keyG || code == keyH || code == keyI || code == keyJ;
+    }
+
+    std::set<std::uint16_t> held;
+
+    /// True when the event was a drop key and changed or confirmed the hold. A key-up is honoured
+    /// even when no longer allowed, so a hold can always end.
+    bool update(std::uint16_t code, bool down, bool allowed);
+
+    friend bool operator==(const DropKeyboardHold&, const DropKeyboardHold&) = default;
+};
+
+} // namespace kelvo

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <chrono>
+
+namespace kelvo {
+
+/// Monotonic time source, injectable so that timing rules are testable.
+class MonotonicClock {
+public:
+    using Duration = std::chrono::nanoseconds;
+    virtual ~MonotonicClock() = default;
+    virtual Duration now() const = 0;
+};
+
+class SteadyMonotonicClock final : public MonotonicClock {
+public:
+    Duration now() const override {
+        return std::chrono::duration_cast<Duration>(
+            std::chrono::steady_clock::now().time_since_epoch());
+    }
+};
+
+/// A clock that moves only when told to.
+class ManualMonotonicClock final : public MonotonicClock {
+public:
+    Duration now() const override { return now_; }
+    void advance(Duration by) { now_ += by; }
+    void set(Duration to) { now_ = to; }
+
+private:
+    Duration now_{std::chrono::seconds(1000)};
+};
+
+} // namespace kelvo

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <JavaScriptCore/JavaScript.h>
+
+#include <string>
+#include <string_view>
+
+namespace kelvo::script {
+
+/// Owning JSStringRef. Strings are independent of any context, so property names are made once.
+class ScriptString {
+public:
+    explicit ScriptString(std::string_view utf8);
+    explicit ScriptString(JSStringRef adopted) : ref_(adopted) {}
+    ~ScriptString();
+    ScriptString(const ScriptString&) = delete;
+    ScriptString& operator=(const ScriptString&) = delete;
+    ScriptString(ScriptString&& other) noexcept : ref_(other.ref_) { other.ref_ = nullptr; }
+
+    JSStringRef get() const { return ref_; }
+    std::string toUtf8() const;
+
+    static std::string toUtf8(JSStringRef string);
+
+private:
+    JSStringRef ref_ = nullptr;
+};
+
+} // namespace kelvo::script

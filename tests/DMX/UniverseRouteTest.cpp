@@ -1,0 +1,107 @@
+#include "DMX/UniverseRoute.h"
+
+#include <gtest/gtest.h>
+
+#include <unordered_set>
+
+namespace kelvo {
+namespace {
+
+using D = UniverseRoute::Destination;
+
+TEST(UniverseRouteJson, RoundTripsEveryCase) {
+    const std::vector<UniverseRoute> routes = {
+        {1, D::enttec()}, {2, D::artnet(0)}, {7, D::artnet(32767)}, {3, D::unmapped()}};
+    const std::string json = encodeUniverseRoutes(routes);
+    EXPECT_NE(json.find(R"({"destination":{"artnet":{"universe":0}},"virtualUniverse":2})"),
+              std::string::npos)
+        << json;
+    EXPECT_NE(json.find(R"("enttec":{})"), std::string::npos);
+    EXPECT_NE(json.find(R"("unmapped":{})"), std::string::npos);
+    EXPECT_EQ(decodeUniverseRoutes(json), routes);
+}
+
+TEST(UniverseRouteJson, DecodesTheDocumentedExamples) {
+    const auto routes = decodeUniverseRoutes(
+        R"([{"virtualUniverse":2,"destination":{"artnet":{"universe":0}}},
+            {"virtualUniverse":1,"destination":{"enttec":{}}}])");
+    ASSERT_TRUE(routes);
+    EXPECT_EQ(*routes, (std::vector<UniverseRoute>{{2, D::artnet(0)}, {1, D::enttec()}}));
+    EXPECT_EQ(decodeUniverseRoutes("[]"), std::vector<UniverseRoute>{});
+}
+
+TEST(UniverseRouteJson, DestinationNeedsExactlyOneKey) {
+    for (const char* json :
+         {R"([{"virtualUniverse":1,"destination":{}}])",
+          R"([{"virtualUniverse":1,"destination":{"enttec":{},"unmapped":{}}}])"}) {
+        std::string error;
+        EXPECT_EQ(decodeUniverseRoutes(json, &error), std::nullopt) << json;
+        EXPECT_EQ(error, "Invalid number of keys found, expected one.");
+    }
+}
+
+TEST(UniverseRouteJson, AnyBadEntryDiscardsTheWholeList) {
+    const char* hostile[] = {
+        "",
+        "{",
+        R"({"virtualUniverse":1})",
+        R"([{"virtualUniverse":1,"destination":{"dmx":{}}}])",
+        R"([{"virtualUniverse":"1","destination":{"enttec":{}}}])",
+        R"([{"virtualUniverse":1.5,"destination":{"enttec":{}}}])",
+        R"([{"destination":{"enttec":{}}}])",
+        R"([{"virtualUniverse":1}])",
+        R"([{"virtualUniverse":1,"destination":{"artnet":{}}}])",
+        R"([{"virtualUniverse":1,"destination":{"artnet":{"universe":true}}}])",
+        R"([{"virtualUniverse":1,"destination":{"artnet":3}}])",
+        R"([{"virtualUniverse":1,"destination":["artnet"]}])",
+        R"([{"virtualUniverse":1,"destination":{"enttec":{}}}, 5])",
+        R"([{"virtualUniverse":1e30,"destination":{"enttec":{}}}])",
+    };
+    for (const char* json : hostile) {
+        std::string error;
+        EXPECT_EQ(decodeUniverseRoutes(json, &error), std::nullopt) << json;
+        EXPECT_FALSE(error.empty()) << json;
+    }
+}
+
+TEST(UniverseRouteJson, ToleratesIntegralFloatsAndExtraKeys) {
+    const auto routes = decodeUniverseRoutes(
+        R"([{"virtualUniverse":2.0,"note":"x","destination":{"artnet":{"universe":4,"x":1}}}])");
+    ASSERT_TRUE(routes);
+    EXPECT_EQ(routes->front(), (UniverseRoute{2, D::artnet(4)}));
+}
+
+TEST(UniverseRouteTable, DefaultsAndMappedUniverses) {
+    EXPECT_EQ(defaultUniverseRoutes(),
+              (std::vector<UniverseRoute>{
+                  {1, D::enttec()}, {2, D::artnet(0)}, {3, D::unmapped()}, {4, D::unmapped()}}));
+    EXPECT_EQ(mappedArtNetUniverses(defaultUniverseRoutes()), std::vector<std::int64_t>{0});
+    EXPECT_TRUE(mappedArtNetUniverses({}).empty());
+    const std::vector<UniverseRoute> routes = {
+        {1, D::artnet(5)}, {2, D::enttec()}, {3, D::artnet(1)}, {4, D::artnet(5)}};
+    EXPECT_EQ(mappedArtNetUniverses(routes), (std::vector<std::int64_t>{5, 1, 5}));
+}
+
+TEST(UniverseRouteValue, EqualityAndHashCompareCaseThenUniverse) {
+    EXPECT_EQ(D::enttec(), D::enttec());
+    EXPECT_NE(D::artnet(0), D::unmapped());
+    EXPECT_NE(D::artnet(0), D::artnet(1));
+    std::unordered_set<UniverseRoute> set = {
+        {1, D::artnet(0)}, {1, D::artnet(0)}, {1, D::enttec()}};
+    EXPECT_EQ(set.size(), 2u);
+}
+
+TEST(UniverseRouteDesk, DescribesTheFirstMatchingRoute) {
+    const std::vector<UniverseRoute> routes = {
+        {1, D::enttec()}, {2, D::artnet(12)}, {2, D::enttec()}, {3, D::unmapped()}};
+    EXPECT_EQ(routeDescription(routes, 2), "Art-Net 12");
+    EXPECT_EQ(routeDescription(routes, 1), "Enttec");
+    EXPECT_EQ(routeDescription(routes, 3), "unmapped (no output)");
+    EXPECT_EQ(routeDescription(routes, 9), "unknown");
+    EXPECT_EQ(deskRouteStatusLine(routes, 2, false),
+              "Idle · virtual universe 2 → Art-Net 12 (enable Live to take over)");
+    EXPECT_EQ(deskRouteStatusLine(routes, 1, true), "Live · virtual universe 1 → Enttec");
+}
+
+} // namespace
+} // namespace kelvo

@@ -1,0 +1,77 @@
+#include "Engine/DmxBuffers.h"
+
+#include "support/DmxBuffersReference.h"
+
+#include <gtest/gtest.h>
+
+#include <limits>
+
+namespace kelvo {
+namespace {
+
+TEST(DmxBuffersJson, ReadsUniversesOfChannelBytes) {
+    EXPECT_EQ(parseDmxBuffersJSON(R"({"1":[0,1,255],"2":[],"10":[7]})"),
+              (DmxUniverseBuffers{{1, {0, 1, 255}}, {2, {}}, {10, {7}}}));
+    EXPECT_EQ(parseDmxBuffersJSON(" { \"3\" : [ 1 , 2 ] } \n"), (DmxUniverseBuffers{{3, {1, 2}}}));
+    EXPECT_EQ(parseDmxBuffersJSON("{}"), DmxUniverseBuffers{});
+}
+
+TEST(DmxBuffersJson, ElementRules) {
+    // Low 8 bits of the integer part; anything that is not a number is 0.
+    EXPECT_EQ(parseDmxBuffersJSON(
+                  R"({"1":[256,257,-1,255.9,1e3,-0.5,null,"9",true,{"a":[1]},[2],1e300,-1e300]})"),
+              (DmxUniverseBuffers{{1, {0, 1, 255, 255, 232, 0, 0, 0, 0, 0, 0, 0, 0}}}));
+}
+
+TEST(DmxBuffersJson, KeyRules) {
+    EXPECT_EQ(parseDmxBuffersJSON(R"({"+4":[1],"-2":[2],"abc":[3],"":[4],"1.5":[5],"0x1":[6],
+                                      " 7":[7],"99999999999999999999":[8],"\u0031":[9]})"),
+              (DmxUniverseBuffers{{4, {1}}, {-2, {2}}}));
+    std::int64_t universe = 0;
+    EXPECT_TRUE(parseUniverseKey("-9223372036854775808", universe));
+    EXPECT_EQ(universe, std::numeric_limits<std::int64_t>::min());
+    EXPECT_TRUE(parseUniverseKey("9223372036854775807", universe));
+    EXPECT_FALSE(parseUniverseKey("9223372036854775808", universe));
+    EXPECT_FALSE(parseUniverseKey("+", universe));
+    EXPECT_FALSE(parseUniverseKey("-", universe));
+    EXPECT_FALSE(parseUniverseKey("1-", universe));
+    EXPECT_FALSE(parseUniverseKey("++1", universe));
+}
+
+TEST(DmxBuffersJson, OneNonArrayValueSpoilsTheMap) {
+    EXPECT_EQ(parseDmxBuffersJSON(R"({"1":[1],"2":5})"), DmxUniverseBuffers{});
+    EXPECT_EQ(parseDmxBuffersJSON(R"({"1":[1],"x":{}})"), DmxUniverseBuffers{});
+    EXPECT_EQ(parseDmxBuffersJSON(R"([[1,2]])"), DmxUniverseBuffers{});
+    EXPECT_EQ(parseDmxBuffersJSON("5"), DmxUniverseBuffers{});
+    EXPECT_EQ(parseDmxBuffersJSON(""), DmxUniverseBuffers{});
+}
+
+TEST(DmxBuffersJson, MalformedTextIsEmpty) {
+    for (const char* text : {R"({"1":[1,2)", R"({"1":[1,]})", R"({"1":[1]}x)", R"({"1" [1]})",
+                             R"({"1":[-]})", R"({"1":[1e]})", R"({"1":[-inf]})", "{\"1\n\":[1]}",
+                             R"({"1":[tru]})", R"({"1":[{"a":"]}"]})"})
+        EXPECT_EQ(parseDmxBuffersJSON(text), DmxUniverseBuffers{}) << text;
+}
+
+TEST(DmxBuffersJson, AgreesWithADocumentParser) {
+    const char* samples[] = {
+        R"({"1":[1,2,3],"2":[{"x":"]"},"[",4]})",
+        R"({"5":[0.5,-3.7,1e2],"-1":[],"+2":[300]})",
+        R"({"01":[1],"1":[2]})",
+        R"({"a\"b":[1],"3":[null,false]})",
+    };
+    for (const char* text : samples)
+        EXPECT_EQ(parseDmxBuffersJSON(text), testing_support::referenceDmxBuffers(text)) << text;
+}
+
+TEST(DmxChannelByte, KeepsTheLowEightBits) {
+    EXPECT_EQ(channelByte(511), 255);
+    EXPECT_EQ(channelByte(512), 0);
+    EXPECT_EQ(channelByte(-256), 0);
+    EXPECT_EQ(channelByte(-255), 1);
+    EXPECT_EQ(channelByte(std::numeric_limits<double>::quiet_NaN()), 0);
+    EXPECT_EQ(channelByte(std::numeric_limits<double>::infinity()), 0);
+}
+
+} // namespace
+} // namespace kelvo

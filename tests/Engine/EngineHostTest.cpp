@@ -1,0 +1,420 @@
+#include "Engine/EngineHost.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <sstream>
+
+namespace kelvo {
+namespace {
+
+using nlohmann::json;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+std::string harness(const char* name) {
+    std::ifstream file(std::string(KELVO_TEST_DATA_DIR) + "/harnesses/" + name);
+    std::stringstream text;
+    text << file.rdbuf();
+    return text.str();
+}
+
+MicHop hop(double low, double mid, double high, double all = -20, double onset = 0,
+           double dt = 512.0 / 48000) {
+    MicHop h;
+    h.levels = {low, mid, high, all, 0.25, onset};
+    h.dt = dt;
+    h.sampleRate = 48000;
+    return h;
+}
+
+// The recording harness logs every call; its interpretation payload returns the log.
+json callLog(EngineHost& host) {
+    const auto payload = host.interpretationPayload();
+    return payload ? json::parse(*payload)["log"] : json();
+}
+
+std::vector<json> calls(EngineHost& host, const std::string& name) {
+    std::vector<json> found;
+    for (const json& entry : callLog(host))
+        if (entry[0] == name)
+            found.push_back(entry[1]);
+    return found;
+}
+
+class RecordingHost : public testing::Test {
+protected:
+    void SetUp() override { host.loadHarness(harness("recording.js")); }
+    void loadShow(json show, json control = json::object()) {
+        show["name"] = show.value("name", "Demo");
+        subset = host.loadShow(show, control);
+    }
+    EngineHost host;
+    std::optional<std::string> subset;
+};
+
+TEST(EngineHostLoad, FreshHostHasNothing) {
+    EngineHost host;
+    EXPECT_FALSE(host.hasContext());
+    EXPECT_FALSE(host.hasRealizedShow());
+    const std::vector<MicHop> hops = {hop(-20, -20, -20)};
+    EXPECT_EQ(host.updateClassical(hops), std::nullopt);
+    EXPECT_EQ(host.step("{}", 0.016, true), std::nullopt);
+    EXPECT_EQ(host.dropDiagnostics().status, "Not loaded");
+    EXPECT_EQ(host.dropDiagnostics().architecture, "classical");
+}
+
+TEST(EngineHostLoad, HarnessWithoutEngineLoadsQuietly) {
+    EngineHost host;
+    testing::internal::CaptureStdout();
+    host.loadHarness(harness("no_engine.js"));
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+    EXPECT_TRUE(host.hasContext());
+    EXPECT_FALSE(host.hasSession());
+    EXPECT_FALSE(host.hasRealizedShow());
+    EXPECT_EQ(host.loadShow({{"name", "x"}}, json::object()), std::nullopt);
+    EXPECT_EQ(host.step("{}", 0.016, true), std::nullopt);
+    const std::vector<MicHop> hops = {hop(-20, -20, -20)};
+    EXPECT_EQ(host.updateClassical(hops), std::nullopt);
+    EXPECT_EQ(host.classicalClock(), 0.0);
+    EXPECT_EQ(host.dropDiagnostics().status, "Not loaded");
+}
+
+TEST(EngineHostLoad, ScriptExceptionsArePrintedAndSwallowed) {
+    EngineHost host;
+    testing::internal::CaptureStdout();
+    host.loadHarness(harness("throws_on_load.js"));
+    const std::string printed = testing::internal::GetCapturedStdout();
+    EXPECT_THAT(printed, HasSubstr("JSC error: Error: harness failed half way\n"));
+    EXPECT_THAT(printed, HasSubstr("JSC error: TypeError: tracker broken\n"));
+    EXPECT_FALSE(host.hasSession());
+    const std::vector<MicHop> hops = {hop(-20, -20, -20)};
+    EXPECT_EQ(host.updateClassical(hops), std::nullopt);
+}
+
+TEST(EngineHostLoad, ClassicalBeatTrackerIsTheFallback) {
+    EngineHost host;
+    host.loadHarness(harness("classical_fallback.js"));
+    const std::vector<MicHop> hops = {hop(-7, -20, -20)};
+    const auto frame = host.updateClassical(hops);
+    ASSERT_TRUE(frame);
+    // No detector: the drop level handed on is 0; a NaN from get("drop") reads as 0.
+    EXPECT_EQ(json::parse(*frame), (json{{"tracker", "classical"}, {"drop", 0}}));
+    EXPECT_EQ(host.lastBeat(), (BeatReadout{99, 3, true, 1, 0}));
+    EXPECT_EQ(host.lastNormalizedBands(), (MicBands{-7, 0, 0, 0}));
+    EXPECT_EQ(host.dropDiagnostics().status, "Not loaded");
+}
+
+TEST_F(RecordingHost, ClassicalChainPassesLevelsThroughEveryStage) {
+    MicHop h = hop(0.5, 0.2, 0.3, 0.4, 0.9, 0.01);
+    h.levels.lowDominance = 0.6;
+    const auto frame = host.updateClassical(std::vector<MicHop>{h});
+    ASSERT_TRUE(frame);
+    const json result = json::parse(*frame);
+    EXPECT_EQ(result["gained"], true) << "the decibel window's result feeds the normaliser";
+    EXPECT_DOUBLE_EQ(result["drop"].get<double>(), 0.5);
+    EXPECT_EQ(host.lastNormalizedBands(), (MicBands{0.5, 0.2, 0.3, 0.4}));
+    EXPECT_DOUBLE_EQ(host.classicalClock(), 0.01);
+    EXPECT_TRUE(host.dropArmed()) << "sustained_low > 0 arms the recording detector";
+
+    loadShow({{"result", json::object()}});
+    const auto detector = calls(host, "detector");
+    ASSERT_EQ(detector.size(), 1u);
+    EXPECT_EQ(detector[0], json({0.5, 0.9, 0.6, 0.01}));
+    EXPECT_EQ(calls(host, "window")[0], 0.01);
+    EXPECT_EQ(calls(host, "normalizer")[0], 0.01);
+    EXPECT_EQ(calls(host, "tracker")[0], json({0.5, 0.01}));
+}
+
+TEST_F(RecordingHost, NegativeHopDurationsDoNotMoveTheClock) {
+    host.updateClassical(
+        std::vector<MicHop>{hop(0, 0, 0, -20, 0, -1.0), hop(0, 0, 0, -20, 0, 0.5)});
+    EXPECT_DOUBLE_EQ(host.classicalClock(), 0.5);
+}
+
+TEST_F(RecordingHost, BeatInTheMiddleOfABatchIsKept) {
+    const std::vector<MicHop> batch = {hop(0, 0, 1), hop(0, 1, 0), hop(0, 0, 0)};
+    const auto frame = host.updateClassical(batch);
+    ASSERT_TRUE(frame);
+    const json result = json::parse(*frame);
+    EXPECT_EQ(result["beat"], true);
+    EXPECT_EQ(result["downbeat"], true);
+    EXPECT_TRUE(host.lastBeat().beat);
+    EXPECT_EQ(host.lastBeat().beatCount, 1);
+
+    const auto quiet = host.updateClassical(std::vector<MicHop>{hop(0, 0, 0), hop(0, 0, 0)});
+    EXPECT_EQ(json::parse(*quiet)["beat"], false);
+    EXPECT_FALSE(host.lastBeat().beat);
+}
+
+TEST_F(RecordingHost, RepeatedFrameClearsBeatFlags) {
+    host.updateClassical(std::vector<MicHop>{hop(0.3, 1, 1)});
+    const auto repeated = host.latestFrameJSON();
+    ASSERT_TRUE(repeated);
+    const json result = json::parse(*repeated);
+    EXPECT_EQ(result["beat"], false);
+    EXPECT_EQ(result["downbeat"], false);
+    EXPECT_FALSE(host.lastBeat().beat);
+    EXPECT_DOUBLE_EQ(host.lastBeat().drop, 0.3);
+}
+
+TEST_F(RecordingHost, BatchWithoutFramesGivesNothing) {
+    EXPECT_EQ(host.updateClassical(std::vector<MicHop>{}), std::nullopt);
+    EXPECT_EQ(host.latestFrameJSON(), std::nullopt);
+    EXPECT_EQ(host.updateClassical(std::vector<MicHop>{hop(0, 0, 0, -500)}), std::nullopt);
+}
+
+TEST_F(RecordingHost, SustainedDropCountsOnceAndRecentDropsKeepEight) {
+    std::vector<MicHop> hops;
+    for (int i = 0; i < 50; ++i)
+        hops.push_back(hop(1.5, 0, 0, -20, 0, 0.1));
+    host.updateClassical(hops);
+    EXPECT_EQ(host.automaticDropCount(), 1);
+    EXPECT_THAT(host.recentDrops(), ElementsAre("0.1s"));
+    EXPECT_EQ(host.dropDiagnostics().status, "drop");
+
+    // Ten separate drops: each needs the level back at 0 in between.
+    for (int i = 0; i < 10; ++i)
+        host.updateClassical(
+            std::vector<MicHop>{hop(0, 0, 0, -20, 0, 1.0), hop(1, 0, 0, -20, 0, 1.0)});
+    EXPECT_EQ(host.automaticDropCount(), 11);
+    ASSERT_EQ(host.recentDrops().size(), 8u);
+    EXPECT_EQ(host.recentDrops().front(), "25.0s") << "newest first";
+    const DropDiagnostics diagnostics = host.dropDiagnostics();
+    EXPECT_EQ(diagnostics.eventCount, 11);
+    EXPECT_EQ(diagnostics.recentEvents, host.recentDrops());
+    EXPECT_DOUBLE_EQ(diagnostics.audioSeconds, 25.0);
+
+    host.replaceDropDetector();
+    EXPECT_EQ(host.automaticDropCount(), 0);
+    EXPECT_TRUE(host.recentDrops().empty());
+}
+
+TEST_F(RecordingHost, DiagnosticsStatusFollowsTheDetector) {
+    EXPECT_EQ(host.dropDiagnostics().status, "listening");
+    host.updateClassical(std::vector<MicHop>{hop(0, 0, 0, -20, 1.0)});
+    EXPECT_EQ(host.dropDiagnostics().status, "armed");
+    host.updateClassical(std::vector<MicHop>{hop(0.2, 0, 0)});
+    EXPECT_EQ(host.dropDiagnostics().status, "drop");
+}
+
+TEST_F(RecordingHost, NonFiniteDropLevelsBecomeZero) {
+    host.updateClassical(std::vector<MicHop>{hop(std::numeric_limits<double>::infinity(), 0, 0)});
+    EXPECT_EQ(host.lastBeat().drop, 0.0);
+    EXPECT_EQ(host.automaticDropCount(), 0);
+}
+
+TEST_F(RecordingHost, ShowLoadAppliesOptionsAndControlFromState) {
+    const json show = {{"name", "Club"},
+                       {"result", json::object()},
+                       {"fixtures",
+                        {{{"id", "a"}, {"options", {{"dimmer_type", "8bit"}}}},
+                         {{"id", 7}},
+                         {{"id", "b"}, {"options", "bogus"}}}}};
+    const json control = {{"mode", "pulse"},
+                          {"mode_to", "chase"},
+                          {"theme_name", "Sunset"},
+                          {"manual_fixture_dimmers", {{"a", 0.2}, {"b", 1.7}}}};
+    subset = host.loadShow(show, control);
+    ASSERT_TRUE(subset);
+    EXPECT_EQ(json::parse(*subset)["name"], "Club");
+    EXPECT_TRUE(host.hasRealizedShow());
+
+    EXPECT_EQ(calls(host, "build")[0], json({"Club", control}));
+    EXPECT_EQ(calls(host, "applyFixtureOptions")[0],
+              json({{{"id", "a"}, {"options", {{"dimmer_type", "8bit"}}}},
+                    {{"id", "b"}, {"options", json::object()}}}));
+    const json applied = calls(host, "applyControl")[0];
+    EXPECT_EQ(applied, (json{{"modeId", "pulse"},
+                             {"modeTo", "chase"},
+                             {"modeLerp", 0},
+                             {"themeName", "Sunset"},
+                             {"manualDimmer", 1.0}}));
+}
+
+TEST_F(RecordingHost, FixturesThatAreNotAllMapsSkipTheOptionsCall) {
+    loadShow({{"result", json::object()}, {"fixtures", {{{"id", "a"}}, 3}}});
+    EXPECT_TRUE(calls(host, "applyFixtureOptions").empty());
+    host.applyFixtureOptions(json::array({{{"id", 1}}, {{"name", "x"}}}));
+    EXPECT_TRUE(calls(host, "applyFixtureOptions").empty());
+}
+
+TEST_F(RecordingHost, ApplyControlMapRules) {
+    loadShow({{"result", json::object()}});
+    host.applyControl({.modeId = ""});
+    host.applyControl({});
+    EXPECT_TRUE(calls(host, "applyControl").empty());
+
+    host.applyControl({.modeId = "wash"});
+    host.applyControl({.modeTo = "ignored-without-mode", .themeName = "Ice", .manualDimmer = -3});
+    host.applyControl({.modeId = "a",
+                       .modeTo = "b",
+                       .modeLerp = 0.25,
+                       .themes = json::array({{{"name", "Ice"}}}),
+                       .manualDimmer = 0.5});
+    const auto applied = calls(host, "applyControl");
+    ASSERT_EQ(applied.size(), 3u);
+    EXPECT_EQ(applied[0], (json{{"modeId", "wash"}, {"modeTo", nullptr}, {"modeLerp", 0}}));
+    EXPECT_EQ(applied[1], (json{{"themeName", "Ice"}, {"manualDimmer", 0}}));
+    EXPECT_EQ(applied[2], (json{{"themes", {{{"name", "Ice"}}}},
+                                {"modeId", "a"},
+                                {"modeTo", "b"},
+                                {"modeLerp", 0.25},
+                                {"manualDimmer", 0.5}}));
+}
+
+TEST(EngineHostManualDimmer, FirstMatchWins) {
+    EXPECT_EQ(EngineHost::manualDimmer({{"manual_dimmer", 0.4}}), 0.4);
+    EXPECT_EQ(
+        EngineHost::manualDimmer({{"manual_dimmer", 3}, {"manual_fixture_dimmers", {{"a", 0.1}}}}),
+        1.0);
+    EXPECT_EQ(EngineHost::manualDimmer({{"manual_fixture_dimmers", {{"a", 0.2}, {"b", 1.7}}}}),
+              1.0);
+    EXPECT_EQ(EngineHost::manualDimmer({{"manual_fixture_dimmers", {{"a", -2}, {"b", "x"}}}}), 0.0);
+    EXPECT_EQ(EngineHost::manualDimmer({{"manual_fixture_dimmers", json::object()}}), std::nullopt);
+    EXPECT_EQ(EngineHost::manualDimmer({{"manual_fixture_dimmers", {{"a", "0.5"}}}}), std::nullopt);
+    EXPECT_EQ(EngineHost::manualDimmer({{"manual_dimmer", "0.5"}}), std::nullopt);
+    EXPECT_EQ(EngineHost::manualDimmer(json::array()), std::nullopt);
+}
+
+TEST_F(RecordingHost, StepConvertsHostileDmx) {
+    loadShow({{"result", {{"dmx", {{"1", {255, 256, "x"}}, {"abc", {1}}, {"", {2}}}}}}});
+    const auto buffers = host.step(R"({"beat":true})", 1.0 / 60, false);
+    ASSERT_TRUE(buffers);
+    EXPECT_EQ(*buffers, (DmxUniverseBuffers{{1, {255, 0, 0}}}));
+    const auto step = calls(host, "step")[0];
+    EXPECT_EQ(step[0], json({{"beat", true}}));
+    EXPECT_DOUBLE_EQ(step[1].get<double>(), 1.0 / 60);
+}
+
+TEST_F(RecordingHost, StepWithoutDmxGivesAnEmptyMapNotNothing) {
+    for (const json& result :
+         {json::object(), json{{"dmx", 5}}, json{{"dmx", {{"1", 5}}}}, json{{"dmx", nullptr}}}) {
+        EngineHost fresh;
+        fresh.loadHarness(harness("recording.js"));
+        fresh.loadShow({{"name", "x"}, {"result", result}}, json::object());
+        const auto buffers = fresh.step("{}", 0.016, false);
+        ASSERT_TRUE(buffers) << result;
+        EXPECT_TRUE(buffers->empty()) << result;
+    }
+}
+
+TEST_F(RecordingHost, StepNeedsARealizedShowAndSurvivesExceptions) {
+    EXPECT_EQ(host.step("{}", 0.016, true), std::nullopt);
+    loadShow({{"throwInStep", true}});
+    testing::internal::CaptureStdout();
+    const auto buffers = host.step("{}", 0.016, true);
+    EXPECT_THAT(testing::internal::GetCapturedStdout(),
+                HasSubstr("JSC error: Error: step exploded"));
+    ASSERT_TRUE(buffers);
+    EXPECT_TRUE(buffers->empty());
+    EXPECT_TRUE(host.lightingPlot().lamps.empty());
+}
+
+json plotResult(int count, double xSpread) {
+    json fixtures = json::array(), positions = json::array();
+    for (int i = 0; i < count; ++i) {
+        const std::string id = "f" + std::to_string(i);
+        fixtures.push_back({{"id", id},
+                            {"color", {{"r", i / double(count)}, {"g", 2.0}, {"b", -1}}},
+                            {"dimmer", 255},
+                            {"strobe", -10}});
+        positions.push_back({{"id", id}, {"x", i * xSpread}, {"y", 3}});
+    }
+    return {{"fixtures", positions}, {"result", {{"fixtures", fixtures}}}};
+}
+
+TEST_F(RecordingHost, PlotSamplesAtMostFourteenEvenlyStrided) {
+    loadShow(plotResult(30, 1.0));
+    ASSERT_TRUE(host.step("{}", 0.016, true));
+    const auto& lamps = host.lightingPlot().lamps;
+    ASSERT_EQ(lamps.size(), 14u);
+    // Stride 30 / 14 = 2: fixtures 0, 2, ..., 26 at x 0..26.
+    EXPECT_DOUBLE_EQ(lamps.front().x, 0.0);
+    EXPECT_DOUBLE_EQ(lamps[1].x, 2.0 / 26.0);
+    EXPECT_DOUBLE_EQ(lamps.back().x, 1.0);
+    EXPECT_DOUBLE_EQ(lamps[1].red, 2.0 / 30.0);
+    EXPECT_DOUBLE_EQ(lamps[1].green, 1.0);
+    EXPECT_DOUBLE_EQ(lamps[1].blue, 0.0);
+    EXPECT_DOUBLE_EQ(lamps[1].dimmer, 1.0);
+    EXPECT_DOUBLE_EQ(lamps[1].strobe, 0.0);
+    EXPECT_DOUBLE_EQ(lamps[1].y, 0.5) << "every fixture at one y sits in the middle";
+}
+
+TEST_F(RecordingHost, PlotSkipsUnknownAndDisabledFixtures) {
+    json show = plotResult(5, 0.1);
+    show["fixtures"][1]["is_disabled"] = true;
+    show["fixtures"][2].erase("x");
+    show["result"]["fixtures"].push_back({{"id", "stranger"}});
+    loadShow(show);
+    host.step("{}", 0.016, true);
+    const auto& lamps = host.lightingPlot().lamps;
+    ASSERT_EQ(lamps.size(), 3u);
+    for (const PlotLamp& lamp : lamps)
+        EXPECT_DOUBLE_EQ(lamp.x, 0.5) << "a spread of 0.4 is below the fitting threshold";
+}
+
+TEST_F(RecordingHost, PlotAndSchemeRefreshOnlyWhenAsked) {
+    json show = plotResult(3, 1.0);
+    show["result"]["color_palette"] = {{1, 0.5, 0}, nullptr, {0.2}, "xyz"};
+    loadShow(show);
+    host.step("{}", 0.016, false);
+    EXPECT_TRUE(host.lightingPlot().lamps.empty());
+    EXPECT_TRUE(host.liveScheme().empty());
+    host.step("{}", 0.016, true);
+    EXPECT_EQ(host.lightingPlot().lamps.size(), 3u);
+    ASSERT_EQ(host.liveScheme().size(), 3u);
+    EXPECT_EQ(host.liveScheme()[0], (ThemePaletteColor{1, 0.5, 0}));
+    EXPECT_EQ(host.liveScheme()[1], (ThemePaletteColor{0.2, 0, 0}));
+    EXPECT_EQ(host.liveScheme()[2], (ThemePaletteColor{0, 0, 0}))
+        << "a non-array entry reads as black";
+}
+
+TEST_F(RecordingHost, CachedShowReloadsTheSubsetAndPositions) {
+    loadShow(plotResult(4, 1.0));
+    ASSERT_TRUE(subset);
+    EngineHost restarted;
+    restarted.loadHarness(harness("recording.js"));
+    EXPECT_FALSE(restarted.hasRealizedShow());
+    restarted.loadCachedShow(*subset);
+    EXPECT_TRUE(restarted.hasRealizedShow());
+    restarted.step("{}", 0.016, true);
+    EXPECT_EQ(restarted.lightingPlot().lamps.size(), 4u);
+
+    EngineHost broken;
+    broken.loadHarness(harness("recording.js"));
+    testing::internal::CaptureStdout();
+    broken.loadCachedShow("{not json");
+    testing::internal::GetCapturedStdout();
+    EXPECT_FALSE(broken.hasRealizedShow());
+}
+
+TEST_F(RecordingHost, NewHarnessDropsTheShowAndResetsState) {
+    loadShow(plotResult(2, 1.0));
+    host.updateClassical(std::vector<MicHop>{hop(2, 0, 1, -20, 0, 0.5)});
+    host.step("{}", 0.016, true);
+    host.loadHarness(harness("recording.js"));
+    EXPECT_FALSE(host.hasRealizedShow());
+    EXPECT_EQ(host.classicalClock(), 0.0);
+    EXPECT_EQ(host.lastBeat(), BeatReadout{});
+    EXPECT_TRUE(host.lightingPlot().lamps.empty());
+    EXPECT_EQ(host.automaticDropCount(), 0);
+    EXPECT_EQ(host.latestFrameJSON(), std::nullopt);
+}
+
+TEST_F(RecordingHost, ForcedDropAndPerformanceClock) {
+    loadShow({{"result", json::object()}});
+    host.setForcedDrop(true);
+    host.setForcedDrop(false);
+    EXPECT_EQ(calls(host, "setForcedDrop"), (std::vector<json>{true, false}));
+    const auto payload = json::parse(*host.interpretationPayload());
+    const double now = payload["now"].get<double>();
+    const double expected = std::chrono::duration<double, std::milli>(
+                                std::chrono::system_clock::now().time_since_epoch())
+                                .count();
+    EXPECT_NEAR(now, expected, 60'000.0) << "milliseconds since 1970";
+}
+
+} // namespace
+} // namespace kelvo

@@ -1,0 +1,131 @@
+#include "Engine/LiveControl.h"
+
+#include "Engine/EngineHost.h"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <sstream>
+
+namespace kelvo {
+namespace {
+
+using nlohmann::json;
+using namespace std::chrono_literals;
+
+std::string recordingHarness() {
+    std::ifstream file(std::string(KELVO_TEST_DATA_DIR) + "/harnesses/recording.js");
+    std::stringstream text;
+    text << file.rdbuf();
+    return text.str();
+}
+
+class LiveControlTest : public testing::Test {
+protected:
+    void SetUp() override {
+        engine.loadHarness(recordingHarness());
+        engine.loadShow({{"name", "Demo"}, {"result", json::object()}}, json::object());
+    }
+
+    LiveControlHooks hooks() {
+        LiveControlHooks h;
+        h.themePayloads = [this]() -> std::optional<json> {
+            return themes.empty() ? std::nullopt : std::optional(themes);
+        };
+        h.hasDeviceToken = [this] { return paired; };
+        h.startModeSelectionSend = [this] { ++sendsStarted; };
+        h.publishInterpretationIfLinked = [this] { ++publishes; };
+        h.persistWorkspaceUI = [this] { ++persists; };
+        h.selectionsChanged = [this] { ++changes; };
+        return h;
+    }
+
+    std::vector<json> engineControls() {
+        std::vector<json> found;
+        const json payload = json::parse(engine.interpretationPayload().value_or("{}"));
+        for (const json& entry : payload.value("log", json::array()))
+            if (entry[0] == "applyControl")
+                found.push_back(entry[1]);
+        return found;
+    }
+
+    EngineHost engine;
+    ManualMonotonicClock clock;
+    json themes = json::array();
+    bool paired = true;
+    int sendsStarted = 0, publishes = 0, persists = 0, changes = 0;
+    LiveControl control{engine, clock, hooks()};
+};
+
+TEST_F(LiveControlTest, RemoteModeWithinTheWindowLosesButItsThemeApplies) {
+    control.selectLightingBlend({"pulse", std::nullopt, 0});
+    EXPECT_EQ(sendsStarted, 1);
+    EXPECT_TRUE(control.ownsModeFields());
+    clock.advance(300ms);
+    control.applyLiveControlState({{"mode", "chase"}, {"mode_lerp", 0.7}, {"theme_name", "Ice"}});
+    EXPECT_EQ(control.selectedModeId(), "pulse");
+    EXPECT_EQ(control.selectedModeLerp(), 0.0);
+    EXPECT_EQ(control.selectedThemeName(), "Ice");
+    EXPECT_EQ(control.lastControlState()["mode"], "pulse");
+    EXPECT_EQ(
+        engineControls().back(),
+        (json{{"modeId", "pulse"}, {"modeTo", nullptr}, {"modeLerp", 0}, {"themeName", "Ice"}}));
+}
+
+TEST_F(LiveControlTest, WindowEndsOnlyWhenNothingIsPending) {
+    control.selectLightingBlend({"pulse", std::nullopt, 0});
+    clock.advance(700ms);
+    EXPECT_TRUE(control.ownsModeFields()) << "still pending";
+    control.modeSelectionSent({"pulse", std::nullopt, 0}, control.modeSelectionGeneration());
+    EXPECT_FALSE(control.ownsModeFields());
+    control.applyLiveControlState({{"mode", "chase"}});
+    EXPECT_EQ(control.selectedModeId(), "chase");
+    EXPECT_EQ(control.confirmedModeSelection(), (LightingModeSelection{"chase", std::nullopt, 0}));
+}
+
+TEST_F(LiveControlTest, RemoteStateWithoutModeLeavesModeAndDoesNotPublish) {
+    control.applyLiveControlState({{"mode", "wash"}});
+    EXPECT_EQ(publishes, 1);
+    control.applyLiveControlState({{"theme_name", "Sunset"}, {"manual_dimmer", 0.5}});
+    EXPECT_EQ(control.selectedModeId(), "wash");
+    EXPECT_EQ(publishes, 1);
+    EXPECT_EQ(persists, 2);
+    EXPECT_EQ(engineControls().back(), (json{{"themeName", "Sunset"}, {"manualDimmer", 0.5}}));
+    EXPECT_EQ(control.lastControlState(),
+              (json{{"mode", "wash"}, {"theme_name", "Sunset"}, {"manual_dimmer", 0.5}}));
+}
+
+TEST_F(LiveControlTest, LerpIsClampedForDisplayAndPassedOnAsGiven) {
+    control.applyLiveControlState({{"mode", "a"}, {"mode_to", "b"}, {"mode_lerp", 1.7}});
+    EXPECT_EQ(control.selectedModeLerp(), 1.0);
+    EXPECT_EQ(control.selectedModeTo(), "b");
+    EXPECT_EQ(engineControls().back()["modeLerp"], 1.7);
+    control.applyLiveControlState({{"mode", "a"}, {"mode_to", nullptr}});
+    EXPECT_EQ(control.selectedModeLerp(), 0.0) << "missing lerp with a mode sets the blend to 0";
+    EXPECT_EQ(control.selectedModeTo(), std::nullopt);
+}
+
+TEST_F(LiveControlTest, OfflineLocalPickIsConfirmedAtOnce) {
+    paired = false;
+    control.selectLightingBlend({"strobe", "wash", 0.4});
+    EXPECT_EQ(sendsStarted, 0);
+    EXPECT_FALSE(control.ownsModeFields());
+    EXPECT_EQ(control.confirmedModeSelection(), (LightingModeSelection{"strobe", "wash", 0.4}));
+    EXPECT_EQ(engineControls().back(),
+              (json{{"modeId", "strobe"}, {"modeTo", "wash"}, {"modeLerp", 0.4}}));
+    EXPECT_EQ(persists, 1);
+    control.selectLightingBlend({"strobe", "wash", 0.4});
+    EXPECT_EQ(persists, 1) << "the same selection again does nothing";
+}
+
+TEST_F(LiveControlTest, ThemesGoToTheEngineWithTheChosenName) {
+    themes = json::array({{{"name", "Ice"}, {"colors", {{0, 0, 1}}}}});
+    control.selectTheme("Ice");
+    EXPECT_EQ(control.selectedThemeName(), "Ice");
+    EXPECT_EQ(engineControls().back(), (json{{"themes", themes}, {"themeName", "Ice"}}));
+    control.pushThemesToEngine();
+    EXPECT_EQ(engineControls().back(), (json{{"themes", themes}, {"themeName", "Ice"}}));
+}
+
+} // namespace
+} // namespace kelvo

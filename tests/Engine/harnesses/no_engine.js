@@ -1,0 +1,2 @@
+// Evaluates fine but defines no engine at all.
+var somethingElse = 42;

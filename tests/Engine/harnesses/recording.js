@@ -1,0 +1,74 @@
+// A harness whose objects record what the host hands them. Hop levels steer it:
+//   low  -> drop level returned by the detector
+//   high -> the beat tracker's frame beats when > 0
+//   mid  -> the frame is a downbeat when > 0
+//   all  -> the normaliser returns nothing when < -200
+// The session's interpretation payload returns the call log.
+var log = [];
+function record(name, value) { log.push([name, value]); }
+
+var BridgeEngine = {
+  AdaptiveDecibelWindow: function () {
+    this.update = function (bands, dt) {
+      record("window", dt);
+      bands.gained = true;
+      return bands;
+    };
+  },
+  AdaptiveBandNormalizer: function () {
+    this.update = function (bands, clock) {
+      record("normalizer", clock);
+      if (bands.all < -200) return undefined;
+      return { low: bands.low, mid: bands.mid, high: bands.high, all: bands.all,
+               sustained_low: bands.onset, low_dominance: bands.low_dominance,
+               gained: bands.gained };
+    };
+  },
+  DropSignalDetector: function () {
+    this.armed = false;
+    this.update = function (input, dt) {
+      record("detector", [input.freq_low, input.sustained_low, input.low_dominance, dt]);
+      this.armed = input.sustained_low > 0;
+      return input.freq_low;
+    };
+    this.isArmed = function () { return this.armed; };
+  },
+  BeatTracker: function () {
+    this.count = 0;
+    this.update = function (bands, dt) {
+      record("tracker", [bands.drop, dt]);
+      var beat = bands.high > 0;
+      if (beat) this.count += 1;
+      var frame = { bpm: 128, beat_count: this.count, beat: beat, beat_confidence: 0.75,
+                    downbeat: bands.mid > 0, dropLevel: 0, gained: bands.gained };
+      frame.extend = function (extra) { this.dropLevel = extra.drop; };
+      frame.get = function (key) { return key === "drop" ? this.dropLevel : undefined; };
+      frame.toJson = function () {
+        return { bpm: this.bpm, beat: this.beat, downbeat: this.downbeat, drop: this.dropLevel,
+                 beat_count: this.beat_count, gained: this.gained };
+      };
+      return frame;
+    };
+  },
+  RuntimeDirectorSession: function () {
+    var self = this;
+    this.show = null;
+    this.nextResult = null;
+    this.director = { getRealized: function () { return self.show; } };
+    this.loadShow = function (subset) { record("loadShow", subset); self.show = subset; };
+    this.applyControl = function (control) { record("applyControl", control); };
+    this.applyFixtureOptions = function (list) { record("applyFixtureOptions", list); };
+    this.setForcedDrop = function (on) { record("setForcedDrop", on); };
+    this.toInterpretationPayload = function () { return { log: log, now: performance.now() }; };
+    this.step = function (frame, dt) {
+      record("step", [frame, dt]);
+      if (self.show && self.show.throwInStep) throw new Error("step exploded");
+      return self.show ? self.show.result : undefined;
+    };
+  },
+  buildShowSnapshotSubset: function (activeShow, controlState) {
+    record("build", [activeShow.name, controlState]);
+    return { name: activeShow.name, fixtures: activeShow.fixtures || [],
+             result: activeShow.result, throwInStep: activeShow.throwInStep };
+  }
+};
