@@ -519,7 +519,7 @@ var BridgeEngine = (function () {
         // double tempo is in range and nearly as strong.
         var doubled = this.refine(bestBpm * 2, maxLag);
         if (bestBpm * 2 <= BT_MAX_BPM && this.combScore(doubled, maxLag) >= 0.6 * best) bestBpm = doubled;
-        bestBpm = this.refine(bestBpm, maxLag);
+        bestBpm = this.peakAtMultiple(this.refine(bestBpm, maxLag), maxLag);
         var confidence = clamp01(this.combScore(bestBpm, maxLag) / energy);
         if (settled) this.adoptTempo(bestBpm, confidence);
         if (this.period <= 0) return;
@@ -540,6 +540,25 @@ var BridgeEngine = (function () {
             else lo = m1;
         }
         return (lo + hi) / 2;
+    };
+    // Linear interpolation between lags leans towards whole lags; the parabola through the
+    // autocorrelation peak at the longest beat multiple gives the period to a fraction of a hop.
+    BeatTracker.prototype.peakAtMultiple = function (bpm, maxLag) {
+        var lag = 60 / bpm / this.hop;
+        var k = BT_COMB;
+        while (k > 1 && k * lag >= maxLag - 2) k -= 1;
+        var centre = Math.round(k * lag);
+        var best = centre;
+        for (var i = centre - 2; i <= centre + 2; i++) {
+            if (i > 0 && i < maxLag - 1 && this.acf[i] > this.acf[best]) best = i;
+        }
+        if (best <= 0 || best >= maxLag - 1) return bpm;
+        var y0 = this.acf[best - 1], y1 = this.acf[best], y2 = this.acf[best + 1];
+        var curvature = y0 - 2 * y1 + y2;
+        if (!(curvature < 0)) return bpm;
+        var peak = best + 0.5 * (y0 - y2) / curvature;
+        var refined = 60 / (peak / k * this.hop);
+        return Math.abs(refined - bpm) <= 0.01 * bpm ? refined : bpm;
     };
     BeatTracker.prototype.adoptTempo = function (bpm, confidence) {
         var period = 60 / bpm;
