@@ -308,7 +308,8 @@ var BridgeEngine = (function () {
     BeatFrame.prototype.extend = function (values) {
         if (!isObject(values)) return;
         for (var key in values) {
-            if (key !== 'json' && Object.prototype.hasOwnProperty.call(values, key)) this[key] = values[key];
+            if (key === 'json' || typeof BeatFrame.prototype[key] === 'function') continue;
+            if (Object.prototype.hasOwnProperty.call(values, key)) this[key] = values[key];
         }
     };
     BeatFrame.prototype.get = function (key) {
@@ -961,6 +962,7 @@ var BridgeEngine = (function () {
         this.director = { getRealized: function () { return self.realized; } };
         this.showSeed = 1;
         this.fixtures = [];
+        this.rendered = [];
         this.groups = [];
         this.universes = [];
         this.dmx = {};
@@ -1019,6 +1021,8 @@ var BridgeEngine = (function () {
     RuntimeDirectorSession.prototype.loadShow = function (subset) {
         if (!isObject(subset)) return;
         this.subset = subset;
+        // Options come with the show (and from applyFixtureOptions right after it).
+        this.fixtureOptions = {};
         var summary = isObject(subset.summary) ? subset.summary : {};
         this.showId = str(summary.id);
         this.showSeed = hashString(this.showId) || 1;
