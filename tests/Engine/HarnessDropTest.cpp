@@ -91,9 +91,9 @@ TEST(HarnessDrop, OnlyBassOutTimeAfterTheWarmUpCounts) {
 TEST(HarnessDrop, ASteadyTrackNeverFires) {
     DanceTrackSpec spec;
     spec.bpm = 128;
-    spec.seconds = 90;
+    spec.seconds = 70;
     spec.noiseDecibels = -50;
-    spec.levelChanges.push_back({45.0, -10.0});
+    spec.levelChanges.push_back({40.0, -10.0});
     EngineHost host;
     const auto run = runTrack(spec, host);
     EXPECT_TRUE(run.dropTimes.empty());
