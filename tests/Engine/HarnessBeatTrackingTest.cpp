@@ -210,3 +210,43 @@ TEST(HarnessBeatTracker, BeatsStayOnTheGridThroughABreakAndTheDrop) {
 
 } // namespace
 } // namespace kelvo
+
+namespace kelvo {
+namespace {
+
+TEST(HarnessBeatTracker, FollowsTheNextTrackAtAnotherTempo) {
+    // A DJ cuts from a 128 BPM track to a 140 BPM one at 20 s.
+    testing::DanceTrackSpec first;
+    first.bpm = 128;
+    first.seconds = 20;
+    testing::DanceTrackSpec second;
+    second.bpm = 140;
+    second.seconds = 20;
+    second.firstBeat = 0.1;
+    const testing::SyntheticDanceTrack a(first);
+    const testing::SyntheticDanceTrack b(second);
+    std::vector<float> mix = a.samples();
+    mix.insert(mix.end(), b.samples().begin(), b.samples().end());
+
+    EngineHost host;
+    host.loadHarness(testing::harnessSource());
+    const auto run = testing::runClassical(host, testing::hopsOf(mix, 48000));
+    for (const auto& [clock, bpm] : run.bpm) {
+        if (clock >= 8 && clock < 20) {
+            ASSERT_NEAR(bpm, 128, 1.0) << "at " << clock << " s";
+        }
+        if (clock >= 28) {
+            ASSERT_NEAR(bpm, 140, 1.0) << "at " << clock << " s";
+        }
+    }
+    std::vector<double> kicks;
+    for (double k : b.truth().kicks) {
+        kicks.push_back(20 + k);
+    }
+    EXPECT_GE(
+        testing::beatFMeasure(testing::from(run.beatTimes, 28), testing::from(kicks, 28), 0.07),
+        0.9);
+}
+
+} // namespace
+} // namespace kelvo

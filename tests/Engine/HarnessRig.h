@@ -54,11 +54,9 @@ inline nlohmann::json demoThemesForEngine() {
     return themes;
 }
 
-/// The hops of a track as the capture would produce them: levels from the real extractor.
-inline std::vector<MicHop> hopsOf(const SyntheticDanceTrack& track) {
-    const double rate = track.spec().sampleRate;
+/// The hops of mono audio as the capture would produce them: levels from the real extractor.
+inline std::vector<MicHop> hopsOf(const std::vector<float>& samples, double rate) {
     BandEnergyExtractor extractor(rate);
-    const auto& samples = track.samples();
     constexpr std::size_t hop = BandEnergyExtractor::hopSize;
     std::vector<MicHop> hops;
     hops.reserve(samples.size() / hop);
@@ -72,6 +70,10 @@ inline std::vector<MicHop> hopsOf(const SyntheticDanceTrack& track) {
         hops.push_back(std::move(h));
     }
     return hops;
+}
+
+inline std::vector<MicHop> hopsOf(const SyntheticDanceTrack& track) {
+    return hopsOf(track.samples(), track.spec().sampleRate);
 }
 
 /// What the classical pipeline reported over a run.
