@@ -1,0 +1,41 @@
+#pragma once
+
+#include "DMX/UniverseRoute.h"
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace kelvo {
+
+/// What the command line asks of this run. Output settings given here are persisted under the
+/// same settings keys the dashboard writes, so a headless venue machine is configured once.
+struct LaunchOptions {
+    bool headless = false;
+    std::optional<std::string> audioFile;
+    std::optional<std::string> serverURL; ///< from --server, or the local server for --local
+    std::optional<bool> artnetEnabled;
+    std::optional<std::string> artnetHost;
+    std::optional<bool> enttecEnabled;
+    std::optional<std::vector<UniverseRoute>> routes;
+    std::optional<std::string> audioDeviceUID;
+    bool recordOnStart = false;
+    std::optional<double> runSeconds; ///< quit after this long (demos, benchmarks, tests)
+
+    friend bool operator==(const LaunchOptions&, const LaunchOptions&) = default;
+};
+
+struct LaunchParseResult {
+    enum class Action { run, showHelp, showVersion, fail };
+    Action action = Action::run;
+    LaunchOptions options;
+    std::string message; ///< help text, version line or the error
+};
+
+/// Parses the arguments (the first is the program path).
+LaunchParseResult parseLaunchArguments(const std::vector<std::string>& arguments);
+
+/// "1=enttec", "2=artnet:0", "3=unmapped"; nullopt when malformed.
+std::optional<UniverseRoute> parseRouteArgument(const std::string& text);
+
+} // namespace kelvo
