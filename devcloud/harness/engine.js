@@ -266,7 +266,11 @@ var BridgeEngine = (function () {
     var BT_MIN_BPM = 70;
     var BT_MAX_BPM = 190;
     var BT_BPM_STEP = 0.25;
-    var BT_HISTORY = 768;
+    // History kept, in seconds of hops (768 hops at 48 kHz), within these hop counts.
+    var BT_HISTORY_SECONDS = 8.2;
+    var BT_ODF_PERIOD_S = 512 / 48000;
+    var BT_HISTORY_MIN = 256;
+    var BT_HISTORY_MAX = 4096;
     var BT_ANALYSE_EVERY = 8;
     var BT_MIN_SECONDS = 2.5;
     var BT_COMB = 4;
@@ -336,16 +340,22 @@ var BridgeEngine = (function () {
 
     function BeatTracker() {
         this.frame = new BeatFrame();
-        this.odf = new Float64Array(BT_HISTORY);
-        this.deviation = new Float64Array(BT_HISTORY);
-        this.kickOdf = new Float64Array(BT_HISTORY);
-        this.linear = new Float64Array(BT_HISTORY);
-        this.acf = new Float64Array(BT_HISTORY);
+        this.size = 0;
         this.reset(0);
         this.clock = 0;
         this.beatCount = 0;
     }
-    BeatTracker.prototype.reset = function (hop) {
+    // rawHop: the length of the hops fed in. Short hops (high sample rates) are grouped so the
+    // onset signal runs near BT_ODF_PERIOD_S: a 2048-sample frame at 192 kHz is shorter than a
+    // cycle of a kick's fundamental and its level ripples with the waveform from hop to hop.
+    BeatTracker.prototype.reset = function (rawHop) {
+        this.rawHop = rawHop;
+        this.group = rawHop > 0 ? Math.max(1, Math.round(BT_ODF_PERIOD_S / rawHop)) : 1;
+        this.groupHops = 0;
+        this.groupSignal = 0;
+        this.groupKick = 0;
+        this.groupRise = 0;
+        var hop = rawHop * this.group;
         this.hop = hop;
         this.written = 0;
         this.sinceAnalysis = 0;
@@ -362,15 +372,25 @@ var BridgeEngine = (function () {
         this.kickShort = 0;
         this.kickPeak = 0;
         this.kickSince = -1;
-        for (var i = 0; i < BT_HISTORY; i++) {
-            this.odf[i] = 0;
-            this.kickOdf[i] = 0;
-            this.deviation[i] = 0;
-            this.acf[i] = 0;
+        // Buffers are sized for the hop length, so reallocated only when the stream changes.
+        var size = hop > 0 ? clamp(Math.ceil(BT_HISTORY_SECONDS / hop), BT_HISTORY_MIN, BT_HISTORY_MAX)
+            : BT_HISTORY_MIN;
+        if (size !== this.size) {
+            this.size = size;
+            this.odf = new Float64Array(size);
+            this.deviation = new Float64Array(size);
+            this.kickOdf = new Float64Array(size);
+            this.linear = new Float64Array(size);
+            this.acf = new Float64Array(size);
+        } else {
+            this.odf.fill(0);
+            this.deviation.fill(0);
+            this.kickOdf.fill(0);
+            this.acf.fill(0);
         }
         this.odfLevel = 0;
         this.acfDecay = hop > 0 ? Math.exp(-hop / BT_ACF_TAU_S) : 0;
-        this.maxLag = hop > 0 ? Math.min(BT_HISTORY - 2, Math.ceil(BT_COMB * 60 / BT_MIN_BPM / hop) + 2) : 0;
+        this.maxLag = hop > 0 ? Math.min(size - 2, Math.ceil(BT_COMB * 60 / BT_MIN_BPM / hop) + 2) : 0;
         this.previousKick = 0;
     };
     BeatTracker.prototype.update = function (bands, dt) {
@@ -388,36 +408,23 @@ var BridgeEngine = (function () {
         if (step <= 0) return f;
 
         // A different hop length means a different stream: start over.
-        if (this.hop <= 0 || Math.abs(step - this.hop) > 0.2 * this.hop) this.reset(step);
-        else this.hop += (step - this.hop) * 0.01;
+        if (this.rawHop <= 0 || Math.abs(step - this.rawHop) > 0.2 * this.rawHop) this.reset(step);
         this.clock += step;
         f.time = this.clock;
 
-        var signal = BT_KICK_WEIGHT * Math.max(0, num(b.low_flux, 0)) + BT_ONSET_WEIGHT * f.onset;
         var audible = num(b.level_db, 0) > WINDOW_AUDIBLE_DB;
-        if (!audible) signal = 0;
-        // Light smoothing widens single-hop peaks so fractional lags interpolate well.
-        var smoothed = 0.6 * signal + 0.4 * this.previousOdf;
-        this.previousOdf = signal;
         var kick = audible ? Math.max(0, num(b.low_flux, 0)) : 0;
-        this.kickOdf[this.written % BT_HISTORY] = 0.6 * kick + 0.4 * this.previousKick;
-        this.previousKick = kick;
-        this.odf[this.written % BT_HISTORY] = smoothed;
-        this.accumulate(smoothed, step);
-        this.written += 1;
-        this.odfMean += (signal - this.odfMean) * follow(step, 4);
-        if (signal > 1.5 * this.odfMean && signal > 0.5) this.lastOnsetTime = this.clock;
-        var kickRise = audible ? Math.max(0, num(b.low_rise_db, 0)) : 0;
-        this.kickShort += (kickRise - this.kickShort) * follow(step, BT_KICK_SHORT_S);
-        this.kickPeak = Math.max(this.kickShort, this.kickPeak * (1 - BT_KICK_PEAK_DECAY_PER_S * step));
-        var kickPresent = this.kickShort >= BT_KICK_PRESENT * this.kickPeak;
-        if (!kickPresent) this.kickSince = -1;
-        else if (this.kickSince < 0) this.kickSince = this.clock;
-
-        this.sinceAnalysis += 1;
-        if (this.sinceAnalysis >= BT_ANALYSE_EVERY && this.written * this.hop >= BT_MIN_SECONDS) {
-            this.sinceAnalysis = 0;
-            this.analyse();
+        this.groupSignal += audible ? BT_KICK_WEIGHT * kick + BT_ONSET_WEIGHT * f.onset : 0;
+        this.groupKick += kick;
+        this.groupRise += audible ? Math.max(0, num(b.low_rise_db, 0)) : 0;
+        this.groupHops += 1;
+        if (this.groupHops >= this.group) {
+            this.push(this.groupSignal / this.groupHops, this.groupKick / this.groupHops, this.groupRise,
+                      step * this.groupHops);
+            this.groupHops = 0;
+            this.groupSignal = 0;
+            this.groupKick = 0;
+            this.groupRise = 0;
         }
 
         var quiet = this.lastOnsetTime < 0 || this.clock - this.lastOnsetTime > BT_SILENCE_SECONDS;
@@ -440,13 +447,37 @@ var BridgeEngine = (function () {
         f.beat_confidence = this.confidence;
         return f;
     };
+    // One sample of the onset signal (signal), its kick part (kick) and the kick's dB rise.
+    BeatTracker.prototype.push = function (signal, kick, kickRise, step) {
+        // Light smoothing widens single-sample peaks so fractional lags interpolate well.
+        var smoothed = 0.6 * signal + 0.4 * this.previousOdf;
+        this.previousOdf = signal;
+        this.kickOdf[this.written % this.size] = 0.6 * kick + 0.4 * this.previousKick;
+        this.previousKick = kick;
+        this.odf[this.written % this.size] = smoothed;
+        this.accumulate(smoothed, step);
+        this.written += 1;
+        this.odfMean += (signal - this.odfMean) * follow(step, 4);
+        if (signal > 1.5 * this.odfMean && signal > 0.5) this.lastOnsetTime = this.clock;
+        this.kickShort += (kickRise - this.kickShort) * follow(step, BT_KICK_SHORT_S);
+        this.kickPeak = Math.max(this.kickShort, this.kickPeak * (1 - BT_KICK_PEAK_DECAY_PER_S * step));
+        var kickPresent = this.kickShort >= BT_KICK_PRESENT * this.kickPeak;
+        if (!kickPresent) this.kickSince = -1;
+        else if (this.kickSince < 0) this.kickSince = this.clock;
+
+        this.sinceAnalysis += 1;
+        if (this.sinceAnalysis >= BT_ANALYSE_EVERY && this.written * this.hop >= BT_MIN_SECONDS) {
+            this.sinceAnalysis = 0;
+            this.analyse();
+        }
+    };
     // Copies the history into time order with the mean removed; returns the sample count.
     BeatTracker.prototype.linearize = function (source) {
-        var n = Math.min(this.written, BT_HISTORY);
+        var n = Math.min(this.written, this.size);
         var start = this.written - n;
         var mean = 0;
         for (var i = 0; i < n; i++) {
-            var v = source[(start + i) % BT_HISTORY];
+            var v = source[(start + i) % this.size];
             this.linear[i] = v;
             mean += v;
         }
@@ -476,19 +507,20 @@ var BridgeEngine = (function () {
         this.odfLevel += (value - this.odfLevel) * follow(step, BT_ACF_TAU_S);
         var x = value - this.odfLevel;
         var w = this.written;
-        this.deviation[w % BT_HISTORY] = x;
+        var size = this.size;
+        this.deviation[w % size] = x;
         var decay = this.acfDecay;
         var lags = Math.min(this.maxLag + 1, w);
         var acf = this.acf;
         var dev = this.deviation;
-        var index = w % BT_HISTORY;
+        var index = w % size;
         for (var lag = 0; lag <= lags; lag++) {
             acf[lag] = decay * acf[lag] + x * dev[index];
-            index = index === 0 ? BT_HISTORY - 1 : index - 1;
+            index = index === 0 ? size - 1 : index - 1;
         }
     };
     BeatTracker.prototype.analyse = function () {
-        var n = Math.min(this.written, BT_HISTORY);
+        var n = Math.min(this.written, this.size);
         var maxLag = Math.min(this.written - 2, this.maxLag);
         var energy = this.acf[0];
         if (!(energy > 1e-9)) {

@@ -70,6 +70,8 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(TempoCase{100, 48000, -200, 0}, TempoCase{120, 48000, -200, 0},
                       TempoCase{128, 48000, -200, 0}, TempoCase{140, 48000, -200, 0},
                       TempoCase{174, 48000, -200, 0},
+                      // Interfaces running at other rates.
+                      TempoCase{128, 22050, -200, 0}, TempoCase{128, 96000, -200, 0},
                       // A noisy, quiet room microphone at 44.1 kHz whose level then drops 15 dB.
                       TempoCase{100, 44100, -35, -15}, TempoCase{128, 44100, -35, -15},
                       TempoCase{174, 44100, -35, -15}));
