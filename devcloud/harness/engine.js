@@ -6,7 +6,8 @@
  *
  *   AdaptiveDecibelWindow    update(bands, dt)          -> bands with automatic gain applied
  *   AdaptiveBandNormalizer   update(bands, clock)       -> low/mid/high/all in 0…1, sustained_low,
- *                                                          low_dominance, onset, low_flux
+ *                                                          low_dominance, onset, low_flux,
+ *                                                          low_rise_db, level_db
  *   DropSignalDetector       update(signal, dt)         -> drop level (>= 1 when it fires), isArmed()
  *   BeatTracker              update(bands, dt)          -> beat frame (bpm, beat_count, beat,
  *                                                          beat_confidence, downbeat, extend, get, toJson)
@@ -17,8 +18,9 @@
  *
  * Lighting modes (MODES below): blackout, static (wash), pulse, chase, strobe, cycle, party.
  *
- * Rules kept throughout: deterministic for the same inputs (seeded PRNG only, no clock reads),
- * no allocation in the per-hop and per-step paths, and no call ever throws on odd input.
+ * Rules kept throughout: deterministic for the same inputs (hashes instead of random numbers,
+ * no clock reads), no allocation in the per-hop and per-step paths, and no call ever throws on
+ * odd input.
  */
 var BridgeEngine = (function () {
     'use strict';
@@ -55,7 +57,7 @@ var BridgeEngine = (function () {
         return tau <= 0 ? 1 : 1 - Math.exp(-dt / tau);
     }
 
-    // Small deterministic PRNG (mulberry32) and a stateless hash for per-beat choices.
+    // Stateless hashes: per-beat choices (which fixtures sparkle) repeat for the same input.
     function hash32(a, b) {
         var h = (a * 0x9e3779b1) ^ (b * 0x85ebca77);
         h = Math.imul(h ^ (h >>> 15), 0x2c1b3c6d);
@@ -557,7 +559,8 @@ var BridgeEngine = (function () {
         if (settled) this.adoptTempo(bestBpm, confidence);
         if (this.period <= 0) return;
         if (!kickMusic) {
-            this.lockPhase(this.linearize(this.odf)); // music without a kick: the whole onset signal sets the phase
+            // Music without a kick: the whole onset signal sets the phase.
+            this.lockPhase(this.linearize(this.odf));
         } else if (this.kickShort >= BT_KICK_PRESENT * this.kickPeak) {
             this.lockPhase(this.linearize(this.kickOdf));
         }
