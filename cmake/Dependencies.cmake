@@ -7,3 +7,6 @@ find_package(GTest REQUIRED)
 
 pkg_check_modules(FFTW3F REQUIRED IMPORTED_TARGET fftw3f)
 pkg_check_modules(JSC REQUIRED IMPORTED_TARGET javascriptcoregtk-4.1)
+# Audio: PulseAudio client (devices, capture), libsndfile (--audio-file input, test signals)
+pkg_check_modules(PULSE REQUIRED IMPORTED_TARGET GLOBAL libpulse)
+pkg_check_modules(SNDFILE REQUIRED IMPORTED_TARGET GLOBAL sndfile)

@@ -5,7 +5,7 @@
 #include "Engine/DmxBuffers.h"
 #include "Engine/DropDiagnostics.h"
 #include "Engine/LightingPlot.h"
-#include "Show/ThemePaletteColor.h"
+#include "Show/ShowOptions.h"
 
 #include <nlohmann/json.hpp>
 

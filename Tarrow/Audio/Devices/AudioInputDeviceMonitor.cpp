@@ -1,0 +1,83 @@
+#include "Audio/Devices/AudioInputDeviceMonitor.h"
+
+#include "Audio/Devices/AudioInputSelection.h"
+
+#include <QMetaObject>
+#include <QPointer>
+#include <QThread>
+
+#include <algorithm>
+
+namespace kelvo {
+
+AudioInputDeviceMonitor::AudioInputDeviceMonitor(std::shared_ptr<AudioDeviceLayer> layer,
+                                                 QObject* parent)
+    : QObject(parent), layer_(std::move(layer)) {}
+
+AudioInputDeviceMonitor::~AudioInputDeviceMonitor() {
+    if (listening_)
+        layer_->setChangeListener({});
+}
+
+void AudioInputDeviceMonitor::refresh() {
+    if (QThread::currentThread() != thread()) {
+        QMetaObject::invokeMethod(
+            this, [this] { refresh(); }, Qt::QueuedConnection);
+        return;
+    }
+    std::vector<AudioInputDeviceInfo> listed = listInputDevices(*layer_);
+    if (listed == devices_)
+        return;
+    devices_ = std::move(listed);
+    emit devicesChanged(devices_);
+}
+
+bool AudioInputDeviceMonitor::startListening() {
+    // The layer calls from its own thread; the notice hops to ours. The destructor removes
+    // the listener before the monitor goes, and Qt drops notices still queued for it.
+    listening_ = layer_->setChangeListener([this] {
+        QMetaObject::invokeMethod(
+            this, [this] { refresh(); }, Qt::QueuedConnection);
+    });
+    if (!listening_)
+        layer_->setChangeListener({});
+    return listening_;
+}
+
+std::vector<AudioInputDeviceInfo>
+AudioInputDeviceMonitor::listInputDevices(AudioDeviceLayer& layer) {
+    std::vector<AudioInputDeviceInfo> inputs;
+    for (const AudioDeviceRecord& record : layer.devices()) {
+        if (!record.inputChannels || *record.inputChannels < 1 || !record.uid)
+            continue;
+        inputs.push_back(AudioInputDeviceInfo{*record.uid, record.name.value_or(*record.uid),
+                                              record.transport == AudioClockTransport::usb,
+                                              record.transport == AudioClockTransport::builtIn});
+    }
+    auto rank = [](const AudioInputDeviceInfo& d) {
+        if (d.isUSB)
+            return AudioInputSelection::isPioneerMixerName(d.name) ? 0 : 1;
+        return d.isBuiltIn ? 2 : 3;
+    };
+    std::stable_sort(inputs.begin(), inputs.end(),
+                     [&](const auto& a, const auto& b) { return rank(a) < rank(b); });
+    return inputs;
+}
+
+std::optional<std::string> AudioInputDeviceMonitor::deviceID(AudioDeviceLayer& layer,
+                                                             const std::string& uid) {
+    for (const AudioDeviceRecord& record : layer.devices())
+        if (record.uid == uid)
+            return record.id;
+    return std::nullopt;
+}
+
+AudioClockTransport AudioInputDeviceMonitor::clockTransport(AudioDeviceLayer& layer,
+                                                            const std::string& id) {
+    for (const AudioDeviceRecord& record : layer.devices())
+        if (record.id == id)
+            return record.transport;
+    return AudioClockTransport::other;
+}
+
+} // namespace kelvo

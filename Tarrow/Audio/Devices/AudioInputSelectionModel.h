@@ -1,0 +1,92 @@
+#pragma once
+
+#include "Audio/Devices/AudioInputDeviceMonitor.h"
+#include "Audio/Devices/AudioInputDeviceTypes.h"
+
+#include <QObject>
+#include <QString>
+
+#include <functional>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace kelvo {
+
+/// The application model's audio-input choice: which device capture uses, how it is shown,
+/// and how the choice follows devices coming and going. Main thread only. It reaches the
+/// rest of the application only through `Hooks`.
+class AudioInputSelectionModel : public QObject {
+    Q_OBJECT
+    Q_PROPERTY(QString audioInputKind READ audioInputKindText NOTIFY audioInputKindChanged)
+    Q_PROPERTY(QString activeAudioDeviceUID READ activeAudioDeviceUIDText NOTIFY
+                   activeAudioDeviceUIDChanged)
+    Q_PROPERTY(QString audioInputDisplayName READ audioInputDisplayNameText NOTIFY
+                   audioInputDisplayNameChanged)
+    Q_PROPERTY(bool preferMicrophoneOverUSB READ preferMicrophoneOverUSB WRITE
+                   setPreferMicrophoneOverUSB NOTIFY preferMicrophoneOverUSBChanged)
+
+public:
+    static constexpr const char* unavailablePrefix = "Audio input unavailable: ";
+
+    struct Hooks {
+        /// Whether the engine loop's timer exists (capture is restarted only then).
+        std::function<bool()> engineLoopRunning;
+        std::function<void()> replaceDropDetector;
+        /// Restarts capture; throws `AudioInputException`.
+        std::function<void(const std::optional<std::string>& uid, std::optional<int> channels)>
+            startCapture;
+        std::function<void(const QString&)> setStatusMessage;
+    };
+
+    explicit AudioInputSelectionModel(Hooks hooks, QObject* parent = nullptr);
+
+    /// Takes the monitor's devices, applies the choice without restarting, then follows the
+    /// monitor's changes.
+    void startAudioDeviceMonitoring(AudioInputDeviceMonitor& monitor);
+    void handleAudioDevicesChanged(const std::vector<AudioInputDeviceInfo>& devices);
+    void applyAudioInputSelection(bool restartIfRunning);
+    /// A device picked by hand; ignored unless it is listed.
+    void selectAudioInputDevice(const std::string& uid);
+    /// 2 for a recognised mixer (its first stereo pair is the master), else absent (all).
+    std::optional<int> captureChannelCount() const;
+
+    const std::vector<AudioInputDeviceInfo>& audioInputDevices() const { return devices_; }
+    AudioInputSourceKind audioInputKind() const { return kind_; }
+    const std::string& audioInputDisplayName() const { return displayName_; }
+    const std::optional<std::string>& activeAudioDeviceUID() const { return activeUID_; }
+    const std::optional<std::string>& selectedAudioDeviceUID() const { return selectedUID_; }
+    const std::set<std::string>& knownUSBUIDs() const { return knownUSB_; }
+    bool preferMicrophoneOverUSB() const { return preferMicrophone_; }
+    void setPreferMicrophoneOverUSB(bool prefer);
+
+signals:
+    void audioInputDevicesChanged();
+    void audioInputKindChanged();
+    void audioInputDisplayNameChanged();
+    void activeAudioDeviceUIDChanged();
+    void preferMicrophoneOverUSBChanged();
+
+private:
+    void setDevices(std::vector<AudioInputDeviceInfo> devices);
+    QString audioInputDisplayNameText() const { return QString::fromStdString(displayName_); }
+    QString audioInputKindText() const {
+        return QString::fromUtf8(textValue(kind_).data(), qsizetype(textValue(kind_).size()));
+    }
+    QString activeAudioDeviceUIDText() const {
+        return activeUID_ ? QString::fromStdString(*activeUID_) : QString();
+    }
+    static std::set<std::string> usbUIDs(const std::vector<AudioInputDeviceInfo>& devices);
+
+    Hooks hooks_;
+    std::vector<AudioInputDeviceInfo> devices_;
+    AudioInputSourceKind kind_ = AudioInputSourceKind::microphone;
+    std::string displayName_ = "Microphone";
+    std::optional<std::string> activeUID_;
+    std::optional<std::string> selectedUID_;
+    std::set<std::string> knownUSB_;
+    bool preferMicrophone_ = false;
+};
+
+} // namespace kelvo

@@ -1,0 +1,112 @@
+#include "Audio/PulseAudio/PulseAudioConnection.h"
+
+#include "Audio/Capture/AudioInputStream.h"
+
+#include <pulse/rtclock.h>
+
+namespace kelvo {
+
+namespace {
+
+void contextStateChanged(pa_context*, void* userdata) {
+    pa_threaded_mainloop_signal(static_cast<pa_threaded_mainloop*>(userdata), 0);
+}
+
+void wakeUp(pa_mainloop_api*, pa_time_event*, const struct timeval*, void* userdata) {
+    pa_threaded_mainloop_signal(static_cast<pa_threaded_mainloop*>(userdata), 0);
+}
+
+} // namespace
+
+pa_usec_t PulseAudioConnection::now() {
+    return pa_rtclock_now();
+}
+
+pa_time_event* PulseAudioConnection::armWakeUp(pa_usec_t deadline) const {
+    return pa_context_rttime_new(context_, deadline, &wakeUp, mainloop_);
+}
+
+void PulseAudioConnection::disarm(pa_time_event* timer) const {
+    if (timer)
+        pa_threaded_mainloop_get_api(mainloop_)->time_free(timer);
+}
+
+PulseAudioConnection::PulseAudioConnection(const std::string& clientName,
+                                           const std::string& threadName,
+                                           std::chrono::milliseconds timeout) {
+    mainloop_ = pa_threaded_mainloop_new();
+    if (!mainloop_)
+        throw AudioInputException("Audio server unavailable (out of memory)");
+    pa_threaded_mainloop_set_name(mainloop_, threadName.c_str());
+    context_ = pa_context_new(pa_threaded_mainloop_get_api(mainloop_), clientName.c_str());
+    if (!context_) {
+        pa_threaded_mainloop_free(mainloop_);
+        throw AudioInputException("Audio server unavailable (out of memory)");
+    }
+    pa_context_set_state_callback(context_, &contextStateChanged, mainloop_);
+    if (pa_threaded_mainloop_start(mainloop_) < 0) {
+        pa_context_unref(context_);
+        pa_threaded_mainloop_free(mainloop_);
+        throw AudioInputException("Audio server unavailable (cannot start its thread)");
+    }
+
+    std::string failure;
+    {
+        Lock lock(*this);
+        if (pa_context_connect(context_, nullptr, PA_CONTEXT_NOAUTOSPAWN, nullptr) < 0) {
+            failure = lastError();
+        } else {
+            const bool settled = waitFor(
+                [this] {
+                    return !PA_CONTEXT_IS_GOOD(pa_context_get_state(context_)) ||
+                           pa_context_get_state(context_) == PA_CONTEXT_READY;
+                },
+                timeout);
+            if (!settled)
+                failure = "timed out";
+            else if (pa_context_get_state(context_) != PA_CONTEXT_READY)
+                failure = lastError();
+        }
+    }
+    if (!failure.empty()) {
+        pa_threaded_mainloop_stop(mainloop_);
+        pa_context_disconnect(context_);
+        pa_context_unref(context_);
+        pa_threaded_mainloop_free(mainloop_);
+        throw AudioInputException("Audio server unavailable (" + failure + ")");
+    }
+}
+
+PulseAudioConnection::~PulseAudioConnection() {
+    {
+        Lock lock(*this);
+        pa_context_set_state_callback(context_, nullptr, nullptr);
+        pa_context_set_subscribe_callback(context_, nullptr, nullptr);
+        pa_context_disconnect(context_);
+    }
+    pa_threaded_mainloop_stop(mainloop_);
+    pa_context_unref(context_);
+    pa_threaded_mainloop_free(mainloop_);
+}
+
+std::string PulseAudioConnection::lastError() const {
+    return pa_strerror(pa_context_errno(context_));
+}
+
+bool PulseAudioConnection::isConnected() const {
+    return pa_context_get_state(context_) == PA_CONTEXT_READY;
+}
+
+bool PulseAudioConnection::await(pa_operation* operation) const {
+    if (!operation)
+        return false;
+    const bool finished =
+        waitFor([operation] { return pa_operation_get_state(operation) != PA_OPERATION_RUNNING; },
+                replyTimeout);
+    if (!finished)
+        pa_operation_cancel(operation);
+    pa_operation_unref(operation);
+    return finished;
+}
+
+} // namespace kelvo

@@ -1,0 +1,71 @@
+#pragma once
+
+#include <pulse/pulseaudio.h>
+
+#include <chrono>
+#include <memory>
+#include <string>
+
+namespace kelvo {
+
+/// A client connection to the audio server on its own threaded main loop. Callbacks of
+/// everything created on `context()` run on that loop's thread with the loop locked.
+/// The server is libpulse's choice: $PULSE_SERVER, else the user's session server.
+class PulseAudioConnection {
+public:
+    /// Connects and waits until the context is ready. Throws `AudioInputException`.
+    PulseAudioConnection(const std::string& clientName, const std::string& threadName,
+                         std::chrono::milliseconds timeout = std::chrono::seconds(5));
+    ~PulseAudioConnection();
+    PulseAudioConnection(const PulseAudioConnection&) = delete;
+    PulseAudioConnection& operator=(const PulseAudioConnection&) = delete;
+
+    pa_threaded_mainloop* mainloop() const { return mainloop_; }
+    pa_context* context() const { return context_; }
+    /// The text of the context's last error.
+    std::string lastError() const;
+    bool isConnected() const;
+
+    /// Holds the main loop's lock (recursive use from the loop thread is not allowed).
+    class Lock {
+    public:
+        explicit Lock(const PulseAudioConnection& c) : loop_(c.mainloop_) {
+            pa_threaded_mainloop_lock(loop_);
+        }
+        ~Lock() { pa_threaded_mainloop_unlock(loop_); }
+        Lock(const Lock&) = delete;
+        Lock& operator=(const Lock&) = delete;
+
+    private:
+        pa_threaded_mainloop* loop_;
+    };
+
+    static constexpr std::chrono::milliseconds replyTimeout{5000};
+
+    /// With the lock held: waits for `operation` to finish (its callback must signal the
+    /// loop) and releases it. Returns false when the operation could not be issued or the
+    /// server did not answer in time (the operation is then cancelled).
+    bool await(pa_operation* operation) const;
+    /// With the lock held: waits until `done()` or the timeout; returns `done()`. Anything
+    /// that changes what `done` reads must signal the loop.
+    template <typename Done> bool waitFor(Done done, std::chrono::milliseconds timeout) const {
+        const pa_usec_t deadline = now() + static_cast<pa_usec_t>(timeout.count()) * 1000;
+        pa_time_event* timer = armWakeUp(deadline);
+        while (!done() && now() < deadline)
+            pa_threaded_mainloop_wait(mainloop_);
+        disarm(timer);
+        return done();
+    }
+    /// With the lock held: signals waiters; for use in callbacks.
+    void signal() const { pa_threaded_mainloop_signal(mainloop_, 0); }
+
+private:
+    static pa_usec_t now();
+    pa_time_event* armWakeUp(pa_usec_t deadline) const;
+    void disarm(pa_time_event* timer) const;
+
+    pa_threaded_mainloop* mainloop_ = nullptr;
+    pa_context* context_ = nullptr;
+};
+
+} // namespace kelvo

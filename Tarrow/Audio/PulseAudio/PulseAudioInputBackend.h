@@ -1,0 +1,25 @@
+#pragma once
+
+#include "Audio/Capture/AudioInputStream.h"
+#include "Audio/PulseAudio/PulseAudioDeviceLayer.h"
+
+#include <memory>
+
+namespace kelvo {
+
+/// Capture from the audio server's sources: the device is prepared through the
+/// configurator's rules, then a record stream opens on it (float32, the device's rate and
+/// channels, fragments of at most 512 frames).
+class PulseAudioInputBackend : public AudioInputBackend {
+public:
+    /// Without a layer (no server answered at start-up), each start tries to reach the
+    /// server again and reports why it cannot.
+    explicit PulseAudioInputBackend(std::shared_ptr<PulseAudioDeviceLayer> layer);
+    std::unique_ptr<AudioInputStream>
+    openStream(const std::optional<std::string>& deviceUID) override;
+
+private:
+    std::shared_ptr<PulseAudioDeviceLayer> layer_;
+};
+
+} // namespace kelvo

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <condition_variable>
+#include <deque>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <thread>
+
+namespace kelvo {
+
+/// A worker thread running submitted tasks one at a time, in submission order: the Linux
+/// form of a serial dispatch queue. The label becomes the thread's name (the kernel keeps
+/// its first 15 characters).
+class SerialQueue {
+public:
+    explicit SerialQueue(std::string label);
+    /// Runs every task already submitted, then joins the thread.
+    ~SerialQueue();
+    SerialQueue(const SerialQueue&) = delete;
+    SerialQueue& operator=(const SerialQueue&) = delete;
+
+    void async(std::function<void()> task);
+    /// Runs `task` on the queue and waits for it; must not be called from the queue itself.
+    void sync(const std::function<void()>& task);
+
+    const std::string& label() const { return label_; }
+    bool isCurrent() const { return std::this_thread::get_id() == thread_.get_id(); }
+
+private:
+    void run();
+
+    std::string label_;
+    std::mutex mutex_;
+    std::condition_variable wake_;
+    std::deque<std::function<void()>> tasks_;
+    bool stopping_ = false;
+    bool waiting_ = false;
+    std::thread thread_;
+};
+
+} // namespace kelvo

@@ -1,0 +1,126 @@
+#include "DMX/EnttecSerialSender.h"
+
+#include "DMX/EnttecFrameBuilder.h"
+#include "DMX/PosixSerialPort.h"
+
+#include <algorithm>
+#include <cctype>
+#include <filesystem>
+#include <set>
+
+namespace kelvo {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+std::vector<std::string> sortedNames(const std::string& folder) {
+    std::vector<std::string> names;
+    std::error_code error;
+    for (fs::directory_iterator it(folder, error), end; !error && it != end; it.increment(error))
+        names.push_back(it->path().filename().string());
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+bool startsWith(const std::string& text, const char* prefix) {
+    return text.rfind(prefix, 0) == 0;
+}
+
+bool namesWidgetMaker(std::string name) {
+    std::transform(name.begin(), name.end(), name.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
+    return name.find("ENTTEC") != std::string::npos || name.find("FTDI") != std::string::npos;
+}
+
+// Collects paths in order, skipping a path already listed and a link to a device already listed.
+class CandidateList {
+public:
+    void add(const std::string& path) {
+        std::error_code error;
+        const fs::path device = fs::canonical(path, error);
+        const std::string identity = error ? path : device.string();
+        if (!paths_.insert(path).second || !devices_.insert(identity).second)
+            return;
+        list_.push_back(path);
+    }
+    std::vector<std::string> take() { return std::move(list_); }
+
+private:
+    std::vector<std::string> list_;
+    std::set<std::string> paths_;
+    std::set<std::string> devices_;
+};
+
+} // namespace
+
+EnttecSerialSender::EnttecSerialSender()
+    : EnttecSerialSender(
+          [](const std::string& path) -> std::unique_ptr<SerialPortWriting> {
+              return std::make_unique<PosixSerialPort>(path);
+          },
+          [] { return defaultCandidatePaths(); }) {}
+
+EnttecSerialSender::EnttecSerialSender(PortFactory portFactory,
+                                       CandidatePathsProvider candidatePathsProvider)
+    : portFactory_(std::move(portFactory)),
+      candidatePathsProvider_(std::move(candidatePathsProvider)) {}
+
+SerialPortWriting* EnttecSerialSender::resolvePort() {
+    if (port_ && port_->fileDescriptor() >= 0)
+        return port_.get();
+    for (const std::string& path : candidatePathsProvider_()) {
+        std::unique_ptr<SerialPortWriting> candidate = portFactory_(path);
+        if (!candidate)
+            continue;
+        try {
+            candidate->open();
+        } catch (const SerialPortError&) {
+            continue;
+        }
+        port_ = std::move(candidate);
+        connectedPortPath_ = path;
+        return port_.get();
+    }
+    return nullptr;
+}
+
+bool EnttecSerialSender::sendDmx(std::span<const std::uint8_t> channels) {
+    SerialPortWriting* port = resolvePort();
+    if (!port)
+        return false;
+    try {
+        port->write(EnttecFrameBuilder::buildSendDmxFrame(channels));
+        return true;
+    } catch (const SerialPortError&) {
+        disconnect();
+        return false;
+    }
+}
+
+void EnttecSerialSender::disconnect() {
+    if (port_ && port_->fileDescriptor() >= 0)
+        port_->close();
+    port_.reset();
+    connectedPortPath_.reset();
+}
+
+std::vector<std::string>
+EnttecSerialSender::defaultCandidatePaths(const SerialDeviceFolders& folders) {
+    CandidateList candidates;
+    candidates.add(fixedWidgetPath);
+    const std::vector<std::string> devNames = sortedNames(folders.dev);
+    for (const std::string& name : devNames)
+        if (startsWith(name, "cu.usbserial") || startsWith(name, "cu.usbmodem"))
+            candidates.add(folders.dev + "/" + name);
+    for (const std::string& name : sortedNames(folders.byID))
+        if (namesWidgetMaker(name))
+            candidates.add(folders.byID + "/" + name);
+    for (const char* prefix : {"ttyUSB", "ttyACM"})
+        for (const std::string& name : devNames)
+            if (startsWith(name, prefix))
+                candidates.add(folders.dev + "/" + name);
+    return candidates.take();
+}
+
+} // namespace kelvo

@@ -1,0 +1,25 @@
+#pragma once
+
+#include "DMX/ArtNetSender.h"
+#include "DMX/EnttecSerialSender.h"
+#include "DMX/OutputSettings.h"
+
+namespace kelvo {
+
+/// Hands each routed universe of a frame to its output. Main thread only.
+class LiveDmxOutput {
+public:
+    LiveDmxOutput(EnttecSerialSender enttec, std::shared_ptr<UDPSending> artnetTransport);
+
+    /// Serves every route in table order, each on its own: a route without a buffer in this
+    /// frame is skipped, a failing output never stops the others, and nothing is thrown.
+    void send(const DmxFrame& frame, const OutputSettings& settings);
+
+    /// Closes the widget's descriptor now and forgets it; the next Enttec frame scans again.
+    void disconnectEnttec();
+
+    EnttecSerialSender enttec;
+    ArtNetSender artnet;
+};
+
+} // namespace kelvo

@@ -1,0 +1,196 @@
+#include "Audio/Capture/MicCapture.h"
+
+#include "support/FileBytes.h"
+#include "support/QtEventLoop.h"
+#include "support/TemporaryDirectory.h"
+
+#include <gtest/gtest.h>
+
+#include <thread>
+
+namespace kelvo {
+namespace {
+
+/// A stream driven by the test: `deliver` plays the audio thread.
+class FakeStream : public AudioInputStream {
+public:
+    explicit FakeStream(CaptureFormat f, bool failStart) : format_(f), failStart_(failStart) {}
+    CaptureFormat format() const override { return format_; }
+    void start(RenderReceiver r, std::function<void()> changed) override {
+        if (failStart_)
+            throw AudioInputException("The device is busy");
+        receiver = std::move(r);
+        configurationChanged = std::move(changed);
+        running = true;
+    }
+    void stop() override { running = false; }
+    bool isRunning() const override { return running; }
+
+    void deliver(const std::vector<float>& interleaved) {
+        const AudioBuffer buffer{static_cast<std::uint32_t>(format_.channelCount),
+                                 interleaved.data()};
+        receiver(AudioBufferListView(&buffer, 1),
+                 static_cast<std::uint32_t>(interleaved.size() / format_.channelCount));
+    }
+
+    RenderReceiver receiver;
+    std::function<void()> configurationChanged;
+    bool running = false;
+
+private:
+    CaptureFormat format_;
+    bool failStart_;
+};
+
+class FakeBackend : public AudioInputBackend {
+public:
+    CaptureFormat format{48000, 2};
+    bool failStart = false;
+    std::optional<std::string> missingUID;
+    FakeStream* last = nullptr;
+    std::vector<std::optional<std::string>> opened;
+
+    std::unique_ptr<AudioInputStream> openStream(const std::optional<std::string>& uid) override {
+        opened.push_back(uid);
+        if (uid && uid == missingUID)
+            throw AudioInputException("Audio input device not found (" + *uid + ")");
+        auto stream = std::make_unique<FakeStream>(format, failStart);
+        last = stream.get();
+        return stream;
+    }
+};
+
+class MicCaptureTest : public ::testing::Test {
+protected:
+    void SetUp() override { test::qtApplication(); }
+    std::shared_ptr<FakeBackend> backend = std::make_shared<FakeBackend>();
+    MicCapture capture{backend};
+};
+
+std::vector<float> tone(std::size_t frames, std::size_t channels) {
+    std::vector<float> out(frames * channels);
+    for (std::size_t i = 0; i < out.size(); ++i)
+        out[i] = static_cast<float>(0.4 * std::sin(0.05 * double(i / channels)));
+    return out;
+}
+
+TEST_F(MicCaptureTest, StartsIdleAndSilent) {
+    EXPECT_FALSE(capture.isCapturing());
+    EXPECT_EQ(capture.bandLevels(), BandDecibelLevels::silent());
+    EXPECT_EQ(capture.recordingChannels(), 1);
+    EXPECT_EQ(capture.sampleRate(), 44100);
+    EXPECT_EQ(capture.chunker().channelCount(), std::nullopt);
+}
+
+TEST_F(MicCaptureTest, HopsReachTheMainThreadQueueInOrder) {
+    capture.start("djm", std::nullopt);
+    ASSERT_TRUE(capture.isCapturing());
+    EXPECT_EQ(capture.activeDeviceUID(), "djm");
+    const auto audio = tone(2048, 2);
+    std::thread([&] { backend->last->deliver(audio); }).join();
+    EXPECT_TRUE(capture.pendingHops().empty()) << "hops arrive through the main queue";
+    ASSERT_TRUE(test::pumpUntil([&] { return capture.pendingHops().size() == 4; }));
+    const auto hops = capture.takePendingHops();
+    EXPECT_TRUE(capture.pendingHops().empty());
+    EXPECT_FLOAT_EQ(hops[1].samples[0], audio[2 * 512]);
+    EXPECT_EQ(capture.bandLevels(), hops.back().levels);
+    EXPECT_DOUBLE_EQ(hops[0].dt, 512.0 / 48000.0);
+}
+
+TEST_F(MicCaptureTest, AZeroRateDeviceRunsAt44100) {
+    backend->format = {0, 1};
+    capture.start(std::nullopt, std::nullopt);
+    EXPECT_EQ(capture.sampleRate(), 44100);
+    EXPECT_DOUBLE_EQ(capture.chunker().hopSeconds(), 512.0 / 44100.0);
+}
+
+TEST_F(MicCaptureTest, ChannelRequestsAreCappedByTheDevice) {
+    backend->format = {48000, 16};
+    capture.start("djm", 2);
+    EXPECT_EQ(capture.recordingChannels(), 2);
+    EXPECT_EQ(capture.chunker().channelCount(), 2);
+    backend->format = {48000, 2};
+    capture.start("two", 4);
+    EXPECT_EQ(capture.recordingChannels(), 2);
+    backend->format = {48000, 6};
+    capture.start("six", std::nullopt);
+    EXPECT_EQ(capture.recordingChannels(), 6);
+}
+
+TEST_F(MicCaptureTest, StopEmptiesTheQueueAndDropsLateHopsOfTheOldRun) {
+    capture.start("a", std::nullopt);
+    FakeStream* old = backend->last;
+    std::thread([&] { old->deliver(tone(512, 2)); }).join();
+    ASSERT_TRUE(test::pumpUntil([&] { return !capture.pendingHops().empty(); }));
+    std::thread([&] { old->deliver(tone(1024, 2)); }).join(); // queued, not yet published
+    capture.stop();
+    EXPECT_FALSE(capture.isCapturing());
+    EXPECT_TRUE(capture.pendingHops().empty());
+    EXPECT_EQ(capture.bandLevels(), BandDecibelLevels::silent());
+    test::pumpFor(std::chrono::milliseconds(30));
+    EXPECT_TRUE(capture.pendingHops().empty());
+
+    // A replaced run's late hops are dropped as well.
+    capture.start("a", std::nullopt);
+    const RenderReceiver firstRun = backend->last->receiver; // an old buffer still in flight
+    capture.start("b", std::nullopt);
+    const auto audio = tone(512, 2);
+    std::thread([&] {
+        const AudioBuffer buffer{2, audio.data()};
+        firstRun(AudioBufferListView(&buffer, 1), 512);
+    }).join();
+    test::pumpFor(std::chrono::milliseconds(30));
+    EXPECT_TRUE(capture.pendingHops().empty());
+}
+
+TEST_F(MicCaptureTest, AFailedStartLeavesCaptureStopped) {
+    capture.start("a", std::nullopt);
+    backend->failStart = true;
+    EXPECT_THROW(capture.start("b", std::nullopt), AudioInputException);
+    EXPECT_FALSE(capture.isCapturing());
+    EXPECT_EQ(capture.activeDeviceUID(), std::nullopt);
+    backend->failStart = false;
+    backend->missingUID = "gone";
+    try {
+        capture.start("gone", std::nullopt);
+        FAIL();
+    } catch (const AudioInputException& e) {
+        EXPECT_STREQ(e.what(), "Audio input device not found (gone)");
+    }
+}
+
+TEST_F(MicCaptureTest, AStreamThatFailsStopsCapture) {
+    capture.start("a", std::nullopt);
+    FakeStream* stream = backend->last;
+    stream->running = false;
+    std::thread([&] { stream->configurationChanged(); }).join();
+    ASSERT_TRUE(test::pumpUntil([&] { return !capture.isCapturing(); }));
+
+    // A notice while the stream still runs is not a failure.
+    capture.start("a", std::nullopt);
+    std::thread([&] { backend->last->configurationChanged(); }).join();
+    test::pumpFor(std::chrono::milliseconds(30));
+    EXPECT_TRUE(capture.isCapturing());
+}
+
+TEST_F(MicCaptureTest, TheRecorderSeesEveryBufferAndStopsWithCapture) {
+    test::TemporaryDirectory dir;
+    backend->format = {48000, 4};
+    capture.start("a", 2);
+    capture.recording().start(48000, capture.recordingChannels(), dir.path());
+    std::thread([&] {
+        backend->last->deliver(tone(100, 4)); // no hop completes, still recorded
+        backend->last->deliver(tone(700, 4));
+    }).join();
+    capture.stop();
+    EXPECT_FALSE(capture.recording().isRecording());
+    EXPECT_EQ(capture.recording().message(),
+              QStringLiteral("Recording saved in Downloads. Audio input stopped or changed."));
+    capture.recording().writer().waitUntilIdle();
+    const auto bytes = test::readBytes(*capture.recording().firstFile());
+    EXPECT_EQ(test::u32At(bytes, 40), 800u * 2 * 3);
+    EXPECT_EQ(test::u16At(bytes, 22), 2);
+}
+
+} // namespace
+} // namespace kelvo

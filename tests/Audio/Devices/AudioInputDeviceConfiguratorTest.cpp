@@ -1,0 +1,108 @@
+#include "Audio/Devices/AudioInputDeviceConfigurator.h"
+#include "FakeAudioDeviceLayer.h"
+
+#include <gtest/gtest.h>
+
+namespace kelvo {
+namespace {
+
+using T = AudioClockTransport;
+
+struct ManualClock {
+    std::chrono::steady_clock::time_point now{};
+    int sleeps = 0;
+    AudioInputDeviceConfigurator::Waiting waiting() {
+        return {[this] { return now; },
+                [this](std::chrono::milliseconds d) {
+                    now += d;
+                    ++sleeps;
+                }};
+    }
+};
+
+class ConfiguratorTest : public ::testing::Test {
+protected:
+    test::FakeAudioDeviceLayer layer;
+    ManualClock clock;
+    void SetUp() override { layer.addOutput("speakers", 48000); }
+    std::string messageOf(const std::optional<std::string>& uid) {
+        try {
+            AudioInputDeviceConfigurator::setInputDevice(layer, uid, clock.waiting());
+        } catch (const AudioInputDeviceException& e) {
+            return e.what();
+        }
+        return "";
+    }
+};
+
+TEST_F(ConfiguratorTest, AnUnknownDeviceIsNotFound) {
+    EXPECT_EQ(messageOf("gone"), "Audio input device not found (gone)");
+}
+
+TEST_F(ConfiguratorTest, AUSBInputKeepsItsOwnClock) {
+    layer.addInput("usb", "USB Audio CODEC", T::usb, 2, 44100);
+    EXPECT_EQ(messageOf("usb"), "");
+    EXPECT_TRUE(layer.rateWrites.empty());
+}
+
+TEST_F(ConfiguratorTest, AThunderboltInputIsSwitchedToThePlaybackRate) {
+    layer.addInput("tb", "Dock Input", T::thunderbolt, 2, 44100);
+    layer.ranges["tb"] = {{44100, 44100}, {47999.6, 47999.6}};
+    EXPECT_EQ(messageOf("tb"), "");
+    ASSERT_EQ(layer.rateWrites.size(), 1u);
+    EXPECT_EQ(layer.rateWrites[0], (std::pair<std::string, double>{"tb", 48000}));
+}
+
+TEST_F(ConfiguratorTest, AThunderboltInputWithoutTheRateFailsWithTheMismatchText) {
+    layer.addInput("tb", "Dock Input", T::thunderbolt, 2, 44100);
+    layer.ranges["tb"] = {{44100, 44100}, {88200, 96000}};
+    EXPECT_EQ(messageOf("tb"), "Audio input is 44100 Hz but playback is 48000 Hz, so the meter "
+                               "stays silent. The input can’t switch to match.");
+    EXPECT_TRUE(layer.rateWrites.empty());
+}
+
+TEST_F(ConfiguratorTest, RatesWithinOneHertzAreLeftAlone) {
+    layer.addInput("mic", "Microphone", T::builtIn, 1, 47999.2);
+    EXPECT_EQ(messageOf("mic"), "");
+    EXPECT_TRUE(layer.rateWrites.empty());
+}
+
+TEST_F(ConfiguratorTest, ARateThatNeverSettlesFailsAfterOneAndAHalfSeconds) {
+    layer.addInput("mic", "Microphone", T::builtIn, 1, 44100);
+    layer.rateNeverSettles = true;
+    EXPECT_EQ(messageOf("mic"), "Audio input is 44100 Hz but playback is 48000 Hz, so the meter "
+                                "stays silent. The input can’t switch to match.");
+    EXPECT_EQ(clock.sleeps, 75); // 1.5 s in 20 ms slices
+}
+
+TEST_F(ConfiguratorTest, ARefusedRateWriteReportsItsStatus) {
+    layer.addInput("mic", "Microphone", T::builtIn, 1, 44100);
+    layer.setRateStatus = 1852797029;
+    EXPECT_EQ(messageOf("mic"), "Failed to select audio input device (status 1852797029)");
+}
+
+TEST_F(ConfiguratorTest, TheDefaultInputIsAlignedButNotChosen) {
+    layer.addInput("mic", "Microphone", T::builtIn, 1, 44100);
+    layer.defaultInput = "mic";
+    EXPECT_EQ(AudioInputDeviceConfigurator::setInputDevice(layer, std::nullopt, clock.waiting()),
+              std::nullopt);
+    EXPECT_EQ(layer.rates["mic"], 48000);
+    layer.defaultInput.reset();
+    EXPECT_EQ(messageOf(std::nullopt), "");
+}
+
+TEST_F(ConfiguratorTest, CaptureFormatIsTheDevicesRateAndChannels) {
+    layer.addInput("djm", "DJM-A9", T::usb, 16, 96000);
+    layer.addInput("mute", "Dead", T::usb, 2, 0);
+    layer.defaultInput = "djm";
+    EXPECT_EQ(AudioInputDeviceConfigurator::captureFormat(layer, "djm"),
+              (CaptureFormat{96000, 16}));
+    EXPECT_EQ(AudioInputDeviceConfigurator::captureFormat(layer, "unknown"),
+              (CaptureFormat{96000, 16}));
+    EXPECT_EQ(AudioInputDeviceConfigurator::captureFormat(layer, "mute"), std::nullopt);
+    layer.defaultInput.reset();
+    EXPECT_EQ(AudioInputDeviceConfigurator::captureFormat(layer, std::nullopt), std::nullopt);
+}
+
+} // namespace
+} // namespace kelvo

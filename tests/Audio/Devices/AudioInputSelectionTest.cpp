@@ -1,0 +1,107 @@
+#include "Audio/Devices/AudioInputSelection.h"
+#include "Audio/Devices/AudioInputDeviceMonitor.h"
+#include "FakeAudioDeviceLayer.h"
+
+#include <gtest/gtest.h>
+
+namespace kelvo {
+namespace {
+
+using T = AudioClockTransport;
+
+TEST(AudioInputListing, SortsMixerThenUSBThenBuiltInKeepingTheLayersOrder) {
+    test::FakeAudioDeviceLayer layer;
+    layer.addInput("mic", "Built-in Microphone", T::builtIn, 1);
+    layer.addInput("codec", "USB Audio CODEC", T::usb);
+    layer.addOutput("speakers", 48000);
+    layer.addInput("line", "Line In", T::other);
+    layer.addInput("djm", "DJM-A9", T::usb, 16);
+    layer.addInput("codec2", "USB Audio CODEC #2", T::usb);
+    layer.records.push_back({"nouid", std::nullopt, "No UID", T::usb, 2});
+    layer.records.push_back({"unreadable", "unreadable", "Unreadable", T::usb, std::nullopt});
+    layer.records.push_back({"noname", "noname", std::nullopt, T::builtIn, 1});
+
+    const auto inputs = AudioInputDeviceMonitor::listInputDevices(layer);
+    std::vector<std::string> uids;
+    for (const auto& d : inputs)
+        uids.push_back(d.uid);
+    EXPECT_EQ(uids, (std::vector<std::string>{"djm", "codec", "codec2", "mic", "noname", "line"}));
+    EXPECT_EQ(inputs[4].name, "noname") << "the UID stands in for a missing name";
+    EXPECT_TRUE(inputs[0].isUSB);
+    EXPECT_FALSE(inputs[0].isBuiltIn);
+    EXPECT_TRUE(inputs[3].isBuiltIn);
+    EXPECT_FALSE(inputs[5].isUSB || inputs[5].isBuiltIn);
+}
+
+TEST(AudioInputSelectionNames, RecogniseThePioneerMixer) {
+    for (const char* name : {"DJM-A9", "Pioneer DJM A9 USB", "djm-a9 (2)", "PIONEER A9"})
+        EXPECT_TRUE(AudioInputSelection::isPioneerMixerName(name)) << name;
+    for (const char* name : {"DJM-900", "Pioneer DJM-V10", "A9 interface", ""})
+        EXPECT_FALSE(AudioInputSelection::isPioneerMixerName(name)) << name;
+
+    EXPECT_EQ(AudioInputSelection::shortDisplayName({"u", "Pioneer DJM-A9", true, false}),
+              "DJM-A9");
+    EXPECT_EQ(AudioInputSelection::shortDisplayName({"u", "Built-in Microphone", false, true}),
+              "Microphone");
+    EXPECT_EQ(AudioInputSelection::shortDisplayName({"u", "", false, false}), "Microphone");
+    EXPECT_EQ(AudioInputSelection::shortDisplayName({"u", "", true, false}), "");
+    EXPECT_EQ(AudioInputSelection::shortDisplayName({"u", "Scarlett 2i2", true, false}),
+              "Scarlett 2i2");
+}
+
+const std::vector<AudioInputDeviceInfo> studio = {
+    {"mic", "Built-in Microphone", false, true},
+    {"codec", "USB Audio CODEC", true, false},
+    {"djm", "DJM-A9", true, false},
+};
+
+TEST(AudioInputSelectionResolve, PrefersTheMixerThenTheMicrophoneWhenAsked) {
+    EXPECT_EQ(AudioInputSelection::resolve(studio, false),
+              (ResolvedAudioInput{AudioInputSourceKind::usb, "djm", "DJM-A9"}));
+    EXPECT_EQ(AudioInputSelection::resolve(studio, true),
+              (ResolvedAudioInput{AudioInputSourceKind::microphone, "mic", "Microphone"}));
+    EXPECT_EQ(AudioInputSelection::resolve({}, false),
+              (ResolvedAudioInput{AudioInputSourceKind::microphone, std::nullopt, "Microphone"}));
+    // Only USB devices and the microphone asked for: the system default input.
+    EXPECT_EQ(AudioInputSelection::resolve({studio[1]}, true),
+              (ResolvedAudioInput{AudioInputSourceKind::microphone, std::nullopt, "Microphone"}));
+    // No built-in device: the first non-USB one serves as the microphone.
+    const std::vector<AudioInputDeviceInfo> lineOnly = {{"line", "Line In", false, false}};
+    EXPECT_EQ(AudioInputSelection::resolve(lineOnly, false),
+              (ResolvedAudioInput{AudioInputSourceKind::microphone, "line", "Line In"}));
+    const std::vector<AudioInputDeviceInfo> twoUSB = {studio[1], {"x", "Other", true, false}};
+    EXPECT_EQ(AudioInputSelection::preferredUSBDevice(twoUSB)->uid, "codec");
+}
+
+TEST(AudioOutputClockPolicy, OnlyOutputClockedTransportsAndDisplaysFollow) {
+    EXPECT_TRUE(AudioOutputClockPolicy::followsOutputClock(T::builtIn, "Microphone"));
+    EXPECT_TRUE(AudioOutputClockPolicy::followsOutputClock(T::displayPort, "Monitor"));
+    EXPECT_TRUE(AudioOutputClockPolicy::followsOutputClock(T::thunderbolt, "Dock"));
+    EXPECT_FALSE(AudioOutputClockPolicy::followsOutputClock(T::usb, "USB Audio CODEC"));
+    EXPECT_FALSE(AudioOutputClockPolicy::followsOutputClock(T::other, "Line In"));
+    EXPECT_TRUE(AudioOutputClockPolicy::followsOutputClock(T::usb, "Apple Studio Display"));
+    EXPECT_TRUE(AudioOutputClockPolicy::followsOutputClock(T::other, "PRO DISPLAY XDR"));
+}
+
+TEST(AudioInputDeviceErrorTexts, AreWordedExactly) {
+    EXPECT_EQ(AudioInputDeviceError{AudioInputDeviceError::DeviceNotFound{"abc"}}.description(),
+              "Audio input device not found (abc)");
+    EXPECT_EQ(AudioInputDeviceError{AudioInputDeviceError::SetDeviceFailed{-10851}}.description(),
+              "Failed to select audio input device (status -10851)");
+    const AudioInputDeviceError mismatch{
+        AudioInputDeviceError::InputClockMismatch{44099.6, 47999.5}};
+    EXPECT_EQ(mismatch.description(),
+              "Audio input is 44100 Hz but playback is 48000 Hz, so the meter stays silent. "
+              "The input can’t switch to match.");
+    EXPECT_EQ(AudioInputDeviceError{AudioInputDeviceError::AudioUnitUnavailable{}}.description(),
+              "Audio input unit unavailable");
+}
+
+TEST(AudioInputSourceKindText, RoundTrips) {
+    EXPECT_EQ(textValue(AudioInputSourceKind::usb), "usb");
+    EXPECT_EQ(audioInputSourceKindFromText("microphone"), AudioInputSourceKind::microphone);
+    EXPECT_EQ(audioInputSourceKindFromText("USB"), std::nullopt);
+}
+
+} // namespace
+} // namespace kelvo

@@ -1,0 +1,126 @@
+#include "Audio/Recording/AudioRecordingController.h"
+
+#include "support/FileBytes.h"
+#include "support/QtEventLoop.h"
+#include "support/TemporaryDirectory.h"
+
+#include <gtest/gtest.h>
+
+#include <mutex>
+
+namespace kelvo {
+namespace {
+
+using test::TemporaryDirectory;
+
+class AudioRecordingControllerTest : public ::testing::Test {
+protected:
+    void SetUp() override { test::qtApplication(); }
+    TemporaryDirectory dir;
+    AudioRecordingController controller;
+};
+
+TEST_F(AudioRecordingControllerTest, StartAndStopPublishTheStateAndTheSavedNotice) {
+    int recordingSignals = 0;
+    QObject::connect(&controller, &AudioRecordingController::isRecordingChanged,
+                     [&] { ++recordingSignals; });
+    controller.setMessage(QStringLiteral("old notice"));
+    controller.start(48000, 2, dir.path());
+    ASSERT_TRUE(controller.isRecording());
+    EXPECT_TRUE(controller.startedAt().has_value());
+    ASSERT_TRUE(controller.firstFile().has_value());
+    EXPECT_EQ(controller.firstFile()->parent_path(), dir.path());
+    EXPECT_FALSE(controller.message().has_value());
+    EXPECT_FALSE(controller.errorMessage().has_value());
+    const QUuid session = controller.session();
+
+    controller.start(48000, 2, dir.path()); // already recording: nothing changes
+    EXPECT_EQ(controller.session(), session);
+
+    controller.stop();
+    EXPECT_FALSE(controller.isRecording());
+    EXPECT_FALSE(controller.startedAt().has_value());
+    EXPECT_EQ(controller.message(), QStringLiteral("Recording saved in Downloads."));
+    EXPECT_NE(controller.session(), session);
+    EXPECT_EQ(recordingSignals, 2);
+
+    controller.stop(QString::fromUtf8(AudioRecordingController::captureStoppedText));
+    EXPECT_EQ(controller.message(), QStringLiteral("Recording saved in Downloads."))
+        << "stopping while idle changes nothing";
+}
+
+TEST_F(AudioRecordingControllerTest, StopWithAReasonShowsIt) {
+    controller.start(44100, 1, dir.path());
+    controller.stop(QString::fromUtf8(AudioRecordingController::captureStoppedText));
+    EXPECT_EQ(controller.message(),
+              QStringLiteral("Recording saved in Downloads. Audio input stopped or changed."));
+}
+
+TEST_F(AudioRecordingControllerTest, StartFailuresAreExplained) {
+    controller.start(0, 2, dir.path());
+    EXPECT_EQ(
+        controller.errorMessage(),
+        QStringLiteral("Could not start recording: The audio input format cannot be recorded."));
+    EXPECT_FALSE(controller.isRecording());
+
+    test::writeText(dir / "plain-file", "x");
+    controller.start(48000, 2, dir / "plain-file" / "sub");
+    EXPECT_EQ(controller.errorMessage(),
+              QStringLiteral("Could not start recording: Not a directory"));
+    EXPECT_FALSE(controller.isRecording());
+}
+
+TEST_F(AudioRecordingControllerTest, AWriterFailureStopsTheRecordingWithItsText) {
+    controller.start(48000, 2, dir.path());
+    const_cast<SerialQueue&>(controller.writer().queue()).async([this] {
+        controller.writer().fail("No space left on device");
+    });
+    ASSERT_TRUE(test::pumpUntil([&] { return !controller.isRecording(); }));
+    EXPECT_EQ(controller.errorMessage(),
+              QStringLiteral("Recording stopped: No space left on device"));
+}
+
+TEST_F(AudioRecordingControllerTest, ADiskThatCannotKeepUpStopsTheRecordingWithItsText) {
+    controller.start(48000, 2, dir.path());
+    AudioRecordingWriter& writer = controller.writer();
+    std::mutex gate;
+    std::unique_lock held(gate);
+    writer.setBeforeAppendHook([&] { std::lock_guard wait(gate); });
+    std::vector<float> audio(2 * 48000, 0.1f);
+    const AudioBuffer buffer{2, audio.data()};
+    // 4,000,000 samples wait at most: 41 seconds of 48 kHz stereo fit, the 42nd does not.
+    for (int second = 0; second < 43; ++second)
+        writer.capture(AudioBufferListView(&buffer, 1), 48000, 2);
+    held.unlock();
+    ASSERT_TRUE(test::pumpUntil([&] { return !controller.isRecording(); }));
+    EXPECT_EQ(controller.errorMessage(),
+              QStringLiteral("Recording stopped: The disk could not keep up. Recording stopped; "
+                             "earlier audio was saved."));
+    writer.waitUntilIdle();
+    const auto bytes = test::readBytes(*controller.firstFile());
+    EXPECT_EQ(test::u32At(bytes, 40), 41u * 48000 * 6) << "everything before the overload was kept";
+}
+
+TEST_F(AudioRecordingControllerTest, AFailureOfAnEarlierRecordingIsIgnored) {
+    controller.start(48000, 2, dir.path());
+    // The first recording's writer fails; its notice is still queued for the main thread
+    // when the operator stops and starts again.
+    const_cast<SerialQueue&>(controller.writer().queue()).sync([this] {
+        controller.writer().fail("Input/output error");
+    });
+    controller.stop();
+    TemporaryDirectory second;
+    controller.start(48000, 2, second.path());
+    test::pumpFor(std::chrono::milliseconds(50));
+    EXPECT_TRUE(controller.isRecording());
+    EXPECT_FALSE(controller.errorMessage().has_value());
+}
+
+TEST(AudioRecordingControllerTexts, AreWordedExactly) {
+    EXPECT_STREQ(AudioRecordingController::startHelpText,
+                 "Record selected input to Downloads • 24-bit WAV • Hourly files");
+    EXPECT_STREQ(AudioRecordingController::stopHelpText, "Stop audio recording");
+}
+
+} // namespace
+} // namespace kelvo

@@ -1,0 +1,99 @@
+#include "Audio/Recording/WAVRecordingFile.h"
+
+#include "support/FileBytes.h"
+#include "support/TemporaryDirectory.h"
+
+#include <gtest/gtest.h>
+
+namespace kelvo {
+namespace {
+
+using test::readBytes;
+using test::TemporaryDirectory;
+using test::u32At;
+using test::writeBytes;
+using test::writeText;
+
+std::vector<std::uint8_t> staleWav(std::size_t payload) {
+    const auto h = WAVRecordingFile::header(0, 48000, 2);
+    std::vector<std::uint8_t> bytes(h.begin(), h.end());
+    for (std::size_t i = 0; i < payload; ++i)
+        bytes.push_back(static_cast<std::uint8_t>(i + 1));
+    return bytes;
+}
+
+void writeSideFile(const TemporaryDirectory& dir, const std::string& wavName,
+                   const std::string& json) {
+    writeText(dir / ("." + wavName + ".recovery.json"), json);
+}
+
+TEST(WAVRecovery, CutsATornStereoFrameAndRewritesTheHeader) {
+    TemporaryDirectory dir;
+    const std::string name = "2026-11-14_21-30-05.wav";
+    writeBytes(dir / name, staleWav(6 * 2 * 3 + 2));
+    writeSideFile(dir, name, WAVRecoveryMetadata{name, 48000, 2}.encode());
+
+    WAVRecordingFile::recoverInterrupted(dir.path());
+
+    const auto b = readBytes(dir / name);
+    ASSERT_EQ(b.size(), 80u);
+    EXPECT_EQ(u32At(b, 40), 36u);
+    EXPECT_EQ(u32At(b, 4), 72u);
+    EXPECT_EQ(b[79], 36); // the last whole frame's bytes are untouched
+    EXPECT_FALSE(std::filesystem::exists(dir / ("." + name + ".recovery.json")));
+}
+
+TEST(WAVRecovery, OddMonoDataGetsItsPadByteBack) {
+    TemporaryDirectory dir;
+    const std::string name = "REC_take.wav";
+    auto bytes = staleWav(3 * 3 + 1); // three mono frames plus a torn sample byte
+    writeBytes(dir / name, bytes);
+    writeSideFile(dir, name, WAVRecoveryMetadata{name, 44100, 1}.encode());
+
+    WAVRecordingFile::recoverInterrupted(dir.path());
+
+    const auto b = readBytes(dir / name);
+    ASSERT_EQ(b.size(), 44u + 9u + 1u);
+    EXPECT_EQ(b.back(), 0);
+    EXPECT_EQ(u32At(b, 40), 9u);
+    EXPECT_EQ(u32At(b, 4), 46u);
+    EXPECT_EQ(u32At(b, 24), 44100u);
+}
+
+TEST(WAVRecovery, LeavesEverythingElseAlone) {
+    TemporaryDirectory dir;
+    // Side file of a name this system never writes.
+    writeBytes(dir / "song.wav", staleWav(5));
+    writeSideFile(dir, "song.wav", WAVRecoveryMetadata{"song.wav", 48000, 2}.encode());
+    // Undecodable side file.
+    writeBytes(dir / "2026-01-01_00-00-00.wav", staleWav(5));
+    writeSideFile(dir, "2026-01-01_00-00-00.wav", "{not json");
+    // Metadata pointing outside the folder.
+    writeSideFile(dir, "2026-01-01_00-00-01.wav",
+                  WAVRecoveryMetadata{"../2026-01-01_00-00-01.wav", 48000, 2}.encode());
+    // Missing WAV.
+    writeSideFile(dir, "2026-01-01_00-00-02.wav",
+                  WAVRecoveryMetadata{"2026-01-01_00-00-02.wav", 48000, 2}.encode());
+    // Shorter than a header: left as it is, side file removed.
+    writeBytes(dir / "2026-01-01_00-00-03.wav", {1, 2, 3});
+    writeSideFile(dir, "2026-01-01_00-00-03.wav",
+                  WAVRecoveryMetadata{"2026-01-01_00-00-03.wav", 48000, 2}.encode());
+
+    WAVRecordingFile::recoverInterrupted(dir.path());
+
+    EXPECT_EQ(readBytes(dir / "song.wav").size(), 49u);
+    EXPECT_TRUE(std::filesystem::exists(dir / ".song.wav.recovery.json"));
+    EXPECT_EQ(readBytes(dir / "2026-01-01_00-00-00.wav").size(), 49u);
+    EXPECT_TRUE(std::filesystem::exists(dir / ".2026-01-01_00-00-00.wav.recovery.json"));
+    EXPECT_TRUE(std::filesystem::exists(dir / ".2026-01-01_00-00-01.wav.recovery.json"));
+    EXPECT_TRUE(std::filesystem::exists(dir / ".2026-01-01_00-00-02.wav.recovery.json"));
+    EXPECT_EQ(readBytes(dir / "2026-01-01_00-00-03.wav").size(), 3u);
+    EXPECT_FALSE(std::filesystem::exists(dir / ".2026-01-01_00-00-03.wav.recovery.json"));
+}
+
+TEST(WAVRecovery, MissingFolderIsNotAnError) {
+    EXPECT_NO_THROW(WAVRecordingFile::recoverInterrupted("/nonexistent/kelvo/folder"));
+}
+
+} // namespace
+} // namespace kelvo

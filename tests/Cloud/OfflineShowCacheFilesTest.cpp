@@ -1,0 +1,250 @@
+#include "Cloud/OfflineShowCache.h"
+
+#include <QDir>
+#include <QFile>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <sys/resource.h>
+
+namespace kelvo {
+namespace {
+
+QByteArray readAll(const QString& path) {
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("<unreadable>");
+}
+
+void writeFile(const QString& path, const QByteArray& bytes) {
+    QFile file(path);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly)) << path.toStdString();
+    file.write(bytes);
+}
+
+OfflineWorkspaceUIState sampleWorkspace() {
+    OfflineWorkspaceUIState state;
+    state.shows = {{"s1", "Club Night", true, false}, {"s2", "Gala", false, false}};
+    state.selectedShowId = "s1";
+    state.lightingModes = {{"m1", "party", "Party", "general", 1, true, std::nullopt, "core"}};
+    state.selectedModeId = "party";
+    state.themes = {{"Rave", {{1, 0, 0.5}}, {{{1, 0, 0}, {0, 1, 0}, {0, 0, 1}}}, true, false}};
+    state.selectedThemeName = "Rave";
+    state.selectedModeTo = "calm";
+    state.selectedModeLerp = 0.25;
+    return state;
+}
+
+ShowPatch samplePatch(const std::string& showId) {
+    ShowPatch patch{showId, "Show", 7, {0, 0, 4, 3, {{1, 1, "Front"}}}, {}};
+    patch.groups.push_back({"Front", {{"f1", "Par", "Par 64", 1, 1, 3, "Front", false, false}}});
+    return patch;
+}
+
+class OfflineShowCacheFiles : public ::testing::Test {
+protected:
+    void SetUp() override { ASSERT_TRUE(temp.isValid()); }
+
+    OfflineShowCache makeCache(std::optional<QString> base) {
+        return OfflineShowCache(
+            std::make_unique<QSettings>(temp.filePath("settings.ini"), QSettings::IniFormat),
+            QUrl("https://cloud.example.com"), std::move(base));
+    }
+
+    QString base() const { return temp.filePath("support/nested/KelvoBridge"); }
+
+    QTemporaryDir temp;
+};
+
+TEST_F(OfflineShowCacheFiles, SupportFolderIsCreatedWithItsParentsOnDemand) {
+    auto cache = makeCache(base());
+    EXPECT_FALSE(QDir(base()).exists());
+    EXPECT_EQ(cache.supportDir(), base());
+    EXPECT_TRUE(QDir(base()).exists());
+    EXPECT_EQ(cache.patchesDir(), base() + "/show_patches");
+    EXPECT_TRUE(QDir(base() + "/show_patches").exists());
+}
+
+TEST_F(OfflineShowCacheFiles, DefaultFolderHonoursXdgDataHome) {
+    const QByteArray previous = qgetenv("XDG_DATA_HOME");
+    qputenv("XDG_DATA_HOME", temp.filePath("xdg").toUtf8());
+    auto cache = makeCache(std::nullopt);
+    const QString folder = cache.supportDir();
+    if (previous.isNull())
+        qunsetenv("XDG_DATA_HOME");
+    else
+        qputenv("XDG_DATA_HOME", previous);
+    EXPECT_EQ(folder, temp.filePath("xdg") + "/KelvoBridge");
+    EXPECT_TRUE(QDir(folder).exists());
+}
+
+TEST_F(OfflineShowCacheFiles, HarnessSnapshotWorkspaceAndPatchRoundTrip) {
+    auto cache = makeCache(base());
+    cache.saveHarnessJS(QByteArray("var BridgeEngine = {}; // \xc3\xa9"),
+                        QByteArray("{\"version\":\"1.2.0\"}"));
+    cache.saveShowSnapshot(QByteArray("{\"summary\":{\"id\":\"s1\"}}"));
+    cache.saveWorkspaceUI(sampleWorkspace());
+    cache.savePatch(samplePatch("s1"));
+
+    EXPECT_EQ(readAll(base() + "/engine.js"), QByteArray("var BridgeEngine = {}; // \xc3\xa9"));
+    EXPECT_EQ(readAll(base() + "/manifest.json"), QByteArray("{\"version\":\"1.2.0\"}"));
+    EXPECT_EQ(cache.loadHarnessJS(), QByteArray("var BridgeEngine = {}; // \xc3\xa9"));
+    EXPECT_EQ(cache.loadManifest(), QByteArray("{\"version\":\"1.2.0\"}"));
+    EXPECT_EQ(cache.loadShowSnapshot(), QByteArray("{\"summary\":{\"id\":\"s1\"}}"));
+
+    // A fresh cache object on the same folder reads everything back.
+    auto reopened = makeCache(base());
+    EXPECT_EQ(reopened.loadWorkspaceUI(), sampleWorkspace());
+    EXPECT_EQ(reopened.loadPatch("s1"), samplePatch("s1"));
+    EXPECT_EQ(reopened.loadPatch("other"), std::nullopt);
+    EXPECT_TRUE(QFile::exists(base() + "/show_patches/s1.json"));
+
+    // Replacing keeps one file with the new content.
+    auto changed = sampleWorkspace();
+    changed.selectedModeId = "calm";
+    changed.selectedModeTo.reset();
+    changed.selectedModeLerp.reset();
+    cache.saveWorkspaceUI(changed);
+    EXPECT_EQ(reopened.loadWorkspaceUI(), changed);
+    EXPECT_EQ(QDir(base()).entryList(QDir::Files).size(), 4);
+}
+
+TEST_F(OfflineShowCacheFiles, WorkspaceFileUsesTheExactKeys) {
+    auto cache = makeCache(base());
+    cache.saveWorkspaceUI(sampleWorkspace());
+    const auto saved = nlohmann::json::parse(readAll(base() + "/workspace_ui.json").toStdString());
+    std::vector<std::string> keys;
+    for (const auto& [key, value] : saved.items())
+        keys.push_back(key);
+    std::sort(keys.begin(), keys.end());
+    EXPECT_EQ(keys, (std::vector<std::string>{"lightingModes", "selectedModeId", "selectedModeLerp",
+                                              "selectedModeTo", "selectedShowId",
+                                              "selectedThemeName", "shows", "themes"}));
+    EXPECT_EQ(saved["lightingModes"][0]["orderIndex"], 1);
+    EXPECT_EQ(saved["themes"][0]["palette"][0]["b"], 0.5);
+}
+
+TEST_F(OfflineShowCacheFiles, WorkspaceOptionalKeysMayBeMissingRequiredOnesMayNot) {
+    auto cache = makeCache(base());
+    const QString path = cache.supportDir() + "/workspace_ui.json";
+    writeFile(path, R"({"shows":[],"lightingModes":[],"selectedModeId":"blackout","themes":[],
+                        "selectedThemeName":"Rave"})");
+    const auto minimal = cache.loadWorkspaceUI();
+    ASSERT_TRUE(minimal);
+    EXPECT_EQ(minimal->selectedModeLerp, std::nullopt);
+    EXPECT_EQ(minimal->selectedModeTo, std::nullopt);
+    EXPECT_EQ(minimal->selectedShowId, std::nullopt);
+    EXPECT_EQ(minimal->selectedModeId, "blackout");
+
+    writeFile(path, R"({"shows":[],"lightingModes":[],"themes":[],"selectedThemeName":"Rave"})");
+    EXPECT_EQ(cache.loadWorkspaceUI(), std::nullopt);
+    writeFile(path, R"({"shows":{},"lightingModes":[],"selectedModeId":"b","themes":[],
+                        "selectedThemeName":"Rave"})");
+    EXPECT_EQ(cache.loadWorkspaceUI(), std::nullopt);
+    writeFile(path, R"({"shows":[],"lightingModes":[],"selectedModeId":"b","themes":[],
+                        "selectedThemeName":"Rave","selectedModeLerp":"half"})");
+    EXPECT_EQ(cache.loadWorkspaceUI(), std::nullopt);
+    writeFile(path, "{\"shows\":[");
+    EXPECT_EQ(cache.loadWorkspaceUI(), std::nullopt);
+}
+
+TEST_F(OfflineShowCacheFiles, OfflineRuntimeNeedsBothHarnessAndSnapshot) {
+    auto cache = makeCache(base());
+    EXPECT_FALSE(cache.hasOfflineRuntime());
+    writeFile(cache.supportDir() + "/engine.js", "js");
+    EXPECT_FALSE(cache.hasOfflineRuntime());
+    QFile::remove(base() + "/engine.js");
+    writeFile(base() + "/show_snapshot.json", "{}");
+    EXPECT_FALSE(cache.hasOfflineRuntime());
+    writeFile(base() + "/engine.js", "");
+    EXPECT_TRUE(cache.hasOfflineRuntime()); // an empty script is still a readable file
+}
+
+TEST(OfflineShowCachePatchNames, KeepLettersDigitsAndHyphensOfAnyScript) {
+    EXPECT_EQ(OfflineShowCache::patchFileName("Show 1"), "Show_1.json");
+    EXPECT_EQ(OfflineShowCache::patchFileName("é-2"), QString::fromUtf8("é-2.json"));
+    EXPECT_EQ(OfflineShowCache::patchFileName("ab/c d"), "ab_c_d.json");
+    EXPECT_EQ(OfflineShowCache::patchFileName("../etc/passwd"), "___etc_passwd.json");
+    EXPECT_EQ(OfflineShowCache::patchFileName("e\xcc\x81"), QString::fromUtf8("e\xcc\x81.json"));
+    EXPECT_EQ(OfflineShowCache::patchFileName("舞台٣"), QString::fromUtf8("舞台٣.json"));
+    EXPECT_EQ(OfflineShowCache::patchFileName("a\xf0\x9f\x8e\x89.b"),
+              "a__b.json"); // 🎉 is one scalar
+    EXPECT_EQ(OfflineShowCache::patchFileName("x_y\ttab\\"), "x_y_tab_.json");
+    EXPECT_EQ(OfflineShowCache::patchFileName(""), ".json");
+}
+
+TEST_F(OfflineShowCacheFiles, PatchesOfSanitisedIdsLandInThePatchFolderAndMayCollide) {
+    auto cache = makeCache(base());
+    EXPECT_EQ(cache.patchURL("Show 1"), base() + "/show_patches/Show_1.json");
+    cache.savePatch(samplePatch("a/b"));
+    auto later = samplePatch("a b");
+    later.revision = 8;
+    cache.savePatch(later); // same file name: the later one wins
+    EXPECT_EQ(QDir(base() + "/show_patches").entryList(QDir::Files), QStringList{"a_b.json"});
+    EXPECT_EQ(cache.loadPatch("a_b"), later);
+}
+
+TEST_F(OfflineShowCacheFiles, FolderThatCannotBeCreatedFailsTheSave) {
+    writeFile(temp.filePath("plain-file"), "x");
+    auto cache = makeCache(temp.filePath("plain-file/KelvoBridge"));
+    EXPECT_THROW(cache.supportDir(), OfflineCacheError);
+    EXPECT_THROW(cache.saveWorkspaceUI(sampleWorkspace()), OfflineCacheError);
+    EXPECT_THROW(cache.savePatch(samplePatch("s")), OfflineCacheError);
+    EXPECT_THROW(cache.saveHarnessJS("a", "b"), OfflineCacheError);
+    EXPECT_FALSE(cache.hasOfflineRuntime());
+    EXPECT_EQ(cache.loadWorkspaceUI(), std::nullopt);
+}
+
+/// Caps the size of files this process may write, so that a write fails half-way as on a full
+/// disk (root ignores directory permissions, so those cannot force a failure here).
+class FileSizeCap {
+public:
+    explicit FileSizeCap(rlim_t bytes) {
+        getrlimit(RLIMIT_FSIZE, &saved_);
+        previousHandler_ = std::signal(SIGXFSZ, SIG_IGN);
+        rlimit capped = saved_;
+        capped.rlim_cur = bytes;
+        setrlimit(RLIMIT_FSIZE, &capped);
+    }
+    ~FileSizeCap() {
+        setrlimit(RLIMIT_FSIZE, &saved_);
+        std::signal(SIGXFSZ, previousHandler_);
+    }
+
+private:
+    rlimit saved_{};
+    void (*previousHandler_)(int) = nullptr;
+};
+
+TEST_F(OfflineShowCacheFiles, FailedWriteLeavesThePreviousFileWhole) {
+    auto cache = makeCache(base());
+    cache.saveWorkspaceUI(sampleWorkspace());
+    cache.saveHarnessJS("old script", "old manifest");
+    const QByteArray before = readAll(base() + "/workspace_ui.json");
+    ASSERT_LT(before.size(), 4096);
+
+    auto huge = sampleWorkspace();
+    for (int i = 0; i < 200; ++i)
+        huge.shows.push_back(
+            {"show-" + std::to_string(i), "A show with a long name", false, false});
+    {
+        FileSizeCap cap(4096);
+        EXPECT_THROW(cache.saveWorkspaceUI(huge), OfflineCacheError);
+        EXPECT_THROW(cache.saveHarnessJS(QByteArray(8192, 'x'), "new manifest"), OfflineCacheError);
+    }
+    EXPECT_EQ(readAll(base() + "/workspace_ui.json"), before);
+    EXPECT_EQ(cache.loadWorkspaceUI(), sampleWorkspace());
+    EXPECT_EQ(cache.loadHarnessJS(), QByteArray("old script"));
+    EXPECT_EQ(cache.loadManifest(), QByteArray("old manifest")); // not written after the failure
+    // No temporary files are left behind.
+    EXPECT_EQ(QDir(base()).entryList(QDir::Files),
+              (QStringList{"engine.js", "manifest.json", "workspace_ui.json"}));
+
+    cache.saveWorkspaceUI(huge); // and the next write works again
+    EXPECT_EQ(cache.loadWorkspaceUI(), huge);
+}
+
+} // namespace
+} // namespace kelvo

@@ -1,0 +1,236 @@
+#include "DMX/EnttecFrameBuilder.h"
+#include "DMX/EnttecSerialSender.h"
+#include "DMX/PosixSerialPort.h"
+
+#include "support/PseudoTerminal.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <numeric>
+#include <termios.h>
+#include <unistd.h>
+
+namespace kelvo {
+namespace {
+
+namespace fs = std::filesystem;
+using Bytes = std::vector<std::uint8_t>;
+using testing::ElementsAre;
+using testing_support::PseudoTerminal;
+
+bool isOpenDescriptor(int fd) {
+    return ::fcntl(fd, F_GETFD) != -1;
+}
+
+TEST(EnttecFrame, EmptyChannelListIsSixBytes) {
+    EXPECT_THAT(EnttecFrameBuilder::buildSendDmxFrame(Bytes{}),
+                ElementsAre(0x7E, 0x06, 0x01, 0x00, 0x00, 0xE7));
+}
+
+TEST(EnttecFrame, LayoutAndLengthForShortAndOversizedInput) {
+    EXPECT_THAT(EnttecFrameBuilder::buildSendDmxFrame(Bytes{10, 20, 30}),
+                ElementsAre(0x7E, 0x06, 0x04, 0x00, 0x00, 10, 20, 30, 0xE7));
+
+    Bytes channels(600);
+    std::iota(channels.begin(), channels.end(), 0);
+    const Bytes frame = EnttecFrameBuilder::buildSendDmxFrame(channels);
+    ASSERT_EQ(frame.size(), 518u);
+    EXPECT_THAT(Bytes(frame.begin(), frame.begin() + 5), ElementsAre(0x7E, 0x06, 0x01, 0x02, 0x00));
+    EXPECT_EQ(Bytes(frame.begin() + 5, frame.end() - 1),
+              Bytes(channels.begin(), channels.begin() + 512));
+    EXPECT_EQ(frame.back(), 0xE7);
+}
+
+TEST(PosixSerialPortOnPty, OpensRaw57600AndDeliversWholeFrames) {
+    PseudoTerminal pty;
+    PosixSerialPort port(pty.devicePath());
+    EXPECT_EQ(port.fileDescriptor(), -1);
+    port.open();
+    ASSERT_GE(port.fileDescriptor(), 0);
+
+    termios settings{};
+    ASSERT_EQ(::tcgetattr(port.fileDescriptor(), &settings), 0);
+    EXPECT_EQ(::cfgetospeed(&settings), B57600);
+    EXPECT_EQ(::cfgetispeed(&settings), B57600);
+    EXPECT_EQ(settings.c_lflag & (ICANON | ECHO | ISIG | IEXTEN), 0u);
+    EXPECT_EQ(settings.c_oflag & OPOST, 0u); // 0x0A must not become 0D 0A
+    EXPECT_EQ(settings.c_iflag & (ICRNL | IXON | ISTRIP), 0u);
+    EXPECT_EQ(settings.c_cflag & CSIZE, static_cast<tcflag_t>(CS8));
+    EXPECT_EQ(::fcntl(port.fileDescriptor(), F_GETFL) & O_NONBLOCK, 0);
+
+    Bytes channels(512);
+    for (std::size_t i = 0; i < channels.size(); ++i)
+        channels[i] = static_cast<std::uint8_t>(i * 7); // includes 0x0A, 0x0D, 0x11, 0x13, 0x7F
+    const Bytes frame = EnttecFrameBuilder::buildSendDmxFrame(channels);
+    port.write(frame);
+    port.write(frame);
+    EXPECT_EQ(pty.read(frame.size() * 2), [&] {
+        Bytes twice = frame;
+        twice.insert(twice.end(), frame.begin(), frame.end());
+        return twice;
+    }());
+}
+
+TEST(PosixSerialPortOnPty, FailuresCarryTheOperatorTexts) {
+    PosixSerialPort missing("/nonexistent/ttyUSB9");
+    try {
+        missing.open();
+        FAIL() << "opened a missing device";
+    } catch (const SerialPortError& error) {
+        EXPECT_EQ(error.kind(), SerialPortError::Kind::openFailed);
+        EXPECT_STREQ(error.what(), "Failed to open serial port at /nonexistent/ttyUSB9");
+    }
+
+    // A regular file opens but is no terminal: not a serial port.
+    const fs::path file =
+        fs::temp_directory_path() / ("kelvo-not-a-tty-" + std::to_string(::getpid()));
+    std::ofstream(file) << "x";
+    PosixSerialPort notATerminal(file.string());
+    EXPECT_THROW(notATerminal.open(), SerialPortError);
+    EXPECT_EQ(notATerminal.fileDescriptor(), -1);
+    fs::remove(file);
+
+    PseudoTerminal pty;
+    PosixSerialPort port(pty.devicePath());
+    port.open();
+    pty.closeController();
+    try {
+        port.write(Bytes{1, 2, 3});
+        FAIL() << "write to a hung-up terminal succeeded";
+    } catch (const SerialPortError& error) {
+        EXPECT_EQ(error.kind(), SerialPortError::Kind::writeFailed);
+        EXPECT_EQ(std::string(error.what()),
+                  "Failed to write to serial port at " + pty.devicePath());
+    }
+}
+
+class EnttecSenderOnPty : public testing::Test {
+protected:
+    EnttecSerialSender makeSender(std::vector<std::string> candidates) {
+        return EnttecSerialSender(
+            [this](const std::string& path) {
+                ++portsMade[path];
+                return std::make_unique<PosixSerialPort>(path);
+            },
+            [this, candidates] {
+                ++scans;
+                return candidates;
+            });
+    }
+
+    std::map<std::string, int> portsMade;
+    int scans = 0;
+};
+
+TEST_F(EnttecSenderOnPty, SkipsAnUnopenableCandidateAndRemembersTheOneThatOpens) {
+    PseudoTerminal widget;
+    EnttecSerialSender sender = makeSender({"/nonexistent/ttyUSB0", widget.devicePath()});
+
+    ASSERT_TRUE(sender.sendDmx(Bytes{1, 2, 3}));
+    EXPECT_EQ(sender.connectedPortPath(), widget.devicePath());
+    ASSERT_TRUE(sender.sendDmx(Bytes{4, 5}));
+    EXPECT_EQ(scans, 1) << "an open port is reused, not rescanned";
+    EXPECT_EQ(portsMade[widget.devicePath()], 1);
+    EXPECT_THAT(widget.read(9 + 8), ElementsAre(0x7E, 0x06, 0x04, 0x00, 0x00, 1, 2, 3, 0xE7, //
+                                                0x7E, 0x06, 0x03, 0x00, 0x00, 4, 5, 0xE7));
+}
+
+TEST_F(EnttecSenderOnPty, NothingOpensMeansNoFrameAndAScanEveryFrame) {
+    EnttecSerialSender sender = makeSender({"/nonexistent/a", "/nonexistent/b"});
+    EXPECT_FALSE(sender.sendDmx(Bytes{1}));
+    EXPECT_FALSE(sender.sendDmx(Bytes{1}));
+    EXPECT_EQ(scans, 2);
+    EXPECT_EQ(sender.resolvePort(), nullptr);
+    EXPECT_FALSE(sender.connectedPortPath());
+}
+
+TEST_F(EnttecSenderOnPty, FailedWriteDropsThePortAndTheNextFrameRescans) {
+    PseudoTerminal first;
+    PseudoTerminal second;
+    EnttecSerialSender sender = makeSender({first.devicePath(), second.devicePath()});
+    ASSERT_TRUE(sender.sendDmx(Bytes{1, 2}));
+    const int firstDescriptor = sender.resolvePort()->fileDescriptor();
+
+    first.closeController(); // the widget is unplugged
+    EXPECT_FALSE(sender.sendDmx(Bytes{3, 4}));
+    EXPECT_FALSE(sender.connectedPortPath());
+    EXPECT_FALSE(isOpenDescriptor(firstDescriptor)) << "the dropped port's descriptor leaked";
+    // The hung-up device cannot be opened again (its number stays taken while we hold it,
+    // so no other terminal can appear under that path).
+
+    ASSERT_TRUE(sender.sendDmx(Bytes{5, 6}));
+    EXPECT_EQ(scans, 2);
+    EXPECT_EQ(sender.connectedPortPath(), second.devicePath());
+    EXPECT_THAT(second.read(8), ElementsAre(0x7E, 0x06, 0x03, 0x00, 0x00, 5, 6, 0xE7));
+}
+
+TEST_F(EnttecSenderOnPty, DisconnectClosesTheDescriptorAtOnce) {
+    PseudoTerminal widget;
+    EnttecSerialSender sender = makeSender({widget.devicePath()});
+    ASSERT_TRUE(sender.sendDmx(Bytes{1}));
+    const int descriptor = sender.resolvePort()->fileDescriptor();
+    ASSERT_TRUE(isOpenDescriptor(descriptor));
+
+    sender.disconnect();
+    EXPECT_FALSE(isOpenDescriptor(descriptor));
+    EXPECT_FALSE(sender.connectedPortPath());
+    EXPECT_EQ(scans, 1);
+    ASSERT_TRUE(sender.sendDmx(Bytes{2}));
+    EXPECT_EQ(scans, 2) << "the next frame scans again";
+}
+
+class CandidatePaths : public testing::Test {
+protected:
+    void SetUp() override {
+        root = fs::temp_directory_path() /
+               ("kelvo-serial-" + std::to_string(::getpid()) + "-" +
+                testing::UnitTest::GetInstance()->current_test_info()->name());
+        fs::remove_all(root);
+        fs::create_directories(root / "dev");
+        fs::create_directories(root / "by-id");
+        folders = {(root / "dev").string(), (root / "by-id").string()};
+    }
+    void TearDown() override { fs::remove_all(root); }
+
+    void device(const std::string& name) { std::ofstream(root / "dev" / name) << ""; }
+    void link(const std::string& name, const std::string& target) {
+        fs::create_symlink(root / "dev" / target, root / "by-id" / name);
+    }
+    std::string dev(const std::string& name) const { return (root / "dev" / name).string(); }
+    std::string byID(const std::string& name) const { return (root / "by-id" / name).string(); }
+
+    fs::path root;
+    SerialDeviceFolders folders;
+};
+
+TEST_F(CandidatePaths, FixedPathThenMacNamesThenWidgetLinksThenTtyUSBThenTtyACM) {
+    for (const char* name : {"ttyACM0", "ttyUSB1", "cu.usbmodem14", "ttyUSB0", "cu.usbserial-A9",
+                             "ttyS0", "cu.Bluetooth", "tty.usbserial-A9", "ttyUSB10", "null"})
+        device(name);
+    link("usb-FTDI_FT232R_USB_UART_A1-if00-port0", "ttyUSB1");
+    link("usb-ENTTEC_DMX_USB_PRO_EN1-if00-port0", "ttyUSB0");
+    link("usb-Arduino_Uno_85-if00", "ttyACM0");
+
+    EXPECT_THAT(EnttecSerialSender::defaultCandidatePaths(folders),
+                ElementsAre("/dev/cu.usbserial-EN419206", dev("cu.usbmodem14"),
+                            dev("cu.usbserial-A9"), byID("usb-ENTTEC_DMX_USB_PRO_EN1-if00-port0"),
+                            byID("usb-FTDI_FT232R_USB_UART_A1-if00-port0"), dev("ttyUSB10"),
+                            dev("ttyACM0")));
+}
+
+TEST_F(CandidatePaths, LowerCaseMakerNamesCountAndMissingFoldersGiveOnlyTheFixedPath) {
+    device("ttyUSB0");
+    link("usb-enttec_open_dmx-if00", "ttyUSB0");
+    EXPECT_THAT(EnttecSerialSender::defaultCandidatePaths(folders),
+                ElementsAre("/dev/cu.usbserial-EN419206", byID("usb-enttec_open_dmx-if00")));
+
+    EXPECT_THAT(EnttecSerialSender::defaultCandidatePaths({"/nonexistent/dev", "/nonexistent/id"}),
+                ElementsAre("/dev/cu.usbserial-EN419206"));
+}
+
+} // namespace
+} // namespace kelvo

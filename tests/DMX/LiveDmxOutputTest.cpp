@@ -1,0 +1,228 @@
+#include "DMX/LiveDmxOutput.h"
+#include "DMX/OutputConfiguration.h"
+
+#include "DMX/ArtNetPacketBuilder.h"
+#include "DMX/EnttecFrameBuilder.h"
+#include "OutputFakes.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace kelvo {
+namespace {
+
+using Bytes = std::vector<std::uint8_t>;
+using D = UniverseRoute::Destination;
+using testing::ElementsAre;
+using namespace testing_support;
+
+class FanOut : public testing::Test {
+protected:
+    EnttecSerialSender fakeEnttec(std::vector<std::string> candidates = {"/dev/ttyUSB0"}) {
+        return EnttecSerialSender(
+            [this](const std::string& path) {
+                return std::make_unique<FakeSerialPort>(path, serial);
+            },
+            [this, candidates] {
+                ++serial.scans;
+                return candidates;
+            });
+    }
+
+    // Universe, sequence and payload of each ArtDmx sent.
+    std::vector<std::tuple<int, int, Bytes>> artDmxSent() const {
+        std::vector<std::tuple<int, int, Bytes>> out;
+        for (const auto& sent : transport->sent)
+            out.emplace_back(sent.datagram[14] | (sent.datagram[15] << 8), sent.datagram[12],
+                             Bytes(sent.datagram.begin() + 18, sent.datagram.end()));
+        return out;
+    }
+
+    SerialBench serial;
+    std::shared_ptr<RecordingTransport> transport = std::make_shared<RecordingTransport>();
+    LiveDmxOutput output{fakeEnttec(), transport};
+    OutputSettings settings;
+};
+
+TEST_F(FanOut, ServesRoutesInTableOrderEachOnItsOwn) {
+    settings.artnetEnabled = true;
+    settings.artnetHost = "10.0.0.5";
+    settings.routes = {{3, D::artnet(7)}, {1, D::enttec()},  {2, D::unmapped()},
+                       {1, D::artnet(0)}, {3, D::artnet(7)}, {9, D::artnet(1)}};
+    const DmxFrame frame = {{1, {10, 11}}, {2, {20}}, {3, {30, 31, 32}}, {4, {40}}};
+    output.send(frame, settings);
+
+    EXPECT_THAT(artDmxSent(),
+                ElementsAre(std::tuple(7, 1, Bytes{30, 31, 32, 0}), std::tuple(0, 2, Bytes{10, 11}),
+                            std::tuple(7, 3, Bytes{30, 31, 32, 0})));
+    for (const auto& sent : transport->sent) {
+        EXPECT_EQ(sent.host, "10.0.0.5");
+        EXPECT_EQ(sent.port, 6454);
+        EXPECT_EQ(sent.datagram[13], 0) << "physical";
+    }
+    EXPECT_THAT(serial.frames["/dev/ttyUSB0"],
+                ElementsAre(EnttecFrameBuilder::buildSendDmxFrame(Bytes{10, 11})));
+}
+
+TEST_F(FanOut, SequenceIsSharedAndRunsOneTo255NeverZero) {
+    settings.artnetEnabled = true;
+    settings.routes = {{1, D::artnet(0)}, {2, D::artnet(1)}};
+    const DmxFrame frame = {{1, {1}}, {2, {2}}};
+    for (int i = 0; i < 128; ++i)
+        output.send(frame, settings); // 256 packets
+    ASSERT_EQ(transport->sent.size(), 256u);
+    EXPECT_EQ(transport->sent[0].datagram[12], 1);
+    EXPECT_EQ(transport->sent[1].datagram[12], 2);
+    EXPECT_EQ(transport->sent[254].datagram[12], 255);
+    EXPECT_EQ(transport->sent[255].datagram[12], 1);
+    for (const auto& sent : transport->sent)
+        EXPECT_NE(sent.datagram[12], 0);
+}
+
+TEST_F(FanOut, SwitchesOffSendNothingAndLeaveTheSequenceAlone) {
+    settings.artnetEnabled = false;
+    settings.enttecEnabled = false;
+    output.send({{1, {1}}, {2, {2}}}, settings);
+    EXPECT_TRUE(transport->sent.empty());
+    EXPECT_EQ(output.artnet.sequence(), 0);
+    EXPECT_EQ(serial.scans, 0) << "no scan while Enttec is off";
+
+    settings.routes.clear();
+    settings.artnetEnabled = settings.enttecEnabled = true;
+    output.send({{1, {1}}, {2, {2}}}, settings);
+    EXPECT_TRUE(transport->sent.empty());
+    EXPECT_EQ(serial.scans, 0);
+}
+
+TEST_F(FanOut, RouteWithoutBufferIsSkippedAndBufferWithoutRouteGoesNowhere) {
+    settings.artnetEnabled = true;
+    settings.routes = {{1, D::enttec()}, {2, D::artnet(0)}};
+    output.send({{5, {1, 2}}}, settings);
+    EXPECT_TRUE(transport->sent.empty());
+    EXPECT_EQ(serial.scans, 0);
+}
+
+TEST_F(FanOut, FailingWidgetNeverStopsArtNetAndIsRescannedNextFrame) {
+    LiveDmxOutput twoWidgets{fakeEnttec({"/dev/ttyUSB0", "/dev/ttyUSB1"}), transport};
+    settings.artnetEnabled = true;
+    settings.routes = {{1, D::enttec()}, {1, D::artnet(3)}};
+    serial.failingWrites = {"/dev/ttyUSB0"};
+
+    twoWidgets.send({{1, {7}}}, settings);
+    EXPECT_EQ(transport->sent.size(), 1u) << "Art-Net still served after the widget failed";
+    EXPECT_FALSE(twoWidgets.enttec.connectedPortPath());
+    EXPECT_THAT(serial.closed, ElementsAre("/dev/ttyUSB0"));
+
+    serial.failingWrites.clear();
+    serial.unopenable = {"/dev/ttyUSB0"};
+    twoWidgets.send({{1, {8}}}, settings);
+    EXPECT_EQ(serial.scans, 2);
+    EXPECT_EQ(twoWidgets.enttec.connectedPortPath(), "/dev/ttyUSB1");
+    EXPECT_THAT(serial.frames["/dev/ttyUSB1"],
+                ElementsAre(EnttecFrameBuilder::buildSendDmxFrame(Bytes{8})));
+    EXPECT_EQ(transport->sent.size(), 2u);
+}
+
+TEST_F(FanOut, NoWidgetMeansNoFrameButArtNetFlows) {
+    LiveDmxOutput noWidget{fakeEnttec({}), transport};
+    settings.artnetEnabled = true;
+    settings.routes = {{1, D::enttec()}, {1, D::artnet(0)}};
+    noWidget.send({{1, {1}}}, settings);
+    noWidget.send({{1, {1}}}, settings);
+    EXPECT_EQ(serial.scans, 2) << "scanned again every frame, no back-off";
+    EXPECT_EQ(transport->sent.size(), 2u);
+}
+
+class OutputConfigurationTest : public FanOut {
+protected:
+    MemorySettingsStore store;
+    OutputConfiguration configuration{output, store};
+};
+
+TEST_F(OutputConfigurationTest, DefaultsWhenNothingIsStored) {
+    configuration.load();
+    EXPECT_EQ(configuration.settings(), OutputSettings{});
+    EXPECT_EQ(configuration.settings().routes, defaultUniverseRoutes());
+    EXPECT_FALSE(configuration.settings().artnetEnabled);
+    EXPECT_EQ(configuration.settings().artnetHost, "127.0.0.1");
+    EXPECT_TRUE(configuration.settings().artnetAutoFix);
+    EXPECT_TRUE(configuration.settings().enttecEnabled);
+    EXPECT_THAT(configuration.mappedArtNetUniverses(), ElementsAre(0));
+}
+
+TEST_F(OutputConfigurationTest, StoredValuesReplaceOnlyTheirOwnDefaults) {
+    store.routes = std::vector<UniverseRoute>{{2, D::artnet(5)}};
+    store.artnetEnabled = true; // no host stored
+    store.enttecEnabled = false;
+    configuration.load();
+    EXPECT_EQ(configuration.routes(), (std::vector<UniverseRoute>{{2, D::artnet(5)}}));
+    EXPECT_TRUE(configuration.settings().artnetEnabled);
+    EXPECT_EQ(configuration.settings().artnetHost, "127.0.0.1");
+    EXPECT_FALSE(configuration.settings().enttecEnabled);
+    EXPECT_TRUE(configuration.settings().artnetAutoFix);
+
+    store.routes = std::vector<UniverseRoute>{};
+    configuration.load();
+    EXPECT_TRUE(configuration.routes().empty()) << "a stored empty table is a table";
+    EXPECT_TRUE(configuration.mappedArtNetUniverses().empty());
+}
+
+TEST_F(OutputConfigurationTest, EditorChangesTheFirstRouteSavesAndResendsTheLastFrame) {
+    configuration.setArtNetEnabled(true);
+    configuration.replaceRoutes({{1, D::enttec()}, {2, D::unmapped()}, {2, D::unmapped()}});
+    store.log.clear();
+    configuration.outputFrame({{2, {200, 100}}});
+    EXPECT_TRUE(transport->sent.empty());
+
+    ASSERT_TRUE(configuration.changeDestination(2, D::artnet(9)));
+    EXPECT_EQ(
+        configuration.routes(),
+        (std::vector<UniverseRoute>{{1, D::enttec()}, {2, D::artnet(9)}, {2, D::unmapped()}}));
+    EXPECT_EQ(store.routes, configuration.routes());
+    EXPECT_THAT(store.log, ElementsAre("routes"));
+    ASSERT_EQ(transport->sent.size(), 1u) << "the change goes out without waiting for a frame";
+    EXPECT_EQ(transport->sent[0].datagram,
+              ArtNetPacketBuilder::buildArtDmxPacket(9, 1, 0, Bytes{200, 100}));
+
+    EXPECT_FALSE(configuration.changeDestination(7, D::enttec()));
+    EXPECT_THAT(store.log, ElementsAre("routes")) << "an unknown universe changes nothing";
+    EXPECT_EQ(transport->sent.size(), 1u);
+}
+
+TEST_F(OutputConfigurationTest, PersistArtNetWritesInOrderThenRetargetsDiscovery) {
+    std::vector<std::optional<std::string>> targets;
+    configuration.setDiscoveryTargetHook([&](const auto& host) { targets.push_back(host); });
+    configuration.setArtNetEnabled(true);
+    configuration.setArtNetHost("10.1.2.3");
+    configuration.setArtNetAutoFix(false);
+    configuration.persistArtNetConfig();
+    EXPECT_THAT(store.log, ElementsAre("artnet_enabled", "artnet_host", "artnet_auto_fix"));
+    EXPECT_EQ(store.artnetHost, "10.1.2.3");
+    EXPECT_EQ(store.artnetAutoFix, false);
+
+    configuration.setArtNetEnabled(false);
+    configuration.persistArtNetConfig();
+    EXPECT_THAT(targets, ElementsAre(std::optional<std::string>("10.1.2.3"), std::nullopt));
+    EXPECT_EQ(store.loadArtNetConfig(), (ArtNetConfig{false, "10.1.2.3"}));
+}
+
+TEST_F(OutputConfigurationTest, TurningEnttecOffClosesTheWidgetAtOnce) {
+    configuration.outputFrame({{1, {1}}}); // default table: universe 1 → Enttec
+    ASSERT_EQ(output.enttec.connectedPortPath(), "/dev/ttyUSB0");
+
+    configuration.setEnttecEnabled(true);
+    configuration.persistEnttecConfig();
+    EXPECT_TRUE(serial.closed.empty());
+
+    configuration.setEnttecEnabled(false);
+    configuration.persistEnttecConfig();
+    EXPECT_THAT(serial.closed, ElementsAre("/dev/ttyUSB0"));
+    EXPECT_FALSE(output.enttec.connectedPortPath());
+    EXPECT_EQ(store.enttecEnabled, false);
+
+    configuration.outputFrame({{1, {1}}});
+    EXPECT_EQ(serial.scans, 1) << "no rescan while off";
+}
+
+} // namespace
+} // namespace kelvo

@@ -1,0 +1,213 @@
+#include "DMX/NWUDPSocket.h"
+
+#include "support/LoopbackReceiver.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <future>
+#include <pthread.h>
+#include <thread>
+
+namespace kelvo {
+namespace {
+
+using namespace std::chrono_literals;
+using Bytes = std::vector<std::uint8_t>;
+using testing_support::closedLoopbackPort;
+using testing_support::LoopbackReceiver;
+
+// Moved only by the test; read on the caller's thread by the transport.
+class ManualClock {
+public:
+    std::chrono::nanoseconds now() const { return now_.load(); }
+    void advance(std::chrono::nanoseconds by) { now_ = now_.load() + by; }
+
+private:
+    std::atomic<std::chrono::nanoseconds> now_{std::chrono::seconds(1000)};
+};
+
+class NWUDPSocketOnLoopback : public testing::Test {
+protected:
+    // Everything posted so far on the transport queue has run.
+    void drainQueue() {
+        std::promise<void> done;
+        socket.queue().post([&] { done.set_value(); });
+        ASSERT_EQ(done.get_future().wait_for(5s), std::future_status::ready);
+    }
+
+    // Keeps the transport queue busy until `releaseQueue`, so no state report can land.
+    void holdQueue() {
+        hold_ = {};
+        socket.queue().post([held = hold_.get_future().share()] { held.wait(); });
+    }
+    void releaseQueue() { hold_.set_value(); }
+
+    template <typename Predicate> bool eventually(Predicate predicate) {
+        for (int i = 0; i < 200; ++i) {
+            if (predicate(socket.status()))
+                return true;
+            std::this_thread::sleep_for(10ms);
+        }
+        return false;
+    }
+
+    std::shared_ptr<ManualClock> clock = std::make_shared<ManualClock>();
+    NWUDPSocket socket{[clock = clock] { return clock->now(); }};
+    std::promise<void> hold_;
+};
+
+TEST_F(NWUDPSocketOnLoopback, StartsIdle) {
+    EXPECT_EQ(socket.status(), UDPTransportStatus{});
+    EXPECT_EQ(socket.status().stateDescription, "idle");
+    EXPECT_EQ(socket.queue().label(), "kelvo.bridge.artnet-udp");
+}
+
+TEST_F(NWUDPSocketOnLoopback, FirstSendConnectsCountsOnePacketAndDelivers) {
+    LoopbackReceiver node;
+    const Bytes first = {1, 2, 3};
+    holdQueue();
+    socket.send(first, "127.0.0.1", node.port());
+    UDPTransportStatus status = socket.status();
+    EXPECT_EQ(status.packetsSent, 1);
+    EXPECT_EQ(status.recoveries, 0);
+    EXPECT_FALSE(status.isReady);
+    EXPECT_EQ(status.stateDescription, "connecting");
+    releaseQueue();
+    EXPECT_EQ(node.receive(), first) << "a packet handed over before ready is not lost";
+
+    ASSERT_TRUE(eventually([](const auto& s) { return s.isReady; }));
+    status = socket.status();
+    EXPECT_EQ(status.stateDescription, "ready");
+    EXPECT_FALSE(status.lastError);
+
+    const Bytes second = {4, 5};
+    socket.send(second, "127.0.0.1", node.port());
+    EXPECT_EQ(node.receive(), second);
+    status = socket.status();
+    EXPECT_EQ(status.packetsSent, 2);
+    EXPECT_EQ(status.recoveries, 0);
+    EXPECT_EQ(status.sendFailures, 0);
+    EXPECT_EQ(status.stateDescription, "ready");
+}
+
+TEST_F(NWUDPSocketOnLoopback, NewTargetIsNoRecoveryButTheCancelledReportForcesRebuilds) {
+    LoopbackReceiver a("127.0.0.1");
+    LoopbackReceiver b("127.0.0.2");
+    socket.send(Bytes{1}, "127.0.0.1", a.port());
+    EXPECT_EQ(a.receive(), Bytes{1});
+    drainQueue();
+    ASSERT_TRUE(socket.status().isReady);
+
+    socket.send(Bytes{2}, "127.0.0.2", b.port());
+    EXPECT_EQ(socket.status().recoveries, 0);
+    EXPECT_EQ(socket.status().packetsSent, 2);
+    EXPECT_EQ(b.receive(), Bytes{2});
+    drainQueue();
+    // The old association's "cancelled" report landed after the new one was set up, so the
+    // next send rebuilds towards the same target: a recovery.
+    holdQueue();
+    socket.send(Bytes{3}, "127.0.0.2", b.port());
+    EXPECT_EQ(socket.status().recoveries, 1);
+    EXPECT_EQ(socket.status().stateDescription, "connecting");
+    // Until the queue reports again, sends reuse the new association.
+    socket.send(Bytes{4}, "127.0.0.2", b.port());
+    EXPECT_EQ(socket.status().recoveries, 1);
+    releaseQueue();
+    drainQueue();
+    // …and the cycle repeats for as long as packets flow.
+    socket.send(Bytes{5}, "127.0.0.2", b.port());
+    EXPECT_EQ(socket.status().recoveries, 2);
+    EXPECT_EQ(socket.status().packetsSent, 5);
+    for (std::uint8_t expected : {3, 4, 5})
+        EXPECT_EQ(b.receive(), Bytes{expected});
+    EXPECT_FALSE(a.receive(50));
+}
+
+TEST_F(NWUDPSocketOnLoopback, RefusedSendMarksFailureAndTheNextSendRecovers) {
+    const std::uint16_t closed = closedLoopbackPort();
+    // The port-unreachable answer to one datagram makes the following send fail.
+    for (int attempt = 0; attempt < 20 && socket.status().sendFailures == 0; ++attempt) {
+        socket.send(Bytes{9}, "127.0.0.1", closed);
+        drainQueue();
+    }
+    UDPTransportStatus status = socket.status();
+    ASSERT_EQ(status.sendFailures, 1);
+    EXPECT_EQ(status.lastError, std::system_category().message(ECONNREFUSED));
+    EXPECT_EQ(status.stateDescription, "failed");
+    EXPECT_FALSE(status.isReady);
+    EXPECT_EQ(status.recoveries, 0);
+
+    const std::int64_t sentBefore = status.packetsSent;
+    holdQueue();
+    socket.send(Bytes{9}, "127.0.0.1", closed);
+    status = socket.status();
+    EXPECT_EQ(status.recoveries, 1);
+    EXPECT_EQ(status.packetsSent, sentBefore + 1);
+    EXPECT_EQ(status.stateDescription, "connecting");
+
+    releaseQueue();
+    drainQueue();
+    status = socket.status();
+    EXPECT_TRUE(status.isReady);
+    EXPECT_FALSE(status.lastError) << "ready clears the last error";
+    EXPECT_EQ(status.sendFailures, 1) << "failures are never reset";
+}
+
+TEST_F(NWUDPSocketOnLoopback, UnreadyAssociationIsKeptForThreeSecondsThenRebuilt) {
+    LoopbackReceiver node;
+    holdQueue(); // the association cannot become ready
+
+    socket.send(Bytes{1}, "127.0.0.1", node.port());
+    clock->advance(3s);
+    socket.send(Bytes{2}, "127.0.0.1", node.port());
+    EXPECT_EQ(socket.status().recoveries, 0) << "exactly 3.0 s is still within the deadline";
+    EXPECT_EQ(socket.status().packetsSent, 2);
+
+    clock->advance(1ms);
+    socket.send(Bytes{3}, "127.0.0.1", node.port());
+    EXPECT_EQ(socket.status().recoveries, 1);
+    EXPECT_EQ(socket.status().packetsSent, 3);
+    EXPECT_EQ(socket.status().stateDescription, "connecting");
+
+    // The new association's deadline starts at its own creation.
+    clock->advance(2s);
+    socket.send(Bytes{4}, "127.0.0.1", node.port());
+    EXPECT_EQ(socket.status().recoveries, 1);
+
+    releaseQueue();
+    std::multiset<Bytes> delivered;
+    for (int i = 0; i < 4; ++i)
+        if (auto datagram = node.receive())
+            delivered.insert(*datagram);
+    EXPECT_EQ(delivered, (std::multiset<Bytes>{{1}, {2}, {3}, {4}}));
+}
+
+TEST_F(NWUDPSocketOnLoopback, ReadyAssociationHasNoDeadline) {
+    LoopbackReceiver node;
+    socket.send(Bytes{1}, "127.0.0.1", node.port());
+    drainQueue();
+    clock->advance(3600s);
+    socket.send(Bytes{2}, "127.0.0.1", node.port());
+    EXPECT_EQ(socket.status().recoveries, 0);
+    EXPECT_EQ(node.receive(), Bytes{1});
+    EXPECT_EQ(node.receive(), Bytes{2});
+}
+
+TEST(SerialWorkQueue, ThreadCarriesTheLabelWithinTheSystemLimit) {
+    EXPECT_EQ(SerialWorkQueue::threadName("kelvo.bridge.artnet-udp"), "artnet-udp");
+    EXPECT_EQ(SerialWorkQueue::threadName("Kelvo.wav-writer"), "wav-writer");
+    EXPECT_EQ(SerialWorkQueue::threadName("short.name"), "short.name");
+    SerialWorkQueue queue("kelvo.bridge.artnet-udp");
+    std::promise<std::string> name;
+    queue.post([&] {
+        char buffer[16] = {};
+        ::pthread_getname_np(::pthread_self(), buffer, sizeof buffer);
+        name.set_value(buffer);
+    });
+    EXPECT_EQ(name.get_future().get(), "artnet-udp");
+}
+
+} // namespace
+} // namespace kelvo

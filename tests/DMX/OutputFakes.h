@@ -1,0 +1,110 @@
+#pragma once
+
+#include "DMX/OutputSettings.h"
+#include "DMX/SerialPortWriting.h"
+#include "DMX/UDPSending.h"
+
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace kelvo::testing_support {
+
+/// Records every datagram instead of sending it.
+class RecordingTransport final : public UDPSending {
+public:
+    struct Sent {
+        std::vector<std::uint8_t> datagram;
+        std::string host;
+        std::uint16_t port;
+    };
+    void send(std::span<const std::uint8_t> datagram, const std::string& host,
+              std::uint16_t port) override {
+        sent.push_back({{datagram.begin(), datagram.end()}, host, port});
+    }
+    std::vector<Sent> sent;
+};
+
+/// What happened to the fake serial devices, by path.
+struct SerialBench {
+    std::map<std::string, std::vector<std::vector<std::uint8_t>>> frames;
+    std::vector<std::string> unopenable;
+    std::vector<std::string> failingWrites;
+    std::vector<std::string> opened;
+    std::vector<std::string> closed;
+    int scans = 0;
+};
+
+class FakeSerialPort final : public SerialPortWriting {
+public:
+    FakeSerialPort(std::string path, SerialBench& bench) : path_(std::move(path)), bench_(bench) {}
+    const std::string& path() const override { return path_; }
+    int fileDescriptor() const override { return fd_; }
+    void open() override {
+        if (fd_ >= 0)
+            return;
+        if (std::count(bench_.unopenable.begin(), bench_.unopenable.end(), path_))
+            throw SerialPortError::openFailed(path_);
+        fd_ = 42;
+        bench_.opened.push_back(path_);
+    }
+    void write(std::span<const std::uint8_t> frame) override {
+        open();
+        if (std::count(bench_.failingWrites.begin(), bench_.failingWrites.end(), path_))
+            throw SerialPortError::writeFailed(path_);
+        bench_.frames[path_].emplace_back(frame.begin(), frame.end());
+    }
+    void close() override {
+        if (fd_ >= 0)
+            bench_.closed.push_back(path_);
+        fd_ = -1;
+    }
+
+private:
+    std::string path_;
+    SerialBench& bench_;
+    int fd_ = -1;
+};
+
+/// A settings store in memory that logs each write in order.
+class MemorySettingsStore final : public OutputSettingsStore {
+public:
+    void saveRoutes(const std::vector<UniverseRoute>& r) override {
+        routes = r;
+        log.push_back("routes");
+    }
+    void saveArtNetEnabled(bool v) override {
+        artnetEnabled = v;
+        log.push_back("artnet_enabled");
+    }
+    void saveArtNetHost(const std::string& v) override {
+        artnetHost = v;
+        log.push_back("artnet_host");
+    }
+    void saveArtNetAutoFix(bool v) override {
+        artnetAutoFix = v;
+        log.push_back("artnet_auto_fix");
+    }
+    void saveEnttecEnabled(bool v) override {
+        enttecEnabled = v;
+        log.push_back("enttec_enabled");
+    }
+    std::optional<std::vector<UniverseRoute>> loadRoutes() const override { return routes; }
+    std::optional<ArtNetConfig> loadArtNetConfig() const override {
+        if (!artnetEnabled)
+            return std::nullopt;
+        return ArtNetConfig{*artnetEnabled, artnetHost.value_or("127.0.0.1")};
+    }
+    std::optional<bool> loadEnttecEnabled() const override { return enttecEnabled; }
+    std::optional<bool> loadArtNetAutoFix() const override { return artnetAutoFix; }
+
+    std::optional<std::vector<UniverseRoute>> routes;
+    std::optional<bool> artnetEnabled;
+    std::optional<std::string> artnetHost;
+    std::optional<bool> artnetAutoFix;
+    std::optional<bool> enttecEnabled;
+    std::vector<std::string> log;
+};
+
+} // namespace kelvo::testing_support
