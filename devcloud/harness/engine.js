@@ -787,11 +787,12 @@ var BridgeEngine = (function () {
     function positiveInt(v, fallback) {
         return typeof v === 'number' && isFinite(v) && v >= 1 ? Math.floor(v) : fallback;
     }
+    // A fixture never occupies more than a universe, whatever its definition claims.
     function fixtureWidth(row, definition) {
-        if (str(row.fixture_type) === MANUAL_DIMMER_TYPE) {
-            return positiveInt(isObject(row.options) ? row.options.width : undefined, 1);
-        }
-        return positiveInt(isObject(definition) ? definition.dmx_address_width : undefined, 1);
+        var width = str(row.fixture_type) === MANUAL_DIMMER_TYPE
+            ? positiveInt(isObject(row.options) ? row.options.width : undefined, 1)
+            : positiveInt(isObject(definition) ? definition.dmx_address_width : undefined, 1);
+        return Math.min(width, DMX_CHANNELS);
     }
 
     // ---------------------------------------------------------------- interpreters and modes

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 namespace kelvo {
 namespace {
 
@@ -62,6 +64,29 @@ TEST_F(HarnessOddInput, MalformedFixturesAreSkippedOrDefaulted) {
     EXPECT_EQ(dmx->at(2).size(), 512u);
     EXPECT_TRUE(dmx->count(3));
     EXPECT_TRUE(dmx->count(4)); // 4.7 → 4
+}
+
+TEST_F(HarnessOddInput, AbsurdWidthsStayWithinAUniverse) {
+    const json show = {
+        {"summary", {{"id", "wide"}}},
+        {"fixture_definitions", {{"huge", {{"dmx_address_width", 1e12}}}}},
+        {"fixtures",
+         {{{"id", "h"}, {"fixture_type", "huge"}, {"universe", 1}, {"address", 3}},
+          {{"id", "m"},
+           {"fixture_type", "pelorin/manual-dimmer@1ch"},
+           {"universe", 2},
+           {"address", 500},
+           {"options", {{"width", 1e15}}}},
+          {{"id", "far"}, {"fixture_type", "huge"}, {"universe", 3}, {"address", 1e9}}}}};
+    ASSERT_TRUE(host_.loadShow(show, {{"mode", "static"}}).has_value());
+    const auto dmx = host_.step("{}", 1.0 / 60, true);
+    ASSERT_TRUE(dmx.has_value());
+    ASSERT_EQ(dmx->size(), 3u);
+    for (const auto& [universe, bytes] : *dmx) {
+        EXPECT_EQ(bytes.size(), 512u) << universe;
+    }
+    EXPECT_GT(dmx->at(2)[511], 0); // the dimmer pack runs to the end of its universe
+    EXPECT_TRUE(std::all_of(dmx->at(3).begin(), dmx->at(3).end(), [](auto b) { return b == 0; }));
 }
 
 TEST_F(HarnessOddInput, AtMostEightUniversesAreProduced) {
