@@ -271,16 +271,16 @@ std::optional<std::vector<UniverseRoute>> OfflineShowCache::loadRoutes() const {
     return routes;
 }
 
-std::optional<ArtNetOutputConfig> OfflineShowCache::loadArtNetConfig() const {
+std::optional<ArtNetConfig> OfflineShowCache::loadArtNetConfig() const {
     const auto enabled = storedBool(artnetEnabledKey);
     if (!enabled)
         return std::nullopt;
     const QVariant host = defaults_->value(QLatin1String(artnetHostKey));
-    return ArtNetOutputConfig{*enabled, host.isValid() ? host.toString().toStdString()
+    return ArtNetConfig{*enabled, host.isValid() ? host.toString().toStdString()
                                                        : std::string(defaultArtNetHost)};
 }
 
-void OfflineShowCache::saveArtNetConfig(const ArtNetOutputConfig& config) {
+void OfflineShowCache::saveArtNetConfig(const ArtNetConfig& config) {
     defaults_->setValue(QLatin1String(artnetEnabledKey), config.enabled);
     defaults_->setValue(QLatin1String(artnetHostKey), QString::fromStdString(config.host));
     commitSettings();

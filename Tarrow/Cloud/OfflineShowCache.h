@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Cloud/OfflineWorkspaceUIState.h"
+#include "DMX/OutputSettings.h"
 #include "DMX/UniverseRoute.h"
 #include "Show/ShowPatch.h"
 
@@ -26,18 +27,10 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-/// Art-Net output switch and destination host as last stored.
-struct ArtNetOutputConfig {
-    bool enabled = false;
-    std::string host;
-
-    friend bool operator==(const ArtNetOutputConfig&, const ArtNetOutputConfig&) = default;
-};
-
 /// Everything needed to start the last show without the network (harness, show snapshot,
 /// dashboard selections, show patches) in the cache folder, and the small settings (device
 /// tokens, universe routes, output switches) in the user settings. No network work here.
-class OfflineShowCache {
+class OfflineShowCache : public OutputSettingsStore {
 public:
     static constexpr const char* legacyTokenKey = "kelvo.bridge.device_token";
     static constexpr const char* tokenKeyPrefix = "kelvo.bridge.device_token.";
@@ -46,7 +39,7 @@ public:
     static constexpr const char* artnetHostKey = "kelvo.bridge.artnet_host";
     static constexpr const char* enttecEnabledKey = "kelvo.bridge.enttec_enabled";
     static constexpr const char* artnetAutoFixKey = "kelvo.bridge.artnet_auto_fix";
-    static constexpr const char* defaultArtNetHost = "127.0.0.1";
+    static constexpr const char* defaultArtNetHost = OutputSettings::defaultArtNetHost;
 
     static constexpr const char* cacheFolderName = "KelvoBridge";
     static constexpr const char* harnessFileName = "engine.js";
@@ -92,21 +85,21 @@ public:
     std::optional<ShowPatch> loadPatch(std::string_view showId) const;
 
     // --- settings -----------------------------------------------------------------------
-    void saveRoutes(const std::vector<UniverseRoute>& routes);
+    void saveRoutes(const std::vector<UniverseRoute>& routes) override;
     /// Absent when never stored or when the stored bytes do not decode.
-    std::optional<std::vector<UniverseRoute>> loadRoutes() const;
+    std::optional<std::vector<UniverseRoute>> loadRoutes() const override;
 
     /// Absent until the enabled switch has been written; the host defaults to 127.0.0.1.
-    std::optional<ArtNetOutputConfig> loadArtNetConfig() const;
-    void saveArtNetConfig(const ArtNetOutputConfig& config);
-    void saveArtNetEnabled(bool enabled);
-    void saveArtNetHost(const std::string& host);
+    std::optional<ArtNetConfig> loadArtNetConfig() const override;
+    void saveArtNetConfig(const ArtNetConfig& config);
+    void saveArtNetEnabled(bool enabled) override;
+    void saveArtNetHost(const std::string& host) override;
 
     /// Absent when never written, so the caller can apply its own default.
-    std::optional<bool> loadEnttecEnabled() const;
-    void saveEnttecEnabled(bool enabled);
-    std::optional<bool> loadArtNetAutoFix() const;
-    void saveArtNetAutoFix(bool enabled);
+    std::optional<bool> loadEnttecEnabled() const override;
+    void saveEnttecEnabled(bool enabled) override;
+    std::optional<bool> loadArtNetAutoFix() const override;
+    void saveArtNetAutoFix(bool enabled) override;
 
     // --- device tokens ------------------------------------------------------------------
     /// "kelvo.bridge.device_token." + the server address, lower case, trailing "/" removed.

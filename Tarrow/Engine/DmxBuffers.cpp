@@ -15,14 +15,14 @@ public:
     explicit DmxJsonReader(std::string_view text)
         : p_(text.data()), end_(text.data() + text.size()) {}
 
-    DmxUniverseBuffers read() {
-        DmxUniverseBuffers buffers;
+    DmxFrame read() {
+        DmxFrame buffers;
         skipSpace();
         if (!consume('{'))
             return {};
         skipSpace();
         if (consume('}'))
-            return finished() ? buffers : DmxUniverseBuffers{};
+            return finished() ? buffers : DmxFrame{};
         std::vector<std::uint8_t> bytes;
         while (true) {
             skipSpace();
@@ -49,7 +49,7 @@ public:
                 break;
             return {};
         }
-        return finished() ? buffers : DmxUniverseBuffers{};
+        return finished() ? buffers : DmxFrame{};
     }
 
 private:
@@ -240,7 +240,7 @@ std::uint8_t channelByte(double value) {
                                      0xFFu);
 }
 
-DmxUniverseBuffers parseDmxBuffersJSON(std::string_view json) {
+DmxFrame parseDmxBuffersJSON(std::string_view json) {
     return DmxJsonReader(json).read();
 }
 

@@ -1,21 +1,17 @@
 #pragma once
 
+#include "DMX/OutputSettings.h"
+
 #include <cstdint>
-#include <map>
 #include <string_view>
-#include <vector>
 
 namespace kelvo {
-
-/// Engine output: virtual universe (1-based) → channel bytes, index 0 being channel 1.
-/// Arrays are neither padded nor cut here.
-using DmxUniverseBuffers = std::map<std::int64_t, std::vector<std::uint8_t>>;
 
 /// Converts the JSON text of the engine's `dmx` value. It must be an object whose values are all
 /// arrays, else the result is empty. Keys are decimal universe numbers (optional sign); other
 /// keys are skipped. Number elements keep the low 8 bits of their integer part, anything else
 /// becomes 0.
-DmxUniverseBuffers parseDmxBuffersJSON(std::string_view json);
+DmxFrame parseDmxBuffersJSON(std::string_view json);
 
 /// The key rule alone: base-10 with an optional leading sign, no other character, no overflow.
 bool parseUniverseKey(std::string_view key, std::int64_t& universe);

@@ -430,7 +430,7 @@ std::optional<std::string> EngineHost::latestFrameJSON() {
     return stringify(*context_, frame.call(names_->toJson), names_->json, names_->stringify);
 }
 
-std::optional<DmxUniverseBuffers> EngineHost::step(std::string_view frameJSON, double dt,
+std::optional<DmxFrame> EngineHost::step(std::string_view frameJSON, double dt,
                                                    bool refreshVisuals) {
     const Names& n = *names_;
     if (!hasRealizedShow())
@@ -484,9 +484,9 @@ std::optional<DmxUniverseBuffers> EngineHost::step(std::string_view frameJSON, d
 
     const Value dmx = result.get(n.dmx);
     if (!dmx.isObject())
-        return DmxUniverseBuffers{};
+        return DmxFrame{};
     const std::optional<std::string> text = stringify(js, dmx, n.json, n.stringify);
-    return text ? parseDmxBuffersJSON(*text) : DmxUniverseBuffers{};
+    return text ? parseDmxBuffersJSON(*text) : DmxFrame{};
 }
 
 DropDiagnostics EngineHost::dropDiagnostics() const {

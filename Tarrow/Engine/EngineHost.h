@@ -62,7 +62,7 @@ public:
     /// The last beat frame again with its beat flags cleared, for ticks without new audio.
     std::optional<std::string> latestFrameJSON();
     /// One session step; nullopt without a realized show.
-    std::optional<DmxUniverseBuffers> step(std::string_view frameJSON, double dt,
+    std::optional<DmxFrame> step(std::string_view frameJSON, double dt,
                                            bool refreshVisuals);
 
     DropDiagnostics dropDiagnostics() const;

@@ -30,7 +30,7 @@ public:
     /// Every fifth tick that stepped: the plot and live scheme were resampled.
     virtual void visualsRefreshed() {}
     /// Every tick, with the newest engine buffers (or the last ones when none came).
-    virtual void outputFrame(const DmxUniverseBuffers& engineBuffers) = 0;
+    virtual void outputFrame(const DmxFrame& engineBuffers) = 0;
 };
 
 /// One engine step per call: drain the hops, run the classical chain, step the session, publish
@@ -51,7 +51,7 @@ public:
 
     std::uint64_t tickCount() const { return tickCount_; }
     double lastDt() const { return lastDt_; }
-    const DmxUniverseBuffers& lastEngineBuffers() const { return lastEngineBuffers_; }
+    const DmxFrame& lastEngineBuffers() const { return lastEngineBuffers_; }
     const MicBandTrace& micTrace() const { return micTrace_; }
     const BeatReadout& beatReadout() const { return beatReadout_; }
 
@@ -64,7 +64,7 @@ private:
     std::optional<MonotonicClock::Duration> lastTickTime_;
     std::uint64_t tickCount_ = 0;
     double lastDt_ = nominalDt;
-    DmxUniverseBuffers lastEngineBuffers_;
+    DmxFrame lastEngineBuffers_;
     MicBandTrace micTrace_;
     BeatReadout beatReadout_;
 };

@@ -11,7 +11,7 @@ double unit(double value) {
 }
 } // namespace
 
-DmxUniverseBuffers mergeLightingDesk(const DmxUniverseBuffers& engineBuffers,
+DmxFrame mergeLightingDesk(const DmxFrame& engineBuffers,
                                      const LightingDeskState& desk) {
     if (!desk.live)
         return engineBuffers;
@@ -25,7 +25,7 @@ DmxUniverseBuffers mergeLightingDesk(const DmxUniverseBuffers& engineBuffers,
         const double level = i < desk.levels.size() ? unit(desk.levels[i]) : 0.0;
         channels[i] = desk.blackout ? 0 : static_cast<std::uint8_t>(master * level * 255.0);
     }
-    DmxUniverseBuffers merged = engineBuffers;
+    DmxFrame merged = engineBuffers;
     merged[desk.universe] = std::move(channels);
     return merged;
 }

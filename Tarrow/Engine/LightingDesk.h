@@ -23,7 +23,7 @@ struct LightingDeskState {
 
 /// Engine buffers with the desk laid over them. The desk's universe becomes a full 512-byte
 /// buffer; blackout zeroes only the desk's 24 channels, by design.
-DmxUniverseBuffers mergeLightingDesk(const DmxUniverseBuffers& engineBuffers,
+DmxFrame mergeLightingDesk(const DmxFrame& engineBuffers,
                                      const LightingDeskState& desk);
 
 } // namespace kelvo

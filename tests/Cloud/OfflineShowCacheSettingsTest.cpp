@@ -74,12 +74,12 @@ TEST_F(OfflineShowCacheSettings, ArtNetConfigIsAbsentUntilTheSwitchIsWritten) {
     auto fresh = std::make_unique<OfflineShowCache>(
         std::make_unique<QSettings>(temp.filePath("other.conf"), QSettings::IniFormat), production);
     fresh->saveArtNetEnabled(true);
-    EXPECT_EQ(fresh->loadArtNetConfig(), (ArtNetOutputConfig{true, "127.0.0.1"}));
+    EXPECT_EQ(fresh->loadArtNetConfig(), (ArtNetConfig{true, "127.0.0.1"}));
 
     cache->saveArtNetEnabled(false);
-    EXPECT_EQ(cache->loadArtNetConfig(), (ArtNetOutputConfig{false, "10.0.0.9"}));
+    EXPECT_EQ(cache->loadArtNetConfig(), (ArtNetConfig{false, "10.0.0.9"}));
     cache->saveArtNetConfig({true, "192.168.1.20"});
-    EXPECT_EQ(makeCache()->loadArtNetConfig(), (ArtNetOutputConfig{true, "192.168.1.20"}));
+    EXPECT_EQ(makeCache()->loadArtNetConfig(), (ArtNetConfig{true, "192.168.1.20"}));
 }
 
 TEST_F(OfflineShowCacheSettings, SwitchesDistinguishNeverWrittenFromFalse) {

@@ -11,22 +11,22 @@ namespace {
 
 TEST(DmxBuffersJson, ReadsUniversesOfChannelBytes) {
     EXPECT_EQ(parseDmxBuffersJSON(R"({"1":[0,1,255],"2":[],"10":[7]})"),
-              (DmxUniverseBuffers{{1, {0, 1, 255}}, {2, {}}, {10, {7}}}));
-    EXPECT_EQ(parseDmxBuffersJSON(" { \"3\" : [ 1 , 2 ] } \n"), (DmxUniverseBuffers{{3, {1, 2}}}));
-    EXPECT_EQ(parseDmxBuffersJSON("{}"), DmxUniverseBuffers{});
+              (DmxFrame{{1, {0, 1, 255}}, {2, {}}, {10, {7}}}));
+    EXPECT_EQ(parseDmxBuffersJSON(" { \"3\" : [ 1 , 2 ] } \n"), (DmxFrame{{3, {1, 2}}}));
+    EXPECT_EQ(parseDmxBuffersJSON("{}"), DmxFrame{});
 }
 
 TEST(DmxBuffersJson, ElementRules) {
     // Low 8 bits of the integer part; anything that is not a number is 0.
     EXPECT_EQ(parseDmxBuffersJSON(
                   R"({"1":[256,257,-1,255.9,1e3,-0.5,null,"9",true,{"a":[1]},[2],1e300,-1e300]})"),
-              (DmxUniverseBuffers{{1, {0, 1, 255, 255, 232, 0, 0, 0, 0, 0, 0, 0, 0}}}));
+              (DmxFrame{{1, {0, 1, 255, 255, 232, 0, 0, 0, 0, 0, 0, 0, 0}}}));
 }
 
 TEST(DmxBuffersJson, KeyRules) {
     EXPECT_EQ(parseDmxBuffersJSON(R"({"+4":[1],"-2":[2],"abc":[3],"":[4],"1.5":[5],"0x1":[6],
                                       " 7":[7],"99999999999999999999":[8],"\u0031":[9]})"),
-              (DmxUniverseBuffers{{4, {1}}, {-2, {2}}}));
+              (DmxFrame{{4, {1}}, {-2, {2}}}));
     std::int64_t universe = 0;
     EXPECT_TRUE(parseUniverseKey("-9223372036854775808", universe));
     EXPECT_EQ(universe, std::numeric_limits<std::int64_t>::min());
@@ -39,18 +39,18 @@ TEST(DmxBuffersJson, KeyRules) {
 }
 
 TEST(DmxBuffersJson, OneNonArrayValueSpoilsTheMap) {
-    EXPECT_EQ(parseDmxBuffersJSON(R"({"1":[1],"2":5})"), DmxUniverseBuffers{});
-    EXPECT_EQ(parseDmxBuffersJSON(R"({"1":[1],"x":{}})"), DmxUniverseBuffers{});
-    EXPECT_EQ(parseDmxBuffersJSON(R"([[1,2]])"), DmxUniverseBuffers{});
-    EXPECT_EQ(parseDmxBuffersJSON("5"), DmxUniverseBuffers{});
-    EXPECT_EQ(parseDmxBuffersJSON(""), DmxUniverseBuffers{});
+    EXPECT_EQ(parseDmxBuffersJSON(R"({"1":[1],"2":5})"), DmxFrame{});
+    EXPECT_EQ(parseDmxBuffersJSON(R"({"1":[1],"x":{}})"), DmxFrame{});
+    EXPECT_EQ(parseDmxBuffersJSON(R"([[1,2]])"), DmxFrame{});
+    EXPECT_EQ(parseDmxBuffersJSON("5"), DmxFrame{});
+    EXPECT_EQ(parseDmxBuffersJSON(""), DmxFrame{});
 }
 
 TEST(DmxBuffersJson, MalformedTextIsEmpty) {
     for (const char* text : {R"({"1":[1,2)", R"({"1":[1,]})", R"({"1":[1]}x)", R"({"1" [1]})",
                              R"({"1":[-]})", R"({"1":[1e]})", R"({"1":[-inf]})", "{\"1\n\":[1]}",
                              R"({"1":[tru]})", R"({"1":[{"a":"]}"]})"})
-        EXPECT_EQ(parseDmxBuffersJSON(text), DmxUniverseBuffers{}) << text;
+        EXPECT_EQ(parseDmxBuffersJSON(text), DmxFrame{}) << text;
 }
 
 TEST(DmxBuffersJson, AgreesWithADocumentParser) {

@@ -282,7 +282,7 @@ TEST_F(RecordingHost, StepConvertsHostileDmx) {
     loadShow({{"result", {{"dmx", {{"1", {255, 256, "x"}}, {"abc", {1}}, {"", {2}}}}}}});
     const auto buffers = host.step(R"({"beat":true})", 1.0 / 60, false);
     ASSERT_TRUE(buffers);
-    EXPECT_EQ(*buffers, (DmxUniverseBuffers{{1, {255, 0, 0}}}));
+    EXPECT_EQ(*buffers, (DmxFrame{{1, {255, 0, 0}}}));
     const auto step = calls(host, "step")[0];
     EXPECT_EQ(step[0], json({{"beat", true}}));
     EXPECT_DOUBLE_EQ(step[1].get<double>(), 1.0 / 60);

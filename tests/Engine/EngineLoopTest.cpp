@@ -25,11 +25,11 @@ class RecordingListener final : public EngineLoopListener {
 public:
     int traceChanges = 0, refreshes = 0;
     std::vector<BeatReadout> beats;
-    std::vector<DmxUniverseBuffers> frames;
+    std::vector<DmxFrame> frames;
     void micTraceChanged(const MicBandTrace&) override { ++traceChanges; }
     void beatReadoutChanged(const BeatReadout& beat) override { beats.push_back(beat); }
     void visualsRefreshed() override { ++refreshes; }
-    void outputFrame(const DmxUniverseBuffers& buffers) override { frames.push_back(buffers); }
+    void outputFrame(const DmxFrame& buffers) override { frames.push_back(buffers); }
 };
 
 std::string recordingHarness() {
@@ -92,7 +92,7 @@ TEST_F(EngineLoopTest, WithoutAShowTheLastBuffersKeepGoingOut) {
     EXPECT_TRUE(listener.frames.back().empty()) << "no audio has produced a frame yet";
     hops.pending = {levelHop(0)};
     loop.tick();
-    const DmxUniverseBuffers expected = {{1, {10, 20}}, {2, {30}}};
+    const DmxFrame expected = {{1, {10, 20}}, {2, {30}}};
     EXPECT_EQ(listener.frames.back(), expected);
 
     // The show goes away (new harness): the previous buffers are re-sent, not black.

@@ -6,7 +6,7 @@ namespace kelvo {
 namespace {
 
 TEST(LightingDeskMerge, NotLiveLeavesTheEngineAlone) {
-    const DmxUniverseBuffers engine = {{1, {1, 2, 3}}};
+    const DmxFrame engine = {{1, {1, 2, 3}}};
     LightingDeskState desk;
     desk.levels.assign(24, 1.0);
     EXPECT_EQ(mergeLightingDesk(engine, desk), engine);
@@ -17,7 +17,7 @@ TEST(LightingDeskMerge, DeskOnAUniverseTheEngineDoesNotFeed) {
     desk.live = true;
     desk.universe = 3;
     desk.levels = {1.0, 0.5};
-    const DmxUniverseBuffers merged = mergeLightingDesk({{1, {9}}}, desk);
+    const DmxFrame merged = mergeLightingDesk({{1, {9}}}, desk);
     ASSERT_EQ(merged.at(3).size(), 512u);
     EXPECT_EQ(merged.at(3)[0], 255);
     EXPECT_EQ(merged.at(3)[1], 127);

@@ -7,7 +7,7 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::string_view text(reinterpret_cast<const char*>(data), size);
-    const kelvo::DmxUniverseBuffers fast = kelvo::parseDmxBuffersJSON(text);
+    const kelvo::DmxFrame fast = kelvo::parseDmxBuffersJSON(text);
     const nlohmann::json document = nlohmann::json::parse(text, nullptr, false);
     // Only well-formed JSON without escapes has an oracle; the document parser stops at a NUL.
     if (!document.is_discarded() && text.find('\\') == std::string_view::npos &&

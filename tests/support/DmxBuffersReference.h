@@ -7,11 +7,11 @@
 namespace kelvo::testing_support {
 
 // Straightforward DOM-based reading of the engine's dmx JSON, the oracle for the fast reader.
-inline DmxUniverseBuffers referenceDmxBuffers(std::string_view text) {
+inline DmxFrame referenceDmxBuffers(std::string_view text) {
     const nlohmann::json value = nlohmann::json::parse(text, nullptr, false);
     if (value.is_discarded() || !value.is_object())
         return {};
-    DmxUniverseBuffers buffers;
+    DmxFrame buffers;
     for (const auto& [key, elements] : value.items()) {
         if (!elements.is_array())
             return {};
