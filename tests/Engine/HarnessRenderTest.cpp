@@ -60,7 +60,7 @@ std::vector<Patched> demoPatch() {
     return out;
 }
 
-std::uint8_t channel(const DmxUniverseBuffers& dmx, const Patched& p, const std::string& kind) {
+std::uint8_t channel(const DmxFrame& dmx, const Patched& p, const std::string& kind) {
     const auto it = std::find(p.channels.begin(), p.channels.end(), kind);
     EXPECT_NE(it, p.channels.end()) << p.id << " has no " << kind;
     const auto index = static_cast<std::size_t>(p.address - 1 + (it - p.channels.begin()));
@@ -109,13 +109,12 @@ protected:
         host.applyControl(c);
     }
     /// Steps `ticks` ticks from `start`; the buffers of every tick.
-    static std::vector<DmxUniverseBuffers> run(EngineHost& host, int ticks, int start = 0,
-                                               double drop = 0) {
-        std::vector<DmxUniverseBuffers> out;
+    static std::vector<DmxFrame> run(EngineHost& host, int ticks, int start = 0, double drop = 0) {
+        std::vector<DmxFrame> out;
         for (int i = start; i < start + ticks; ++i) {
             auto dmx = host.step(frameJSON(i, drop), tick, i % 5 == 0);
             EXPECT_TRUE(dmx.has_value());
-            out.push_back(dmx.value_or(DmxUniverseBuffers{}));
+            out.push_back(dmx.value_or(DmxFrame{}));
         }
         return out;
     }
@@ -192,7 +191,7 @@ TEST_F(HarnessRender, BlackoutIsAllZero) {
 TEST_F(HarnessRender, EveryModeIsItsOwnLookAndTheAnimatedOnesMove) {
     const std::vector<std::string> modes = {"blackout", "static", "pulse", "chase",
                                             "strobe",   "cycle",  "party"};
-    std::map<std::string, std::vector<DmxUniverseBuffers>> looks;
+    std::map<std::string, std::vector<DmxFrame>> looks;
     for (const auto& m : modes) {
         EngineHost host;
         load(host, m);
@@ -205,7 +204,7 @@ TEST_F(HarnessRender, EveryModeIsItsOwnLookAndTheAnimatedOnesMove) {
     }
     for (const char* m : {"pulse", "chase", "strobe", "cycle", "party"}) {
         const auto& seq = looks[m];
-        std::set<DmxUniverseBuffers> distinct(seq.begin(), seq.end());
+        std::set<DmxFrame> distinct(seq.begin(), seq.end());
         EXPECT_GT(distinct.size(), 20u) << m << " does not follow the music";
     }
     // A show mode resolves to its core look; an unknown mode lights the room.
