@@ -1,0 +1,1426 @@
+/*
+ * Kelvo development lighting engine.
+ *
+ * Evaluated by the bridge as one classic script (no modules, no build step). It defines the
+ * global `BridgeEngine`, which the engine host reads by name:
+ *
+ *   AdaptiveDecibelWindow    update(bands, dt)          -> bands with automatic gain applied
+ *   AdaptiveBandNormalizer   update(bands, clock)       -> low/mid/high/all in 0…1, sustained_low,
+ *                                                          low_dominance, onset, low_flux,
+ *                                                          low_rise_db, level_db
+ *   DropSignalDetector       update(signal, dt)         -> drop level (>= 1 when it fires), isArmed()
+ *   BeatTracker              update(bands, dt)          -> beat frame (bpm, beat_count, beat,
+ *                                                          beat_confidence, downbeat, extend, get, toJson)
+ *   RuntimeDirectorSession   loadShow, applyControl, applyFixtureOptions, setForcedDrop,
+ *                            shiftLighting, shiftColorScheme, toInterpretationPayload,
+ *                            step(frame, dt) -> { dmx, fixtures, color_palette }, director.getRealized()
+ *   buildShowSnapshotSubset(activeShow, controlState)   -> the show subset the bridge caches
+ *
+ * Lighting modes (MODES below): blackout, static (wash), pulse, chase, strobe, cycle, party.
+ *
+ * Rules kept throughout: deterministic for the same inputs (hashes instead of random numbers,
+ * no clock reads), no allocation in the per-hop and per-step paths, and no call ever throws on
+ * odd input.
+ */
+var BridgeEngine = (function () {
+    'use strict';
+
+    // ---------------------------------------------------------------- small helpers
+
+    var SILENCE_DB = -120;
+
+    function isObject(v) {
+        return v !== null && typeof v === 'object' && !Array.isArray(v);
+    }
+    function num(v, fallback) {
+        return typeof v === 'number' && isFinite(v) ? v : fallback;
+    }
+    function clamp01(v) {
+        return !(v > 0) ? 0 : v > 1 ? 1 : v;
+    }
+    function clamp(v, lo, hi) {
+        return !(v > lo) ? lo : v > hi ? hi : v;
+    }
+    function str(v) {
+        return typeof v === 'string' ? v : '';
+    }
+    function decibels(v) {
+        var x = num(v, SILENCE_DB);
+        return x < SILENCE_DB ? SILENCE_DB : x;
+    }
+    function hopSeconds(dt) {
+        // A hop is never longer than half a second; anything else is a stalled clock.
+        return clamp(num(dt, 0), 0, 0.5);
+    }
+    // Coefficient of a one-pole smoother with time constant tau seconds for a step of dt.
+    function follow(dt, tau) {
+        return tau <= 0 ? 1 : 1 - Math.exp(-dt / tau);
+    }
+
+    // Stateless hashes: per-beat choices (which fixtures sparkle) repeat for the same input.
+    function hash32(a, b) {
+        var h = (a * 0x9e3779b1) ^ (b * 0x85ebca77);
+        h = Math.imul(h ^ (h >>> 15), 0x2c1b3c6d);
+        h = Math.imul(h ^ (h >>> 12), 0x297a2d39);
+        h ^= h >>> 15;
+        return (h >>> 0) / 4294967296;
+    }
+    function hashString(s) {
+        var h = 2166136261;
+        for (var i = 0; i < s.length; i++) {
+            h ^= s.charCodeAt(i);
+            h = Math.imul(h, 16777619);
+        }
+        return h >>> 0;
+    }
+
+    // ---------------------------------------------------------------- AdaptiveDecibelWindow
+
+    // Automatic gain: follows the overall level (fast up, slow down) and shifts every band so
+    // that the programme sits near TARGET_DB. Silence stays silence.
+    var WINDOW_TARGET_DB = -40;
+    var WINDOW_ATTACK_S = 0.3;
+    var WINDOW_RELEASE_S = 4.0;
+    var WINDOW_MAX_GAIN_DB = 60;
+    var WINDOW_AUDIBLE_DB = -119;
+
+    function AdaptiveDecibelWindow() {
+        this.reference = null;
+        this.gain = 0;
+        this.out = { low: SILENCE_DB, mid: SILENCE_DB, high: SILENCE_DB, all: SILENCE_DB,
+                     low_dominance: 0, onset: 0, gain_db: 0 };
+    }
+    AdaptiveDecibelWindow.prototype.update = function (bands, dt) {
+        var b = isObject(bands) ? bands : {};
+        var step = hopSeconds(dt);
+        var all = decibels(b.all);
+        if (all > WINDOW_AUDIBLE_DB) {
+            if (this.reference === null) {
+                this.reference = all;
+            } else {
+                var tau = all > this.reference ? WINDOW_ATTACK_S : WINDOW_RELEASE_S;
+                this.reference += (all - this.reference) * follow(step, tau);
+            }
+            this.gain = clamp(WINDOW_TARGET_DB - this.reference, -WINDOW_MAX_GAIN_DB, WINDOW_MAX_GAIN_DB);
+        }
+        var o = this.out;
+        o.low = this.apply(b.low);
+        o.mid = this.apply(b.mid);
+        o.high = this.apply(b.high);
+        o.all = this.apply(b.all);
+        o.low_dominance = clamp01(num(b.low_dominance, 0));
+        o.onset = Math.max(0, num(b.onset, 0));
+        o.gain_db = this.gain;
+        return o;
+    };
+    AdaptiveDecibelWindow.prototype.apply = function (v) {
+        var x = decibels(v);
+        if (x <= WINDOW_AUDIBLE_DB) return SILENCE_DB;
+        return Math.min(20, x + this.gain);
+    };
+
+    // ---------------------------------------------------------------- AdaptiveBandNormalizer
+
+    // Each band is mapped to 0…1 between a floor (quick to fall, slow to rise) and a ceiling
+    // (instant rise, slow decay) that both follow the room, so a laptop microphone and a hot
+    // mixer feed both use the whole range within a few seconds.
+    var NORM_BANDS = ['low', 'mid', 'high', 'all'];
+    var NORM_MIN_RANGE_DB = 15;
+    var NORM_FLOOR_FALL_S = 0.08;
+    var NORM_FLOOR_RISE_DB_PER_S = 3;
+    var NORM_CEIL_DECAY_DB_PER_S = 2;
+    // Bass presence: a slow low-band level against its own slowly decaying peak.
+    var SUSTAIN_TAU_S = 0.35;
+    var SUSTAIN_PEAK_DECAY_DB_PER_S = 0.5;
+    var SUSTAIN_RANGE_DB = 24;
+    var DOMINANCE_TAU_S = 0.3;
+    var ONSET_MEAN_TAU_S = 3;
+    var FLUX_MEAN_TAU_S = 3;
+    var KICK_RANGE_DB = 30;
+
+    function AdaptiveBandNormalizer() {
+        this.lastClock = null;
+        this.floor = [0, 0, 0, 0];
+        this.ceil = [0, 0, 0, 0];
+        this.primed = [false, false, false, false];
+        this.slowLow = SILENCE_DB;
+        this.slowLowPeak = SILENCE_DB;
+        this.dominance = 0;
+        this.onsetMean = 0;
+        this.previousLow = SILENCE_DB;
+        this.fluxMean = 0;
+        this.out = { low: 0, mid: 0, high: 0, all: 0, sustained_low: 0, low_dominance: 0,
+                     onset: 0, low_flux: 0, low_rise_db: 0, level_db: SILENCE_DB, drop: 0 };
+    }
+    AdaptiveBandNormalizer.prototype.update = function (bands, clock) {
+        var b = isObject(bands) ? bands : {};
+        var now = num(clock, 0);
+        var dt = this.lastClock === null ? 0 : hopSeconds(now - this.lastClock);
+        this.lastClock = now;
+        var o = this.out;
+        for (var i = 0; i < 4; i++) {
+            o[NORM_BANDS[i]] = this.normalize(i, decibels(b[NORM_BANDS[i]]), dt);
+        }
+
+        var low = decibels(b.low);
+        this.slowLow += (low - this.slowLow) * follow(dt, SUSTAIN_TAU_S);
+        this.slowLowPeak = Math.max(this.slowLow, this.slowLowPeak - SUSTAIN_PEAK_DECAY_DB_PER_S * dt);
+        o.sustained_low = this.slowLowPeak <= WINDOW_AUDIBLE_DB
+            ? 0 : clamp01(1 + (this.slowLow - this.slowLowPeak) / SUSTAIN_RANGE_DB);
+
+        this.dominance += (clamp01(num(b.low_dominance, 0)) - this.dominance) * follow(dt, DOMINANCE_TAU_S);
+        o.low_dominance = this.dominance;
+
+        // Onset strength relative to its recent mean, and the rectified rise of the low band in
+        // dB (the kick drum) relative to its recent mean.
+        var onset = Math.max(0, num(b.onset, 0));
+        this.onsetMean += (onset - this.onsetMean) * follow(dt, ONSET_MEAN_TAU_S);
+        o.onset = this.onsetMean > 1e-9 ? Math.min(onset / this.onsetMean, 50) : 0;
+        // Rises far below the recent bass level are leakage (hats, noise), not kicks.
+        var kickFloor = this.slowLowPeak - KICK_RANGE_DB;
+        var rise = low > WINDOW_AUDIBLE_DB && this.previousLow > WINDOW_AUDIBLE_DB && low > kickFloor
+            ? Math.max(0, low - Math.max(this.previousLow, kickFloor)) : 0;
+        this.previousLow = low;
+        this.fluxMean += (rise - this.fluxMean) * follow(dt, FLUX_MEAN_TAU_S);
+        o.low_flux = this.fluxMean > 1e-6 ? Math.min(rise / this.fluxMean, 50) : 0;
+        o.low_rise_db = rise;
+        o.level_db = decibels(b.all);
+        o.drop = 0;
+        return o;
+    };
+    AdaptiveBandNormalizer.prototype.normalize = function (i, x, dt) {
+        if (x <= WINDOW_AUDIBLE_DB) return 0;
+        if (!this.primed[i]) {
+            this.primed[i] = true;
+            this.floor[i] = x - NORM_MIN_RANGE_DB;
+            this.ceil[i] = x;
+        }
+        if (x < this.floor[i]) {
+            this.floor[i] += (x - this.floor[i]) * follow(dt, NORM_FLOOR_FALL_S);
+        } else {
+            this.floor[i] = Math.min(x, this.floor[i] + NORM_FLOOR_RISE_DB_PER_S * dt);
+        }
+        this.ceil[i] = Math.max(x, this.ceil[i] - NORM_CEIL_DECAY_DB_PER_S * dt);
+        var range = Math.max(this.ceil[i] - this.floor[i], NORM_MIN_RANGE_DB);
+        return clamp01((x - this.floor[i]) / range);
+    };
+
+    // ---------------------------------------------------------------- DropSignalDetector
+
+    // "A drop arms after the bass stays out for about eight seconds, then fires when it returns.
+    //  The first thirty seconds never arm." Only bass-out time after the warm-up counts.
+    var DROP_WARMUP_S = 30;
+    var DROP_ARM_AFTER_S = 7.5;
+    var DROP_BASS_OUT_BELOW = 0.3;
+    var DROP_BASS_IN_ABOVE = 0.6;
+    var DROP_RETURN_LEVEL = 0.55;
+    var DROP_RETURN_CONFIRM_S = 0.035;
+    var DROP_DECAY_S = 4;
+
+    function DropSignalDetector() {
+        this.clock = 0;
+        this.outSeconds = 0;
+        this.returnSeconds = 0;
+        this.armed = false;
+        this.level = 0;
+        this.fired = 0;
+    }
+    DropSignalDetector.prototype.update = function (signal, dt) {
+        var s = isObject(signal) ? signal : {};
+        var step = hopSeconds(dt);
+        this.clock += step;
+        if (this.level > 0) this.level = Math.max(0, this.level - step / DROP_DECAY_S);
+        var low = clamp01(num(s.freq_low, 0));
+        var sustained = clamp01(num(s.sustained_low, low));
+        if (this.clock < DROP_WARMUP_S) {
+            this.outSeconds = 0;
+            return this.level;
+        }
+        if (!this.armed) {
+            if (sustained < DROP_BASS_OUT_BELOW) this.outSeconds += step;
+            else if (sustained > DROP_BASS_IN_ABOVE) this.outSeconds = 0;
+            if (this.outSeconds >= DROP_ARM_AFTER_S) {
+                this.armed = true;
+                this.returnSeconds = 0;
+            }
+            return this.level;
+        }
+        this.returnSeconds = low >= DROP_RETURN_LEVEL ? this.returnSeconds + step : 0;
+        if (this.returnSeconds >= DROP_RETURN_CONFIRM_S) {
+            this.armed = false;
+            this.outSeconds = 0;
+            this.returnSeconds = 0;
+            this.level = 1;
+            this.fired += 1;
+        }
+        return this.level;
+    };
+    DropSignalDetector.prototype.isArmed = function () {
+        return this.armed;
+    };
+
+    // ---------------------------------------------------------------- BeatTracker
+
+    // Tempo by autocorrelation of an onset signal (kick-weighted) scored as a comb over four
+    // beat multiples at fractional lags; phase by a comb over the last beats; beats are emitted
+    // from a flywheel that the phase estimate pulls in, so lights land on the beat rather than
+    // after it and keep running through short breaks.
+    var BT_MIN_BPM = 70;
+    var BT_MAX_BPM = 190;
+    var BT_BPM_STEP = 0.25;
+    // History kept, in seconds of hops (768 hops at 48 kHz), within these hop counts.
+    var BT_HISTORY_SECONDS = 8.2;
+    var BT_ODF_PERIOD_S = 512 / 48000;
+    var BT_HISTORY_MIN = 256;
+    var BT_HISTORY_MAX = 4096;
+    var BT_ANALYSE_EVERY = 8;
+    var BT_MIN_SECONDS = 2.5;
+    var BT_COMB = 4;
+    var BT_PHASE_BEATS = 8;
+    var BT_PHASE_STEP = 0.25;
+    var BT_KICK_WEIGHT = 1;
+    var BT_ONSET_WEIGHT = 0.3;
+    var BT_LATENCY_HOPS = 2.5;
+    var BT_SILENCE_SECONDS = 2.5;
+    var BT_ACF_TAU_S = 3;
+    // The phase follows the kick: while the kick is far below its recent strength (a break
+    // with only hats left) the flywheel keeps the phase it had instead of sliding onto them.
+    var BT_KICK_SHORT_S = 0.8;
+    var BT_KICK_PEAK_DECAY_PER_S = 0.03;
+    var BT_KICK_PRESENT = 0.3;
+    var BT_KICK_MIN_DB = 0.05;
+    var BT_PHASE_JUMP = 0.2;
+    var BT_PHASE_JUMP_VOTES = 8;
+    // Analyses in a row (about 1.5 s) a new tempo must win before it replaces the current one.
+    var BT_TEMPO_CHANGE_VOTES = 16;
+
+    function BeatFrame() {
+        this.bpm = 0;
+        this.beat_count = 0;
+        this.beat = false;
+        this.beat_confidence = 0;
+        this.downbeat = false;
+        this.phase = 0;
+        this.drop = 0;
+        this.low = 0;
+        this.mid = 0;
+        this.high = 0;
+        this.all = 0;
+        this.onset = 0;
+        this.time = 0;
+        this.json = { bpm: 0, beat_count: 0, beat: false, beat_confidence: 0, downbeat: false,
+                      phase: 0, drop: 0, low: 0, mid: 0, high: 0, all: 0, onset: 0, time: 0 };
+    }
+    BeatFrame.prototype.extend = function (values) {
+        if (!isObject(values)) return;
+        for (var key in values) {
+            if (key === 'json' || typeof BeatFrame.prototype[key] === 'function') continue;
+            if (Object.prototype.hasOwnProperty.call(values, key)) this[key] = values[key];
+        }
+    };
+    BeatFrame.prototype.get = function (key) {
+        var v = this[key];
+        return typeof v === 'function' ? undefined : v;
+    };
+    BeatFrame.prototype.toJson = function () {
+        var j = this.json;
+        j.bpm = num(this.bpm, 0);
+        j.beat_count = num(this.beat_count, 0);
+        j.beat = this.beat === true;
+        j.beat_confidence = num(this.beat_confidence, 0);
+        j.downbeat = this.downbeat === true;
+        j.phase = num(this.phase, 0);
+        j.drop = num(this.drop, 0);
+        j.low = num(this.low, 0);
+        j.mid = num(this.mid, 0);
+        j.high = num(this.high, 0);
+        j.all = num(this.all, 0);
+        j.onset = num(this.onset, 0);
+        j.time = num(this.time, 0);
+        return j;
+    };
+
+    function BeatTracker() {
+        this.frame = new BeatFrame();
+        this.size = 0;
+        this.reset(0);
+        this.clock = 0;
+        this.beatCount = 0;
+    }
+    // rawHop: the length of the hops fed in. Short hops (high sample rates) are grouped so the
+    // onset signal runs near BT_ODF_PERIOD_S: a 2048-sample frame at 192 kHz is shorter than a
+    // cycle of a kick's fundamental and its level ripples with the waveform from hop to hop.
+    BeatTracker.prototype.reset = function (rawHop) {
+        this.rawHop = rawHop;
+        this.group = rawHop > 0 ? Math.max(1, Math.round(BT_ODF_PERIOD_S / rawHop)) : 1;
+        this.groupHops = 0;
+        this.groupSignal = 0;
+        this.groupKick = 0;
+        this.groupRise = 0;
+        var hop = rawHop * this.group;
+        this.hop = hop;
+        this.written = 0;
+        this.sinceAnalysis = 0;
+        this.previousOdf = 0;
+        this.period = 0;
+        this.confidence = 0;
+        this.candidate = 0;
+        this.candidateVotes = 0;
+        this.nextBeat = -1;
+        this.lastBeat = -1;
+        this.phaseJumpVotes = 0;
+        this.lastOnsetTime = -1;
+        this.odfMean = 0;
+        this.kickShort = 0;
+        this.kickPeak = 0;
+        this.kickSince = -1;
+        // Buffers are sized for the hop length, so reallocated only when the stream changes.
+        var size = hop > 0 ? clamp(Math.ceil(BT_HISTORY_SECONDS / hop), BT_HISTORY_MIN, BT_HISTORY_MAX)
+            : BT_HISTORY_MIN;
+        if (size !== this.size) {
+            this.size = size;
+            this.odf = new Float64Array(size);
+            this.deviation = new Float64Array(size);
+            this.kickOdf = new Float64Array(size);
+            this.linear = new Float64Array(size);
+            this.acf = new Float64Array(size);
+        } else {
+            this.odf.fill(0);
+            this.deviation.fill(0);
+            this.kickOdf.fill(0);
+            this.acf.fill(0);
+        }
+        this.odfLevel = 0;
+        this.acfDecay = hop > 0 ? Math.exp(-hop / BT_ACF_TAU_S) : 0;
+        this.maxLag = hop > 0 ? Math.min(size - 2, Math.ceil(BT_COMB * 60 / BT_MIN_BPM / hop) + 2) : 0;
+        this.previousKick = 0;
+    };
+    BeatTracker.prototype.update = function (bands, dt) {
+        var b = isObject(bands) ? bands : {};
+        var step = hopSeconds(dt);
+        var f = this.frame;
+        f.low = clamp01(num(b.low, 0));
+        f.mid = clamp01(num(b.mid, 0));
+        f.high = clamp01(num(b.high, 0));
+        f.all = clamp01(num(b.all, 0));
+        f.onset = Math.max(0, num(b.onset, 0));
+        f.drop = Math.max(0, num(b.drop, 0));
+        f.beat = false;
+        f.downbeat = false;
+        if (step <= 0) return f;
+
+        // A different hop length means a different stream: start over.
+        if (this.rawHop <= 0 || Math.abs(step - this.rawHop) > 0.2 * this.rawHop) this.reset(step);
+        this.clock += step;
+        f.time = this.clock;
+
+        var audible = num(b.level_db, 0) > WINDOW_AUDIBLE_DB;
+        var kick = audible ? Math.max(0, num(b.low_flux, 0)) : 0;
+        this.groupSignal += audible ? BT_KICK_WEIGHT * kick + BT_ONSET_WEIGHT * f.onset : 0;
+        this.groupKick += kick;
+        this.groupRise += audible ? Math.max(0, num(b.low_rise_db, 0)) : 0;
+        this.groupHops += 1;
+        if (this.groupHops >= this.group) {
+            this.push(this.groupSignal / this.groupHops, this.groupKick / this.groupHops, this.groupRise,
+                      step * this.groupHops);
+            this.groupHops = 0;
+            this.groupSignal = 0;
+            this.groupKick = 0;
+            this.groupRise = 0;
+        }
+
+        var quiet = this.lastOnsetTime < 0 || this.clock - this.lastOnsetTime > BT_SILENCE_SECONDS;
+        if (quiet) this.confidence *= Math.exp(-step / 1.5);
+        if (this.period > 0 && this.nextBeat >= 0) {
+            if (this.clock >= this.nextBeat) {
+                if (!quiet) {
+                    this.beatCount += 1;
+                    f.beat = true;
+                    f.downbeat = (this.beatCount - 1) % 4 === 0;
+                }
+                this.lastBeat = this.nextBeat;
+                while (this.nextBeat <= this.clock) this.nextBeat += this.period;
+            }
+            var since = this.clock - this.lastBeat;
+            f.phase = this.lastBeat >= 0 ? clamp01(since / this.period) : 0;
+        }
+        f.bpm = this.period > 0 ? 60 / this.period : 0;
+        f.beat_count = this.beatCount;
+        f.beat_confidence = this.confidence;
+        return f;
+    };
+    // One sample of the onset signal (signal), its kick part (kick) and the kick's dB rise.
+    BeatTracker.prototype.push = function (signal, kick, kickRise, step) {
+        // Light smoothing widens single-sample peaks so fractional lags interpolate well.
+        var smoothed = 0.6 * signal + 0.4 * this.previousOdf;
+        this.previousOdf = signal;
+        this.kickOdf[this.written % this.size] = 0.6 * kick + 0.4 * this.previousKick;
+        this.previousKick = kick;
+        this.odf[this.written % this.size] = smoothed;
+        this.accumulate(smoothed, step);
+        this.written += 1;
+        this.odfMean += (signal - this.odfMean) * follow(step, 4);
+        if (signal > 1.5 * this.odfMean && signal > 0.5) this.lastOnsetTime = this.clock;
+        this.kickShort += (kickRise - this.kickShort) * follow(step, BT_KICK_SHORT_S);
+        this.kickPeak = Math.max(this.kickShort, this.kickPeak * (1 - BT_KICK_PEAK_DECAY_PER_S * step));
+        var kickPresent = this.kickShort >= BT_KICK_PRESENT * this.kickPeak;
+        if (!kickPresent) this.kickSince = -1;
+        else if (this.kickSince < 0) this.kickSince = this.clock;
+
+        this.sinceAnalysis += 1;
+        if (this.sinceAnalysis >= BT_ANALYSE_EVERY && this.written * this.hop >= BT_MIN_SECONDS) {
+            this.sinceAnalysis = 0;
+            this.analyse();
+        }
+    };
+    // Copies the history into time order with the mean removed; returns the sample count.
+    BeatTracker.prototype.linearize = function (source) {
+        var n = Math.min(this.written, this.size);
+        var start = this.written - n;
+        var mean = 0;
+        for (var i = 0; i < n; i++) {
+            var v = source[(start + i) % this.size];
+            this.linear[i] = v;
+            mean += v;
+        }
+        mean /= n;
+        for (var j = 0; j < n; j++) this.linear[j] -= mean;
+        return n;
+    };
+    BeatTracker.prototype.acfAt = function (lag) {
+        var i = lag | 0;
+        var frac = lag - i;
+        return this.acf[i] * (1 - frac) + this.acf[i + 1] * frac;
+    };
+    BeatTracker.prototype.combScore = function (bpm, maxLag) {
+        var lag = 60 / bpm / this.hop;
+        var score = 0;
+        var used = 0;
+        for (var k = 1; k <= BT_COMB; k++) {
+            if (k * lag >= maxLag) break;
+            score += this.acfAt(k * lag);
+            used += 1;
+        }
+        return used > 0 ? score / used : -Infinity;
+    };
+    // Running autocorrelation with exponential forgetting: every hop adds its product with each
+    // earlier hop up to the longest lag, so the cost is spread evenly over the hops.
+    BeatTracker.prototype.accumulate = function (value, step) {
+        this.odfLevel += (value - this.odfLevel) * follow(step, BT_ACF_TAU_S);
+        var x = value - this.odfLevel;
+        var w = this.written;
+        var size = this.size;
+        this.deviation[w % size] = x;
+        var decay = this.acfDecay;
+        var lags = Math.min(this.maxLag + 1, w);
+        var acf = this.acf;
+        var dev = this.deviation;
+        var index = w % size;
+        for (var lag = 0; lag <= lags; lag++) {
+            acf[lag] = decay * acf[lag] + x * dev[index];
+            index = index === 0 ? size - 1 : index - 1;
+        }
+    };
+    BeatTracker.prototype.analyse = function () {
+        var n = Math.min(this.written, this.size);
+        var maxLag = Math.min(this.written - 2, this.maxLag);
+        var energy = this.acf[0];
+        if (!(energy > 1e-9)) {
+            this.confidence *= 0.5;
+            return;
+        }
+        var bestBpm = 0;
+        var best = -Infinity;
+        for (var bpm = BT_MIN_BPM; bpm <= BT_MAX_BPM; bpm += BT_BPM_STEP) {
+            var s = this.combScore(bpm, maxLag);
+            if (s > best) {
+                best = s;
+                bestBpm = bpm;
+            }
+        }
+        if (!(best > 0)) {
+            this.confidence *= 0.5;
+            return;
+        }
+        // No onsets lately: keep the tempo and phase we had (the flywheel runs on).
+        if (this.lastOnsetTime < 0 || this.clock - this.lastOnsetTime > BT_SILENCE_SECONDS) return;
+        // In kick-driven music the tempo is re-read only once the whole analysed span has the
+        // kick in it: a span across a break and its drop mixes two patterns and reads slightly off.
+        var kickMusic = this.kickPeak >= BT_KICK_MIN_DB;
+        var spanSeconds = Math.min(n * this.hop, 2 * BT_ACF_TAU_S);
+        var settled = !kickMusic || this.period <= 0 ||
+            (this.kickSince >= 0 && this.clock - this.kickSince >= spanSeconds - 1);
+        // A pulse train scores the same at half tempo; prefer the faster reading when the
+        // double tempo is in range and nearly as strong.
+        var doubled = this.refine(bestBpm * 2, maxLag);
+        if (bestBpm * 2 <= BT_MAX_BPM && this.combScore(doubled, maxLag) >= 0.6 * best) bestBpm = doubled;
+        bestBpm = this.peakAtMultiple(this.refine(bestBpm, maxLag), maxLag);
+        var confidence = clamp01(this.combScore(bestBpm, maxLag) / energy);
+        if (settled) this.adoptTempo(bestBpm, confidence);
+        if (this.period <= 0) return;
+        if (!kickMusic) {
+            // Music without a kick: the whole onset signal sets the phase.
+            this.lockPhase(this.linearize(this.odf));
+        } else if (this.kickShort >= BT_KICK_PRESENT * this.kickPeak) {
+            this.lockPhase(this.linearize(this.kickOdf));
+        }
+    };
+    // Golden-section search for the comb maximum within a quarter BPM step around bpm.
+    BeatTracker.prototype.refine = function (bpm, maxLag) {
+        var lo = bpm - BT_BPM_STEP;
+        var hi = bpm + BT_BPM_STEP;
+        for (var i = 0; i < 14; i++) {
+            var m1 = hi - (hi - lo) * 0.618;
+            var m2 = lo + (hi - lo) * 0.618;
+            if (this.combScore(m1, maxLag) >= this.combScore(m2, maxLag)) hi = m2;
+            else lo = m1;
+        }
+        return (lo + hi) / 2;
+    };
+    // Linear interpolation between lags leans towards whole lags; the parabola through the
+    // autocorrelation peak at the longest beat multiple gives the period to a fraction of a hop.
+    BeatTracker.prototype.peakAtMultiple = function (bpm, maxLag) {
+        var lag = 60 / bpm / this.hop;
+        var k = BT_COMB;
+        while (k > 1 && k * lag >= maxLag - 2) k -= 1;
+        var centre = Math.round(k * lag);
+        var best = centre;
+        for (var i = centre - 2; i <= centre + 2; i++) {
+            if (i > 0 && i < maxLag - 1 && this.acf[i] > this.acf[best]) best = i;
+        }
+        if (best <= 0 || best >= maxLag - 1) return bpm;
+        var y0 = this.acf[best - 1], y1 = this.acf[best], y2 = this.acf[best + 1];
+        var curvature = y0 - 2 * y1 + y2;
+        if (!(curvature < 0)) return bpm;
+        var peak = best + 0.5 * (y0 - y2) / curvature;
+        var refined = 60 / (peak / k * this.hop);
+        return Math.abs(refined - bpm) <= 0.01 * bpm ? refined : bpm;
+    };
+    BeatTracker.prototype.adoptTempo = function (bpm, confidence) {
+        var period = 60 / bpm;
+        this.confidence += (confidence - this.confidence) * 0.3;
+        if (this.period <= 0) {
+            this.period = period;
+            return;
+        }
+        if (Math.abs(period - this.period) <= 0.03 * this.period) {
+            this.period += (period - this.period) * 0.3;
+            this.candidateVotes = 0;
+            return;
+        }
+        // A different tempo must be seen several times in a row before it replaces this one.
+        if (this.candidate > 0 && Math.abs(period - this.candidate) <= 0.03 * this.candidate) {
+            this.candidateVotes += 1;
+        } else {
+            this.candidate = period;
+            this.candidateVotes = 1;
+        }
+        if (this.candidateVotes >= BT_TEMPO_CHANGE_VOTES) {
+            this.period = this.candidate;
+            this.candidateVotes = 0;
+        }
+    };
+    BeatTracker.prototype.odfAt = function (pos) {
+        // pos: fractional index into the linear history; zero outside it.
+        if (pos < 0) return 0;
+        var i = pos | 0;
+        var frac = pos - i;
+        var a = this.linear[i];
+        var b = i + 1 < this.linearLength ? this.linear[i + 1] : a;
+        return a * (1 - frac) + b * frac;
+    };
+    BeatTracker.prototype.lockPhase = function (n) {
+        this.linearLength = n;
+        var periodHops = this.period / this.hop;
+        var newest = n - 1;
+        var bestOffset = 0;
+        var best = -Infinity;
+        for (var offset = 0; offset < periodHops; offset += BT_PHASE_STEP) {
+            var s = 0;
+            var w = 1;
+            for (var k = 0; k < BT_PHASE_BEATS; k++) {
+                var pos = newest - offset - k * periodHops;
+                if (pos < 0) break;
+                s += w * this.odfAt(pos);
+                w *= 0.85;
+            }
+            if (s > best) {
+                best = s;
+                bestOffset = offset;
+            }
+        }
+        var lastOnsetBeat = this.clock - (bestOffset + BT_LATENCY_HOPS) * this.hop;
+        var next = lastOnsetBeat + this.period;
+        while (next <= this.clock) next += this.period;
+        if (this.nextBeat < 0) {
+            this.nextBeat = next;
+            return;
+        }
+        // Pull the flywheel towards the estimate, wrapping the error into ±half a beat. A large
+        // jump must persist for a while (a real phase change), a single stray onset must not.
+        var error = next - this.nextBeat;
+        error -= Math.round(error / this.period) * this.period;
+        if (Math.abs(error) > BT_PHASE_JUMP * this.period) {
+            this.phaseJumpVotes += 1;
+            if (this.phaseJumpVotes < BT_PHASE_JUMP_VOTES) return;
+        }
+        this.phaseJumpVotes = 0;
+        var target = this.nextBeat + 0.5 * error;
+        if (this.lastBeat >= 0 && target < this.lastBeat + 0.5 * this.period) {
+            target = this.lastBeat + 0.5 * this.period;
+        }
+        this.nextBeat = target;
+    };
+
+    // ---------------------------------------------------------------- themes
+
+    function color(r, g, b) {
+        return [r, g, b];
+    }
+    var DEFAULT_THEME_NAME = 'Rave';
+    var BUILTIN_THEMES = [
+        { name: 'Rave', palette: [color(1, 0, 0.6), color(0, 0.9, 1), color(0.5, 0, 1), color(1, 1, 1)],
+          palettes: [[color(0, 1, 0.3), color(1, 0, 1), color(0, 0.3, 1)],
+                     [color(1, 0.4, 0), color(1, 0, 0.3), color(1, 1, 0)]],
+          allowsRainbow: true, alwaysRainbow: false },
+        { name: 'Sunset', palette: [color(1, 0.3, 0), color(1, 0.6, 0.1), color(0.9, 0.1, 0.2)],
+          palettes: [], allowsRainbow: false, alwaysRainbow: false },
+        { name: 'Ice', palette: [color(0.6, 0.9, 1), color(0, 0.4, 1), color(1, 1, 1)],
+          palettes: [], allowsRainbow: false, alwaysRainbow: false }
+    ];
+
+    function readColor(c) {
+        if (Array.isArray(c) && c.length >= 3 && typeof c[0] === 'number' && typeof c[1] === 'number' &&
+            typeof c[2] === 'number') {
+            return [clamp01(c[0]), clamp01(c[1]), clamp01(c[2])];
+        }
+        if (isObject(c) && typeof c.r === 'number' && typeof c.g === 'number' && typeof c.b === 'number') {
+            return [clamp01(c.r), clamp01(c.g), clamp01(c.b)];
+        }
+        return null;
+    }
+    function readPalette(list) {
+        var out = [];
+        if (!Array.isArray(list)) return out;
+        for (var i = 0; i < list.length; i++) {
+            var c = readColor(list[i]);
+            if (c) out.push(c);
+        }
+        return out;
+    }
+    function readTheme(t) {
+        if (!isObject(t) || typeof t.name !== 'string' || t.name === '') return null;
+        var palettes = [];
+        var palette = readPalette(t.palette);
+        if (palette.length > 0) palettes.push(palette);
+        if (Array.isArray(t.palettes)) {
+            for (var i = 0; i < t.palettes.length; i++) {
+                var p = readPalette(t.palettes[i]);
+                if (p.length >= 1) palettes.push(p);
+            }
+        }
+        if (palettes.length === 0) palettes.push([color(1, 1, 1)]);
+        return { name: t.name, palettes: palettes,
+                 allowsRainbow: t.allowsRainbow === true || t.allows_rainbow === true,
+                 alwaysRainbow: t.alwaysRainbow === true || t.always_rainbow === true };
+    }
+
+    function hueToRgb(h, out) {
+        var x = (h % 1) * 6;
+        if (x < 0) x += 6;
+        var i = x | 0;
+        var f = x - i;
+        var r, g, b;
+        switch (i) {
+        case 0: r = 1; g = f; b = 0; break;
+        case 1: r = 1 - f; g = 1; b = 0; break;
+        case 2: r = 0; g = 1; b = f; break;
+        case 3: r = 0; g = 1 - f; b = 1; break;
+        case 4: r = f; g = 0; b = 1; break;
+        default: r = 1; g = 0; b = 1 - f; break;
+        }
+        out[0] = r;
+        out[1] = g;
+        out[2] = b;
+    }
+
+    // ---------------------------------------------------------------- fixtures
+
+    // Channel kinds a fixture definition may list (strings or { type, default } objects).
+    var CH_OTHER = 0, CH_DIMMER = 1, CH_RED = 2, CH_GREEN = 3, CH_BLUE = 4, CH_WHITE = 5,
+        CH_AMBER = 6, CH_STROBE = 7;
+    var CHANNEL_ALIASES = {
+        dimmer: CH_DIMMER, intensity: CH_DIMMER, master: CH_DIMMER, dim: CH_DIMMER,
+        red: CH_RED, r: CH_RED, green: CH_GREEN, g: CH_GREEN, blue: CH_BLUE, b: CH_BLUE,
+        white: CH_WHITE, w: CH_WHITE, amber: CH_AMBER, a: CH_AMBER,
+        strobe: CH_STROBE, shutter: CH_STROBE
+    };
+    var MANUAL_DIMMER_TYPE = 'pelorin/manual-dimmer@1ch';
+    var MAX_UNIVERSES = 8;
+    var DMX_CHANNELS = 512;
+
+    // Layout for a definition without a channel list, by width.
+    function inferredChannels(width) {
+        switch (width) {
+        case 1: return ['dimmer'];
+        case 2: return ['dimmer', 'strobe'];
+        case 3: return ['red', 'green', 'blue'];
+        case 4: return ['red', 'green', 'blue', 'white'];
+        case 5: return ['dimmer', 'red', 'green', 'blue', 'strobe'];
+        default: return ['dimmer', 'red', 'green', 'blue', 'white', 'strobe'];
+        }
+    }
+    function readChannels(definition, width) {
+        var list = isObject(definition) && Array.isArray(definition.channels) ? definition.channels : null;
+        if (!list || list.length === 0) list = inferredChannels(width);
+        var kinds = [];
+        var defaults = [];
+        for (var i = 0; i < width; i++) {
+            var c = i < list.length ? list[i] : null;
+            var name = typeof c === 'string' ? c : isObject(c) ? str(c.type || c.kind || c.name) : '';
+            var key = name.toLowerCase();
+            kinds.push(Object.prototype.hasOwnProperty.call(CHANNEL_ALIASES, key) ? CHANNEL_ALIASES[key] : CH_OTHER);
+            defaults.push(isObject(c) ? clamp(Math.round(num(c['default'], 0)), 0, 255) : 0);
+        }
+        return { kinds: kinds, defaults: defaults };
+    }
+    function positiveInt(v, fallback) {
+        return typeof v === 'number' && isFinite(v) && v >= 1 ? Math.floor(v) : fallback;
+    }
+    // A fixture never occupies more than a universe, whatever its definition claims.
+    function fixtureWidth(row, definition) {
+        var width = str(row.fixture_type) === MANUAL_DIMMER_TYPE
+            ? positiveInt(isObject(row.options) ? row.options.width : undefined, 1)
+            : positiveInt(isObject(definition) ? definition.dmx_address_width : undefined, 1);
+        return Math.min(width, DMX_CHANNELS);
+    }
+
+    // ---------------------------------------------------------------- interpreters and modes
+
+    // Every interpreter writes r, g, b (0…1), dimmer (0…1) and strobe (0…1) for one fixture.
+    var R = 0, G = 1, B = 2, DIM = 3, STROBE = 4;
+
+    var INTERPRETERS = {
+        blackout: { label: 'Blackout', render: function (s, fx, out) {
+            out[R] = 0; out[G] = 0; out[B] = 0; out[DIM] = 0; out[STROBE] = 0;
+        } },
+        wash: { label: 'Static wash', render: function (s, fx, out) {
+            s.paletteColor(fx.group, out);
+            out[DIM] = fx.isStrobe ? 0 : 0.85 + 0.15 * s.level;
+            out[STROBE] = 0;
+        } },
+        pulse: { label: 'Beat pulse', render: function (s, fx, out) {
+            s.paletteColor(fx.group + s.bar, out);
+            var base = fx.isStrobe ? 0 : 0.12;
+            out[DIM] = base + (1 - base) * s.beatEnvelope * (0.55 + 0.45 * s.low);
+            out[STROBE] = 0;
+        } },
+        chase: { label: 'Chase', render: function (s, fx, out) {
+            var n = fx.groupSize;
+            var head = ((s.beatPosition * s.chaseDirection) % n + n) % n;
+            var d = head - fx.indexInGroup;
+            if (d < 0) d += n;
+            // Head at full, a tail of about two fixtures behind it.
+            var tail = d < 2.5 ? 1 - d / 2.5 : 0;
+            s.paletteColor(fx.group + (s.bar >> 1), out);
+            out[DIM] = fx.isStrobe ? (d < 0.25 ? 0.6 : 0) : tail * tail;
+            out[STROBE] = 0;
+        } },
+        flash: { label: 'Strobe flash', render: function (s, fx, out) {
+            var hit = s.flashEnvelope;
+            var c = s.scratch;
+            s.paletteColor(fx.group, c);
+            out[R] = c[R] + (1 - c[R]) * hit;
+            out[G] = c[G] + (1 - c[G]) * hit;
+            out[B] = c[B] + (1 - c[B]) * hit;
+            out[DIM] = (fx.isStrobe ? 0 : 0.08) + hit * 0.92;
+            out[STROBE] = 0;
+        } },
+        cycle: { label: 'Colour cycle', render: function (s, fx, out) {
+            var position = s.beatPosition / 8 + fx.x * 0.35 + fx.group * 0.1;
+            if (s.rainbow) hueToRgb(position / 3, out);
+            else s.paletteBlend(position, out);
+            out[DIM] = fx.isStrobe ? 0 : 0.7 + 0.3 * s.level;
+            out[STROBE] = 0;
+        } },
+        sparkle: { label: 'Sparkle', render: function (s, fx, out) {
+            if (fx.sparkleBeat !== s.beatIndex) {
+                fx.sparkleBeat = s.beatIndex;
+                fx.sparkleOn = hash32(fx.seed, s.beatIndex) < 0.3;
+            }
+            var chosen = fx.sparkleOn;
+            s.paletteColor(fx.group + 1, out);
+            out[DIM] = chosen ? s.beatEnvelope : 0.05;
+            out[STROBE] = 0;
+        } }
+    };
+
+    // The look of a drop, mixed over the mode by the drop level (or fully while forced).
+    function renderDropLook(s, fx, out) {
+        var eighth = s.eighth;
+        var white = (eighth + fx.indexInGroup) % 2 === 0;
+        if (white) {
+            out[R] = 1; out[G] = 1; out[B] = 1;
+        } else {
+            s.paletteColor(fx.group + eighth, out);
+        }
+        out[DIM] = 1;
+        out[STROBE] = s.dropStrobe;
+    }
+
+    var MODES = {
+        blackout: { label: 'Blackout', interpreters: ['blackout'] },
+        static: { label: 'Static wash', interpreters: ['wash'] },
+        pulse: { label: 'Beat pulse', interpreters: ['pulse'] },
+        chase: { label: 'Chase', interpreters: ['chase'] },
+        strobe: { label: 'Strobe flash', interpreters: ['flash'] },
+        cycle: { label: 'Colour cycle', interpreters: ['cycle'] },
+        party: { label: 'Party', interpreters: ['pulse', 'chase', 'cycle', 'sparkle'] }
+    };
+    var MODE_ALIASES = {
+        wash: 'static', 'static-wash': 'static', static_wash: 'static', beat_pulse: 'pulse',
+        'beat-pulse': 'pulse', flash: 'strobe', rainbow: 'cycle', color_cycle: 'cycle',
+        colour_cycle: 'cycle', 'color-cycle': 'cycle', auto: 'party'
+    };
+    // Unknown modes light the room rather than leaving it dark.
+    var FALLBACK_MODE = 'static';
+
+    function builtinModeKey(key) {
+        if (typeof key !== 'string') return null;
+        var k = key.toLowerCase();
+        if (Object.prototype.hasOwnProperty.call(MODES, k)) return k;
+        if (Object.prototype.hasOwnProperty.call(MODE_ALIASES, k)) return MODE_ALIASES[k];
+        return null;
+    }
+
+    // ---------------------------------------------------------------- show subset
+
+    function copyNumber(from, key, to) {
+        if (typeof from[key] === 'number' && isFinite(from[key])) to[key] = from[key];
+    }
+    function copyString(from, key, to) {
+        if (typeof from[key] === 'string') to[key] = from[key];
+    }
+
+    // The part of the active show the session needs, in a form that serialises to JSON and
+    // loads again offline. Unknown keys and malformed entries are left out.
+    function buildShowSnapshotSubset(activeShow, controlState) {
+        var show = isObject(activeShow) ? activeShow : {};
+        var control = isObject(controlState) ? controlState : {};
+        var summary = isObject(show.summary) ? show.summary : {};
+        var subset = {
+            summary: { id: str(summary.id) || str(show.id), name: str(summary.name) || str(show.name) },
+            revision: typeof show.revision === 'number' && isFinite(show.revision) ? Math.floor(show.revision) : 0,
+            fixture_definitions: {},
+            fixtures: [],
+            lighting_modes: [],
+            scene_objects: [],
+            control_state: {}
+        };
+        var definitions = isObject(show.fixture_definitions) ? show.fixture_definitions : {};
+        var fixtures = Array.isArray(show.fixtures) ? show.fixtures : [];
+        for (var i = 0; i < fixtures.length; i++) {
+            var row = fixtures[i];
+            if (!isObject(row) || typeof row.id !== 'string' || row.id === '') continue;
+            var f = { id: row.id };
+            copyString(row, 'name', f);
+            copyString(row, 'fixture_type', f);
+            copyNumber(row, 'universe', f);
+            copyNumber(row, 'address', f);
+            copyString(row, 'group_name', f);
+            copyNumber(row, 'x', f);
+            copyNumber(row, 'y', f);
+            f.is_disabled = row.is_disabled === true;
+            f.options = isObject(row.options) ? JSON.parse(JSON.stringify(row.options)) : {};
+            subset.fixtures.push(f);
+            var type = str(row.fixture_type);
+            if (type !== '' && isObject(definitions[type]) && !subset.fixture_definitions[type]) {
+                var d = definitions[type];
+                var def = {};
+                copyString(d, 'label', def);
+                copyNumber(d, 'dmx_address_width', def);
+                if (Array.isArray(d.channels)) {
+                    def.channels = [];
+                    for (var c = 0; c < d.channels.length; c++) {
+                        var ch = d.channels[c];
+                        if (typeof ch === 'string') def.channels.push(ch);
+                        else if (isObject(ch)) {
+                            var entry = { type: str(ch.type || ch.kind || ch.name) };
+                            copyNumber(ch, 'default', entry);
+                            def.channels.push(entry);
+                        } else def.channels.push('');
+                    }
+                }
+                subset.fixture_definitions[type] = def;
+            }
+        }
+        var modes = Array.isArray(show.lighting_modes) ? show.lighting_modes : [];
+        for (var m = 0; m < modes.length; m++) {
+            var mode = modes[m];
+            if (!isObject(mode) || typeof mode.key !== 'string') continue;
+            var mo = { key: mode.key };
+            copyString(mode, 'id', mo);
+            copyString(mode, 'label', mo);
+            copyString(mode, 'core_key', mo);
+            copyNumber(mode, 'order_index', mo);
+            subset.lighting_modes.push(mo);
+        }
+        var objects = Array.isArray(show.scene_objects) ? show.scene_objects : [];
+        for (var o = 0; o < objects.length; o++) {
+            var so = objects[o];
+            if (!isObject(so) || so.kind !== 'floor') continue;
+            var floor = { kind: 'floor' };
+            copyNumber(so, 'x', floor);
+            copyNumber(so, 'y', floor);
+            copyNumber(so, 'floor_width', floor);
+            copyNumber(so, 'floor_depth', floor);
+            subset.scene_objects.push(floor);
+            break;
+        }
+        var cs = subset.control_state;
+        copyString(control, 'mode', cs);
+        if (typeof control.mode_to === 'string') cs.mode_to = control.mode_to;
+        copyNumber(control, 'mode_lerp', cs);
+        copyString(control, 'theme_name', cs);
+        copyNumber(control, 'manual_dimmer', cs);
+        return subset;
+    }
+
+    // ---------------------------------------------------------------- RuntimeDirectorSession
+
+    var BEAT_DECAY_FRACTION = 0.35;
+    var FLASH_DECAY_S = 0.07;
+    var DEFAULT_BPM = 120;
+
+    function RuntimeDirectorSession() {
+        var self = this;
+        this.realized = null;
+        this.director = { getRealized: function () { return self.realized; } };
+        this.showSeed = 1;
+        this.fixtures = [];
+        this.rendered = [];
+        this.groups = [];
+        this.universes = [];
+        this.dmx = {};
+        this.fixtureOptions = {};
+        this.subset = null;
+        this.modes = [];
+        this.modeId = 'blackout';
+        this.modeTo = null;
+        this.modeLerp = 0;
+        this.themes = BUILTIN_THEMES.map(readTheme);
+        this.themeName = DEFAULT_THEME_NAME;
+        this.schemeShift = 0;
+        this.variation = 0;
+        this.manualDimmer = 1;
+        this.forcedDrop = false;
+        this.result = { dmx: this.dmx, fixtures: [], color_palette: [] };
+        this.tableA = [];
+        this.tableB = [];
+        this.a = new Float64Array(5);
+        this.b = new Float64Array(5);
+        // Per-step state the interpreters read (kept on one object to avoid allocation).
+        this.state = {
+            palette: [], rainbow: false, level: 0, low: 0, beatEnvelope: 0, flashEnvelope: 0,
+            beatPosition: 0, beatIndex: 0, bar: 0, eighth: 0, chaseDirection: 1, dropStrobe: 0,
+            scratch: new Float64Array(5),
+            paletteColor: function (i, out) {
+                var p = this.palette;
+                var c = p[((i % p.length) + p.length) % p.length];
+                out[R] = c[0]; out[G] = c[1]; out[B] = c[2];
+            },
+            paletteBlend: function (position, out) {
+                var p = this.palette;
+                var n = p.length;
+                var x = position % n;
+                if (x < 0) x += n;
+                var i = x | 0;
+                var f = x - i;
+                var c0 = p[i % n];
+                var c1 = p[(i + 1) % n];
+                out[R] = c0[0] + (c1[0] - c0[0]) * f;
+                out[G] = c0[1] + (c1[1] - c0[1]) * f;
+                out[B] = c0[2] + (c1[2] - c0[2]) * f;
+            }
+        };
+        this.time = 0;
+        this.sinceBeat = 10;
+        this.sinceFlash = 10;
+        this.beatIndex = 0;
+        this.beatPhase = 0;
+        this.bpm = DEFAULT_BPM;
+        this.dropAmount = 0;
+        this.dropTime = 0;
+        this.refreshPalette();
+    }
+
+    RuntimeDirectorSession.prototype.loadShow = function (subset) {
+        if (!isObject(subset)) return;
+        this.subset = subset;
+        // Options come with the show (and from applyFixtureOptions right after it).
+        this.fixtureOptions = {};
+        var summary = isObject(subset.summary) ? subset.summary : {};
+        this.showId = str(summary.id);
+        this.showSeed = hashString(this.showId) || 1;
+        this.modes = Array.isArray(subset.lighting_modes) ? subset.lighting_modes.filter(isObject) : [];
+        this.buildFixtures();
+        this.realized = { show_id: this.showId, name: str(summary.name), fixture_count: this.fixtures.length };
+        var cs = isObject(subset.control_state) ? subset.control_state : {};
+        var control = {};
+        if (typeof cs.mode === 'string' && cs.mode !== '') {
+            control.modeId = cs.mode;
+            control.modeTo = typeof cs.mode_to === 'string' ? cs.mode_to : null;
+            control.modeLerp = num(cs.mode_lerp, 0);
+        }
+        if (typeof cs.theme_name === 'string' && cs.theme_name !== '') control.themeName = cs.theme_name;
+        if (typeof cs.manual_dimmer === 'number') control.manualDimmer = cs.manual_dimmer;
+        this.applyControl(control);
+    };
+
+    RuntimeDirectorSession.prototype.buildFixtures = function () {
+        var subset = isObject(this.subset) ? this.subset : {};
+        var definitions = isObject(subset.fixture_definitions) ? subset.fixture_definitions : {};
+        var rows = Array.isArray(subset.fixtures) ? subset.fixtures : [];
+        var fixtures = [];
+        var groups = [];
+        var groupIndex = {};
+        var universeLength = {};
+        var minX = Infinity, maxX = -Infinity;
+        for (var i = 0; i < rows.length; i++) {
+            var row = rows[i];
+            if (!isObject(row) || typeof row.id !== 'string' || row.id === '') continue;
+            var options = isObject(this.fixtureOptions[row.id]) ? this.fixtureOptions[row.id]
+                : isObject(row.options) ? row.options : {};
+            var effective = { fixture_type: row.fixture_type, options: options };
+            var type = str(row.fixture_type);
+            var definition = definitions[type];
+            var width = fixtureWidth(effective, definition);
+            var layout = type === MANUAL_DIMMER_TYPE ? { kinds: [], defaults: [] } : readChannels(definition, width);
+            if (type === MANUAL_DIMMER_TYPE) {
+                for (var w = 0; w < width; w++) {
+                    layout.kinds.push(CH_DIMMER);
+                    layout.defaults.push(0);
+                }
+            }
+            var universe = positiveInt(row.universe, 1);
+            var address = positiveInt(row.address, 1);
+            var groupName = str(row.group_name);
+            if (!Object.prototype.hasOwnProperty.call(groupIndex, groupName)) {
+                groupIndex[groupName] = groups.length;
+                groups.push({ name: groupName, fixtures: [] });
+            }
+            var hasColor = layout.kinds.indexOf(CH_RED) >= 0 || layout.kinds.indexOf(CH_GREEN) >= 0 ||
+                layout.kinds.indexOf(CH_BLUE) >= 0 || layout.kinds.indexOf(CH_WHITE) >= 0;
+            var fx = {
+                id: row.id,
+                name: str(row.name),
+                universe: universe,
+                address: address,
+                width: width,
+                kinds: Int32Array.from(layout.kinds),
+                defaults: layout.defaults,
+                hasDimmer: layout.kinds.indexOf(CH_DIMMER) >= 0,
+                isStrobe: !hasColor && layout.kinds.indexOf(CH_STROBE) >= 0,
+                disabled: row.is_disabled === true,
+                x: num(row.x, 0),
+                y: num(row.y, 0),
+                group: groupIndex[groupName],
+                indexInGroup: 0,
+                groupSize: 1,
+                seed: hashString(row.id),
+                sparkleBeat: -1,
+                sparkleOn: false,
+                buffer: null,
+                output: { id: row.id, color: { r: 0, g: 0, b: 0 }, dimmer: 0, strobe: 0 }
+            };
+            fixtures.push(fx);
+            groups[fx.group].fixtures.push(fx);
+            if (!fx.disabled) {
+                minX = Math.min(minX, fx.x);
+                maxX = Math.max(maxX, fx.x);
+            }
+            var last = Math.min(address + width - 1, DMX_CHANNELS);
+            universeLength[universe] = Math.max(universeLength[universe] || 0, last);
+        }
+        // Chases run left to right within each group.
+        for (var g = 0; g < groups.length; g++) {
+            var members = groups[g].fixtures.slice().sort(function (p, q) {
+                return p.x - q.x || (p.id < q.id ? -1 : p.id > q.id ? 1 : 0);
+            });
+            for (var k = 0; k < members.length; k++) {
+                members[k].indexInGroup = k;
+                members[k].groupSize = members.length;
+            }
+        }
+        var span = maxX - minX;
+        for (var f = 0; f < fixtures.length; f++) {
+            fixtures[f].x = span > 0 ? (fixtures[f].x - minX) / span : 0.5;
+        }
+        // At most eight universes are produced, the lowest numbers first.
+        var numbers = Object.keys(universeLength).map(Number).sort(function (p, q) { return p - q; })
+            .slice(0, MAX_UNIVERSES);
+        var dmx = {};
+        for (var u = 0; u < numbers.length; u++) {
+            var channels = new Array(universeLength[numbers[u]]);
+            for (var c = 0; c < channels.length; c++) channels[c] = 0;
+            dmx[String(numbers[u])] = channels;
+        }
+        var rendered = [];
+        var outputs = [];
+        for (var r = 0; r < fixtures.length; r++) {
+            var item = fixtures[r];
+            item.buffer = dmx[String(item.universe)] || null;
+            if (item.disabled || item.buffer === null) continue;
+            // Channels without a kind we animate keep their default value.
+            for (var d = 0; d < item.width; d++) {
+                var index = item.address - 1 + d;
+                if (index < item.buffer.length) item.buffer[index] = item.defaults[d];
+            }
+            rendered.push(item);
+            outputs.push(item.output);
+        }
+        this.fixtures = fixtures;
+        this.rendered = rendered;
+        this.groups = groups;
+        this.tableA = new Array(groups.length);
+        this.tableB = new Array(groups.length);
+        this.universes = numbers;
+        this.dmx = dmx;
+        this.result.dmx = dmx;
+        this.result.fixtures = outputs;
+    };
+
+    RuntimeDirectorSession.prototype.applyFixtureOptions = function (list) {
+        if (!Array.isArray(list)) return;
+        for (var i = 0; i < list.length; i++) {
+            var entry = list[i];
+            if (!isObject(entry) || typeof entry.id !== 'string') continue;
+            this.fixtureOptions[entry.id] = isObject(entry.options) ? entry.options : {};
+        }
+        if (this.realized) {
+            this.buildFixtures();
+            this.realized.fixture_count = this.fixtures.length;
+        }
+    };
+
+    RuntimeDirectorSession.prototype.applyControl = function (control) {
+        if (!isObject(control)) return;
+        if (Array.isArray(control.themes)) {
+            var themes = [];
+            for (var i = 0; i < control.themes.length; i++) {
+                var t = readTheme(control.themes[i]);
+                if (t) themes.push(t);
+            }
+            if (themes.length > 0) this.themes = themes;
+        }
+        if (typeof control.modeId === 'string' && control.modeId !== '') {
+            this.modeId = control.modeId;
+            this.modeTo = typeof control.modeTo === 'string' && control.modeTo !== '' ? control.modeTo : null;
+            this.modeLerp = clamp01(num(control.modeLerp, 0));
+        }
+        if (typeof control.themeName === 'string' && control.themeName !== '') {
+            if (control.themeName !== this.themeName) this.schemeShift = 0;
+            this.themeName = control.themeName;
+        }
+        if (typeof control.manualDimmer === 'number') this.manualDimmer = clamp01(control.manualDimmer);
+        this.refreshPalette();
+    };
+
+    RuntimeDirectorSession.prototype.setForcedDrop = function (on) {
+        this.forcedDrop = on === true;
+    };
+
+    // Re-deals the interpreters over the groups (and turns chases around).
+    RuntimeDirectorSession.prototype.shiftLighting = function () {
+        this.variation += 1;
+    };
+    // Moves to the theme's next alternative palette.
+    RuntimeDirectorSession.prototype.shiftColorScheme = function () {
+        this.schemeShift += 1;
+        this.refreshPalette();
+    };
+
+    RuntimeDirectorSession.prototype.currentTheme = function () {
+        for (var i = 0; i < this.themes.length; i++) {
+            if (this.themes[i].name === this.themeName) return this.themes[i];
+        }
+        for (var j = 0; j < this.themes.length; j++) {
+            if (this.themes[j].name === DEFAULT_THEME_NAME) return this.themes[j];
+        }
+        return this.themes[0] || readTheme(BUILTIN_THEMES[0]);
+    };
+    RuntimeDirectorSession.prototype.refreshPalette = function () {
+        var theme = this.currentTheme();
+        var palette = theme.palettes[this.schemeShift % theme.palettes.length];
+        this.state.palette = palette;
+        this.state.rainbow = theme.alwaysRainbow;
+        this.themeAllowsRainbow = theme.allowsRainbow;
+        var list = [];
+        for (var i = 0; i < palette.length; i++) list.push([palette[i][0], palette[i][1], palette[i][2]]);
+        this.result.color_palette = list;
+    };
+
+    // Resolves a mode id (a mode record's key or id, or a built-in key) to a built-in mode.
+    RuntimeDirectorSession.prototype.resolveMode = function (id) {
+        if (typeof id !== 'string' || id === '') return null;
+        for (var i = 0; i < this.modes.length; i++) {
+            var m = this.modes[i];
+            if (m.key === id || m.id === id) {
+                return builtinModeKey(m.core_key) || builtinModeKey(m.key) || FALLBACK_MODE;
+            }
+        }
+        return builtinModeKey(id) || FALLBACK_MODE;
+    };
+    RuntimeDirectorSession.prototype.interpreterFor = function (modeKey, group) {
+        var list = MODES[modeKey].interpreters;
+        return INTERPRETERS[list[(group + this.variation) % list.length]];
+    };
+
+    RuntimeDirectorSession.prototype.step = function (frame, dt) {
+        var f = isObject(frame) ? frame : {};
+        var step = hopSeconds(dt);
+        var s = this.state;
+        this.time += step;
+
+        var bpm = num(f.bpm, 0);
+        if (bpm >= 40 && bpm <= 250) this.bpm = bpm;
+        var period = 60 / this.bpm;
+        this.sinceBeat += step;
+        this.sinceFlash += step;
+        if (f.beat === true) {
+            this.sinceBeat = 0;
+            this.beatIndex += 1;
+            this.beatPhase = 0;
+            var accent = num(f.onset, 0) > 2 || num(f.low, 0) > 0.8 || f.downbeat === true;
+            if (accent) this.sinceFlash = 0;
+        } else {
+            this.beatPhase = Math.min(this.beatPhase + step / period, 1.999);
+        }
+        var drop = Math.max(num(f.drop, 0), this.forcedDrop ? 1 : 0);
+        var dropTarget = clamp01(drop);
+        this.dropAmount += (dropTarget - this.dropAmount) * (dropTarget > this.dropAmount ? 1 : follow(step, 0.4));
+        this.dropTime = drop > 0 ? this.dropTime + step : 0;
+
+        s.level = clamp01(num(f.all, 0));
+        s.low = clamp01(num(f.low, 0));
+        s.beatEnvelope = Math.exp(-this.sinceBeat / (BEAT_DECAY_FRACTION * period));
+        s.flashEnvelope = Math.exp(-this.sinceFlash / FLASH_DECAY_S);
+        s.beatIndex = this.beatIndex;
+        s.beatPosition = this.beatIndex + Math.min(this.beatPhase, 1);
+        s.bar = Math.floor(this.beatIndex / 4);
+        s.eighth = Math.floor(s.beatPosition * 2);
+        s.chaseDirection = this.variation % 2 === 0 ? 1 : -1;
+        // Strobe on for the first bars of a drop, fast, then released.
+        s.dropStrobe = this.dropTime < 4 * period && this.dropAmount > 0.5 ? 0.9 : 0;
+
+        var modeA = this.resolveMode(this.modeId) || 'blackout';
+        var modeB = this.modeTo !== null ? this.resolveMode(this.modeTo) : null;
+        var lerp = modeB ? this.modeLerp : 0;
+        var a = this.a, b = this.b;
+        var master = this.manualDimmer;
+        var list = this.rendered;
+        var tableA = this.tableA, tableB = this.tableB;
+        for (var g = 0; g < this.groups.length; g++) {
+            tableA[g] = this.interpreterFor(modeA, g).render;
+            tableB[g] = modeB ? this.interpreterFor(modeB, g).render : tableA[g];
+        }
+        var dark = modeA === 'blackout' && lerp === 0 && this.dropAmount <= 0.001;
+        for (var i = 0; i < list.length; i++) {
+            var fx = list[i];
+            if (lerp < 1) tableA[fx.group](s, fx, a);
+            if (lerp > 0) {
+                tableB[fx.group](s, fx, b);
+                if (lerp >= 1) {
+                    for (var k0 = 0; k0 < 5; k0++) a[k0] = b[k0];
+                } else {
+                    for (var k = 0; k < 5; k++) a[k] += (b[k] - a[k]) * lerp;
+                }
+            }
+            if (this.dropAmount > 0.001) {
+                renderDropLook(s, fx, b);
+                for (var k2 = 0; k2 < 5; k2++) a[k2] += (b[k2] - a[k2]) * this.dropAmount;
+            }
+            a[DIM] = clamp01(a[DIM]) * master;
+            this.write(fx, a, dark);
+        }
+        return this.result;
+    };
+
+    // Writes one fixture's look into its channels. `dark` (a blackout) also zeroes the
+    // channels that otherwise hold their default (zoom, macros).
+    RuntimeDirectorSession.prototype.write = function (fx, v, dark) {
+        var r = clamp01(v[R]), g = clamp01(v[G]), b = clamp01(v[B]);
+        var dim = v[DIM];
+        var strobe = clamp01(v[STROBE]);
+        // Without a dimmer channel the colour carries the intensity.
+        var scale = fx.hasDimmer ? 1 : dim;
+        var white = r < g ? (r < b ? r : b) : (g < b ? g : b);
+        var buffer = fx.buffer;
+        var base = fx.address - 1;
+        var kinds = fx.kinds;
+        for (var i = 0; i < kinds.length; i++) {
+            var index = base + i;
+            if (index >= buffer.length) break;
+            var value;
+            switch (kinds[i]) {
+            case CH_DIMMER: value = dim; break;
+            case CH_RED: value = r * scale; break;
+            case CH_GREEN: value = g * scale; break;
+            case CH_BLUE: value = b * scale; break;
+            case CH_WHITE: value = white * scale; break;
+            case CH_AMBER: value = (r < g ? r : g) * 0.5 * scale; break;
+            case CH_STROBE: value = dim > 0 ? strobe : 0; break;
+            default:
+                buffer[index] = dark ? 0 : fx.defaults[i];
+                continue;
+            }
+            buffer[index] = (value * 255 + 0.5) | 0;
+        }
+        var out = fx.output;
+        out.color.r = r;
+        out.color.g = g;
+        out.color.b = b;
+        out.dimmer = (dim * 255 + 0.5) | 0;
+        out.strobe = (strobe * 255 + 0.5) | 0;
+    };
+
+    RuntimeDirectorSession.prototype.toInterpretationPayload = function () {
+        var modeKey = this.resolveMode(this.modeId) || 'blackout';
+        var theme = this.currentTheme();
+        var children = [];
+        for (var g = 0; g < this.groups.length; g++) {
+            var group = this.groups[g];
+            var ids = [];
+            for (var i = 0; i < group.fixtures.length; i++) {
+                if (!group.fixtures[i].disabled) ids.push(group.fixtures[i].id);
+            }
+            if (ids.length === 0) continue;
+            var label = group.name === '' ? 'ungrouped' : group.name;
+            var fixtureLabel = label + ' (' + ids.length + ')';
+            var nodes = [{ kind: 'interpreter', label: this.interpreterFor(modeKey, g).label,
+                           category: 'Animation', fixture_label: fixtureLabel, fixtures: ids }];
+            if (modeKey !== 'blackout') {
+                nodes.push({ kind: 'interpreter', label: theme.name + ' palette', category: 'Color',
+                             fixture_label: fixtureLabel, fixtures: ids.slice() });
+            }
+            children.push({ kind: 'group', label: label, children: nodes });
+        }
+        return {
+            tree: { mode: this.modeId, children: children },
+            mode_to: this.modeTo,
+            mode_lerp: this.modeLerp,
+            theme_name: theme.name,
+            variation: this.variation
+        };
+    };
+
+    return {
+        AdaptiveDecibelWindow: AdaptiveDecibelWindow,
+        AdaptiveBandNormalizer: AdaptiveBandNormalizer,
+        DropSignalDetector: DropSignalDetector,
+        BeatTracker: BeatTracker,
+        RuntimeDirectorSession: RuntimeDirectorSession,
+        buildShowSnapshotSubset: buildShowSnapshotSubset,
+        MODES: MODES
+    };
+})();

@@ -1,0 +1,63 @@
+// Hostile shows and control states for the development harness (devcloud/harness/engine.js):
+// whatever the cloud sends, loading, stepping and describing the show must neither crash nor
+// hang, and the output stays within eight universes of at most 512 channels.
+#include "Engine/EngineHost.h"
+
+#include <nlohmann/json.hpp>
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+
+namespace {
+
+kelvo::EngineHost& host() {
+    static kelvo::EngineHost* const instance = [] {
+        const auto path =
+            std::filesystem::path(__FILE__).parent_path() / "../../devcloud/harness/engine.js";
+        std::ifstream in(path, std::ios::binary);
+        const std::string source{std::istreambuf_iterator<char>(in),
+                                 std::istreambuf_iterator<char>()};
+        if (source.empty())
+            std::abort();
+        auto* h = new kelvo::EngineHost; // lives for the whole fuzzing run
+        h->loadHarness(source);
+        return h;
+    }();
+    return *instance;
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    const auto input =
+        nlohmann::json::parse(reinterpret_cast<const char*>(data),
+                              reinterpret_cast<const char*>(data) + size, nullptr, false);
+    if (input.is_discarded() || !input.is_object())
+        return 0;
+    kelvo::EngineHost& h = host();
+    const nlohmann::json control =
+        input.contains("control_state") ? input["control_state"] : nlohmann::json::object();
+    const auto subset = h.loadShow(input, control);
+    if (!subset || !h.hasRealizedShow())
+        std::abort(); // any object is a show, if an empty one
+    for (const char* frame : {R"({"beat":true,"bpm":128,"drop":1})", "{}"}) {
+        const auto dmx = h.step(frame, 1.0 / 60, true);
+        if (!dmx || dmx->size() > 8)
+            std::abort();
+        for (const auto& [universe, bytes] : *dmx)
+            if (bytes.size() > 512)
+                std::abort();
+    }
+    if (!h.interpretationPayload())
+        std::abort();
+    // The cached form loads again.
+    h.loadCachedShow(*subset);
+    if (!h.hasRealizedShow())
+        std::abort();
+    return 0;
+}
