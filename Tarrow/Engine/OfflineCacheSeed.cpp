@@ -37,7 +37,8 @@ void seedOfflineCache(const OfflineCacheSource& source, EngineHost& engine,
     OfflineWorkspaceUIState workspace;
     workspace.shows = BootstrapViewData::parsed::extractShowList(bootstrap);
     workspace.lightingModes = BootstrapViewData::parsed::extractLightingModes(bootstrap);
-    const BridgeControlSelections selections = BootstrapViewData::parsed::extractControlSelections(bootstrap);
+    const BridgeControlSelections selections =
+        BootstrapViewData::parsed::extractControlSelections(bootstrap);
     workspace.selectedModeId = selections.modeId;
     workspace.selectedModeTo = selections.modeTo;
     workspace.selectedModeLerp = selections.modeLerp;

@@ -43,7 +43,8 @@ int main(int argc, char** argv) {
         if (argc == 3) {
             // Another show of the list becomes the active one.
             nlohmann::json bootstrap = nlohmann::json::parse(source.bootstrap.toStdString());
-            const QString showPath = root + "/data/shows/" + QString::fromLocal8Bit(argv[2]) + ".json";
+            const QString showPath =
+                root + "/data/shows/" + QString::fromLocal8Bit(argv[2]) + ".json";
             bootstrap["active_show"] = nlohmann::json::parse(readFile(showPath).toStdString());
             source.bootstrap = QByteArray::fromStdString(bootstrap.dump());
         }

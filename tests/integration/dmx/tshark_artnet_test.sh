@@ -4,7 +4,7 @@
 #   tshark_artnet_test.sh PROBE
 set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
-. "$here/netns_common.sh"
+. "$here/../../support/netns_common.sh"
 probe=$1
 
 if [ "${KELVO_IN_NETNS:-}" != 1 ]; then

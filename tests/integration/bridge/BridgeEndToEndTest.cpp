@@ -1,0 +1,179 @@
+#include "support/LoopbackReceiver.h"
+#include "support/TemporaryDirectory.h"
+
+#include <gtest/gtest.h>
+#include <sndfile.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <csignal>
+#include <fcntl.h>
+#include <fstream>
+#include <numeric>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <thread>
+
+extern char** environ;
+
+namespace kelvo {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+pid_t spawn(const std::vector<std::string>& arguments, const std::string& output) {
+    std::vector<char*> argv;
+    for (const std::string& argument : arguments)
+        argv.push_back(const_cast<char*>(argument.c_str()));
+    argv.push_back(nullptr);
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, 1, output.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
+                                     0644);
+    posix_spawn_file_actions_adddup2(&actions, 1, 2);
+    pid_t pid = -1;
+    const int error = posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    return error == 0 ? pid : -1;
+}
+
+int waitExit(pid_t pid) {
+    int status = 0;
+    if (::waitpid(pid, &status, 0) != pid)
+        return -1;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+int run(const std::vector<std::string>& arguments, const std::string& output) {
+    const pid_t pid = spawn(arguments, output);
+    return pid > 0 ? waitExit(pid) : -1;
+}
+
+std::string readText(const std::filesystem::path& path) {
+    std::ifstream file(path);
+    return std::string(std::istreambuf_iterator<char>(file), {});
+}
+
+/// A private cache, settings and Downloads folder seeded with the demo show, and a track.
+class BridgeEndToEnd : public testing::Test {
+protected:
+    void SetUp() override {
+        ::setenv("XDG_DATA_HOME", (dir / "data").c_str(), 1);
+        ::setenv("XDG_CONFIG_HOME", (dir / "config").c_str(), 1);
+        std::filesystem::create_directories(dir / "config");
+        std::filesystem::create_directories(downloads);
+        std::ofstream(dir / "config" / "user-dirs.dirs")
+            << "XDG_DOWNLOAD_DIR=\"" << downloads.string() << "\"\n";
+        ASSERT_EQ(
+            run({KELVO_SEED_CACHE, std::string(KELVO_SOURCE_DIR) + "/devcloud"}, dir / "seed.log"),
+            0)
+            << readText(dir / "seed.log");
+        ASSERT_EQ(run({KELVO_TESTMUSIC, "-o", track, "--bpm", "120", "--seconds", "40"},
+                      dir / "music.log"),
+                  0)
+            << readText(dir / "music.log");
+    }
+
+    test::TemporaryDirectory dir;
+    std::filesystem::path downloads = dir / "downloads";
+    std::string track = dir / "track.wav";
+};
+
+struct Received {
+    double seconds;
+    std::vector<std::uint8_t> bytes;
+};
+
+TEST_F(BridgeEndToEnd, ArtDmxFollowsTheBeat) {
+    testing_support::LoopbackReceiver node("127.0.0.1", 6454);
+    const pid_t bridge =
+        spawn({KELVO_BRIDGE, "--headless", "--audio-file", track, "--artnet", "on", "--artnet-host",
+               "127.0.0.1", "--enttec", "off", "--route", "1=artnet:0", "--run-seconds", "14"},
+              dir / "bridge.log");
+    ASSERT_GT(bridge, 0);
+    const auto start = Clock::now();
+    std::vector<Received> packets;
+    while (Clock::now() - start < std::chrono::seconds(16)) {
+        const auto datagram = node.receive(500);
+        if (!datagram)
+            continue;
+        packets.push_back({std::chrono::duration<double>(Clock::now() - start).count(), *datagram});
+    }
+    ASSERT_EQ(waitExit(bridge), 0) << readText(dir / "bridge.log");
+    const std::string log = readText(dir / "bridge.log");
+    EXPECT_NE(log.find("120.0 BPM"), std::string::npos) << log;
+
+    ASSERT_GT(packets.size(), 600u) << "about 60 packets a second for 14 s\n" << log;
+    for (std::size_t i = 0; i < packets.size(); ++i) {
+        const auto& bytes = packets[i].bytes;
+        ASSERT_GE(bytes.size(), 18u);
+        ASSERT_EQ(std::string(bytes.begin(), bytes.begin() + 8), std::string("Art-Net\0", 8));
+        ASSERT_EQ(bytes[8] | (bytes[9] << 8), 0x5000) << "ArtDmx";
+        ASSERT_EQ(bytes[14] | (bytes[15] << 8), 0) << "universe 0";
+        ASSERT_NE(bytes[12], 0) << "sequence is never 0";
+        if (i > 0) {
+            ASSERT_EQ(bytes[12], packets[i - 1].bytes[12] % 255 + 1) << "one shared sequence";
+        }
+    }
+
+    // After the tracker has locked, the light jumps up once per beat (0.5 s at 120 BPM) and
+    // decays in between.
+    std::vector<double> times, levels;
+    for (const Received& packet : packets) {
+        if (packet.seconds < 6.0)
+            continue;
+        times.push_back(packet.seconds);
+        levels.push_back(std::accumulate(packet.bytes.begin() + 18, packet.bytes.end(), 0.0));
+    }
+    ASSERT_GT(levels.size(), 300u);
+    if (const char* dump = std::getenv("KELVO_E2E_DUMP")) {
+        std::ofstream out(dump);
+        for (std::size_t i = 0; i < levels.size(); ++i)
+            out << times[i] << " " << levels[i] << "\n";
+    }
+    const auto [low, high] = std::minmax_element(levels.begin(), levels.end());
+    ASSERT_GT(*high - *low, 1000.0) << "the lights move";
+    const double jump = 0.15 * (*high - *low);
+    std::vector<double> peaks;
+    for (std::size_t i = 1; i < levels.size(); ++i)
+        if (levels[i] - levels[i - 1] > jump && (peaks.empty() || times[i] - peaks.back() > 0.3))
+            peaks.push_back(times[i]);
+    ASSERT_GE(peaks.size(), 10u);
+    std::vector<double> intervals;
+    for (std::size_t i = 1; i < peaks.size(); ++i)
+        intervals.push_back(peaks[i] - peaks[i - 1]);
+    std::nth_element(intervals.begin(), intervals.begin() + intervals.size() / 2, intervals.end());
+    EXPECT_NEAR(intervals[intervals.size() / 2], 0.5, 0.05) << "median time between light peaks";
+}
+
+TEST_F(BridgeEndToEnd, SigtermDuringARecordingLeavesAFinishedWav) {
+    const pid_t bridge =
+        spawn({KELVO_BRIDGE, "--headless", "--audio-file", track, "--artnet", "off", "--record"},
+              dir / "bridge.log");
+    ASSERT_GT(bridge, 0);
+    std::this_thread::sleep_for(std::chrono::seconds(3));
+    ASSERT_EQ(::kill(bridge, SIGTERM), 0);
+    ASSERT_EQ(waitExit(bridge), 0) << readText(dir / "bridge.log");
+
+    std::vector<std::filesystem::path> recordings;
+    bool sideFileLeft = false;
+    for (const auto& entry : std::filesystem::directory_iterator(downloads)) {
+        if (entry.path().extension() == ".wav")
+            recordings.push_back(entry.path());
+        sideFileLeft = sideFileLeft || entry.path().string().ends_with(".recovery.json");
+    }
+    ASSERT_EQ(recordings.size(), 1u) << readText(dir / "bridge.log");
+    EXPECT_FALSE(sideFileLeft) << "a finished part has no recovery side file";
+    SF_INFO info{};
+    SNDFILE* file = sf_open(recordings.front().c_str(), SFM_READ, &info);
+    ASSERT_NE(file, nullptr) << sf_strerror(nullptr);
+    sf_close(file);
+    EXPECT_EQ(info.format, SF_FORMAT_WAV | SF_FORMAT_PCM_24);
+    EXPECT_GE(double(info.frames) / info.samplerate, 2.0) << "nearly three seconds recorded";
+    EXPECT_NE(readText(dir / "bridge.log").find("Recording saved in Downloads."),
+              std::string::npos);
+}
+
+} // namespace
+} // namespace kelvo
