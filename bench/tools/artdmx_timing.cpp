@@ -1,0 +1,92 @@
+// Catches ArtDmx on 127.0.0.1:6454 (run it inside a private network namespace) and reports, as
+// one JSON line, when the packets of one Art-Net universe arrived:
+//   artdmx-timing SECONDS [--universe U]
+// It listens for SECONDS after the first packet (waiting at most 30 s for it); the first
+// packet's CLOCK_REALTIME lets a script measure start-up.
+#include <algorithm>
+#include <arpa/inet.h>
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <netinet/in.h>
+#include <poll.h>
+#include <string>
+#include <sys/socket.h>
+#include <time.h>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+double realtimeSeconds() {
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    return double(now.tv_sec) + double(now.tv_nsec) * 1e-9;
+}
+
+double percentile(std::vector<double> values, double p) {
+    if (values.empty())
+        return 0;
+    std::sort(values.begin(), values.end());
+    const std::size_t index = std::min(values.size() - 1, std::size_t(p * double(values.size())));
+    return values[index];
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    if (argc < 2) {
+        std::fprintf(stderr, "usage: artdmx-timing SECONDS [--universe U]\n");
+        return 2;
+    }
+    const double seconds = std::atof(argv[1]);
+    int universe = 0;
+    for (int i = 2; i + 1 < argc; i += 2)
+        if (std::strcmp(argv[i], "--universe") == 0)
+            universe = std::atoi(argv[i + 1]);
+    const int fd = ::socket(AF_INET, SOCK_DGRAM, 0);
+    sockaddr_in local{};
+    local.sin_family = AF_INET;
+    local.sin_port = htons(6454);
+    ::inet_pton(AF_INET, "127.0.0.1", &local.sin_addr);
+    if (fd < 0 || ::bind(fd, reinterpret_cast<sockaddr*>(&local), sizeof local) != 0) {
+        std::perror("artdmx-timing: bind 127.0.0.1:6454");
+        return 1;
+    }
+    std::vector<double> arrivals;
+    double first = -1;
+    const double start = realtimeSeconds();
+    std::vector<unsigned char> buffer(1024);
+    while (true) {
+        const double now = realtimeSeconds();
+        const double end = first < 0 ? start + seconds + 30 : first + seconds;
+        if (now >= end)
+            break;
+        pollfd entry{fd, POLLIN, 0};
+        if (::poll(&entry, 1, int((end - now) * 1000) + 1) <= 0)
+            continue;
+        const ssize_t size = ::recv(fd, buffer.data(), buffer.size(), 0);
+        const double at = realtimeSeconds();
+        if (size < 18 || std::memcmp(buffer.data(), "Art-Net", 8) != 0 ||
+            (buffer[8] | (buffer[9] << 8)) != 0x5000 || (buffer[14] | (buffer[15] << 8)) != universe)
+            continue;
+        if (first < 0)
+            first = at;
+        arrivals.push_back(at);
+    }
+    std::vector<double> intervals, deviations;
+    for (std::size_t i = 1; i < arrivals.size(); ++i) {
+        intervals.push_back(arrivals[i] - arrivals[i - 1]);
+        deviations.push_back(std::fabs(intervals.back() - 1.0 / 60.0));
+    }
+    const double span = arrivals.size() > 1 ? arrivals.back() - arrivals.front() : 0;
+    std::printf("{\"packets\":%zu,\"rateHz\":%.3f,\"intervalP50Ms\":%.3f,\"deviationP99Ms\":%.3f,"
+                "\"deviationMaxMs\":%.3f,\"firstPacketRealtimeNs\":%.0f}\n",
+                arrivals.size(), span > 0 ? double(arrivals.size() - 1) / span : 0,
+                percentile(intervals, 0.5) * 1e3, percentile(deviations, 0.99) * 1e3,
+                deviations.empty() ? 0 : *std::max_element(deviations.begin(), deviations.end()) * 1e3,
+                first > 0 ? first * 1e9 : -1.0);
+    return arrivals.empty() ? 1 : 0;
+}
