@@ -48,8 +48,8 @@ public:
                     buffer[std::size_t(i)] = click ? ((f & 1) ? 0.8f : -0.8f) : 0.0f;
                     if (click && f % period == 0) {
                         std::lock_guard lock(timesMutex);
-                        clickTimes.push_back(start + std::chrono::nanoseconds(
-                                                         std::int64_t(double(f) * 1e9 / rate)));
+                        clickTimes.push_back(
+                            start + std::chrono::nanoseconds(std::int64_t(double(f) * 1e9 / rate)));
                     }
                 }
                 frame += std::uint64_t(bufferFrames_);
@@ -117,7 +117,8 @@ int main(int argc, char** argv) {
     char pattern[] = "/tmp/kelvo-latency-XXXXXX";
     const std::string dir = ::mkdtemp(pattern);
     auto cache = std::make_unique<OfflineShowCache>(
-        std::make_unique<QSettings>(QString::fromStdString(dir + "/settings.ini"), QSettings::IniFormat),
+        std::make_unique<QSettings>(QString::fromStdString(dir + "/settings.ini"),
+                                    QSettings::IniFormat),
         QUrl("https://cloud.example"), QString::fromStdString(dir + "/cache"));
     std::ifstream file(std::string(KELVO_BENCH_DATA_DIR) + "/harnesses/level_follower.js");
     std::stringstream harness;
@@ -146,7 +147,8 @@ int main(int argc, char** argv) {
     std::vector<double> latencies;
     std::lock_guard lock(timesMutex);
     for (const auto& click : clickTimes) {
-        const auto light = std::lower_bound(transport->onsets.begin(), transport->onsets.end(), click);
+        const auto light =
+            std::lower_bound(transport->onsets.begin(), transport->onsets.end(), click);
         if (light != transport->onsets.end() &&
             *light - click < std::chrono::milliseconds(int(clickPeriod * 1000 / 2)))
             latencies.push_back(std::chrono::duration<double, std::milli>(*light - click).count());

@@ -108,7 +108,7 @@ struct NWUDPSocket::Shared {
 /// caller's thread never races a close.
 class NWUDPSocket::Association : public std::enable_shared_from_this<Association> {
 public:
-    Association(std::string host, std::uint16_t port, SerialWorkQueue& queue,
+    Association(std::string host, std::uint16_t port, SerialQueue& queue,
                 std::weak_ptr<Shared> owner)
         : host_(std::move(host)), port_(port), queue_(queue), owner_(std::move(owner)) {}
 
@@ -119,11 +119,11 @@ public:
     }
 
     void start() {
-        queue_.post([self = shared_from_this()] { self->connectOnQueue(); });
+        queue_.async([self = shared_from_this()] { self->connectOnQueue(); });
     }
 
     void cancel() {
-        queue_.post([self = shared_from_this()] {
+        queue_.async([self = shared_from_this()] {
             self->cancelled_.store(true);
             self->report({UDPAssociationState::Kind::cancelled, {}});
         });
@@ -137,8 +137,8 @@ public:
             return;
         }
         // Not connected yet: the queue holds the datagram until the association is set up.
-        queue_.post([self = shared_from_this(),
-                     copy = std::vector<std::uint8_t>(datagram.begin(), datagram.end())] {
+        queue_.async([self = shared_from_this(),
+                      copy = std::vector<std::uint8_t>(datagram.begin(), datagram.end())] {
             self->sendOnQueue(copy);
         });
     }
@@ -151,7 +151,7 @@ private:
 
     // The send completion runs on the queue and holds the socket weakly.
     void complete(int error) {
-        queue_.post([owner = owner_, self = shared_from_this(), error] {
+        queue_.async([owner = owner_, self = shared_from_this(), error] {
             if (const auto shared = owner.lock())
                 shared->recordSendFailure(errorText(error));
             if (breaksAssociation(error))
@@ -211,7 +211,7 @@ private:
 
     const std::string host_;
     const std::uint16_t port_;
-    SerialWorkQueue& queue_;
+    SerialQueue& queue_;
     const std::weak_ptr<Shared> owner_;
     std::atomic<int> fd_{-1};
     std::atomic<bool> cancelled_{false};
@@ -223,7 +223,7 @@ std::chrono::nanoseconds NWUDPSocket::steadyNow() {
 
 NWUDPSocket::NWUDPSocket(Clock clock)
     : shared_(std::make_shared<Shared>(std::move(clock))),
-      queue_(std::make_unique<SerialWorkQueue>(queueLabel)) {}
+      queue_(std::make_unique<SerialQueue>(queueLabel)) {}
 
 NWUDPSocket::~NWUDPSocket() = default;
 

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "DMX/SerialWorkQueue.h"
 #include "DMX/UDPSending.h"
 #include "DMX/UDPTransportStatus.h"
+#include "Support/SerialQueue.h"
 
 #include <chrono>
 #include <functional>
@@ -52,7 +52,7 @@ public:
     UDPTransportStatus status() const;
 
     /// The transport queue; state changes and send completions run here.
-    SerialWorkQueue& queue() { return *queue_; }
+    SerialQueue& queue() { return *queue_; }
 
     class Association;
     struct Shared;
@@ -61,7 +61,7 @@ private:
     std::shared_ptr<Association> resolveConnection(const std::string& host, std::uint16_t port);
 
     std::shared_ptr<Shared> shared_;
-    std::unique_ptr<SerialWorkQueue> queue_; // declared last: joined before `shared_` goes
+    std::unique_ptr<SerialQueue> queue_; // declared last: joined before `shared_` goes
 };
 
 } // namespace kelvo

@@ -3,6 +3,7 @@
 #include "Engine/Script/ScriptContext.h"
 #include "Engine/Script/ScriptString.h"
 #include "Engine/Script/ScriptValue.h"
+#include "Show/JsonValueReaders.h"
 
 #include <algorithm>
 #include <chrono>
@@ -64,27 +65,12 @@ double clampUnit(double value) {
     return std::isnan(value) ? 0.0 : std::clamp(value, 0.0, 1.0);
 }
 
-// Numbers as the cloud's JSON gives them; a boolean counts as 0 or 1.
 std::optional<double> jsonNumber(const nlohmann::json& object, const char* key) {
-    if (!object.is_object())
-        return std::nullopt;
-    const auto it = object.find(key);
-    if (it == object.end())
-        return std::nullopt;
-    if (it->is_number())
-        return it->get<double>();
-    if (it->is_boolean())
-        return it->get<bool>() ? 1.0 : 0.0;
-    return std::nullopt;
+    return json_read::jsonDouble(json_read::member(object, key));
 }
 
 std::optional<std::string> jsonString(const nlohmann::json& object, const char* key) {
-    if (!object.is_object())
-        return std::nullopt;
-    const auto it = object.find(key);
-    if (it == object.end() || !it->is_string())
-        return std::nullopt;
-    return it->get<std::string>();
+    return json_read::jsonString(json_read::member(object, key));
 }
 
 bool isArrayOfObjects(const nlohmann::json& value) {

@@ -1,6 +1,7 @@
 #include "Engine/LiveControl.h"
 
 #include "Engine/EngineHost.h"
+#include "Show/JsonValueReaders.h"
 
 #include <algorithm>
 #include <cmath>
@@ -10,22 +11,11 @@ namespace kelvo {
 namespace {
 
 std::optional<std::string> stringValue(const nlohmann::json& state, const char* key) {
-    const auto it = state.find(key);
-    if (it == state.end() || !it->is_string())
-        return std::nullopt;
-    return it->get<std::string>();
+    return json_read::jsonString(json_read::member(state, key));
 }
 
-// A boolean counts as 0 or 1, as everywhere the cloud's numbers are read.
 std::optional<double> numberValue(const nlohmann::json& state, const char* key) {
-    const auto it = state.find(key);
-    if (it == state.end())
-        return std::nullopt;
-    if (it->is_number())
-        return it->get<double>();
-    if (it->is_boolean())
-        return it->get<bool>() ? 1.0 : 0.0;
-    return std::nullopt;
+    return json_read::jsonDouble(json_read::member(state, key));
 }
 
 } // namespace

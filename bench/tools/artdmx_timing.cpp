@@ -70,7 +70,8 @@ int main(int argc, char** argv) {
         const ssize_t size = ::recv(fd, buffer.data(), buffer.size(), 0);
         const double at = realtimeSeconds();
         if (size < 18 || std::memcmp(buffer.data(), "Art-Net", 8) != 0 ||
-            (buffer[8] | (buffer[9] << 8)) != 0x5000 || (buffer[14] | (buffer[15] << 8)) != universe)
+            (buffer[8] | (buffer[9] << 8)) != 0x5000 ||
+            (buffer[14] | (buffer[15] << 8)) != universe)
             continue;
         if (first < 0)
             first = at;
@@ -86,7 +87,8 @@ int main(int argc, char** argv) {
                 "\"deviationMaxMs\":%.3f,\"firstPacketRealtimeNs\":%.0f}\n",
                 arrivals.size(), span > 0 ? double(arrivals.size() - 1) / span : 0,
                 percentile(intervals, 0.5) * 1e3, percentile(deviations, 0.99) * 1e3,
-                deviations.empty() ? 0 : *std::max_element(deviations.begin(), deviations.end()) * 1e3,
+                deviations.empty() ? 0
+                                   : *std::max_element(deviations.begin(), deviations.end()) * 1e3,
                 first > 0 ? first * 1e9 : -1.0);
     return arrivals.empty() ? 1 : 0;
 }

@@ -33,14 +33,14 @@ protected:
     // Everything posted so far on the transport queue has run.
     void drainQueue() {
         std::promise<void> done;
-        socket.queue().post([&] { done.set_value(); });
+        socket.queue().async([&] { done.set_value(); });
         ASSERT_EQ(done.get_future().wait_for(5s), std::future_status::ready);
     }
 
     // Keeps the transport queue busy until `releaseQueue`, so no state report can land.
     void holdQueue() {
         hold_ = {};
-        socket.queue().post([held = hold_.get_future().share()] { held.wait(); });
+        socket.queue().async([held = hold_.get_future().share()] { held.wait(); });
     }
     void releaseQueue() { hold_.set_value(); }
 
@@ -193,20 +193,6 @@ TEST_F(NWUDPSocketOnLoopback, ReadyAssociationHasNoDeadline) {
     EXPECT_EQ(socket.status().recoveries, 0);
     EXPECT_EQ(node.receive(), Bytes{1});
     EXPECT_EQ(node.receive(), Bytes{2});
-}
-
-TEST(SerialWorkQueue, ThreadCarriesTheLabelWithinTheSystemLimit) {
-    EXPECT_EQ(SerialWorkQueue::threadName("kelvo.bridge.artnet-udp"), "artnet-udp");
-    EXPECT_EQ(SerialWorkQueue::threadName("Kelvo.wav-writer"), "wav-writer");
-    EXPECT_EQ(SerialWorkQueue::threadName("short.name"), "short.name");
-    SerialWorkQueue queue("kelvo.bridge.artnet-udp");
-    std::promise<std::string> name;
-    queue.post([&] {
-        char buffer[16] = {};
-        ::pthread_getname_np(::pthread_self(), buffer, sizeof buffer);
-        name.set_value(buffer);
-    });
-    EXPECT_EQ(name.get_future().get(), "artnet-udp");
 }
 
 } // namespace

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "support/ChildProcess.h"
+
 #include <array>
 #include <cerrno>
 #include <csignal>
@@ -149,21 +151,8 @@ inline PulseAudioServer::PulseAudioServer() {
                                      "--use-pid-file=no",
                                      "--log-target=stderr",
                                      "--disable-shm=yes"};
-    std::vector<char*> argv;
-    for (auto& a : args)
-        argv.push_back(a.data());
-    argv.push_back(nullptr);
-
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, 1, logPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
-                                     0644);
-    posix_spawn_file_actions_adddup2(&actions, 1, 2);
-    pid_t pid = -1;
-    const int spawned =
-        ::posix_spawn(&pid, "/usr/bin/pulseaudio", &actions, nullptr, argv.data(), envp.data());
-    posix_spawn_file_actions_destroy(&actions);
-    if (spawned != 0) {
+    const pid_t pid = spawnWithOutput("/usr/bin/pulseaudio", args, logPath, envp.data());
+    if (pid <= 0) {
         failure_ = "cannot start pulseaudio";
         return;
     }

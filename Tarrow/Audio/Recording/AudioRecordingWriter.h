@@ -2,7 +2,7 @@
 
 #include "Audio/AudioBufferListView.h"
 #include "Audio/Recording/WAVRecordingFile.h"
-#include "Audio/Support/SerialQueue.h"
+#include "Support/SerialQueue.h"
 
 #include <chrono>
 #include <cstdint>

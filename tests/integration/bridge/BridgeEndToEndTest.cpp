@@ -1,3 +1,4 @@
+#include "support/ChildProcess.h"
 #include "support/LoopbackReceiver.h"
 #include "support/TemporaryDirectory.h"
 
@@ -8,14 +9,9 @@
 #include <chrono>
 #include <cmath>
 #include <csignal>
-#include <fcntl.h>
 #include <fstream>
 #include <numeric>
-#include <spawn.h>
-#include <sys/wait.h>
 #include <thread>
-
-extern char** environ;
 
 namespace kelvo {
 namespace {
@@ -23,26 +19,11 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 pid_t spawn(const std::vector<std::string>& arguments, const std::string& output) {
-    std::vector<char*> argv;
-    for (const std::string& argument : arguments)
-        argv.push_back(const_cast<char*>(argument.c_str()));
-    argv.push_back(nullptr);
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, 1, output.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
-                                     0644);
-    posix_spawn_file_actions_adddup2(&actions, 1, 2);
-    pid_t pid = -1;
-    const int error = posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ);
-    posix_spawn_file_actions_destroy(&actions);
-    return error == 0 ? pid : -1;
+    return test::spawnWithOutput(arguments.front(), arguments, output);
 }
 
 int waitExit(pid_t pid) {
-    int status = 0;
-    if (::waitpid(pid, &status, 0) != pid)
-        return -1;
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    return test::waitForExit(pid);
 }
 
 int run(const std::vector<std::string>& arguments, const std::string& output) {

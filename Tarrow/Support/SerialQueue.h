@@ -25,7 +25,11 @@ public:
     void sync(const std::function<void()>& task);
 
     const std::string& label() const { return label_; }
+    /// True on the queue's own thread.
     bool isCurrent() const { return std::this_thread::get_id() == thread_.get_id(); }
+
+    /// Linux keeps 15 characters of a thread name; a longer label keeps its last dotted part.
+    static std::string threadName(const std::string& label);
 
 private:
     void run();

@@ -1,8 +1,12 @@
-#include "Audio/Support/SerialQueue.h"
+#include "Support/SerialQueue.h"
 
 #include <pthread.h>
 
 namespace kelvo {
+
+namespace {
+constexpr std::size_t threadNameLimit = 15;
+}
 
 SerialQueue::SerialQueue(std::string label) : label_(std::move(label)) {
     thread_ = std::thread([this] { run(); });
@@ -43,8 +47,16 @@ void SerialQueue::sync(const std::function<void()>& task) {
     doneSignal.wait(lock, [&] { return done; });
 }
 
+std::string SerialQueue::threadName(const std::string& label) {
+    if (label.size() <= threadNameLimit)
+        return label;
+    const std::size_t dot = label.rfind('.');
+    const std::string tail = dot == std::string::npos ? label : label.substr(dot + 1);
+    return tail.substr(0, threadNameLimit);
+}
+
 void SerialQueue::run() {
-    ::pthread_setname_np(::pthread_self(), label_.substr(0, 15).c_str());
+    ::pthread_setname_np(::pthread_self(), threadName(label_).c_str());
     std::unique_lock lock(mutex_);
     for (;;) {
         waiting_ = true;
@@ -56,6 +68,7 @@ void SerialQueue::run() {
         tasks_.pop_front();
         lock.unlock();
         task();
+        task = nullptr; // release captures outside the lock
         lock.lock();
     }
 }
