@@ -121,14 +121,17 @@ private:
     }
 
     // Plain integers (what engines send) are read digit by digit; anything with a fraction or an
-    // exponent goes through the full floating-point reader.
+    // exponent goes through the full floating-point reader. The script's numbers are doubles, so
+    // only integers of at most 15 digits (all exact in a double) may skip that reader: a longer
+    // one such as 36028797018963970 names the double 2^55, whose low bits differ from the text's.
     bool readChannel(std::uint8_t& byte) {
+        constexpr std::ptrdiff_t exactDigits = 15;
         const char* start = p_;
         const bool negative = *p_ == '-';
         const char* digits = negative ? p_ + 1 : p_;
         const char* q = digits;
         std::uint64_t magnitude = 0;
-        while (q < end_ && *q >= '0' && *q <= '9' && q - digits < 18)
+        while (q < end_ && *q >= '0' && *q <= '9' && q - digits < exactDigits)
             magnitude = magnitude * 10 + static_cast<std::uint64_t>(*q++ - '0');
         const bool plain =
             q > digits &&
