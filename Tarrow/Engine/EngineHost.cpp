@@ -5,6 +5,8 @@
 #include "Engine/Script/ScriptValue.h"
 #include "Show/JsonValueReaders.h"
 
+#include <QStringDecoder>
+
 #include <algorithm>
 #include <chrono>
 #include <cmath>
@@ -55,6 +57,22 @@ JSValueRef performanceNow(JSContextRef context, JSObjectRef, JSObjectRef, size_t
                           const JSValueRef[], JSValueRef*) {
     const auto since = std::chrono::system_clock::now().time_since_epoch();
     return JSValueMakeNumber(context, std::chrono::duration<double, std::milli>(since).count());
+}
+
+// JSON text for the script. Strings from outside may hold invalid UTF-8; they are passed on with
+// replacement characters rather than throwing out of the host.
+std::string scriptText(const nlohmann::json& value) {
+    return value.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+}
+
+std::string scriptText(const nlohmann::ordered_json& value) {
+    return value.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+}
+
+bool isValidUTF8(std::string_view bytes) {
+    QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);
+    const QString text = decoder.decode(QByteArrayView(bytes.data(), qsizetype(bytes.size())));
+    return !decoder.hasError();
 }
 
 double finiteOrZero(double value) {
@@ -187,7 +205,7 @@ EngineHost::fixturePositionsFromSubset(std::string_view subsetJSON) {
 
 void EngineHost::loadCachedShow(std::string_view subsetJSON) {
     const Value session = scripts_->session.view();
-    if (!context_ || !session.isPresent())
+    if (!context_ || !session.isPresent() || !isValidUTF8(subsetJSON))
         return;
     const Value subset = context_->evaluate("(" + std::string(subsetJSON) + ")");
     session.call(names_->loadShow, {subset});
@@ -205,8 +223,8 @@ std::optional<std::string> EngineHost::loadShow(const nlohmann::json& activeShow
     if (!engine.isPresent() || !build.isPresent())
         return std::nullopt;
 
-    const Value show = context_->parseJSON(activeShow.dump());
-    const Value control = context_->parseJSON(controlState.dump());
+    const Value show = context_->parseJSON(scriptText(activeShow));
+    const Value control = context_->parseJSON(scriptText(controlState));
     const Value subset = build.callAsFunction(engine, {show, control});
     session.call(n.loadShow, {subset});
 
@@ -250,7 +268,7 @@ void EngineHost::applyFixtureOptions(const nlohmann::json& fixtures) {
     }
     if (list.empty())
         return;
-    session.call(names_->applyFixtureOptions, {context_->parseJSON(list.dump())});
+    session.call(names_->applyFixtureOptions, {context_->parseJSON(scriptText(list))});
 }
 
 void EngineHost::applyControl(const EngineControl& control) {
@@ -271,7 +289,7 @@ void EngineHost::applyControl(const EngineControl& control) {
         map["manualDimmer"] = clampUnit(*control.manualDimmer);
     if (map.empty())
         return;
-    session.call(names_->applyControl, {context_->parseJSON(map.dump())});
+    session.call(names_->applyControl, {context_->parseJSON(scriptText(map))});
 }
 
 std::optional<double> EngineHost::manualDimmer(const nlohmann::json& controlState) {
@@ -327,6 +345,8 @@ bool EngineHost::updateFrame(const MicHop& hop, bool& beat, bool& downbeat) {
     if (!context_ || !tracker.isPresent() || !normalizer.isPresent())
         return false;
     ScriptContext& js = *context_;
+    // The clock and the decibel window never see a negative duration; the detector and the
+    // tracker get the hop's own.
     const double dt = std::max(hop.dt, 0.0);
     classicalClock_ += dt;
 
@@ -353,12 +373,12 @@ bool EngineHost::updateFrame(const MicHop& hop, bool& beat, bool& downbeat) {
         input.set(n.freqLow, js.number(normalized.number(n.low)));
         input.set(n.sustainedLow, js.number(normalized.number(n.sustainedLow)));
         input.set(n.lowDominance, js.number(normalized.number(n.lowDominance)));
-        const Value result = detector.call(n.update, {input, js.number(dt)});
+        const Value result = detector.call(n.update, {input, js.number(hop.dt)});
         level = result.isPresent() ? finiteOrZero(result.toNumber()) : 0.0;
     }
     normalized.set(n.drop, js.number(level));
 
-    const Value frame = tracker.call(n.update, {normalized, js.number(dt)});
+    const Value frame = tracker.call(n.update, {normalized, js.number(hop.dt)});
     if (!frame.isPresent())
         return false;
     Value extension = js.newObject();

@@ -131,6 +131,11 @@ TEST_F(RecordingHost, NegativeHopDurationsDoNotMoveTheClock) {
     host.updateClassical(
         std::vector<MicHop>{hop(0, 0, 0, -20, 0, -1.0), hop(0, 0, 0, -20, 0, 0.5)});
     EXPECT_DOUBLE_EQ(host.classicalClock(), 0.5);
+    loadShow({{"result", json::object()}});
+    // The window sees the clamped duration; the detector and the tracker the hop's own.
+    EXPECT_EQ(calls(host, "window")[0], 0.0);
+    EXPECT_EQ(calls(host, "detector")[0][3], -1.0);
+    EXPECT_EQ(calls(host, "tracker")[0][1], -1.0);
 }
 
 TEST_F(RecordingHost, BeatInTheMiddleOfABatchIsKept) {
@@ -235,6 +240,7 @@ TEST_F(RecordingHost, ShowLoadAppliesOptionsAndControlFromState) {
 
 TEST_F(RecordingHost, FixturesThatAreNotAllMapsSkipTheOptionsCall) {
     loadShow({{"result", json::object()}, {"fixtures", {{{"id", "a"}}, 3}}});
+    ASSERT_EQ(calls(host, "build").size(), 1u);
     EXPECT_TRUE(calls(host, "applyFixtureOptions").empty());
     host.applyFixtureOptions(json::array({{{"id", 1}}, {{"name", "x"}}}));
     EXPECT_TRUE(calls(host, "applyFixtureOptions").empty());
@@ -262,6 +268,12 @@ TEST_F(RecordingHost, ApplyControlMapRules) {
                                 {"modeTo", "b"},
                                 {"modeLerp", 0.25},
                                 {"manualDimmer", 0.5}}));
+    EXPECT_EQ(calls(host, "applyControlKeys")[2],
+              json({"themes", "modeId", "modeTo", "modeLerp", "manualDimmer"}));
+
+    // Text from outside that is not UTF-8 reaches the script mended, never as an exception.
+    host.applyControl({.modeId = "wash\xff"});
+    EXPECT_EQ(calls(host, "applyControl").back()["modeId"], "wash\uFFFD");
 }
 
 TEST(EngineHostManualDimmer, FirstMatchWins) {
@@ -388,6 +400,14 @@ TEST_F(RecordingHost, CachedShowReloadsTheSubsetAndPositions) {
     broken.loadCachedShow("{not json");
     testing::internal::GetCapturedStdout();
     EXPECT_FALSE(broken.hasRealizedShow());
+
+    // Bytes that are not UTF-8 are not a show: nothing is loaded, the positions stay.
+    std::string damaged = *subset;
+    damaged.insert(damaged.find('{') + 1, "\"\xc3\x28\":0,");
+    restarted.loadCachedShow(damaged);
+    EXPECT_EQ(calls(restarted, "loadShow").size(), 1u);
+    restarted.step("{}", 0.016, true);
+    EXPECT_EQ(restarted.lightingPlot().lamps.size(), 4u);
 }
 
 TEST_F(RecordingHost, NewHarnessDropsTheShowAndResetsState) {

@@ -56,7 +56,10 @@ var BridgeEngine = {
     this.nextResult = null;
     this.director = { getRealized: function () { return self.show; } };
     this.loadShow = function (subset) { record("loadShow", subset); self.show = subset; };
-    this.applyControl = function (control) { record("applyControl", control); };
+    this.applyControl = function (control) {
+      record("applyControl", control);
+      record("applyControlKeys", Object.keys(control));
+    };
     this.applyFixtureOptions = function (list) { record("applyFixtureOptions", list); };
     this.setForcedDrop = function (on) { record("setForcedDrop", on); };
     this.toInterpretationPayload = function () { return { log: log, now: performance.now() }; };
