@@ -235,7 +235,16 @@ void OfflineShowCache::storeValue(const QString& key, const QVariant& value) {
 }
 
 void OfflineShowCache::removeValue(const QString& key) {
+    // A key holding "/" is also a settings group: removing it would take every key below it
+    // (the token of "https://a" would take that of "https://a/x"), so those are put back.
+    std::vector<std::pair<QString, QVariant>> below;
+    defaults_->beginGroup(key);
+    for (const QString& child : defaults_->allKeys())
+        below.emplace_back(key + u'/' + child, defaults_->value(child));
+    defaults_->endGroup();
     defaults_->remove(key);
+    for (const auto& [child, value] : below)
+        defaults_->setValue(child, value);
     commitSettings();
 }
 
@@ -245,13 +254,19 @@ std::optional<bool> OfflineShowCache::storedBool(const char* key) const {
         return std::nullopt;
     if (value.typeId() == QMetaType::Bool)
         return value.toBool();
-    // Text-based formats hand booleans back as "true"/"false".
-    const QString text = value.toString();
-    if (text == QLatin1String("true"))
-        return true;
-    if (text == QLatin1String("false"))
+    // Anything stored counts as set. Text (all the settings file holds) reads as true when it
+    // starts with y or t, or with a non-zero digit after a sign and leading zeros: "true",
+    // "Yes" and "1" as written by hand; "false", "no", "0" and anything else read as false.
+    const QString text = value.toString().trimmed();
+    qsizetype i = 0;
+    if (i < text.size() && (text[i] == u'+' || text[i] == u'-'))
+        ++i;
+    while (i < text.size() && text[i] == u'0')
+        ++i;
+    if (i == text.size())
         return false;
-    return std::nullopt;
+    const QChar first = text[i].toLower();
+    return first == u'y' || first == u't' || (first >= u'1' && first <= u'9');
 }
 
 void OfflineShowCache::saveRoutes(const std::vector<UniverseRoute>& routes) {
@@ -277,7 +292,7 @@ std::optional<ArtNetConfig> OfflineShowCache::loadArtNetConfig() const {
         return std::nullopt;
     const QVariant host = defaults_->value(QLatin1String(artnetHostKey));
     return ArtNetConfig{*enabled, host.isValid() ? host.toString().toStdString()
-                                                       : std::string(defaultArtNetHost)};
+                                                 : std::string(defaultArtNetHost)};
 }
 
 void OfflineShowCache::saveArtNetConfig(const ArtNetConfig& config) {
@@ -341,8 +356,7 @@ std::optional<std::string> OfflineShowCache::authToken(const QUrl& server) {
     if (!legacy)
         return std::nullopt;
     defaults_->setValue(key, QString::fromStdString(*legacy));
-    defaults_->remove(QLatin1String(legacyTokenKey));
-    commitSettings();
+    removeValue(QLatin1String(legacyTokenKey));
     return legacy;
 }
 
@@ -351,11 +365,10 @@ void OfflineShowCache::saveAuthToken(const std::string& token, const QUrl& serve
 }
 
 void OfflineShowCache::clearAuthToken(const QUrl& server) {
-    defaults_->remove(tokenKey(server));
     const bool bothHostless = server.host().isEmpty() && productionServer_.host().isEmpty();
     if (isProductionHost(server) || bothHostless)
         defaults_->remove(QLatin1String(legacyTokenKey));
-    commitSettings();
+    removeValue(tokenKey(server));
 }
 
 } // namespace kelvo

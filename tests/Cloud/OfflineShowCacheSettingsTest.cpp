@@ -99,8 +99,22 @@ TEST_F(OfflineShowCacheSettings, SwitchesDistinguishNeverWrittenFromFalse) {
     EXPECT_EQ(makeCache()->loadEnttecEnabled(), true);
     EXPECT_EQ(makeCache()->loadArtNetAutoFix(), true);
 
-    reopened->defaults().setValue(OfflineShowCache::enttecEnabledKey, "maybe");
-    EXPECT_EQ(reopened->loadEnttecEnabled(), std::nullopt);
+    // Whatever is stored counts as set, read as a boolean the way a hand edit means it.
+    for (const auto& [text, meaning] : std::vector<std::pair<const char*, bool>>{{"maybe", false},
+                                                                                 {"no", false},
+                                                                                 {"0", false},
+                                                                                 {"", false},
+                                                                                 {"-00", false},
+                                                                                 {"Yes", true},
+                                                                                 {"TRUE", true},
+                                                                                 {" 1", true},
+                                                                                 {"007", true},
+                                                                                 {"+2", true}}) {
+        reopened->defaults().setValue(OfflineShowCache::enttecEnabledKey, text);
+        EXPECT_EQ(reopened->loadEnttecEnabled(), meaning) << text;
+    }
+    reopened->defaults().setValue(OfflineShowCache::artnetEnabledKey, 1);
+    EXPECT_EQ(reopened->loadArtNetConfig()->enabled, true);
 }
 
 TEST_F(OfflineShowCacheSettings, TokenKeyIsLowerCaseWithoutTrailingSlashes) {
@@ -127,6 +141,14 @@ TEST_F(OfflineShowCacheSettings, TokensAreKeptPerServer) {
     EXPECT_EQ(cache->authToken(local), std::nullopt);
     EXPECT_EQ(cache->authToken(staging), "staging-token");
     EXPECT_EQ(makeCache()->authToken(staging), "staging-token");
+
+    // A server whose address continues another's keeps its own token.
+    const QUrl nested("https://staging.example.com/eu");
+    cache->saveAuthToken("nested-token", nested);
+    cache->clearAuthToken(staging);
+    EXPECT_EQ(cache->authToken(staging), std::nullopt);
+    EXPECT_EQ(makeCache()->authToken(nested), "nested-token");
+    cache->saveAuthToken("staging-token", staging);
 
     cache->saveAuthToken("", staging);
     EXPECT_EQ(cache->authToken(staging), std::nullopt); // empty counts as none

@@ -1,7 +1,9 @@
 #include "Show/BootstrapViewData.h"
 #include "Show/JsonValueReaders.h"
 
+#include <QLocale>
 #include <gmock/gmock.h>
+
 #include <gtest/gtest.h>
 
 #include <string>
@@ -175,6 +177,15 @@ TEST(LightingModes, SortsStablyByOrderIndexThenCaseInsensitiveLabel) {
                                       {{"id", "5"}, {"key", "x5"}, {"label", "Beta"}}});
     EXPECT_EQ(sameIndex[0].label.size(), 5u);
     EXPECT_EQ(keysOf(sameIndex), (std::vector<std::string>{"x2", "x3", "x4", "x1", "x5"}));
+
+    // The user's language orders accented letters with their base letter, not after "z".
+    const QLocale previous;
+    QLocale::setDefault(QLocale(QLocale::French, QLocale::France));
+    const auto accented = modesFrom({{{"id", "1"}, {"key", "f"}, {"label", "fast"}},
+                                     {{"id", "2"}, {"key", "e"}, {"label", "\u00c9clair"}},
+                                     {{"id", "3"}, {"key", "d"}, {"label", "easy"}}});
+    QLocale::setDefault(previous);
+    EXPECT_EQ(keysOf(accented), (std::vector<std::string>{"d", "e", "f"}));
 }
 
 TEST(LightingModes, OrderIndexIsANumberTruncatedTowardZero) {
