@@ -18,6 +18,16 @@ std::string errorText(int error) {
     return std::system_category().message(error);
 }
 
+// A full send buffer is back-pressure, not a broken path: the datagram is dropped, as a
+// datagram service may, and the association stays. The buffer is sized so that a frame of
+// many universes fits (see sendBufferBytes), so this is rare.
+bool isCongestion(int error) {
+    return error == EAGAIN || error == EWOULDBLOCK || error == ENOBUFS;
+}
+
+// ~1,900 ArtDmx packets: one frame of a large rig leaves in a burst.
+constexpr int sendBufferBytes = 1 << 20;
+
 // Errors meaning the path to the host is unusable: the association has failed.
 bool breaksAssociation(int error) {
     switch (error) {
@@ -132,7 +142,8 @@ public:
     void send(std::span<const std::uint8_t> datagram) {
         const int fd = fd_.load(std::memory_order_acquire);
         if (fd >= 0 && !cancelled_.load(std::memory_order_relaxed)) {
-            if (::send(fd, datagram.data(), datagram.size(), MSG_DONTWAIT | MSG_NOSIGNAL) < 0)
+            if (::send(fd, datagram.data(), datagram.size(), MSG_DONTWAIT | MSG_NOSIGNAL) < 0 &&
+                !isCongestion(errno))
                 complete(errno);
             return;
         }
@@ -167,7 +178,8 @@ private:
         // readiness deadline or the rebuild mark replaces the association.
         if (fd < 0)
             return;
-        if (::send(fd, datagram.data(), datagram.size(), MSG_DONTWAIT | MSG_NOSIGNAL) < 0)
+        if (::send(fd, datagram.data(), datagram.size(), MSG_DONTWAIT | MSG_NOSIGNAL) < 0 &&
+            !isCongestion(errno))
             complete(errno);
     }
 
@@ -195,6 +207,8 @@ private:
                 lastError = errno;
                 continue;
             }
+            // Best effort: the kernel caps it at net.core.wmem_max.
+            ::setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &sendBufferBytes, sizeof sendBufferBytes);
             if (::connect(fd, entry->ai_addr, entry->ai_addrlen) == 0) {
                 ::freeaddrinfo(found);
                 fd_.store(fd, std::memory_order_release);

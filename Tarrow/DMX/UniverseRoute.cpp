@@ -3,6 +3,7 @@
 #include <nlohmann/json.hpp>
 
 #include <cmath>
+#include <limits>
 #include <stdexcept>
 
 namespace kelvo {
@@ -19,6 +20,10 @@ std::int64_t integerField(const nlohmann::json& object, const char* key) {
     const auto it = object.find(key);
     if (it == object.end())
         throw DecodeFailure(std::string("No value associated with key \"") + key + "\".");
+    // Above the signed range an unsigned number would wrap: it is no universe.
+    if (it->is_number_unsigned() &&
+        it->get<std::uint64_t>() > std::uint64_t(std::numeric_limits<std::int64_t>::max()))
+        throw DecodeFailure(std::string("Number out of range for key \"") + key + "\".");
     if (it->is_number_integer())
         return it->get<std::int64_t>();
     if (it->is_number_float()) {

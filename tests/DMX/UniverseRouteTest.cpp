@@ -56,6 +56,8 @@ TEST(UniverseRouteJson, AnyBadEntryDiscardsTheWholeList) {
         R"([{"virtualUniverse":1,"destination":["artnet"]}])",
         R"([{"virtualUniverse":1,"destination":{"enttec":{}}}, 5])",
         R"([{"virtualUniverse":1e30,"destination":{"enttec":{}}}])",
+        R"([{"virtualUniverse":18446744073709551615,"destination":{"enttec":{}}}])",
+        R"([{"virtualUniverse":1,"destination":{"artnet":{"universe":9223372036854775808}}}])",
     };
     for (const char* json : hostile) {
         std::string error;
