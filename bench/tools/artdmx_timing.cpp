@@ -1,8 +1,9 @@
 // Catches ArtDmx on 127.0.0.1:6454 (run it inside a private network namespace) and reports, as
 // one JSON line, when the packets of one Art-Net universe arrived:
-//   artdmx-timing SECONDS [--universe U]
+//   artdmx-timing SECONDS [--universe U] [--rises]
 // It listens for SECONDS after the first packet (waiting at most 30 s for it); the first
-// packet's CLOCK_REALTIME lets a script measure start-up.
+// packet's CLOCK_REALTIME lets a script measure start-up. With --rises it also lists when
+// channel 1 went from 0 to lit (CLOCK_REALTIME ns), to time light against sound.
 #include <algorithm>
 #include <arpa/inet.h>
 #include <chrono>
@@ -38,14 +39,18 @@ double percentile(std::vector<double> values, double p) {
 
 int main(int argc, char** argv) {
     if (argc < 2) {
-        std::fprintf(stderr, "usage: artdmx-timing SECONDS [--universe U]\n");
+        std::fprintf(stderr, "usage: artdmx-timing SECONDS [--universe U] [--rises]\n");
         return 2;
     }
     const double seconds = std::atof(argv[1]);
     int universe = 0;
-    for (int i = 2; i + 1 < argc; i += 2)
-        if (std::strcmp(argv[i], "--universe") == 0)
-            universe = std::atoi(argv[i + 1]);
+    bool listRises = false;
+    for (int i = 2; i < argc; ++i) {
+        if (std::strcmp(argv[i], "--universe") == 0 && i + 1 < argc)
+            universe = std::atoi(argv[++i]);
+        else if (std::strcmp(argv[i], "--rises") == 0)
+            listRises = true;
+    }
     const int fd = ::socket(AF_INET, SOCK_DGRAM, 0);
     sockaddr_in local{};
     local.sin_family = AF_INET;
@@ -55,7 +60,8 @@ int main(int argc, char** argv) {
         std::perror("artdmx-timing: bind 127.0.0.1:6454");
         return 1;
     }
-    std::vector<double> arrivals;
+    std::vector<double> arrivals, rises;
+    bool lit = false;
     double first = -1;
     const double start = realtimeSeconds();
     std::vector<unsigned char> buffer(1024);
@@ -76,6 +82,10 @@ int main(int argc, char** argv) {
         if (first < 0)
             first = at;
         arrivals.push_back(at);
+        const bool nowLit = size > 18 && buffer[18] != 0;
+        if (nowLit && !lit)
+            rises.push_back(at);
+        lit = nowLit;
     }
     std::vector<double> intervals, deviations;
     for (std::size_t i = 1; i < arrivals.size(); ++i) {
@@ -90,5 +100,11 @@ int main(int argc, char** argv) {
                 deviations.empty() ? 0
                                    : *std::max_element(deviations.begin(), deviations.end()) * 1e3,
                 first > 0 ? first * 1e9 : -1.0);
+    if (listRises) {
+        std::printf("rises");
+        for (const double at : rises)
+            std::printf(" %.0f", at * 1e9);
+        std::printf("\n");
+    }
     return arrivals.empty() ? 1 : 0;
 }

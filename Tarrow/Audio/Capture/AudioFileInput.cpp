@@ -1,5 +1,7 @@
 #include "Audio/Capture/AudioFileInput.h"
 
+#include <QLoggingCategory>
+
 #include <sndfile.h>
 
 #include <atomic>
@@ -11,6 +13,8 @@
 namespace kelvo {
 
 namespace {
+
+Q_LOGGING_CATEGORY(lcAudioFile, "kelvo.audio.file", QtInfoMsg)
 
 struct SndfileCloser {
     void operator()(SNDFILE* file) const { sf_close(file); }
@@ -47,12 +51,19 @@ public:
 
 private:
     // Paced by an absolute schedule, so the long-run rate is exact whatever each sleep costs.
+    // Like a sound card, a buffer is handed over once its last frame has "sounded".
     void play(const RenderReceiver& receiver, const std::function<void()>& changed) {
         ::pthread_setname_np(::pthread_self(), "Kelvo.audio");
         const auto channels = static_cast<std::uint32_t>(info_.channels);
         std::vector<float> buffer(static_cast<std::size_t>(AudioFileInputBackend::bufferFrames) *
                                   channels);
         const auto start = std::chrono::steady_clock::now();
+        // Where the file's frame 0 sounded on the wall clock, to time light against sound.
+        qCDebug(lcAudioFile).noquote() << "playing from realtime"
+                                       << std::chrono::duration_cast<std::chrono::nanoseconds>(
+                                              std::chrono::system_clock::now().time_since_epoch())
+                                              .count()
+                                       << "ns";
         std::uint64_t framesDelivered = 0;
         bool emptyPass = true;
         while (!stopping_.load(std::memory_order_relaxed)) {
@@ -70,12 +81,14 @@ private:
                 continue;
             }
             emptyPass = false;
-            const AudioBuffer list{channels, buffer.data()};
-            receiver(AudioBufferListView(&list, 1), static_cast<std::uint32_t>(read));
             framesDelivered += static_cast<std::uint64_t>(read);
             const auto due = start + std::chrono::nanoseconds(static_cast<std::int64_t>(
                                          double(framesDelivered) * 1e9 / info_.samplerate));
             std::this_thread::sleep_until(due);
+            if (stopping_.load(std::memory_order_relaxed))
+                break;
+            const AudioBuffer list{channels, buffer.data()};
+            receiver(AudioBufferListView(&list, 1), static_cast<std::uint32_t>(read));
         }
     }
 
