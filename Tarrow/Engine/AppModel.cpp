@@ -194,7 +194,7 @@ void AppModel::tick() {
 void AppModel::outputMergedDmx(const DmxFrame& engineBuffers) {
     DmxFrame merged = mergeLightingDesk(engineBuffers, desk_);
     if (merged != dmxPreview_) {
-        dmxPreview_ = merged;
+        dmxPreview_ = std::move(merged);
         emit dmxPreviewChanged();
     }
     outputs_.outputFrame(dmxPreview_);
