@@ -6,13 +6,5 @@ inline constexpr const char* applicationName = "Kelvo Bridge";
 inline constexpr const char* applicationVersion = "0.1.0";
 inline constexpr const char* organisationName = "Kelvo";
 inline constexpr const char* settingsApplicationName = "KelvoBridge";
-inline constexpr const char* localServerURL = "http://127.0.0.1:4041";
-
-} // namespace kelvo
-
-namespace kelvo {
-
-/// The cloud the bridge talks to unless --server or --local says otherwise.
-inline constexpr const char* productionServerURL = "https://cloud.kelvo.app";
 
 } // namespace kelvo

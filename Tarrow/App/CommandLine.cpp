@@ -17,7 +17,7 @@ Options:
   --headless               run without a window; print one status line a second
   --audio-file PATH        play a WAV or FLAC file in real time as the audio input (loops)
   --audio-device UID       use this audio input (a PulseAudio source name)
-  --server URL             talk to this cloud server
+  --server URL             talk to this cloud server (wins over --local)
   --local                  talk to the development cloud at http://127.0.0.1:4041
   --artnet on|off          Art-Net output on or off (saved)
   --artnet-host HOST       send ArtDmx to this IPv4 address or host name (saved)
@@ -96,7 +96,7 @@ LaunchParseResult parseLaunchArguments(const std::vector<std::string>& arguments
         } else if (argument == "--headless") {
             options.headless = true;
         } else if (argument == "--local") {
-            options.serverURL = localServerURL;
+            // The server is chosen from the whole argument list below.
         } else if (argument == "--record") {
             options.recordOnStart = true;
         } else if (argument == "--audio-file") {
@@ -108,10 +108,10 @@ LaunchParseResult parseLaunchArguments(const std::vector<std::string>& arguments
                 return fail("--audio-device needs a device UID (a PulseAudio source name).");
             options.audioDeviceUID = text;
         } else if (argument == "--server") {
-            if (!value(text) || text.empty())
-                return fail(
-                    "--server needs the server's address, for example https://example.com.");
-            options.serverURL = text;
+            // Takes the next argument unless it is an option; an unusable address falls back
+            // silently to --local or production.
+            if (i + 1 < arguments.size() && !arguments[i + 1].starts_with("--"))
+                ++i;
         } else if (argument == "--artnet" || argument == "--enttec") {
             const bool artnet = argument == "--artnet";
             if (!value(text) || !parseSwitch(text))
@@ -144,6 +144,7 @@ LaunchParseResult parseLaunchArguments(const std::vector<std::string>& arguments
             return fail("Unknown option \"" + argument + "\".");
         }
     }
+    options.serverURL = BridgeServerConfig::resolve(arguments).toString().toStdString();
     return result;
 }
 

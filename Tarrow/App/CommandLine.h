@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Cloud/BridgeServerConfig.h"
 #include "DMX/UniverseRoute.h"
 
 #include <optional>
@@ -13,7 +14,8 @@ namespace kelvo {
 struct LaunchOptions {
     bool headless = false;
     std::optional<std::string> audioFile;
-    std::optional<std::string> serverURL; ///< from --server, or the local server for --local
+    /// The cloud server the arguments choose (`BridgeServerConfig::resolve`).
+    std::string serverURL = BridgeServerConfig::productionURLText;
     std::optional<bool> artnetEnabled;
     std::optional<std::string> artnetHost;
     std::optional<bool> enttecEnabled;

@@ -1,7 +1,8 @@
 #include "App/HeadlessBridge.h"
 
-#include "App/ApplicationInfo.h"
 #include "DMX/NWUDPSocket.h"
+
+#include <algorithm>
 
 namespace kelvo {
 
@@ -15,43 +16,65 @@ HeadlessBridge::HeadlessBridge(std::unique_ptr<AppModel> model, LaunchOptions op
 
 std::unique_ptr<AppModel> HeadlessBridge::makeModel(const LaunchOptions& options) {
     AppModelEnvironment environment;
+    // The cache is told which server is production because a token stored before tokens were
+    // kept per server belongs to production only; the server in use picks its own key.
     environment.cache = std::make_unique<OfflineShowCache>(OfflineShowCache::openUserSettings(),
-                                                           QUrl(productionServerURL));
+                                                           BridgeServerConfig::productionURL());
     std::optional<std::filesystem::path> audioFile;
     if (options.audioFile)
         audioFile = *options.audioFile;
     environment.audio = AudioInputPlatform::make(audioFile);
     environment.artnetTransport = std::make_shared<NWUDPSocket>();
-    environment.serverURL = QString::fromStdString(options.serverURL.value_or(productionServerURL));
+    environment.serverURL = QUrl(QString::fromStdString(options.serverURL));
     return std::make_unique<AppModel>(std::move(environment));
 }
 
-void HeadlessBridge::persistLaunchSettings(AppModel& model, const LaunchOptions& options) {
+void HeadlessBridge::persistLaunchSettings(OfflineShowCache& settings,
+                                           const LaunchOptions& options) {
+    // Written the way the dashboard writes them: the Art-Net switch, host and auto-fix switch
+    // together, so a host given alone on a fresh machine is not lost.
+    OutputSettings stored = loadOutputSettings(settings);
     if (options.routes)
-        model.replaceRoutes(*options.routes);
-    if (options.artnetHost)
-        model.setArtNetHost(QString::fromStdString(*options.artnetHost));
-    if (options.artnetEnabled)
-        model.setArtNetEnabled(*options.artnetEnabled);
+        settings.saveRoutes(*options.routes);
+    if (options.artnetEnabled || options.artnetHost) {
+        if (options.artnetEnabled)
+            stored.artnetEnabled = *options.artnetEnabled;
+        if (options.artnetHost) {
+            const QString host = QString::fromStdString(*options.artnetHost).trimmed();
+            if (!host.isEmpty())
+                stored.artnetHost = host.toStdString();
+        }
+        settings.saveArtNetEnabled(stored.artnetEnabled);
+        settings.saveArtNetHost(stored.artnetHost);
+        settings.saveArtNetAutoFix(stored.artnetAutoFix);
+    }
     if (options.enttecEnabled)
-        model.setEnttecEnabled(*options.enttecEnabled);
+        settings.saveEnttecEnabled(*options.enttecEnabled);
+}
+
+void HeadlessBridge::chooseAudioDevice(const std::string& uid) {
+    // The device list is read now, so the choice is in place when start-up opens the capture.
+    AudioInputDeviceMonitor& monitor = model_->audioDevices();
+    monitor.refresh();
+    AudioInputSelectionModel& selection = model_->audioSelection();
+    selection.handleAudioDevicesChanged(monitor.devices());
+    const auto& devices = selection.audioInputDevices();
+    const bool listed = std::any_of(devices.begin(), devices.end(),
+                                    [&](const auto& device) { return device.uid == uid; });
+    if (listed)
+        selection.selectAudioInputDevice(uid);
+    else
+        std::fprintf(out_, "Audio input \"%s\" is not connected; using %s.\n", uid.c_str(),
+                     selection.audioInputDisplayName().c_str());
 }
 
 void HeadlessBridge::start() {
+    // Before bootstrap, so capture and the outputs start as asked rather than being switched
+    // over a moment later.
+    persistLaunchSettings(model_->cache(), options_);
+    if (options_.audioDeviceUID)
+        chooseAudioDevice(*options_.audioDeviceUID);
     model_->bootstrap();
-    persistLaunchSettings(*model_, options_);
-    if (options_.audioDeviceUID) {
-        const auto& devices = model_->audioSelection().audioInputDevices();
-        const bool listed = std::any_of(devices.begin(), devices.end(), [&](const auto& device) {
-            return device.uid == *options_.audioDeviceUID;
-        });
-        if (listed)
-            model_->audioSelection().selectAudioInputDevice(*options_.audioDeviceUID);
-        else
-            std::fprintf(out_, "Audio input \"%s\" is not connected; using %s.\n",
-                         options_.audioDeviceUID->c_str(),
-                         model_->audioSelection().audioInputDisplayName().c_str());
-    }
     if (options_.recordOnStart)
         model_->toggleAudioRecording();
     if (!model_->engine().hasRealizedShow())

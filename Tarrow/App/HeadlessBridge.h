@@ -29,11 +29,13 @@ public:
     /// Builds the model on the running system: user settings and cache, PulseAudio or the
     /// audio file, a UDP socket for Art-Net, the serial widget.
     static std::unique_ptr<AppModel> makeModel(const LaunchOptions& options);
-    /// Writes the command-line output settings under the dashboard's settings keys.
-    static void persistLaunchSettings(AppModel& model, const LaunchOptions& options);
+    /// Writes the command-line output settings under the dashboard's settings keys, from where
+    /// start-up loads them.
+    static void persistLaunchSettings(OfflineShowCache& settings, const LaunchOptions& options);
 
 private:
     void printStatus();
+    void chooseAudioDevice(const std::string& uid);
 
     std::unique_ptr<AppModel> model_;
     LaunchOptions options_;

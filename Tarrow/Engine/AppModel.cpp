@@ -1,8 +1,22 @@
 #include "Engine/AppModel.h"
 
+#include "Engine/ModelVariants.h"
+
 #include <QDebug>
 
 namespace kelvo {
+
+namespace {
+
+/// Stores `value` in `field`; true when that changed it.
+template <typename T> bool assign(T& field, T value) {
+    if (field == value)
+        return false;
+    field = std::move(value);
+    return true;
+}
+
+} // namespace
 
 /// The capture as the engine loop sees it.
 class AppModel::CaptureHopSource final : public HopSource {
@@ -53,7 +67,7 @@ LiveControlHooks AppModel::liveControlHooks() {
     // pick is final, so no send task is started.
     hooks.hasDeviceToken = [] { return false; };
     hooks.persistWorkspaceUI = [this] { persistWorkspaceUI(); };
-    hooks.selectionsChanged = [this] { emit selectionsChanged(); };
+    hooks.selectionsChanged = [this] { publishSelections(); };
     return hooks;
 }
 
@@ -73,12 +87,25 @@ void AppModel::setStatusMessage(const QString& message) {
     emit statusMessageChanged();
 }
 
-void AppModel::bootstrap() {
-    if (environment_.serverURL)
-        serverURLString_ = *environment_.serverURL;
+void AppModel::publishSelections() {
+    PublishedSelections& published = publishedSelections_;
+    if (assign(published.modeId, liveControl_.selectedModeId()))
+        emit selectedModeIdChanged();
+    if (assign(published.modeTo, liveControl_.selectedModeTo()))
+        emit selectedModeToChanged();
+    if (assign(published.modeLerp, liveControl_.selectedModeLerp()))
+        emit selectedModeLerpChanged();
+    if (assign(published.themeName, liveControl_.selectedThemeName()))
+        emit selectedThemeNameChanged();
+}
 
+void AppModel::bootstrap() {
+    if (assign(serverURLString_, environment_.serverURL.toString()))
+        emit serverURLStringChanged();
+
+    const OutputSettings before = outputs_.settings();
     outputs_.load();
-    emit outputSettingsChanged();
+    publishOutputSettings(before);
 
     if (const std::optional<QByteArray> harness = cache_->loadHarnessJS())
         engine_.loadHarness(std::string_view(harness->constData(), std::size_t(harness->size())));
@@ -95,6 +122,7 @@ void AppModel::bootstrap() {
     }
 
     pushThemesToEngine();
+    refreshDropDiagnostics();
     startEngineLoop();
     audioSelection_->startAudioDeviceMonitoring(*audioMonitor_);
 }
@@ -166,7 +194,7 @@ void AppModel::tick() {
 void AppModel::outputMergedDmx(const DmxFrame& engineBuffers) {
     DmxFrame merged = mergeLightingDesk(engineBuffers, desk_);
     if (merged != dmxPreview_) {
-        dmxPreview_ = merged;
+        dmxPreview_ = std::move(merged);
         emit dmxPreviewChanged();
     }
     outputs_.outputFrame(dmxPreview_);
@@ -246,29 +274,46 @@ void AppModel::restoreWorkspaceUIFromCache() {
     const std::optional<OfflineWorkspaceUIState> state = cache_->loadWorkspaceUI();
     if (!state)
         return;
-    shows_ = state->shows;
-    selectedShowId_ = state->selectedShowId;
-    lightingModes_ = state->lightingModes;
-    themes_ = state->themes;
+    if (assign(shows_, state->shows))
+        emit showsChanged();
+    if (assign(selectedShowId_, state->selectedShowId))
+        emit selectedShowIdChanged();
+    if (assign(lightingModes_, state->lightingModes))
+        emit lightingModesChanged();
+    if (assign(themes_, state->themes))
+        emit themesChanged();
     liveControl_.restoreSelections(state->selectedModeId, state->selectedModeTo,
                                    state->selectedModeLerp.value_or(0.0), state->selectedThemeName);
     const LightingModeSelection selection = liveControl_.lightingModeSelection();
     engine_.applyControl(
         {.modeId = selection.modeId, .modeTo = selection.modeTo, .modeLerp = selection.amount});
-    if (selectedShowId_)
-        showPatch_ = cache_->loadPatch(*selectedShowId_);
+    if (selectedShowId_ && assign(showPatch_, cache_->loadPatch(*selectedShowId_)))
+        emit showPatchChanged();
     lastSavedWorkspace_ = state;
-    emit workspaceChanged();
 }
 
 // Output configuration
+
+void AppModel::publishOutputSettings(const OutputSettings& before) {
+    const OutputSettings& now = outputs_.settings();
+    if (before.artnetEnabled != now.artnetEnabled)
+        emit artnetEnabledChanged();
+    if (before.artnetHost != now.artnetHost)
+        emit artnetHostChanged();
+    if (before.artnetAutoFix != now.artnetAutoFix)
+        emit artnetAutoFixChanged();
+    if (before.enttecEnabled != now.enttecEnabled)
+        emit enttecEnabledChanged();
+    if (before.routes != now.routes)
+        emit routesChanged();
+}
 
 void AppModel::setArtNetEnabled(bool enabled) {
     if (enabled == artnetEnabled())
         return;
     outputs_.setArtNetEnabled(enabled);
     outputs_.persistArtNetConfig();
-    emit outputSettingsChanged();
+    emit artnetEnabledChanged();
 }
 
 void AppModel::setArtNetHost(const QString& host) {
@@ -277,7 +322,7 @@ void AppModel::setArtNetHost(const QString& host) {
         return;
     outputs_.setArtNetHost(trimmed);
     outputs_.persistArtNetConfig();
-    emit outputSettingsChanged();
+    emit artnetHostChanged();
 }
 
 void AppModel::setArtNetAutoFix(bool enabled) {
@@ -285,7 +330,7 @@ void AppModel::setArtNetAutoFix(bool enabled) {
         return;
     outputs_.setArtNetAutoFix(enabled);
     outputs_.persistArtNetConfig();
-    emit outputSettingsChanged();
+    emit artnetAutoFixChanged();
 }
 
 void AppModel::setEnttecEnabled(bool enabled) {
@@ -293,18 +338,136 @@ void AppModel::setEnttecEnabled(bool enabled) {
         return;
     outputs_.setEnttecEnabled(enabled);
     outputs_.persistEnttecConfig();
-    emit outputSettingsChanged();
+    emit enttecEnabledChanged();
 }
 
 void AppModel::replaceRoutes(std::vector<UniverseRoute> routes) {
+    const bool changed = routes != outputs_.routes();
     outputs_.replaceRoutes(std::move(routes));
-    emit outputSettingsChanged();
+    if (changed)
+        emit routesChanged();
 }
 
 void AppModel::changeRouteDestination(std::int64_t virtualUniverse,
                                       UniverseRoute::Destination destination) {
-    if (outputs_.changeDestination(virtualUniverse, destination))
-        emit outputSettingsChanged();
+    const std::vector<UniverseRoute> before = outputs_.routes();
+    if (outputs_.changeDestination(virtualUniverse, destination) && before != outputs_.routes())
+        emit routesChanged();
+}
+
+// Lighting desk
+
+void AppModel::applyDesk(const LightingDeskState& desk) {
+    const LightingDeskState before = std::exchange(desk_, desk);
+    if (before.live != desk_.live)
+        emit deskLiveChanged();
+    if (before.universe != desk_.universe)
+        emit deskUniverseChanged();
+    if (before.levels != desk_.levels)
+        emit deskLevelsChanged();
+    if (before.grandMaster != desk_.grandMaster)
+        emit deskGrandMasterChanged();
+    if (before.blackout != desk_.blackout)
+        emit deskBlackoutChanged();
+}
+
+void AppModel::setDesk(const LightingDeskState& desk) {
+    applyDesk(desk);
+}
+
+void AppModel::setDeskLive(bool live) {
+    LightingDeskState desk = desk_;
+    desk.live = live;
+    applyDesk(desk);
+}
+
+void AppModel::setDeskUniverse(int universe) {
+    LightingDeskState desk = desk_;
+    desk.universe = universe;
+    applyDesk(desk);
+}
+
+void AppModel::setDeskLevels(const QList<double>& levels) {
+    LightingDeskState desk = desk_;
+    desk.levels.assign(levels.begin(), levels.end());
+    applyDesk(desk);
+}
+
+void AppModel::setDeskLevel(int channel, double level) {
+    if (channel < 0 || std::size_t(channel) >= LightingDeskState::channelCount)
+        return;
+    LightingDeskState desk = desk_;
+    if (desk.levels.size() <= std::size_t(channel))
+        desk.levels.resize(std::size_t(channel) + 1, 0.0);
+    desk.levels[std::size_t(channel)] = level;
+    applyDesk(desk);
+}
+
+void AppModel::setDeskGrandMaster(double level) {
+    LightingDeskState desk = desk_;
+    desk.grandMaster = level;
+    applyDesk(desk);
+}
+
+void AppModel::setDeskBlackout(bool blackout) {
+    LightingDeskState desk = desk_;
+    desk.blackout = blackout;
+    applyDesk(desk);
+}
+
+// Property readers
+
+QVariantList AppModel::routesVariant() const {
+    return model_variants::routes(outputs_.routes());
+}
+
+QVariantMap AppModel::micTraceVariant() const {
+    return model_variants::micTrace(micTrace());
+}
+
+QVariantMap AppModel::beatReadoutVariant() const {
+    return model_variants::beatReadout(beatReadout());
+}
+
+QVariantList AppModel::lightingPlotVariant() const {
+    return model_variants::lightingPlot(lightingPlot_);
+}
+
+QVariantList AppModel::liveSchemeVariant() const {
+    return model_variants::palette(liveScheme_);
+}
+
+QVariantMap AppModel::dmxPreviewVariant() const {
+    return model_variants::dmxFrame(dmxPreview_);
+}
+
+QVariantList AppModel::showsVariant() const {
+    return model_variants::viaJson(shows_).toList();
+}
+
+QVariant AppModel::selectedShowIdVariant() const {
+    return selectedShowId_ ? QVariant(QString::fromStdString(*selectedShowId_)) : QVariant();
+}
+
+QVariant AppModel::showPatchVariant() const {
+    return showPatch_ ? model_variants::viaJson(*showPatch_) : QVariant();
+}
+
+QVariantList AppModel::lightingModesVariant() const {
+    return model_variants::viaJson(lightingModes_).toList();
+}
+
+QVariant AppModel::selectedModeToVariant() const {
+    const std::optional<std::string>& modeTo = selectedModeTo();
+    return modeTo ? QVariant(QString::fromStdString(*modeTo)) : QVariant();
+}
+
+QVariantList AppModel::themesVariant() const {
+    return model_variants::viaJson(themes_).toList();
+}
+
+QVariantMap AppModel::dropDiagnosticsVariant() const {
+    return model_variants::dropDiagnostics(dropDiagnostics_);
 }
 
 } // namespace kelvo

@@ -4,6 +4,7 @@
 #include "Audio/Capture/MicCapture.h"
 #include "Audio/Devices/AudioInputDeviceMonitor.h"
 #include "Audio/Devices/AudioInputSelectionModel.h"
+#include "Cloud/BridgeServerConfig.h"
 #include "Cloud/OfflineShowCache.h"
 #include "DMX/LiveDmxOutput.h"
 #include "DMX/OutputConfiguration.h"
@@ -19,8 +20,11 @@
 #include "Show/ShowOptions.h"
 #include "Show/ShowPatch.h"
 
+#include <QList>
 #include <QObject>
 #include <QString>
+#include <QUrl>
+#include <QVariant>
 
 #include <memory>
 #include <optional>
@@ -39,24 +43,54 @@ struct AppModelEnvironment {
     std::shared_ptr<const MonotonicClock> clock = std::make_shared<SteadyMonotonicClock>();
     /// False in tests that call `tick()` by hand.
     bool runTickTimer = true;
-    std::optional<QString> serverURL;
+    /// The server chosen from the launch arguments (`BridgeServerConfig::resolve`).
+    QUrl serverURL = BridgeServerConfig::productionURL();
 };
 
-/// The application model: owns every long-lived component and every value the dashboard shows.
-/// Main thread only. Behaviour lives in the focused classes it owns; this wires them together.
 class AppModel : public QObject, private EngineLoopListener {
     Q_OBJECT
+    // Every property notifies only when its value changes. Records are handed to the dashboard
+    // as QVariant maps and lists, built when read.
     Q_PROPERTY(QString statusMessage READ statusMessage NOTIFY statusMessageChanged)
+    Q_PROPERTY(QString serverURLString READ serverURLString NOTIFY serverURLStringChanged)
     Q_PROPERTY(bool hasOfflineWorkspace READ hasOfflineWorkspace NOTIFY hasOfflineWorkspaceChanged)
+    // Outputs
+    Q_PROPERTY(
+        bool artnetEnabled READ artnetEnabled WRITE setArtNetEnabled NOTIFY artnetEnabledChanged)
+    Q_PROPERTY(QString artnetHost READ artnetHost WRITE setArtNetHost NOTIFY artnetHostChanged)
+    Q_PROPERTY(
+        bool artnetAutoFix READ artnetAutoFix WRITE setArtNetAutoFix NOTIFY artnetAutoFixChanged)
+    Q_PROPERTY(
+        bool enttecEnabled READ enttecEnabled WRITE setEnttecEnabled NOTIFY enttecEnabledChanged)
+    Q_PROPERTY(QVariantList routes READ routesVariant NOTIFY routesChanged)
+    // Engine views
+    Q_PROPERTY(QVariantMap micTrace READ micTraceVariant NOTIFY micTraceChanged)
+    Q_PROPERTY(QVariantMap beatReadout READ beatReadoutVariant NOTIFY beatReadoutChanged)
+    Q_PROPERTY(QVariantList lightingPlot READ lightingPlotVariant NOTIFY lightingPlotChanged)
+    Q_PROPERTY(QVariantList liveScheme READ liveSchemeVariant NOTIFY liveSchemeChanged)
+    Q_PROPERTY(QVariantMap dmxPreview READ dmxPreviewVariant NOTIFY dmxPreviewChanged)
+    // Show and controls
+    Q_PROPERTY(QVariantList shows READ showsVariant NOTIFY showsChanged)
+    Q_PROPERTY(QVariant selectedShowId READ selectedShowIdVariant NOTIFY selectedShowIdChanged)
+    Q_PROPERTY(QVariant showPatch READ showPatchVariant NOTIFY showPatchChanged)
+    Q_PROPERTY(QVariantList lightingModes READ lightingModesVariant NOTIFY lightingModesChanged)
+    Q_PROPERTY(QString selectedModeId READ selectedModeIdText NOTIFY selectedModeIdChanged)
+    Q_PROPERTY(QVariant selectedModeTo READ selectedModeToVariant NOTIFY selectedModeToChanged)
+    Q_PROPERTY(double selectedModeLerp READ selectedModeLerp NOTIFY selectedModeLerpChanged)
+    Q_PROPERTY(QVariantList themes READ themesVariant NOTIFY themesChanged)
+    Q_PROPERTY(QString selectedThemeName READ selectedThemeNameText NOTIFY selectedThemeNameChanged)
+    // Drop
     Q_PROPERTY(bool isDropHeld READ isDropHeld NOTIFY isDropHeldChanged)
     Q_PROPERTY(
-        bool artnetEnabled READ artnetEnabled WRITE setArtNetEnabled NOTIFY outputSettingsChanged)
-    Q_PROPERTY(QString artnetHost READ artnetHost WRITE setArtNetHost NOTIFY outputSettingsChanged)
+        QVariantMap dropDiagnostics READ dropDiagnosticsVariant NOTIFY dropDiagnosticsChanged)
+    // Lighting desk
+    Q_PROPERTY(bool deskLive READ deskLive WRITE setDeskLive NOTIFY deskLiveChanged)
+    Q_PROPERTY(int deskUniverse READ deskUniverse WRITE setDeskUniverse NOTIFY deskUniverseChanged)
     Q_PROPERTY(
-        bool artnetAutoFix READ artnetAutoFix WRITE setArtNetAutoFix NOTIFY outputSettingsChanged)
-    Q_PROPERTY(
-        bool enttecEnabled READ enttecEnabled WRITE setEnttecEnabled NOTIFY outputSettingsChanged)
-    Q_PROPERTY(QString serverURLString READ serverURLString CONSTANT)
+        QList<double> deskLevels READ deskLevels WRITE setDeskLevels NOTIFY deskLevelsChanged)
+    Q_PROPERTY(double deskGrandMaster READ deskGrandMaster WRITE setDeskGrandMaster NOTIFY
+                   deskGrandMasterChanged)
+    Q_PROPERTY(bool deskBlackout READ deskBlackout WRITE setDeskBlackout NOTIFY deskBlackoutChanged)
 
 public:
     static constexpr const char* microphoneRequiredText =
@@ -113,20 +147,39 @@ public:
     void setArtNetHost(const QString& host);
     void setArtNetAutoFix(bool enabled);
     void setEnttecEnabled(bool enabled);
+    /// Replaces the route table and saves it (also when unchanged, so the settings hold it).
     void replaceRoutes(std::vector<UniverseRoute> routes);
     void changeRouteDestination(std::int64_t virtualUniverse,
                                 UniverseRoute::Destination destination);
     const std::vector<UniverseRoute>& routes() const { return outputs_.routes(); }
 
-    // Lighting desk
-    void setDesk(const LightingDeskState& desk) { desk_ = desk; }
+    // Lighting desk: the whole state at once, or one field at a time from the desk view.
+    void setDesk(const LightingDeskState& desk);
     const LightingDeskState& desk() const { return desk_; }
+    bool deskLive() const { return desk_.live; }
+    int deskUniverse() const { return static_cast<int>(desk_.universe); }
+    QList<double> deskLevels() const { return {desk_.levels.begin(), desk_.levels.end()}; }
+    double deskGrandMaster() const { return desk_.grandMaster; }
+    bool deskBlackout() const { return desk_.blackout; }
+    void setDeskLive(bool live);
+    void setDeskUniverse(int universe);
+    void setDeskLevels(const QList<double>& levels);
+    /// One fader: `channel` is 0-based; the level list grows to reach it.
+    Q_INVOKABLE void setDeskLevel(int channel, double level);
+    void setDeskGrandMaster(double level);
+    void setDeskBlackout(bool blackout);
 
     // Published views
     const QString& statusMessage() const { return statusMessage_; }
     void setStatusMessage(const QString& message);
     bool hasOfflineWorkspace() const { return hasOfflineWorkspace_; }
     const QString& serverURLString() const { return serverURLString_; }
+    const std::string& selectedModeId() const { return liveControl_.selectedModeId(); }
+    const std::optional<std::string>& selectedModeTo() const {
+        return liveControl_.selectedModeTo();
+    }
+    double selectedModeLerp() const { return liveControl_.selectedModeLerp(); }
+    const std::string& selectedThemeName() const { return liveControl_.selectedThemeName(); }
     const MicBandTrace& micTrace() const { return engineLoop_.micTrace(); }
     const BeatReadout& beatReadout() const { return engineLoop_.beatReadout(); }
     const LightingPlot& lightingPlot() const { return lightingPlot_; }
@@ -141,6 +194,7 @@ public:
 
     // Components
     EngineHost& engine() { return engine_; }
+    AudioInputDeviceMonitor& audioDevices() { return *audioMonitor_; }
     MicCapture& mic() { return *mic_; }
     AudioInputSelectionModel& audioSelection() { return *audioSelection_; }
     LiveDmxOutput& dmxOutput() { return dmxOutput_; }
@@ -148,20 +202,68 @@ public:
 
 signals:
     void statusMessageChanged();
+    void serverURLStringChanged();
     void hasOfflineWorkspaceChanged();
-    void isDropHeldChanged();
-    void outputSettingsChanged();
+    void artnetEnabledChanged();
+    void artnetHostChanged();
+    void artnetAutoFixChanged();
+    void enttecEnabledChanged();
+    void routesChanged();
     void micTraceChanged();
     void beatReadoutChanged();
     void lightingPlotChanged();
     void liveSchemeChanged();
     void dmxPreviewChanged();
+    void showsChanged();
+    void selectedShowIdChanged();
+    void showPatchChanged();
+    void lightingModesChanged();
+    void selectedModeIdChanged();
+    void selectedModeToChanged();
+    void selectedModeLerpChanged();
+    void themesChanged();
+    void selectedThemeNameChanged();
+    void isDropHeldChanged();
     void dropDiagnosticsChanged();
-    void selectionsChanged();
-    void workspaceChanged();
+    void deskLiveChanged();
+    void deskUniverseChanged();
+    void deskLevelsChanged();
+    void deskGrandMasterChanged();
+    void deskBlackoutChanged();
 
 private:
     class CaptureHopSource;
+
+    /// The selections as last announced, to tell which of them a change touched.
+    struct PublishedSelections {
+        std::string modeId;
+        std::optional<std::string> modeTo;
+        double modeLerp = 0.0;
+        std::string themeName;
+    };
+
+    // Property readers for the dashboard.
+    QVariantList routesVariant() const;
+    QVariantMap micTraceVariant() const;
+    QVariantMap beatReadoutVariant() const;
+    QVariantList lightingPlotVariant() const;
+    QVariantList liveSchemeVariant() const;
+    QVariantMap dmxPreviewVariant() const;
+    QVariantList showsVariant() const;
+    QVariant selectedShowIdVariant() const;
+    QVariant showPatchVariant() const;
+    QVariantList lightingModesVariant() const;
+    QString selectedModeIdText() const { return QString::fromStdString(selectedModeId()); }
+    QVariant selectedModeToVariant() const;
+    QVariantList themesVariant() const;
+    QString selectedThemeNameText() const { return QString::fromStdString(selectedThemeName()); }
+    QVariantMap dropDiagnosticsVariant() const;
+
+    /// Announces each output property that differs from `before`.
+    void publishOutputSettings(const OutputSettings& before);
+    /// Announces each selection that differs from the last announced one.
+    void publishSelections();
+    void applyDesk(const LightingDeskState& desk);
 
     // EngineLoopListener
     void micTraceChanged(const MicBandTrace&) override { emit micTraceChanged(); }
@@ -196,6 +298,7 @@ private:
     QString statusMessage_;
     QString serverURLString_;
     LightingDeskState desk_;
+    PublishedSelections publishedSelections_;
     DmxFrame dmxPreview_;
     LightingPlot lightingPlot_;
     std::vector<ThemePaletteColor> liveScheme_;

@@ -3,8 +3,25 @@
 #include "Engine/EngineHost.h"
 
 #include <algorithm>
+#include <functional>
 
 namespace kelvo {
+
+namespace {
+
+/// Pushes one level; false when the trace came out as it was (a full trace of equal values
+/// receiving that value again, as in long silence).
+bool pushTrace(std::vector<double>& trace, double level) {
+    const bool wasFull = trace.size() >= MicBandTrace::capacity;
+    const double dropped = wasFull ? trace.front() : 0.0;
+    MicBandTrace::push(trace, level);
+    if (!wasFull)
+        return true;
+    return dropped != trace.back() ||
+           std::adjacent_find(trace.begin(), trace.end(), std::not_equal_to<>()) != trace.end();
+}
+
+} // namespace
 
 EngineLoop::EngineLoop(EngineHost& engine, HopSource& hops, const MonotonicClock& clock,
                        EngineLoopListener& listener)
@@ -33,10 +50,11 @@ void EngineLoop::tick() {
             const bool refresh = tickCount_ % visualRefreshInterval == 0;
             if (auto buffers = engine_.step(*frame, dt, refresh)) {
                 const MicBands& bands = engine_.lastNormalizedBands();
-                MicBandTrace::push(micTrace_.low, bands.low);
-                MicBandTrace::push(micTrace_.mid, bands.mid);
-                MicBandTrace::push(micTrace_.high, bands.high);
-                listener_.micTraceChanged(micTrace_);
+                const bool lowMoved = pushTrace(micTrace_.low, bands.low);
+                const bool midMoved = pushTrace(micTrace_.mid, bands.mid);
+                const bool highMoved = pushTrace(micTrace_.high, bands.high);
+                if (lowMoved || midMoved || highMoved)
+                    listener_.micTraceChanged(micTrace_);
                 if (engine_.lastBeat() != beatReadout_) {
                     beatReadout_ = engine_.lastBeat();
                     listener_.beatReadoutChanged(beatReadout_);

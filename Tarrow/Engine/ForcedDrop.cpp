@@ -1,5 +1,7 @@
 #include "Engine/ForcedDrop.h"
 
+#include <algorithm>
+
 namespace kelvo {
 
 ForcedDropHold::ForcedDropHold(TimerFactory& timers, std::function<void(bool)> setForcedDrop,
@@ -40,15 +42,27 @@ void ForcedDropHold::end(DropHoldSource source) {
 
 void ForcedDropHold::triggerMenuDrop() {
     begin(DropHoldSource::menu);
-    menuTimer_ = timers_.makeTimer();
-    menuTimer_->start(menuPulse, false, [this] { end(DropHoldSource::menu); });
+    std::erase_if(menuPulses_,
+                  [](const std::unique_ptr<Timer>& pulse) { return !pulse->isActive(); });
+    menuPulses_.push_back(timers_.makeTimer());
+    menuPulses_.back()->start(menuPulse, false, [this] { end(DropHoldSource::menu); });
 }
 
 void ForcedDropHold::releaseAll() {
     sources_.clear();
-    if (menuTimer_)
-        menuTimer_->stop();
     end(DropHoldSource::pointer);
+}
+
+bool DropKeyboardHold::isDropKey(std::uint16_t code) {
+    return std::find(keyCodes.begin(), keyCodes.end(), code) != keyCodes.end();
+}
+
+bool DropKeyboardHold::allowsHold(bool typing, Qt::KeyboardModifiers modifiers,
+                                  bool engineLoopRunning) {
+    constexpr Qt::KeyboardModifiers blocking = Qt::ShiftModifier | Qt::ControlModifier |
+                                               Qt::AltModifier | Qt::MetaModifier |
+                                               Qt::GroupSwitchModifier;
+    return !typing && !(modifiers & blocking) && engineLoopRunning;
 }
 
 bool DropKeyboardHold::update(std::uint16_t code, bool down, bool allowed) {

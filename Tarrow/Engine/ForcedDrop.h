@@ -2,10 +2,14 @@
 
 #include "Engine/Timer.h"
 
+#include <QtCore/qnamespace.h>
+
+#include <array>
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <set>
+#include <vector>
 
 namespace kelvo {
 
@@ -23,9 +27,12 @@ public:
 
     void begin(DropHoldSource source);
     void end(DropHoldSource source);
-    /// A one-second forced drop from the menu.
+    /// A one-second forced drop from the menu. Each trigger ends the menu source one second
+    /// later on its own, so a second trigger inside the first one's second does not extend it:
+    /// the first pulse to end releases the menu hold.
     void triggerMenuDrop();
-    /// The engine loop stopped: every hold ends.
+    /// The engine loop stopped: every hold ends. Menu pulses still under way end later with no
+    /// effect, as ending a source that is not holding changes nothing.
     void releaseAll();
 
     bool isDropHeld() const { return held_; }
@@ -38,16 +45,19 @@ private:
     std::set<DropHoldSource> sources_;
     bool held_ = false;
     std::unique_ptr<Timer> reassertTimer_;
-    std::unique_ptr<Timer> menuTimer_;
+    std::vector<std::unique_ptr<Timer>> menuPulses_;
 };
 
 /// The four drop keys, by physical position: G, H, I and J. Codes are the native key codes that
 /// X11 and Wayland report (evdev code + 8), the same on every layout.
 struct DropKeyboardHold {
     static constexpr std::uint16_t keyG = 42, keyH = 43, keyI = 31, keyJ = 44;
-    static bool isDropKey(std::uint16_t code) {
-        return code == keyG || code == keyH || code == keyI || code == keyJ;
-    }
+    static constexpr std::array<std::uint16_t, 4> keyCodes = {keyG, keyH, keyI, keyJ};
+
+    static bool isDropKey(std::uint16_t code);
+    /// Whether a key-down may start a hold: not while typing into a text field, not with Shift,
+    /// Control, Alt (or AltGr), or Super/Meta down, and only while the engine loop runs.
+    static bool allowsHold(bool typing, Qt::KeyboardModifiers modifiers, bool engineLoopRunning);
 
     std::set<std::uint16_t> held;
 

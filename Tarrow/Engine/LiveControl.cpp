@@ -147,11 +147,15 @@ void LiveControl::pushThemesToEngine() {
 
 void LiveControl::restoreSelections(const std::string& modeId, std::optional<std::string> modeTo,
                                     double modeLerp, const std::string& themeName) {
-    selectedModeId_ = modeId;
-    selectedModeTo_ = std::move(modeTo);
-    selectedModeLerp_ = std::isfinite(modeLerp) ? std::clamp(modeLerp, 0.0, 1.0) : 0.0;
+    const LightingModeSelection restored{
+        modeId, std::move(modeTo), std::isfinite(modeLerp) ? std::clamp(modeLerp, 0.0, 1.0) : 0.0};
+    const bool changed = restored != lightingModeSelection() || themeName != selectedThemeName_;
+    selectedModeId_ = restored.modeId;
+    selectedModeTo_ = restored.modeTo;
+    selectedModeLerp_ = restored.amount;
     selectedThemeName_ = themeName;
-    call(hooks_.selectionsChanged);
+    if (changed)
+        call(hooks_.selectionsChanged);
 }
 
 } // namespace kelvo

@@ -58,6 +58,25 @@ TEST(LaunchArguments, HeadlessVenueConfiguration) {
     EXPECT_EQ(o.serverURL, "http://127.0.0.1:4041");
 }
 
+TEST(LaunchArguments, TheServerChoiceNeverFailsTheLaunch) {
+    const auto explicitServer = parse({"--local", "--server", " http://10.0.0.5:4041\n"});
+    ASSERT_EQ(explicitServer.action, Action::run) << explicitServer.message;
+    EXPECT_EQ(explicitServer.options.serverURL, "http://10.0.0.5:4041");
+
+    const auto dangling = parse({"--headless", "--server"});
+    ASSERT_EQ(dangling.action, Action::run) << dangling.message;
+    EXPECT_EQ(dangling.options.serverURL, "https://cloud.kelvo.app");
+
+    const auto unusable = parse({"--server", "--headless", "--local"});
+    ASSERT_EQ(unusable.action, Action::run) << unusable.message;
+    EXPECT_TRUE(unusable.options.headless) << "an option after --server stays an option";
+    EXPECT_EQ(unusable.options.serverURL, "http://127.0.0.1:4041");
+
+    const auto garbage = parse({"--server", "no address"});
+    ASSERT_EQ(garbage.action, Action::run) << garbage.message;
+    EXPECT_EQ(garbage.options.serverURL, "https://cloud.kelvo.app");
+}
+
 TEST(LaunchArguments, HelpAndVersion) {
     EXPECT_EQ(parse({"--help"}).action, Action::showHelp);
     EXPECT_THAT(parse({"--help"}).message, HasSubstr("--artnet-host HOST"));

@@ -6,6 +6,7 @@
 #include "support/TemporaryDirectory.h"
 
 #include <QFile>
+#include <QMetaProperty>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -43,6 +44,35 @@ public:
         ++requests;
         pending = std::move(answer);
     }
+};
+
+/// Counts the NOTIFY signals of every property of an object, by property name.
+class NotifyCounter : public QObject {
+    Q_OBJECT
+public:
+    explicit NotifyCounter(QObject& watched) {
+        const QMetaObject& meta = *watched.metaObject();
+        const QMetaMethod slot = metaObject()->method(metaObject()->indexOfSlot("notified()"));
+        for (int i = meta.propertyOffset(); i < meta.propertyCount(); ++i) {
+            const QMetaProperty property = meta.property(i);
+            if (!property.hasNotifySignal())
+                continue;
+            names_[property.notifySignalIndex()].push_back(property.name());
+            connect(&watched, property.notifySignal(), this, slot);
+        }
+    }
+    /// Property name → notifications since the last call.
+    std::map<std::string, int> take() { return std::exchange(counts_, {}); }
+
+public slots:
+    void notified() {
+        for (const std::string& name : names_[senderSignalIndex()])
+            ++counts_[name];
+    }
+
+private:
+    std::map<int, std::vector<std::string>> names_;
+    std::map<std::string, int> counts_;
 };
 
 std::string readText(const std::string& path) {
@@ -264,6 +294,65 @@ TEST_F(AppModelTest, SelectionsSurviveARestart) {
     EXPECT_TRUE(modeSent) << "the restored mode goes to the engine";
 }
 
+TEST_F(AppModelTest, PropertiesNotifyOnceOnAChangeAndNeverOnARepeat) {
+    seedCache();
+    {
+        OfflineWorkspaceUIState workspace;
+        workspace.shows = {{"s1", "Club", true, false}};
+        workspace.selectedShowId = "s1";
+        workspace.lightingModes = {{"m1", "pulse", "Pulse", "general", 0, true, {}, {}}};
+        workspace.selectedModeId = "pulse";
+        workspace.themes = {{"Ice", {{0, 0, 1}}, {}, false, false}};
+        workspace.selectedThemeName = "Ice";
+        workspace.selectedModeLerp = 0.0;
+        makeCache()->saveWorkspaceUI(workspace);
+    }
+    auto model = makeModel();
+    NotifyCounter counter(*model);
+    model->bootstrap();
+    const std::map<std::string, int> startUp = counter.take();
+    for (const char* name :
+         {"shows", "selectedShowId", "lightingModes", "themes", "selectedModeId",
+          "selectedThemeName", "hasOfflineWorkspace", "serverURLString", "dropDiagnostics"})
+        EXPECT_EQ(startUp.count(name) ? startUp.at(name) : 0, 1) << name;
+    EXPECT_EQ(startUp.count("routes"), 0u) << "nothing stored: the defaults stay";
+
+    model->beginForcedDrop(DropHoldSource::pointer);
+    counter.take();
+
+    // The same values again, through every path that can set them.
+    const LightingDeskState desk = model->desk();
+    model->restoreWorkspaceUIFromCache();
+    model->replaceRoutes(model->routes());
+    model->setArtNetHost(" 127.0.0.1 ");
+    model->setArtNetEnabled(model->artnetEnabled());
+    model->setEnttecEnabled(model->enttecEnabled());
+    model->setDesk(desk);
+    model->setDeskLevel(0, desk.levels[0]);
+    model->applyLiveControlState({{"mode", "pulse"}, {"theme_name", "Ice"}});
+    model->selectLightingBlend({"pulse", std::nullopt, 0.0});
+    model->selectTheme("Ice");
+    model->pushThemesToEngine();
+    model->beginForcedDrop(DropHoldSource::keyboard);
+    EXPECT_EQ(counter.take(), (std::map<std::string, int>{})) << "a repeat notifies nothing";
+
+    // Each real change notifies its own property once.
+    model->replaceRoutes({{1, UniverseRoute::Destination::artnet(3)}});
+    EXPECT_EQ(counter.take(), (std::map<std::string, int>{{"routes", 1}}));
+    model->setDeskLevel(2, 0.5);
+    EXPECT_EQ(counter.take(), (std::map<std::string, int>{{"deskLevels", 1}}));
+    model->setDeskLive(true);
+    EXPECT_EQ(counter.take(), (std::map<std::string, int>{{"deskLive", 1}}));
+    model->applyLiveControlState({{"mode", "chase"}, {"mode_lerp", 0.25}, {"theme_name", "Ice"}});
+    EXPECT_EQ(counter.take(),
+              (std::map<std::string, int>{{"selectedModeId", 1}, {"selectedModeLerp", 1}}));
+    model->setArtNetHost("10.0.0.9");
+    EXPECT_EQ(counter.take(), (std::map<std::string, int>{{"artnetHost", 1}}));
+    model->endForcedDrop(DropHoldSource::pointer);
+    model->endForcedDrop(DropHoldSource::keyboard);
+    EXPECT_EQ(counter.take(), (std::map<std::string, int>{{"isDropHeld", 1}}));
+}
+
 TEST_F(AppModelTest, OutputSwitchesPersistUnderTheSettingsKeys) {
     {
         auto model = makeModel();
@@ -284,3 +373,5 @@ TEST_F(AppModelTest, OutputSwitchesPersistUnderTheSettingsKeys) {
 
 } // namespace
 } // namespace kelvo
+
+#include "AppModelTest.moc"

@@ -50,9 +50,20 @@ MicHop levelHop(double high) {
 class EngineLoopTest : public testing::Test {
 protected:
     void SetUp() override { engine.loadHarness(recordingHarness()); }
-    void realizeShow() {
-        engine.loadShow({{"name", "Demo"}, {"result", {{"dmx", {{"1", {10, 20}}, {"2", {30}}}}}}},
+    void realizeShow(bool stepPalette = false) {
+        engine.loadShow({{"name", "Demo"},
+                         {"stepPalette", stepPalette},
+                         {"result", {{"dmx", {{"1", {10, 20}}, {"2", {30}}}}}}},
                         json::object());
+    }
+    /// The values the harness logged under `name`, in call order.
+    std::vector<json> logged(const std::string& name) {
+        std::vector<json> values;
+        const json payload = json::parse(engine.interpretationPayload().value_or("{}"));
+        for (const json& entry : payload.value("log", json::array()))
+            if (entry[0] == name)
+                values.push_back(entry[1]);
+        return values;
     }
     EngineHost engine;
     FakeHopSource hops;
@@ -61,20 +72,30 @@ protected:
     EngineLoop loop{engine, hops, clock, listener};
 };
 
-TEST_F(EngineLoopTest, DtFollowsTheClockWithAFloor) {
-    loop.tick();
-    EXPECT_DOUBLE_EQ(loop.lastDt(), 1.0 / 60.0) << "first tick";
+TEST_F(EngineLoopTest, TheSessionStepsWithTheMeasuredDt) {
+    realizeShow();
+    loop.tick(); // first tick: nominal
     clock.advance(3s);
-    loop.tick();
-    EXPECT_DOUBLE_EQ(loop.lastDt(), 3.0);
+    loop.tick(); // after a pause
     clock.advance(500us);
-    loop.tick();
-    EXPECT_DOUBLE_EQ(loop.lastDt(), 0.001);
+    loop.tick(); // floor
     clock.advance(20ms);
     loop.forgetLastTickTime();
+    loop.tick(); // after a restart: nominal again
+    clock.advance(20ms);
     loop.tick();
-    EXPECT_DOUBLE_EQ(loop.lastDt(), 1.0 / 60.0) << "after a restart";
-    EXPECT_EQ(loop.tickCount(), 4u);
+    const std::vector<double> expected = {1.0 / 60.0, 3.0, 0.001, 1.0 / 60.0, 0.02};
+    std::vector<double> stepDts, hopDts;
+    for (const json& step : logged("step"))
+        stepDts.push_back(step[1].get<double>());
+    for (const json& window : logged("window"))
+        hopDts.push_back(window.get<double>());
+    ASSERT_EQ(stepDts.size(), expected.size());
+    ASSERT_EQ(hopDts.size(), expected.size()) << "one silent hop per tick";
+    for (std::size_t i = 0; i < expected.size(); ++i) {
+        EXPECT_NEAR(stepDts[i], expected[i], 1e-12) << "step " << i;
+        EXPECT_NEAR(hopDts[i], expected[i], 1e-12) << "silent hop " << i;
+    }
 }
 
 TEST_F(EngineLoopTest, WithoutAShowTheLastBuffersKeepGoingOut) {
@@ -139,14 +160,44 @@ TEST_F(EngineLoopTest, BeatReadoutPublishedOnlyOnChange) {
     EXPECT_EQ(listener.beats.back().beatCount, 1);
 }
 
-TEST_F(EngineLoopTest, VisualsRefreshEveryFifthTickAndTraceEveryStep) {
+TEST_F(EngineLoopTest, VisualsRefreshOnEveryFifthTickSinceLaunch) {
+    // Two ticks without a show still count: the refresh follows the tick count, not the steps.
+    loop.tick();
+    loop.tick();
+    realizeShow(true); // the palette carries the number of the step that was asked to refresh
+    std::vector<std::uint64_t> refreshedTicks;
+    std::vector<double> schemeStep;
+    for (int i = 0; i < 10; ++i) {
+        const int before = listener.refreshes;
+        loop.tick();
+        if (listener.refreshes != before)
+            refreshedTicks.push_back(loop.tickCount());
+        schemeStep.push_back(engine.liveScheme().empty() ? 0 : engine.liveScheme()[0].r);
+    }
+    EXPECT_EQ(refreshedTicks, (std::vector<std::uint64_t>{5, 10}));
+    // Ticks 3…12 are steps 1…10; the engine resamples the scheme only on ticks 5 and 10.
+    EXPECT_EQ(schemeStep, (std::vector<double>{0, 0, 3, 3, 3, 3, 3, 8, 8, 8}));
+}
+
+TEST_F(EngineLoopTest, TheTraceIsAnnouncedOnlyWhenItMoves) {
     realizeShow();
     for (int i = 0; i < 10; ++i)
         loop.tick();
-    EXPECT_EQ(listener.refreshes, 2);
-    EXPECT_EQ(listener.traceChanges, 10);
-    EXPECT_EQ(loop.micTrace().low.size(), 10u);
+    EXPECT_EQ(listener.traceChanges, 10) << "a growing trace changes every step";
     EXPECT_EQ(loop.micTrace().low.back(), 0.0) << "-120 clamps to 0";
+    for (std::size_t i = 10; i < MicBandTrace::capacity + 5; ++i)
+        loop.tick();
+    EXPECT_EQ(loop.micTrace().low.size(), MicBandTrace::capacity);
+    EXPECT_EQ(listener.traceChanges, int(MicBandTrace::capacity))
+        << "a full trace of silence receiving silence stays as it was";
+
+    hops.capturing = true;
+    hops.pending = {levelHop(0.8)}; // the recording normaliser passes the high band through
+    loop.tick();
+    EXPECT_EQ(listener.traceChanges, int(MicBandTrace::capacity) + 1);
+    hops.pending = {levelHop(0)};
+    loop.tick();
+    EXPECT_EQ(listener.traceChanges, int(MicBandTrace::capacity) + 2);
 }
 
 } // namespace

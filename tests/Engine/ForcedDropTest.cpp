@@ -1,4 +1,5 @@
 #include "Engine/ForcedDrop.h"
+#include "Engine/DropDiagnostics.h"
 
 #include "support/FakeTimers.h"
 
@@ -66,6 +67,24 @@ TEST_F(ForcedDropTest, MenuPulseAloneLastsOneSecond) {
     EXPECT_EQ(std::count(engineCalls.begin(), engineCalls.end(), false), 1);
 }
 
+TEST_F(ForcedDropTest, EachMenuTriggerEndsTheMenuHoldOneSecondLater) {
+    hold.triggerMenuDrop();
+    timers.advance(milliseconds(500));
+    hold.triggerMenuDrop(); // joins the hold; its own pulse ends 1 s from now
+    EXPECT_THAT(engineCalls, ElementsAre(true));
+    timers.advance(milliseconds(499));
+    EXPECT_TRUE(hold.isDropHeld());
+    timers.advance(milliseconds(1)); // t = 1.0 s: re-assert, then the first pulse ends the hold
+    EXPECT_FALSE(hold.isDropHeld()) << "a second trigger does not extend the first";
+    EXPECT_THAT(engineCalls, ElementsAre(true, true, false));
+
+    hold.begin(DropHoldSource::pointer);
+    timers.advance(milliseconds(500)); // t = 1.5 s: the second pulse ends the menu source only
+    EXPECT_TRUE(hold.isDropHeld());
+    EXPECT_THAT(engineCalls, ElementsAre(true, true, false, true));
+    EXPECT_EQ(timers.activeCount(), 1) << "only the re-assert timer is left";
+}
+
 TEST_F(ForcedDropTest, LoopStopReleasesEveryHold) {
     hold.begin(DropHoldSource::keyboard);
     hold.triggerMenuDrop();
@@ -74,7 +93,29 @@ TEST_F(ForcedDropTest, LoopStopReleasesEveryHold) {
     EXPECT_FALSE(hold.isDropHeld());
     EXPECT_TRUE(hold.sources().empty());
     EXPECT_THAT(engineCalls, ElementsAre(true, false));
+    timers.advance(milliseconds(1000)); // the menu pulse still ends, to no effect
+    EXPECT_THAT(engineCalls, ElementsAre(true, false));
     EXPECT_EQ(timers.activeCount(), 0);
+}
+
+TEST(DropKeyboardHoldTest, KeysAreThePhysicalGHIJ) {
+    // X11 / Wayland native key codes (evdev + 8) of the keys at the G, H, I and J positions.
+    EXPECT_THAT(DropKeyboardHold::keyCodes, ElementsAre(42, 43, 31, 44));
+    for (const std::uint16_t code : {42, 43, 31, 44})
+        EXPECT_TRUE(DropKeyboardHold::isDropKey(code)) << code;
+    for (const std::uint16_t code : {38 /* A */, 41 /* F */, 45 /* K */, 30 /* U */, 5, 4, 34})
+        EXPECT_FALSE(DropKeyboardHold::isDropKey(code)) << code;
+}
+
+TEST(DropKeyboardHoldTest, OnlyAnUnmodifiedKeyWhileRunningAndNotTypingMayHold) {
+    EXPECT_TRUE(DropKeyboardHold::allowsHold(false, Qt::NoModifier, true));
+    EXPECT_TRUE(DropKeyboardHold::allowsHold(false, Qt::KeypadModifier, true));
+    EXPECT_FALSE(DropKeyboardHold::allowsHold(true, Qt::NoModifier, true)) << "typing";
+    EXPECT_FALSE(DropKeyboardHold::allowsHold(false, Qt::NoModifier, false)) << "loop stopped";
+    for (const Qt::KeyboardModifier modifier :
+         {Qt::ShiftModifier, Qt::ControlModifier, Qt::AltModifier, Qt::MetaModifier,
+          Qt::GroupSwitchModifier})
+        EXPECT_FALSE(DropKeyboardHold::allowsHold(false, modifier, true)) << modifier;
 }
 
 TEST(DropKeyboardHoldTest, PressGThenHReleaseGStillHeld) {
@@ -94,8 +135,30 @@ TEST(DropKeyboardHoldTest, DisallowedDownIsIgnoredButUpIsHonoured) {
     EXPECT_TRUE(keys.update(DropKeyboardHold::keyJ, true, true));
     EXPECT_TRUE(keys.update(DropKeyboardHold::keyJ, false, false));
     EXPECT_FALSE(keys.update(DropKeyboardHold::keyJ, false, true)) << "was not held";
-    EXPECT_FALSE(keys.update(38 /* L */, true, true));
-    EXPECT_TRUE(DropKeyboardHold::isDropKey(DropKeyboardHold::keyI));
+    EXPECT_FALSE(keys.update(38 /* A */, true, true)) << "not a drop key";
+    EXPECT_FALSE(keys.update(38, false, true));
+}
+
+TEST(DropDetectedEventTest, JsonKeysAndStrictDecoding) {
+    const DropDetectedEvent event{41.5, 40.25, "classical"};
+    const nlohmann::json encoded = event;
+    EXPECT_EQ(encoded, nlohmann::json::parse(
+                           R"({"emittedAt": 41.5, "proposalAt": 40.25, "source": "classical"})"));
+    EXPECT_EQ(encoded.get<DropDetectedEvent>(), event);
+    EXPECT_EQ(nlohmann::json::parse(R"({"emittedAt": 3, "proposalAt": 2, "source": "", "x": 1})")
+                  .get<DropDetectedEvent>(),
+              (DropDetectedEvent{3, 2, ""}))
+        << "whole numbers decode, unknown keys are ignored";
+    for (const char* hostile :
+         {R"({"proposalAt": 1, "source": "a"})",
+          R"({"emittedAt": "1", "proposalAt": 1, "source": "a"})",
+          R"({"emittedAt": true, "proposalAt": 1, "source": "a"})",
+          R"({"emittedAt": 1, "proposalAt": null, "source": "a"})",
+          R"({"emittedAt": 1, "proposalAt": 1, "source": 7})",
+          R"({"emitted_at": 1, "proposal_at": 1, "source": "a"})", R"([1, 1, "a"])"})
+        EXPECT_THROW(nlohmann::json::parse(hostile).get<DropDetectedEvent>(),
+                     nlohmann::json::exception)
+            << hostile;
 }
 
 } // namespace

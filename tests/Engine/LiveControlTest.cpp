@@ -72,6 +72,26 @@ TEST_F(LiveControlTest, RemoteModeWithinTheWindowLosesButItsThemeApplies) {
         (json{{"modeId", "pulse"}, {"modeTo", nullptr}, {"modeLerp", 0}, {"themeName", "Ice"}}));
 }
 
+TEST_F(LiveControlTest, AConfirmedPickStillOwnsTheModeUntilSixTenthsOfASecond) {
+    control.selectLightingBlend({"pulse", std::nullopt, 0});
+    clock.advance(300ms);
+    control.modeSelectionSent({"pulse", std::nullopt, 0}, control.modeSelectionGeneration());
+    clock.advance(200ms); // 0.5 s after the pick: only the window owns the mode now
+    control.applyLiveControlState({{"mode", "chase"}, {"theme_name", "Ice"}});
+    EXPECT_EQ(control.selectedModeId(), "pulse") << "an echo inside the window loses";
+    EXPECT_EQ(control.selectedThemeName(), "Ice");
+    EXPECT_EQ(control.confirmedModeSelection(), (LightingModeSelection{"pulse", std::nullopt, 0}))
+        << "an overridden echo confirms nothing";
+    clock.advance(99ms); // 0.599 s
+    control.applyLiveControlState({{"mode", "chase"}});
+    EXPECT_EQ(control.selectedModeId(), "pulse");
+    clock.advance(11ms); // 0.61 s
+    control.applyLiveControlState({{"mode", "chase"}, {"mode_lerp", 0.5}, {"mode_to", "wash"}});
+    EXPECT_EQ(control.selectedModeId(), "chase");
+    EXPECT_EQ(control.confirmedModeSelection(), (LightingModeSelection{"chase", "wash", 0.5}));
+    EXPECT_EQ(engineControls().back()["modeId"], "chase");
+}
+
 TEST_F(LiveControlTest, WindowEndsOnlyWhenNothingIsPending) {
     control.selectLightingBlend({"pulse", std::nullopt, 0});
     clock.advance(700ms);

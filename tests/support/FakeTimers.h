@@ -2,23 +2,50 @@
 
 #include "Engine/Timer.h"
 
+#include <chrono>
+#include <functional>
+#include <memory>
 #include <vector>
 
 namespace kelvo::testing_support {
 
-/// Timers fired by hand: `fire()` runs every active timer once, as if its interval elapsed.
+/// Timers fired by hand: `fire()` runs every active timer of one interval once, as if that
+/// interval elapsed; `advance()` moves a fake clock and fires timers at their deadlines.
 class FakeTimerFactory final : public TimerFactory {
 public:
     struct State {
         bool active = false;
         bool repeating = false;
         std::chrono::milliseconds interval{0};
+        std::chrono::milliseconds due{0};
         std::function<void()> handler;
     };
 
     std::unique_ptr<Timer> makeTimer() override {
         states_.push_back(std::make_shared<State>());
-        return std::make_unique<FakeTimer>(states_.back());
+        return std::make_unique<FakeTimer>(states_.back(), now_);
+    }
+
+    /// Moves the clock on by `by`, firing each timer whose deadline is reached in deadline
+    /// order (timers started earlier first on a tie); a repeating timer fires once per interval.
+    void advance(std::chrono::milliseconds by) {
+        const auto target = *now_ + by;
+        for (;;) {
+            std::shared_ptr<State> next;
+            for (const auto& state : states_)
+                if (state->active && state->due <= target && (!next || state->due < next->due))
+                    next = state;
+            if (!next)
+                break;
+            *now_ = next->due;
+            if (next->repeating)
+                next->due += next->interval;
+            else
+                next->active = false;
+            const auto handler = next->handler;
+            handler();
+        }
+        *now_ = target;
     }
 
     /// Fires every active timer whose interval is `interval` once.
@@ -44,20 +71,25 @@ public:
 private:
     class FakeTimer final : public Timer {
     public:
-        explicit FakeTimer(std::shared_ptr<State> state) : state_(std::move(state)) {}
+        FakeTimer(std::shared_ptr<State> state,
+                  std::shared_ptr<const std::chrono::milliseconds> now)
+            : state_(std::move(state)), now_(std::move(now)) {}
         ~FakeTimer() override { state_->active = false; }
         void start(std::chrono::milliseconds interval, bool repeating,
                    std::function<void()> handler) override {
-            *state_ = {true, repeating, interval, std::move(handler)};
+            *state_ = {true, repeating, interval, *now_ + interval, std::move(handler)};
         }
         void stop() override { state_->active = false; }
         bool isActive() const override { return state_->active; }
 
     private:
         std::shared_ptr<State> state_;
+        std::shared_ptr<const std::chrono::milliseconds> now_;
     };
 
     std::vector<std::shared_ptr<State>> states_;
+    std::shared_ptr<std::chrono::milliseconds> now_ =
+        std::make_shared<std::chrono::milliseconds>(0);
 };
 
 } // namespace kelvo::testing_support

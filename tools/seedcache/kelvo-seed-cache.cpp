@@ -3,6 +3,7 @@
 //   kelvo-seed-cache DEVCLOUD_DIR [SHOW_ID]
 // The cache and settings follow XDG_DATA_HOME and XDG_CONFIG_HOME.
 #include "App/ApplicationInfo.h"
+#include "Cloud/BridgeServerConfig.h"
 #include "Cloud/OfflineShowCache.h"
 #include "Engine/EngineHost.h"
 #include "Engine/OfflineCacheSeed.h"
@@ -48,8 +49,9 @@ int main(int argc, char** argv) {
             bootstrap["active_show"] = nlohmann::json::parse(readFile(showPath).toStdString());
             source.bootstrap = QByteArray::fromStdString(bootstrap.dump());
         }
+        // Production is named only for the legacy device token, which seeding never touches.
         kelvo::OfflineShowCache cache(kelvo::OfflineShowCache::openUserSettings(),
-                                      QUrl(kelvo::productionServerURL));
+                                      kelvo::BridgeServerConfig::productionURL());
         kelvo::EngineHost engine;
         kelvo::seedOfflineCache(source, engine, cache);
         std::printf("Offline cache ready in %s\n", cache.supportDir().toLocal8Bit().constData());

@@ -3,7 +3,8 @@
 //   high -> the beat tracker's frame beats when > 0
 //   mid  -> the frame is a downbeat when > 0
 //   all  -> the normaliser returns nothing when < -200
-// The session's interpretation payload returns the call log.
+// The session's interpretation payload returns the call log. A show with "stepPalette" returns
+// the step's number and dt as its colour palette: [[steps, dt, 0]].
 var log = [];
 function record(name, value) { log.push([name, value]); }
 
@@ -54,6 +55,7 @@ var BridgeEngine = {
     var self = this;
     this.show = null;
     this.nextResult = null;
+    this.steps = 0;
     this.director = { getRealized: function () { return self.show; } };
     this.loadShow = function (subset) { record("loadShow", subset); self.show = subset; };
     this.applyControl = function (control) {
@@ -65,13 +67,20 @@ var BridgeEngine = {
     this.toInterpretationPayload = function () { return { log: log, now: performance.now() }; };
     this.step = function (frame, dt) {
       record("step", [frame, dt]);
+      self.steps += 1;
       if (self.show && self.show.throwInStep) throw new Error("step exploded");
+      if (self.show && self.show.stepPalette) {
+        var result = JSON.parse(JSON.stringify(self.show.result));
+        result.color_palette = [[self.steps, dt, 0]];
+        return result;
+      }
       return self.show ? self.show.result : undefined;
     };
   },
   buildShowSnapshotSubset: function (activeShow, controlState) {
     record("build", [activeShow.name, controlState]);
     return { name: activeShow.name, fixtures: activeShow.fixtures || [],
-             result: activeShow.result, throwInStep: activeShow.throwInStep };
+             result: activeShow.result, throwInStep: activeShow.throwInStep,
+             stepPalette: activeShow.stepPalette };
   }
 };

@@ -129,9 +129,9 @@ TEST_F(BridgeEndToEnd, ArtDmxFollowsTheBeat) {
 }
 
 TEST_F(BridgeEndToEnd, SigtermDuringARecordingLeavesAFinishedWav) {
-    const pid_t bridge =
-        spawn({KELVO_BRIDGE, "--headless", "--audio-file", track, "--artnet", "off", "--record"},
-              dir / "bridge.log");
+    const pid_t bridge = spawn({KELVO_BRIDGE, "--headless", "--audio-file", track, "--artnet",
+                                "off", "--enttec", "off", "--record"},
+                               dir / "bridge.log");
     ASSERT_GT(bridge, 0);
     std::this_thread::sleep_for(std::chrono::seconds(3));
     ASSERT_EQ(::kill(bridge, SIGTERM), 0);

@@ -1,0 +1,167 @@
+#include "App/HeadlessBridge.h"
+#include "App/BridgeStatusLine.h"
+
+#include "Audio/Devices/FakeAudioDeviceLayer.h"
+#include "support/FakeAudioInput.h"
+#include "support/FakeTimers.h"
+#include "support/QtEventLoop.h"
+#include "support/TemporaryDirectory.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <fstream>
+#include <sstream>
+
+namespace kelvo {
+namespace {
+
+using D = UniverseRoute::Destination;
+using testing::HasSubstr;
+
+TEST(BridgeStatusLine, ExactTexts) {
+    BridgeStatusSample busy;
+    busy.seconds = 2.0;
+    busy.ticks = 120;
+    busy.beat = {124.0, 57, true, 0.9, 0.0};
+    busy.dropStatus = "listening";
+    busy.artnetPackets = 240;
+    busy.enttecFrames = 0;
+    busy.capturing = true;
+    busy.recording = true;
+    busy.statusMessage = "Couldn’t switch mode: offline";
+    EXPECT_EQ(formatBridgeStatusLine(busy),
+              "60.0 ticks/s · 124.0 BPM · beat 57 ● · drop listening · Art-Net 120/s · "
+              "Enttec 0/s · recording · Couldn’t switch mode: offline");
+
+    BridgeStatusSample quiet;
+    quiet.seconds = 0; // no interval measured yet: counts are taken as per second
+    quiet.ticks = 59;
+    quiet.dropStatus = "held";
+    quiet.artnetPackets = 59;
+    quiet.enttecFrames = 118;
+    EXPECT_EQ(formatBridgeStatusLine(quiet),
+              "59.0 ticks/s · 0.0 BPM · beat 0 · drop held · Art-Net 59/s · Enttec 118/s · "
+              "no audio input");
+}
+
+class RecordingTransport final : public UDPSending {
+public:
+    std::vector<std::pair<std::string, std::vector<std::uint8_t>>> sent;
+    void send(std::span<const std::uint8_t> datagram, const std::string& host,
+              std::uint16_t) override {
+        sent.emplace_back(host, std::vector<std::uint8_t>(datagram.begin(), datagram.end()));
+    }
+};
+
+/// A venue machine with a USB interface and a built-in microphone, and a cached show.
+class HeadlessBridgeTest : public testing::Test {
+protected:
+    void SetUp() override {
+        test::qtApplication();
+        devices->addInput("usb-a", "USB Interface", AudioClockTransport::usb);
+        devices->addInput("mic", "Built-in Microphone", AudioClockTransport::builtIn);
+        auto cache = makeCache();
+        std::ifstream harness(std::string(KELVO_SOURCE_DIR) +
+                              "/tests/Engine/harnesses/recording.js");
+        std::stringstream text;
+        text << harness.rdbuf();
+        cache->saveHarnessJS(QByteArray::fromStdString(text.str()), "{}");
+        cache->saveShowSnapshot(R"({"name": "Cached", "result": {"dmx": {"1": [10, 20, 30]}}})");
+    }
+
+    std::unique_ptr<OfflineShowCache> makeCache() {
+        return std::make_unique<OfflineShowCache>(
+            std::make_unique<QSettings>(settingsPath(), QSettings::IniFormat),
+            QUrl("https://cloud.example"), QString::fromStdString(dir / "cache"));
+    }
+    QString settingsPath() const { return QString::fromStdString(dir / "settings.ini"); }
+
+    std::unique_ptr<AppModel> makeModel() {
+        AppModelEnvironment environment;
+        environment.cache = makeCache();
+        environment.audio.deviceLayer = devices;
+        environment.audio.backend = backend;
+        environment.artnetTransport = transport;
+        environment.enttec = EnttecSerialSender([](const std::string&) { return nullptr; },
+                                                [] { return std::vector<std::string>{}; });
+        environment.timers = std::make_shared<testing_support::FakeTimerFactory>();
+        environment.clock = std::make_shared<ManualMonotonicClock>();
+        environment.runTickTimer = false;
+        return std::make_unique<AppModel>(std::move(environment));
+    }
+
+    /// Starts a bridge with these options; returns what it printed.
+    std::string start(std::unique_ptr<HeadlessBridge>& bridge, const LaunchOptions& options) {
+        bridge.reset();
+        char* text = nullptr;
+        std::size_t size = 0;
+        std::FILE* out = ::open_memstream(&text, &size);
+        bridge = std::make_unique<HeadlessBridge>(makeModel(), options, out);
+        bridge->start();
+        std::fclose(out);
+        std::string printed(text, size);
+        std::free(text);
+        return printed;
+    }
+
+    test::TemporaryDirectory dir;
+    std::shared_ptr<test::FakeAudioDeviceLayer> devices =
+        std::make_shared<test::FakeAudioDeviceLayer>();
+    std::shared_ptr<test::FakeAudioBackend> backend = std::make_shared<test::FakeAudioBackend>();
+    std::shared_ptr<RecordingTransport> transport = std::make_shared<RecordingTransport>();
+};
+
+TEST_F(HeadlessBridgeTest, LaunchSettingsAreSavedAndInForceBeforeTheFirstTick) {
+    std::unique_ptr<HeadlessBridge> bridge;
+    // A fresh machine given only a host keeps it (the dashboard saves switch and host together).
+    LaunchOptions hostOnly;
+    hostOnly.artnetHost = " 10.1.1.1 ";
+    start(bridge, hostOnly);
+    EXPECT_EQ(bridge->model().artnetHost(), "10.1.1.1");
+    EXPECT_FALSE(bridge->model().artnetEnabled());
+
+    LaunchOptions options;
+    options.routes = std::vector<UniverseRoute>{{1, D::artnet(7)}, {2, D::unmapped()}};
+    options.artnetEnabled = true;
+    options.enttecEnabled = false;
+    options.audioDeviceUID = "mic";
+    backend->opened.clear();
+    const std::string printed = start(bridge, options);
+    EXPECT_EQ(printed.find("not connected"), std::string::npos) << printed;
+
+    QSettings settings(settingsPath(), QSettings::IniFormat);
+    EXPECT_EQ(decodeUniverseRoutes(
+                  settings.value("kelvo.bridge.universe_routes").toByteArray().toStdString()),
+              options.routes);
+    EXPECT_EQ(settings.value("kelvo.bridge.artnet_enabled").toBool(), true);
+    EXPECT_EQ(settings.value("kelvo.bridge.artnet_host").toString(), "10.1.1.1") << "kept";
+    EXPECT_EQ(settings.value("kelvo.bridge.artnet_auto_fix").toBool(), true);
+    EXPECT_EQ(settings.value("kelvo.bridge.enttec_enabled").toBool(), false);
+
+    // Capture was opened once, on the chosen input rather than the USB interface the automatic
+    // choice prefers.
+    EXPECT_EQ(backend->opened, (std::vector<std::optional<std::string>>{"mic"}));
+    AppModel& model = bridge->model();
+    EXPECT_EQ(model.audioSelection().activeAudioDeviceUID(), "mic");
+
+    backend->last->deliver(std::vector<float>(2 * 512, 0.25f));
+    test::pumpFor(std::chrono::milliseconds(20));
+    model.tick();
+    ASSERT_EQ(transport->sent.size(), 1u);
+    EXPECT_EQ(transport->sent[0].first, "10.1.1.1");
+    EXPECT_EQ(transport->sent[0].second[14], 7) << "Art-Net universe of the launch route";
+}
+
+TEST_F(HeadlessBridgeTest, AnAbsentAudioInputIsReportedAndTheAutomaticChoiceStands) {
+    std::unique_ptr<HeadlessBridge> bridge;
+    LaunchOptions options;
+    options.audioDeviceUID = "gone";
+    const std::string printed = start(bridge, options);
+    EXPECT_THAT(printed, HasSubstr("Audio input \"gone\" is not connected; using "));
+    EXPECT_EQ(backend->opened, (std::vector<std::optional<std::string>>{"usb-a"}));
+}
+
+} // namespace
+} // namespace kelvo
