@@ -995,7 +995,8 @@ var BridgeEngine = (function () {
             // Each beat lights a random few, and every fixture at least once a bar.
             if (fx.sparkleBeat !== s.beatIndex) {
                 fx.sparkleBeat = s.beatIndex;
-                fx.sparkleOn = (fx.indexInGroup + s.beatIndex) % 4 === 0 || hash32(fx.seed, s.beatIndex) < 0.25;
+                fx.sparkleOn = (fx.indexInGroup + s.beatIndex) % 4 === 0 ||
+                    hash32(fx.seed, s.beatIndex) < 0.25;
             }
             s.groupColor(fx, 1, out);
             out[DIM] = fx.sparkleOn ? s.beatEnvelope : 0.05;
@@ -1455,7 +1456,8 @@ var BridgeEngine = (function () {
         s.palette = palette;
         s.rainbow = rainbow;
         s.rainbowCycle = rainbow || theme.alwaysRainbow;
-        this.schemeLabel = theme.name + (rainbow ? ' rainbow' : scheme === 0 ? ' palette' : ' palette ' + (scheme + 1));
+        this.schemeLabel = theme.name +
+            (rainbow ? ' rainbow' : scheme === 0 ? ' palette' : ' palette ' + (scheme + 1));
         var list = [];
         for (var i = 0; i < palette.length; i++) list.push([palette[i][0], palette[i][1], palette[i][2]]);
         this.result.color_palette = list;
@@ -1484,7 +1486,9 @@ var BridgeEngine = (function () {
     RuntimeDirectorSession.prototype.dealFor = function (modeKey) {
         var list = MODES[modeKey].interpreters;
         var dealt = [];
-        for (var g = 0; g < this.groups.length; g++) dealt.push(INTERPRETERS[list[(g + this.variation) % list.length]]);
+        for (var g = 0; g < this.groups.length; g++) {
+            dealt.push(INTERPRETERS[list[(g + this.variation) % list.length]]);
+        }
         return dealt;
     };
 
@@ -1624,8 +1628,8 @@ var BridgeEngine = (function () {
             }
             if (lights) {
                 var colour = wrap(g + this.variation, palette.length) + 1;
-                nodes.push({ kind: 'interpreter', label: this.schemeLabel + ', colour ' + colour, category: 'Color',
-                             fixture_label: fixtureLabel, fixtures: ids.slice() });
+                nodes.push({ kind: 'interpreter', label: this.schemeLabel + ', colour ' + colour,
+                             category: 'Color', fixture_label: fixtureLabel, fixtures: ids.slice() });
             }
             children.push({ kind: 'group', label: label, children: nodes });
         }

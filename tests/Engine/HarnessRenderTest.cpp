@@ -538,6 +538,35 @@ TEST_F(HarnessRender, ALightingShiftReDealsTheLooksOfEveryMode) {
         EXPECT_GE(dealt.size(), 3u) << m;
         EXPECT_LE(dealt.size(), 5u) << m;
     }
+    // The colour the interpretation names is the colour the group wears.
+    mode(host_, "static");
+    int checked = 0;
+    for (int shift = 0; shift < 6; ++shift, host_.shiftLighting()) {
+        const auto dmx = run(host_, 1, 5 * shift).back();
+        const auto tree = interpretation(host_)["tree"];
+        for (const auto& g : tree["children"]) {
+            if (g["children"][0]["label"] != "Static wash") {
+                continue;
+            }
+            const std::string named = g["children"][1]["label"]; // "Rave palette, colour n"
+            const auto colour =
+                host_.liveScheme().at(std::stoul(named.substr(named.rfind(' '))) - 1);
+            for (const Patched& p : patch_) {
+                if (p.group == g["label"] && !p.disabled && hasChannel(p, "dimmer") &&
+                    hasChannel(p, "red")) {
+                    EXPECT_NEAR(channel(dmx, p, "red"), 255 * colour.r, 1.0)
+                        << p.id << " " << named;
+                    EXPECT_NEAR(channel(dmx, p, "green"), 255 * colour.g, 1.0)
+                        << p.id << " " << named;
+                    EXPECT_NEAR(channel(dmx, p, "blue"), 255 * colour.b, 1.0)
+                        << p.id << " " << named;
+                    ++checked;
+                }
+            }
+        }
+    }
+    EXPECT_GT(checked, 40);
+
     // Nothing to re-deal in a blackout.
     mode(host_, "blackout");
     const auto dark = run(host_, 10);
