@@ -8,7 +8,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
-#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <string>
@@ -17,9 +16,10 @@ namespace {
 
 kelvo::EngineHost& host() {
     static kelvo::EngineHost* const instance = [] {
-        const auto path =
-            std::filesystem::path(__FILE__).parent_path() / "../../devcloud/harness/engine.js";
-        std::ifstream in(path, std::ios::binary);
+        // The source tree's path: __FILE__ is relative to the build directory, not to where
+        // the fuzzer runs.
+        std::ifstream in(std::string(KELVO_SOURCE_DIR) + "/devcloud/harness/engine.js",
+                         std::ios::binary);
         const std::string source{std::istreambuf_iterator<char>(in),
                                  std::istreambuf_iterator<char>()};
         if (source.empty())
