@@ -31,6 +31,7 @@ struct EngineHost::Names {
         beatConfidence{"beat_confidence"}, downbeat{"downbeat"}, drop{"drop"};
     ScriptString loadShow{"loadShow"}, applyControl{"applyControl"},
         applyFixtureOptions{"applyFixtureOptions"}, setForcedDrop{"setForcedDrop"},
+        shiftLighting{"shiftLighting"}, shiftColorScheme{"shiftColorScheme"},
         toInterpretationPayload{"toInterpretationPayload"}, step{"step"}, director{"director"},
         getRealized{"getRealized"};
     ScriptString json{"JSON"}, stringify{"stringify"};
@@ -329,6 +330,18 @@ void EngineHost::setForcedDrop(bool on) {
     if (!context_ || !session.isPresent())
         return;
     session.call(names_->setForcedDrop, {context_->boolean(on)});
+}
+
+void EngineHost::shiftLighting() {
+    const Value session = scripts_->session.view();
+    if (context_ && session.isPresent())
+        session.call(names_->shiftLighting);
+}
+
+void EngineHost::shiftColorScheme() {
+    const Value session = scripts_->session.view();
+    if (context_ && session.isPresent())
+        session.call(names_->shiftColorScheme);
 }
 
 std::optional<std::string> EngineHost::interpretationPayload() {

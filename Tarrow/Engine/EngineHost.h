@@ -54,6 +54,10 @@ public:
     void applyFixtureOptions(const nlohmann::json& fixtures);
     bool hasRealizedShow() const;
     void setForcedDrop(bool on);
+    /// The session's "shiftLighting" and "shiftColorScheme" (no arguments); nothing without a
+    /// session.
+    void shiftLighting();
+    void shiftColorScheme();
     void replaceDropDetector();
     std::optional<std::string> interpretationPayload();
 

@@ -16,7 +16,16 @@
  *                            step(frame, dt) -> { dmx, fixtures, color_palette }, director.getRealized()
  *   buildShowSnapshotSubset(activeShow, controlState)   -> the show subset the bridge caches
  *
- * Lighting modes (MODES below): blackout, static (wash), pulse, chase, strobe, cycle, party.
+ * Lighting modes (MODES below), each dealing a few interpreters (INTERPRETERS) over the groups:
+ *   blackout   all dark
+ *   static     Static wash, Split wash, Gradient wash
+ *   pulse      Beat pulse, Alternating pulse, Ripple pulse
+ *   chase      Chase, Reverse chase, Bounce chase, Spaced chase
+ *   strobe     Strobe hits, Alternating strobe, Strobe roll (strobe channels burst, dimmers flash)
+ *   cycle      Colour cycle, Colour steps, Colour wave
+ *   party      a mix of the above and Sparkle
+ * shiftLighting re-deals them (and the colours) over the groups; shiftColorScheme steps through
+ * the theme's palettes and, where the theme allows it, the rainbow (rules at RAINBOW_PALETTE).
  *
  * Rules kept throughout: deterministic for the same inputs (hashes instead of random numbers,
  * no clock reads), no allocation in the per-hop and per-step paths, and no call ever throws on
@@ -678,16 +687,38 @@ var BridgeEngine = (function () {
         return [r, g, b];
     }
     var DEFAULT_THEME_NAME = 'Rave';
+    // The themes of the development cloud's configuration (devcloud/data/config.json), used
+    // until the bridge pushes the configured ones with applyControl.
     var BUILTIN_THEMES = [
         { name: 'Rave', palette: [color(1, 0, 0.6), color(0, 0.9, 1), color(0.5, 0, 1), color(1, 1, 1)],
           palettes: [[color(0, 1, 0.3), color(1, 0, 1), color(0, 0.3, 1)],
                      [color(1, 0.4, 0), color(1, 0, 0.3), color(1, 1, 0)]],
           allowsRainbow: true, alwaysRainbow: false },
         { name: 'Sunset', palette: [color(1, 0.3, 0), color(1, 0.6, 0.1), color(0.9, 0.1, 0.2)],
+          palettes: [[color(1, 0.5, 0.2), color(0.8, 0, 0.4), color(1, 0.8, 0.3)]],
+          allowsRainbow: false, alwaysRainbow: false },
+        { name: 'Ocean', palette: [color(0, 0.4, 1), color(0, 0.9, 0.8), color(0.2, 0.2, 0.8)],
           palettes: [], allowsRainbow: false, alwaysRainbow: false },
-        { name: 'Ice', palette: [color(0.6, 0.9, 1), color(0, 0.4, 1), color(1, 1, 1)],
-          palettes: [], allowsRainbow: false, alwaysRainbow: false }
+        { name: 'Forest', palette: [color(0.1, 0.8, 0.2), color(0.6, 0.9, 0), color(0, 0.5, 0.3)],
+          palettes: [], allowsRainbow: false, alwaysRainbow: false },
+        { name: 'Warm White', palette: [color(1, 0.85, 0.6), color(1, 0.75, 0.45), color(1, 0.95, 0.8)],
+          palettes: [], allowsRainbow: false, alwaysRainbow: false },
+        { name: 'Rainbow', palette: [color(1, 0, 0), color(0, 1, 0), color(0, 0, 1)],
+          palettes: [], allowsRainbow: true, alwaysRainbow: true }
     ];
+
+    // Colour schemes and the rainbow flags.
+    //  - A theme's schemes, in the order the colour-scheme shift steps through them (wrapping
+    //    round): its palette, then each alternative palette, then, only when the theme allows it
+    //    (`allowsRainbow`), the rainbow scheme, in which every look takes its colours from
+    //    RAINBOW_PALETTE and the colour-cycle looks sweep the whole hue wheel.
+    //  - `alwaysRainbow` makes the colour modes rainbow: the colour-cycle looks sweep the hue wheel
+    //    in every scheme, while the other looks keep the scheme's palette. It implies
+    //    `allowsRainbow`.
+    //  - A theme with neither flag never shows a rainbow, whatever the mode or the shifts.
+    //  - Choosing another theme starts again at its palette.
+    var RAINBOW_PALETTE = [color(1, 0, 0), color(1, 1, 0), color(0, 1, 0), color(0, 1, 1), color(0, 0, 1),
+                           color(1, 0, 1)];
 
     function readColor(c) {
         if (Array.isArray(c) && c.length >= 3 && typeof c[0] === 'number' && typeof c[1] === 'number' &&
@@ -708,6 +739,7 @@ var BridgeEngine = (function () {
         }
         return out;
     }
+    // A theme as the session uses it: `palettes` holds the palette and then the alternatives.
     function readTheme(t) {
         if (!isObject(t) || typeof t.name !== 'string' || t.name === '') return null;
         var palettes = [];
@@ -720,9 +752,13 @@ var BridgeEngine = (function () {
             }
         }
         if (palettes.length === 0) palettes.push([color(1, 1, 1)]);
+        var always = t.alwaysRainbow === true || t.always_rainbow === true;
         return { name: t.name, palettes: palettes,
-                 allowsRainbow: t.allowsRainbow === true || t.allows_rainbow === true,
-                 alwaysRainbow: t.alwaysRainbow === true || t.always_rainbow === true };
+                 allowsRainbow: always || t.allowsRainbow === true || t.allows_rainbow === true,
+                 alwaysRainbow: always };
+    }
+    function schemeCount(theme) {
+        return theme.palettes.length + (theme.allowsRainbow ? 1 : 0);
     }
 
     function hueToRgb(h, out) {
@@ -756,7 +792,11 @@ var BridgeEngine = (function () {
         strobe: CH_STROBE, shutter: CH_STROBE
     };
     var MANUAL_DIMMER_TYPE = 'pelorin/manual-dimmer@1ch';
-    var MAX_UNIVERSES = 8;
+    // Universes produced, the lowest numbers first; fixtures on universes beyond them stay dark
+    // and out of the interpretation. 64 universes (32,768 channels) are many times any show the
+    // bridge drives and bound the work of a hostile show: a fixture at the end of a universe
+    // costs a whole universe, which the host converts 60 times a second.
+    var MAX_UNIVERSES = 64;
     var DMX_CHANNELS = 512;
 
     // Layout for a definition without a channel list, by width.
@@ -795,87 +835,215 @@ var BridgeEngine = (function () {
         return Math.min(width, DMX_CHANNELS);
     }
 
-    // ---------------------------------------------------------------- interpreters and modes
+    // ---------------------------------------------------------------- interpreters
 
-    // Every interpreter writes r, g, b (0…1), dimmer (0…1) and strobe (0…1) for one fixture.
+    // An interpreter animates the fixtures of one group: it writes r, g, b (0…1), dimmer (0…1)
+    // and strobe (0…1, the strobe channel's speed) for one fixture. `s` is the step's state (beat
+    // envelopes, palette, the deal's colour shift), `fx` the fixture: its group, its place in the
+    // group from left to right (indexInGroup of groupSize), x across the stage (0…1), and
+    // isStrobe (a strobe head without colour) / hasStrobe (has a strobe channel).
     var R = 0, G = 1, B = 2, DIM = 3, STROBE = 4;
+    // After a look is rendered, `emit` adds what its channels will show (WHITE, AMBER) and, for
+    // a fixture without a dimmer channel, scales the colours by the dimmer, so that blends and
+    // the drop mix channel values linearly: a blend lies between the two looks on every channel.
+    var WHITE = 5, AMBER = 6, LOOK_SIZE = 7;
+
+    var BEAT_DECAY_FRACTION = 0.35;  // a pulse falls to 1/e in this part of a beat
+    var BAR_PUNCH_FRACTION = 0.2;    // the downbeat punch of strobe heads, likewise
+    var FLASH_DECAY_S = 0.07;        // a dimmer flash
+    var STROBE_BURST_BEATS = 0.5;    // a strobe channel runs this long after its hit
+    var STROBE_RATE_MIN = 0.6;       // strobe speed at silence; full speed at full level
+    var FLASH_BASE = 0.08;           // the palette glow between strobe hits
+
+    function wrap(v, n) {
+        var x = v % n;
+        return x < 0 ? x + n : x;
+    }
+    // Washes and colour looks: steady light; strobe heads, which cannot wear a colour, punch
+    // the downbeat instead.
+    function steadyLevel(s, fx, level, out) {
+        out[DIM] = fx.isStrobe ? s.barEnvelope : level;
+        out[STROBE] = 0;
+    }
+    function pulseLevel(s, fx, envelope, out) {
+        var base = fx.isStrobe ? 0 : 0.12;
+        out[DIM] = base + (1 - base) * envelope * (0.55 + 0.45 * s.low);
+        out[STROBE] = 0;
+    }
+    // A chase head crosses its group once a bar, at least one fixture a beat; `d` is how far
+    // (in fixtures) this one is behind the head, lit over a tail of `tail` fixtures.
+    function chaseHead(s, fx) {
+        return s.beatPosition * (fx.groupSize > 4 ? fx.groupSize / 4 : 1);
+    }
+    function chaseLevel(s, fx, d, tail, out) {
+        var level = d >= 0 && d < tail ? 1 - d / tail : 0;
+        out[DIM] = level * level * (fx.isStrobe ? 0.6 : 1);
+        out[STROBE] = 0;
+    }
+    // A strobe hit `since` seconds ago: fixtures with a strobe channel open up and strobe (faster
+    // when the music is loud) for a burst, the others flash their dimmer; colours whiten on the
+    // hit and glow low in between.
+    function strobeHit(s, fx, since, out) {
+        var burst = since >= 0 && since < STROBE_BURST_BEATS * s.period;
+        var hit = fx.hasStrobe ? (burst ? 1 : 0) : Math.exp(-Math.max(since, 0) / FLASH_DECAY_S);
+        s.groupColor(fx, 0, out);
+        out[R] += (1 - out[R]) * 0.7 * hit;
+        out[G] += (1 - out[G]) * 0.7 * hit;
+        out[B] += (1 - out[B]) * 0.7 * hit;
+        var base = fx.isStrobe ? 0 : FLASH_BASE;
+        out[DIM] = base + (1 - base) * hit;
+        out[STROBE] = fx.hasStrobe && burst ? s.strobeRate : 0;
+    }
 
     var INTERPRETERS = {
         blackout: { label: 'Blackout', render: function (s, fx, out) {
             out[R] = 0; out[G] = 0; out[B] = 0; out[DIM] = 0; out[STROBE] = 0;
         } },
+
+        // Washes: the group in its dealt colour, breathing a little with the level.
         wash: { label: 'Static wash', render: function (s, fx, out) {
-            s.paletteColor(fx.group, out);
-            out[DIM] = fx.isStrobe ? 0 : 0.85 + 0.15 * s.level;
-            out[STROBE] = 0;
+            s.groupColor(fx, 0, out);
+            steadyLevel(s, fx, 0.85 + 0.15 * s.level, out);
         } },
+        washSplit: { label: 'Split wash', render: function (s, fx, out) {
+            s.groupColor(fx, fx.indexInGroup % 2, out); // neighbours in two colours
+            steadyLevel(s, fx, 0.85 + 0.15 * s.level, out);
+        } },
+        washGradient: { label: 'Gradient wash', render: function (s, fx, out) {
+            s.paletteBlend(s.colorShift + fx.x * (s.palette.length - 1), out); // graded across the stage
+            steadyLevel(s, fx, 0.85 + 0.15 * s.level, out);
+        } },
+
+        // Pulses: up on the beat, falling until the next; a new colour every bar.
         pulse: { label: 'Beat pulse', render: function (s, fx, out) {
-            s.paletteColor(fx.group + s.bar, out);
-            var base = fx.isStrobe ? 0 : 0.12;
-            out[DIM] = base + (1 - base) * s.beatEnvelope * (0.55 + 0.45 * s.low);
-            out[STROBE] = 0;
+            s.groupColor(fx, s.bar, out);
+            pulseLevel(s, fx, s.beatEnvelope, out);
         } },
+        pulseAlternate: { label: 'Alternating pulse', render: function (s, fx, out) {
+            s.groupColor(fx, s.bar, out);
+            pulseLevel(s, fx, (fx.indexInGroup + s.beatIndex) % 2 === 0 ? s.beatEnvelope : 0, out);
+        } },
+        pulseRipple: { label: 'Ripple pulse', render: function (s, fx, out) {
+            // The beat runs across the group within half a beat.
+            s.groupColor(fx, s.bar, out);
+            var delay = fx.groupSize > 1 ? 0.5 * s.period * fx.indexInGroup / (fx.groupSize - 1) : 0;
+            var since = s.sinceBeat - delay;
+            if (since < 0) since += s.period;
+            pulseLevel(s, fx, Math.exp(-since / (BEAT_DECAY_FRACTION * s.period)), out);
+        } },
+
+        // Chases: a head with a tail running through the group.
         chase: { label: 'Chase', render: function (s, fx, out) {
-            var n = fx.groupSize;
-            var head = ((s.beatPosition * s.chaseDirection) % n + n) % n;
-            var d = head - fx.indexInGroup;
-            if (d < 0) d += n;
-            // Head at full, a tail of about two fixtures behind it.
-            var tail = d < 2.5 ? 1 - d / 2.5 : 0;
-            s.paletteColor(fx.group + (s.bar >> 1), out);
-            out[DIM] = fx.isStrobe ? (d < 0.25 ? 0.6 : 0) : tail * tail;
-            out[STROBE] = 0;
+            s.groupColor(fx, s.bar >> 1, out);
+            chaseLevel(s, fx, wrap(chaseHead(s, fx) - fx.indexInGroup, fx.groupSize), 2.5, out);
         } },
-        flash: { label: 'Strobe flash', render: function (s, fx, out) {
-            var hit = s.flashEnvelope;
-            var c = s.scratch;
-            s.paletteColor(fx.group, c);
-            out[R] = c[R] + (1 - c[R]) * hit;
-            out[G] = c[G] + (1 - c[G]) * hit;
-            out[B] = c[B] + (1 - c[B]) * hit;
-            out[DIM] = (fx.isStrobe ? 0 : 0.08) + hit * 0.92;
-            out[STROBE] = 0;
+        chaseReverse: { label: 'Reverse chase', render: function (s, fx, out) {
+            s.groupColor(fx, s.bar >> 1, out);
+            var fromRight = fx.groupSize - 1 - fx.indexInGroup;
+            chaseLevel(s, fx, wrap(chaseHead(s, fx) - fromRight, fx.groupSize), 2.5, out);
         } },
+        chaseBounce: { label: 'Bounce chase', render: function (s, fx, out) {
+            s.groupColor(fx, s.bar >> 1, out);
+            var span = fx.groupSize - 1;
+            var p = span > 0 ? wrap(chaseHead(s, fx), 2 * span) : 0;
+            var head = p <= span ? p : 2 * span - p;
+            chaseLevel(s, fx, Math.abs(head - fx.indexInGroup), 1.5, out);
+        } },
+        chaseSpaced: { label: 'Spaced chase', render: function (s, fx, out) {
+            // Every third fixture lit, stepping on every half beat.
+            s.groupColor(fx, s.bar >> 1, out);
+            chaseLevel(s, fx, wrap(s.beatPosition * 2 - fx.indexInGroup, 3), 1, out);
+        } },
+
+        // Strobes: strobe channels burst, dimmers flash.
+        flash: { label: 'Strobe hits', render: function (s, fx, out) {
+            strobeHit(s, fx, s.sinceFlash, out); // on the accents: downbeats, hard kicks
+        } },
+        flashAlternate: { label: 'Alternating strobe', render: function (s, fx, out) {
+            var mine = (fx.indexInGroup + s.beatIndex) % 2 === 0;
+            strobeHit(s, fx, mine ? s.sinceBeat : s.sinceBeat + s.period, out);
+        } },
+        flashRoll: { label: 'Strobe roll', render: function (s, fx, out) {
+            // One fixture after the other, an eighth note each.
+            var eighthSeconds = s.period / 2;
+            var turnsAgo = wrap(s.eighth - fx.indexInGroup, fx.groupSize);
+            strobeHit(s, fx, (s.beatPosition * 2 - s.eighth + turnsAgo) * eighthSeconds, out);
+        } },
+
+        // Colour looks: steady light, moving colour.
         cycle: { label: 'Colour cycle', render: function (s, fx, out) {
-            var position = s.beatPosition / 8 + fx.x * 0.35 + fx.group * 0.1;
-            if (s.rainbow) hueToRgb(position / 3, out);
+            var position = s.colorShift + s.beatPosition / 8 + fx.x * 0.35 + fx.group * 0.1;
+            if (s.rainbowCycle) hueToRgb(position / 3, out);
             else s.paletteBlend(position, out);
-            out[DIM] = fx.isStrobe ? 0 : 0.7 + 0.3 * s.level;
-            out[STROBE] = 0;
+            steadyLevel(s, fx, 0.7 + 0.3 * s.level, out);
         } },
+        cycleSteps: { label: 'Colour steps', render: function (s, fx, out) {
+            var step = fx.group + s.colorShift + s.beatIndex; // a hard cut on every beat
+            if (s.rainbowCycle) hueToRgb(step / 6, out);
+            else s.paletteColor(step, out);
+            steadyLevel(s, fx, 0.7 + 0.3 * s.level, out);
+        } },
+        cycleWave: { label: 'Colour wave', render: function (s, fx, out) {
+            // The palette laid across the stage, rolling one colour a bar.
+            var position = s.colorShift + fx.x * s.palette.length - s.beatPosition / 4;
+            if (s.rainbowCycle) hueToRgb(position / 6, out);
+            else s.paletteBlend(position, out);
+            steadyLevel(s, fx, 0.7 + 0.3 * s.level, out);
+        } },
+
         sparkle: { label: 'Sparkle', render: function (s, fx, out) {
+            // Each beat lights a random few, and every fixture at least once a bar.
             if (fx.sparkleBeat !== s.beatIndex) {
                 fx.sparkleBeat = s.beatIndex;
-                fx.sparkleOn = hash32(fx.seed, s.beatIndex) < 0.3;
+                fx.sparkleOn = (fx.indexInGroup + s.beatIndex) % 4 === 0 ||
+                    hash32(fx.seed, s.beatIndex) < 0.25;
             }
-            var chosen = fx.sparkleOn;
-            s.paletteColor(fx.group + 1, out);
-            out[DIM] = chosen ? s.beatEnvelope : 0.05;
+            s.groupColor(fx, 1, out);
+            out[DIM] = fx.sparkleOn ? s.beatEnvelope : 0.05;
             out[STROBE] = 0;
         } }
     };
 
-    // The look of a drop, mixed over the mode by the drop level (or fully while forced).
+    function emit(fx, v) {
+        var r = clamp01(v[R]), g = clamp01(v[G]), b = clamp01(v[B]);
+        var dim = clamp01(v[DIM]);
+        var scale = fx.hasDimmer ? 1 : dim; // without a dimmer channel the colour carries it
+        v[R] = r * scale;
+        v[G] = g * scale;
+        v[B] = b * scale;
+        v[WHITE] = (r < g ? (r < b ? r : b) : (g < b ? g : b)) * scale;
+        v[AMBER] = (r < g ? r : g) * 0.5 * scale;
+        v[DIM] = dim;
+        v[STROBE] = clamp01(v[STROBE]);
+    }
+
+    // The look of a drop, mixed over the mode by the drop level (or fully while forced): every
+    // fixture at full, white and colour alternating on the eighths, strobes for the first bar.
     function renderDropLook(s, fx, out) {
         var eighth = s.eighth;
         var white = (eighth + fx.indexInGroup) % 2 === 0;
         if (white) {
             out[R] = 1; out[G] = 1; out[B] = 1;
         } else {
-            s.paletteColor(fx.group + eighth, out);
+            s.groupColor(fx, eighth, out);
         }
         out[DIM] = 1;
         out[STROBE] = s.dropStrobe;
     }
 
+    // ---------------------------------------------------------------- modes
+
+    // Each mode deals its interpreters over the groups: group g runs interpreter
+    // (g + variation) mod n and starts (g + variation) colours into the palette, so a lighting
+    // shift (`shiftLighting`, variation + 1) re-deals every group of every mode that lights.
     var MODES = {
         blackout: { label: 'Blackout', interpreters: ['blackout'] },
-        static: { label: 'Static wash', interpreters: ['wash'] },
-        pulse: { label: 'Beat pulse', interpreters: ['pulse'] },
-        chase: { label: 'Chase', interpreters: ['chase'] },
-        strobe: { label: 'Strobe flash', interpreters: ['flash'] },
-        cycle: { label: 'Colour cycle', interpreters: ['cycle'] },
-        party: { label: 'Party', interpreters: ['pulse', 'chase', 'cycle', 'sparkle'] }
+        static: { label: 'Static wash', interpreters: ['wash', 'washSplit', 'washGradient'] },
+        pulse: { label: 'Beat pulse', interpreters: ['pulse', 'pulseAlternate', 'pulseRipple'] },
+        chase: { label: 'Chase', interpreters: ['chase', 'chaseReverse', 'chaseBounce', 'chaseSpaced'] },
+        strobe: { label: 'Strobe flash', interpreters: ['flash', 'flashAlternate', 'flashRoll'] },
+        cycle: { label: 'Colour cycle', interpreters: ['cycle', 'cycleSteps', 'cycleWave'] },
+        party: { label: 'Party', interpreters: ['pulse', 'chase', 'cycle', 'sparkle', 'flashAlternate'] }
     };
     var MODE_ALIASES = {
         wash: 'static', 'static-wash': 'static', static_wash: 'static', beat_pulse: 'pulse',
@@ -900,6 +1068,19 @@ var BridgeEngine = (function () {
     }
     function copyString(from, key, to) {
         if (typeof from[key] === 'string') to[key] = from[key];
+    }
+    // The manual dimmer a control state asks for, as the host reads it: `manual_dimmer`, else
+    // the largest of `manual_fixture_dimmers`; null when neither holds a number.
+    function controlManualDimmer(cs) {
+        if (typeof cs.manual_dimmer === 'number' && isFinite(cs.manual_dimmer)) return clamp01(cs.manual_dimmer);
+        var largest = null;
+        if (isObject(cs.manual_fixture_dimmers)) {
+            for (var id in cs.manual_fixture_dimmers) {
+                var v = cs.manual_fixture_dimmers[id];
+                if (typeof v === 'number' && isFinite(v) && (largest === null || v > largest)) largest = v;
+            }
+        }
+        return largest === null ? null : clamp01(largest);
     }
 
     // The part of the active show the session needs, in a form that serialises to JSON and
@@ -983,13 +1164,16 @@ var BridgeEngine = (function () {
         copyNumber(control, 'mode_lerp', cs);
         copyString(control, 'theme_name', cs);
         copyNumber(control, 'manual_dimmer', cs);
+        if (isObject(control.manual_fixture_dimmers)) {
+            var dimmers = {};
+            for (var id in control.manual_fixture_dimmers) copyNumber(control.manual_fixture_dimmers, id, dimmers);
+            cs.manual_fixture_dimmers = dimmers;
+        }
         return subset;
     }
 
     // ---------------------------------------------------------------- RuntimeDirectorSession
 
-    var BEAT_DECAY_FRACTION = 0.35;
-    var FLASH_DECAY_S = 0.07;
     var DEFAULT_BPM = 120;
 
     function RuntimeDirectorSession() {
@@ -1011,23 +1195,31 @@ var BridgeEngine = (function () {
         this.themes = BUILTIN_THEMES.map(readTheme);
         this.themeName = DEFAULT_THEME_NAME;
         this.schemeShift = 0;
+        this.schemeLabel = '';
         this.variation = 0;
+        // The deal: the resolved modes and, per group, the interpreter each runs.
+        this.modeKeyA = 'blackout';
+        this.modeKeyB = null;
+        this.dealA = [];
+        this.dealB = [];
         this.manualDimmer = 1;
         this.forcedDrop = false;
         this.result = { dmx: this.dmx, fixtures: [], color_palette: [] };
-        this.tableA = [];
-        this.tableB = [];
-        this.a = new Float64Array(5);
-        this.b = new Float64Array(5);
+        this.a = new Float64Array(LOOK_SIZE);
+        this.b = new Float64Array(LOOK_SIZE);
         // Per-step state the interpreters read (kept on one object to avoid allocation).
         this.state = {
-            palette: [], rainbow: false, level: 0, low: 0, beatEnvelope: 0, flashEnvelope: 0,
-            beatPosition: 0, beatIndex: 0, bar: 0, eighth: 0, chaseDirection: 1, dropStrobe: 0,
-            scratch: new Float64Array(5),
+            palette: [], rainbow: false, rainbowCycle: false, colorShift: 0, level: 0, low: 0,
+            period: 60 / DEFAULT_BPM, sinceBeat: 10, sinceFlash: 10, beatEnvelope: 0, barEnvelope: 0,
+            beatPosition: 0, beatIndex: 0, bar: 0, eighth: 0, strobeRate: 0, dropStrobe: 0,
             paletteColor: function (i, out) {
                 var p = this.palette;
                 var c = p[((i % p.length) + p.length) % p.length];
                 out[R] = c[0]; out[G] = c[1]; out[B] = c[2];
+            },
+            // The fixture's group colour in the current deal, `offset` colours on.
+            groupColor: function (fx, offset, out) {
+                this.paletteColor(fx.group + this.colorShift + offset, out);
             },
             paletteBlend: function (position, out) {
                 var p = this.palette;
@@ -1045,6 +1237,7 @@ var BridgeEngine = (function () {
         };
         this.time = 0;
         this.sinceBeat = 10;
+        this.sinceDownbeat = 10;
         this.sinceFlash = 10;
         this.beatIndex = 0;
         this.beatPhase = 0;
@@ -1073,7 +1266,8 @@ var BridgeEngine = (function () {
             control.modeLerp = num(cs.mode_lerp, 0);
         }
         if (typeof cs.theme_name === 'string' && cs.theme_name !== '') control.themeName = cs.theme_name;
-        if (typeof cs.manual_dimmer === 'number') control.manualDimmer = cs.manual_dimmer;
+        var dimmer = controlManualDimmer(cs);
+        if (dimmer !== null) control.manualDimmer = dimmer;
         this.applyControl(control);
     };
 
@@ -1111,6 +1305,7 @@ var BridgeEngine = (function () {
             }
             var hasColor = layout.kinds.indexOf(CH_RED) >= 0 || layout.kinds.indexOf(CH_GREEN) >= 0 ||
                 layout.kinds.indexOf(CH_BLUE) >= 0 || layout.kinds.indexOf(CH_WHITE) >= 0;
+            var hasStrobe = layout.kinds.indexOf(CH_STROBE) >= 0;
             var fx = {
                 id: row.id,
                 name: str(row.name),
@@ -1120,8 +1315,10 @@ var BridgeEngine = (function () {
                 kinds: Int32Array.from(layout.kinds),
                 defaults: layout.defaults,
                 hasDimmer: layout.kinds.indexOf(CH_DIMMER) >= 0,
-                isStrobe: !hasColor && layout.kinds.indexOf(CH_STROBE) >= 0,
+                hasStrobe: hasStrobe,
+                isStrobe: !hasColor && hasStrobe,
                 disabled: row.is_disabled === true,
+                lit: false,
                 x: num(row.x, 0),
                 y: num(row.y, 0),
                 group: groupIndex[groupName],
@@ -1156,7 +1353,6 @@ var BridgeEngine = (function () {
         for (var f = 0; f < fixtures.length; f++) {
             fixtures[f].x = span > 0 ? (fixtures[f].x - minX) / span : 0.5;
         }
-        // At most eight universes are produced, the lowest numbers first.
         var numbers = Object.keys(universeLength).map(Number).sort(function (p, q) { return p - q; })
             .slice(0, MAX_UNIVERSES);
         var dmx = {};
@@ -1171,6 +1367,7 @@ var BridgeEngine = (function () {
             var item = fixtures[r];
             item.buffer = dmx[String(item.universe)] || null;
             if (item.disabled || item.buffer === null) continue;
+            item.lit = true;
             // Channels without a kind we animate keep their default value.
             for (var d = 0; d < item.width; d++) {
                 var index = item.address - 1 + d;
@@ -1182,12 +1379,11 @@ var BridgeEngine = (function () {
         this.fixtures = fixtures;
         this.rendered = rendered;
         this.groups = groups;
-        this.tableA = new Array(groups.length);
-        this.tableB = new Array(groups.length);
         this.universes = numbers;
         this.dmx = dmx;
         this.result.dmx = dmx;
         this.result.fixtures = outputs;
+        this.deal();
     };
 
     RuntimeDirectorSession.prototype.applyFixtureOptions = function (list) {
@@ -1224,17 +1420,19 @@ var BridgeEngine = (function () {
         }
         if (typeof control.manualDimmer === 'number') this.manualDimmer = clamp01(control.manualDimmer);
         this.refreshPalette();
+        this.deal();
     };
 
     RuntimeDirectorSession.prototype.setForcedDrop = function (on) {
         this.forcedDrop = on === true;
     };
 
-    // Re-deals the interpreters over the groups (and turns chases around).
+    // Re-deals the interpreters and the colours over the groups (see MODES).
     RuntimeDirectorSession.prototype.shiftLighting = function () {
         this.variation += 1;
+        this.deal();
     };
-    // Moves to the theme's next alternative palette.
+    // Steps to the theme's next colour scheme (see RAINBOW_PALETTE for the order).
     RuntimeDirectorSession.prototype.shiftColorScheme = function () {
         this.schemeShift += 1;
         this.refreshPalette();
@@ -1251,10 +1449,15 @@ var BridgeEngine = (function () {
     };
     RuntimeDirectorSession.prototype.refreshPalette = function () {
         var theme = this.currentTheme();
-        var palette = theme.palettes[this.schemeShift % theme.palettes.length];
-        this.state.palette = palette;
-        this.state.rainbow = theme.alwaysRainbow;
-        this.themeAllowsRainbow = theme.allowsRainbow;
+        var scheme = this.schemeShift % schemeCount(theme);
+        var rainbow = scheme === theme.palettes.length;
+        var palette = rainbow ? RAINBOW_PALETTE : theme.palettes[scheme];
+        var s = this.state;
+        s.palette = palette;
+        s.rainbow = rainbow;
+        s.rainbowCycle = rainbow || theme.alwaysRainbow;
+        this.schemeLabel = theme.name +
+            (rainbow ? ' rainbow' : scheme === 0 ? ' palette' : ' palette ' + (scheme + 1));
         var list = [];
         for (var i = 0; i < palette.length; i++) list.push([palette[i][0], palette[i][1], palette[i][2]]);
         this.result.color_palette = list;
@@ -1271,9 +1474,22 @@ var BridgeEngine = (function () {
         }
         return builtinModeKey(id) || FALLBACK_MODE;
     };
-    RuntimeDirectorSession.prototype.interpreterFor = function (modeKey, group) {
+    // Deals the interpreters of the mode and of the blend target over the groups (see MODES);
+    // runs when the mode, the show or the variation changes, not per step.
+    RuntimeDirectorSession.prototype.deal = function () {
+        this.modeKeyA = this.resolveMode(this.modeId) || 'blackout';
+        this.modeKeyB = this.modeTo !== null ? this.resolveMode(this.modeTo) : null;
+        this.dealA = this.dealFor(this.modeKeyA);
+        this.dealB = this.modeKeyB ? this.dealFor(this.modeKeyB) : this.dealA;
+        this.state.colorShift = this.variation;
+    };
+    RuntimeDirectorSession.prototype.dealFor = function (modeKey) {
         var list = MODES[modeKey].interpreters;
-        return INTERPRETERS[list[(group + this.variation) % list.length]];
+        var dealt = [];
+        for (var g = 0; g < this.groups.length; g++) {
+            dealt.push(INTERPRETERS[list[(g + this.variation) % list.length]]);
+        }
+        return dealt;
     };
 
     RuntimeDirectorSession.prototype.step = function (frame, dt) {
@@ -1286,11 +1502,13 @@ var BridgeEngine = (function () {
         if (bpm >= 40 && bpm <= 250) this.bpm = bpm;
         var period = 60 / this.bpm;
         this.sinceBeat += step;
+        this.sinceDownbeat += step;
         this.sinceFlash += step;
         if (f.beat === true) {
             this.sinceBeat = 0;
             this.beatIndex += 1;
             this.beatPhase = 0;
+            if (f.downbeat === true) this.sinceDownbeat = 0;
             var accent = num(f.onset, 0) > 2 || num(f.low, 0) > 0.8 || f.downbeat === true;
             if (accent) this.sinceFlash = 0;
         } else {
@@ -1303,58 +1521,57 @@ var BridgeEngine = (function () {
 
         s.level = clamp01(num(f.all, 0));
         s.low = clamp01(num(f.low, 0));
+        s.period = period;
+        s.sinceBeat = this.sinceBeat;
+        s.sinceFlash = this.sinceFlash;
         s.beatEnvelope = Math.exp(-this.sinceBeat / (BEAT_DECAY_FRACTION * period));
-        s.flashEnvelope = Math.exp(-this.sinceFlash / FLASH_DECAY_S);
+        s.barEnvelope = Math.exp(-this.sinceDownbeat / (BAR_PUNCH_FRACTION * period));
         s.beatIndex = this.beatIndex;
         s.beatPosition = this.beatIndex + Math.min(this.beatPhase, 1);
         s.bar = Math.floor(this.beatIndex / 4);
         s.eighth = Math.floor(s.beatPosition * 2);
-        s.chaseDirection = this.variation % 2 === 0 ? 1 : -1;
+        s.strobeRate = STROBE_RATE_MIN + (1 - STROBE_RATE_MIN) * s.level;
         // Strobe on for the first bars of a drop, fast, then released.
         s.dropStrobe = this.dropTime < 4 * period && this.dropAmount > 0.5 ? 0.9 : 0;
 
-        var modeA = this.resolveMode(this.modeId) || 'blackout';
-        var modeB = this.modeTo !== null ? this.resolveMode(this.modeTo) : null;
-        var lerp = modeB ? this.modeLerp : 0;
+        var lerp = this.modeKeyB ? this.modeLerp : 0;
         var a = this.a, b = this.b;
         var master = this.manualDimmer;
         var list = this.rendered;
-        var tableA = this.tableA, tableB = this.tableB;
-        for (var g = 0; g < this.groups.length; g++) {
-            tableA[g] = this.interpreterFor(modeA, g).render;
-            tableB[g] = modeB ? this.interpreterFor(modeB, g).render : tableA[g];
-        }
-        var dark = modeA === 'blackout' && lerp === 0 && this.dropAmount <= 0.001;
+        var dealA = this.dealA, dealB = this.dealB;
+        var dark = this.modeKeyA === 'blackout' && lerp === 0 && this.dropAmount <= 0.001;
         for (var i = 0; i < list.length; i++) {
             var fx = list[i];
-            if (lerp < 1) tableA[fx.group](s, fx, a);
+            if (lerp < 1) {
+                dealA[fx.group].render(s, fx, a);
+                emit(fx, a);
+            }
             if (lerp > 0) {
-                tableB[fx.group](s, fx, b);
+                dealB[fx.group].render(s, fx, b);
+                emit(fx, b);
                 if (lerp >= 1) {
-                    for (var k0 = 0; k0 < 5; k0++) a[k0] = b[k0];
+                    for (var k0 = 0; k0 < LOOK_SIZE; k0++) a[k0] = b[k0];
                 } else {
-                    for (var k = 0; k < 5; k++) a[k] += (b[k] - a[k]) * lerp;
+                    for (var k = 0; k < LOOK_SIZE; k++) a[k] += (b[k] - a[k]) * lerp;
                 }
             }
             if (this.dropAmount > 0.001) {
                 renderDropLook(s, fx, b);
-                for (var k2 = 0; k2 < 5; k2++) a[k2] += (b[k2] - a[k2]) * this.dropAmount;
+                emit(fx, b);
+                for (var k2 = 0; k2 < LOOK_SIZE; k2++) a[k2] += (b[k2] - a[k2]) * this.dropAmount;
             }
-            a[DIM] = clamp01(a[DIM]) * master;
-            this.write(fx, a, dark);
+            this.write(fx, a, master, dark);
         }
         return this.result;
     };
 
-    // Writes one fixture's look into its channels. `dark` (a blackout) also zeroes the
+    // Writes one fixture's emitted look into its channels, the manual dimmer scaling the
+    // dimmer (or, without a dimmer channel, the colours). `dark` (a blackout) also zeroes the
     // channels that otherwise hold their default (zoom, macros).
-    RuntimeDirectorSession.prototype.write = function (fx, v, dark) {
-        var r = clamp01(v[R]), g = clamp01(v[G]), b = clamp01(v[B]);
-        var dim = v[DIM];
-        var strobe = clamp01(v[STROBE]);
-        // Without a dimmer channel the colour carries the intensity.
-        var scale = fx.hasDimmer ? 1 : dim;
-        var white = r < g ? (r < b ? r : b) : (g < b ? g : b);
+    RuntimeDirectorSession.prototype.write = function (fx, v, master, dark) {
+        var dim = v[DIM] * master;
+        var scale = fx.hasDimmer ? 1 : master;
+        var strobe = v[STROBE];
         var buffer = fx.buffer;
         var base = fx.address - 1;
         var kinds = fx.kinds;
@@ -1364,11 +1581,11 @@ var BridgeEngine = (function () {
             var value;
             switch (kinds[i]) {
             case CH_DIMMER: value = dim; break;
-            case CH_RED: value = r * scale; break;
-            case CH_GREEN: value = g * scale; break;
-            case CH_BLUE: value = b * scale; break;
-            case CH_WHITE: value = white * scale; break;
-            case CH_AMBER: value = (r < g ? r : g) * 0.5 * scale; break;
+            case CH_RED: value = v[R] * scale; break;
+            case CH_GREEN: value = v[G] * scale; break;
+            case CH_BLUE: value = v[B] * scale; break;
+            case CH_WHITE: value = v[WHITE] * scale; break;
+            case CH_AMBER: value = v[AMBER] * scale; break;
             case CH_STROBE: value = dim > 0 ? strobe : 0; break;
             default:
                 buffer[index] = dark ? 0 : fx.defaults[i];
@@ -1376,32 +1593,43 @@ var BridgeEngine = (function () {
             }
             buffer[index] = (value * 255 + 0.5) | 0;
         }
+        // The plot shows colour and dimmer apart, as for a fixture with a dimmer channel.
+        var unscale = fx.hasDimmer || !(v[DIM] > 0) ? 1 : 1 / v[DIM];
         var out = fx.output;
-        out.color.r = r;
-        out.color.g = g;
-        out.color.b = b;
+        out.color.r = clamp01(v[R] * unscale);
+        out.color.g = clamp01(v[G] * unscale);
+        out.color.b = clamp01(v[B] * unscale);
         out.dimmer = (dim * 255 + 0.5) | 0;
         out.strobe = (strobe * 255 + 0.5) | 0;
     };
 
+    // The current deal as an interpretation tree: per group, the interpreter of the mode
+    // ("Animation"), of the blend target while blending ("Blend") and the colours ("Color").
     RuntimeDirectorSession.prototype.toInterpretationPayload = function () {
-        var modeKey = this.resolveMode(this.modeId) || 'blackout';
         var theme = this.currentTheme();
+        var palette = this.state.palette;
+        var blending = this.modeKeyB !== null;
+        var lights = this.modeKeyA !== 'blackout' || (blending && this.modeKeyB !== 'blackout');
         var children = [];
         for (var g = 0; g < this.groups.length; g++) {
             var group = this.groups[g];
             var ids = [];
             for (var i = 0; i < group.fixtures.length; i++) {
-                if (!group.fixtures[i].disabled) ids.push(group.fixtures[i].id);
+                if (group.fixtures[i].lit) ids.push(group.fixtures[i].id);
             }
             if (ids.length === 0) continue;
             var label = group.name === '' ? 'ungrouped' : group.name;
             var fixtureLabel = label + ' (' + ids.length + ')';
-            var nodes = [{ kind: 'interpreter', label: this.interpreterFor(modeKey, g).label,
-                           category: 'Animation', fixture_label: fixtureLabel, fixtures: ids }];
-            if (modeKey !== 'blackout') {
-                nodes.push({ kind: 'interpreter', label: theme.name + ' palette', category: 'Color',
+            var nodes = [{ kind: 'interpreter', label: this.dealA[g].label, category: 'Animation',
+                           fixture_label: fixtureLabel, fixtures: ids }];
+            if (blending) {
+                nodes.push({ kind: 'interpreter', label: this.dealB[g].label, category: 'Blend',
                              fixture_label: fixtureLabel, fixtures: ids.slice() });
+            }
+            if (lights) {
+                var colour = wrap(g + this.variation, palette.length) + 1;
+                nodes.push({ kind: 'interpreter', label: this.schemeLabel + ', colour ' + colour,
+                             category: 'Color', fixture_label: fixtureLabel, fixtures: ids.slice() });
             }
             children.push({ kind: 'group', label: label, children: nodes });
         }
@@ -1410,6 +1638,7 @@ var BridgeEngine = (function () {
             mode_to: this.modeTo,
             mode_lerp: this.modeLerp,
             theme_name: theme.name,
+            color_scheme: this.schemeShift % schemeCount(theme),
             variation: this.variation
         };
     };

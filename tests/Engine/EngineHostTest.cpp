@@ -69,6 +69,8 @@ TEST(EngineHostLoad, HarnessWithoutEngineLoadsQuietly) {
     EngineHost host;
     testing::internal::CaptureStdout();
     host.loadHarness(harness("no_engine.js"));
+    host.shiftLighting(); // no session: nothing to call
+    host.shiftColorScheme();
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
     EXPECT_TRUE(host.hasContext());
     EXPECT_FALSE(host.hasSession());
@@ -423,11 +425,16 @@ TEST_F(RecordingHost, NewHarnessDropsTheShowAndResetsState) {
     EXPECT_EQ(host.latestFrameJSON(), std::nullopt);
 }
 
-TEST_F(RecordingHost, ForcedDropAndPerformanceClock) {
+TEST_F(RecordingHost, ForcedDropShiftsAndPerformanceClock) {
     loadShow({{"result", json::object()}});
     host.setForcedDrop(true);
     host.setForcedDrop(false);
     EXPECT_EQ(calls(host, "setForcedDrop"), (std::vector<json>{true, false}));
+    host.shiftLighting();
+    host.shiftColorScheme();
+    host.shiftColorScheme();
+    EXPECT_EQ(calls(host, "shiftLighting"), (std::vector<json>{0})) << "called without arguments";
+    EXPECT_EQ(calls(host, "shiftColorScheme"), (std::vector<json>{0, 0}));
     const auto payload = json::parse(*host.interpretationPayload());
     const double now = payload["now"].get<double>();
     const double expected = std::chrono::duration<double, std::milli>(

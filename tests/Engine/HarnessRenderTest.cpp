@@ -82,6 +82,40 @@ bool hasChannel(const Patched& p, const std::string& kind) {
     return std::find(p.channels.begin(), p.channels.end(), kind) != p.channels.end();
 }
 
+/// How bright a fixture is (0…255): its dimmer times its brightest colour channel; without a
+/// dimmer channel the colour alone, without colour channels the dimmer alone.
+int visible(const DmxFrame& dmx, const Patched& p) {
+    int colour = -1;
+    for (const char* kind : {"red", "green", "blue", "white"}) {
+        if (hasChannel(p, kind)) {
+            colour = std::max(colour, int(channel(dmx, p, kind)));
+        }
+    }
+    if (!hasChannel(p, "dimmer")) {
+        return std::max(colour, 0);
+    }
+    const int dimmer = channel(dmx, p, "dimmer");
+    return colour < 0 ? dimmer : dimmer * colour / 255;
+}
+
+/// Music through the engine as the engine loop drives it: every 60 Hz tick takes the hops that
+/// arrived since the last one (1 or 2 at 48 kHz) and steps the session with the frame.
+std::vector<DmxFrame> runMusic(EngineHost& host, const std::vector<MicHop>& hops) {
+    std::vector<DmxFrame> out;
+    std::size_t next = 0;
+    for (std::size_t t = 0; next < hops.size(); ++t) {
+        // 48000 / 512 / 60 = 1.5625 hops a tick.
+        const std::size_t count = std::min((t + 1) * 25 / 16 - t * 25 / 16, hops.size() - next);
+        auto frame = count > 0 ? host.updateClassical(std::span(hops.data() + next, count))
+                               : host.latestFrameJSON();
+        next += count;
+        auto dmx = host.step(frame.value_or("{}"), 1.0 / 60, t % 5 == 0);
+        EXPECT_TRUE(dmx.has_value());
+        out.push_back(dmx.value_or(DmxFrame{}));
+    }
+    return out;
+}
+
 class HarnessRender : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -92,13 +126,17 @@ protected:
 
     void load(EngineHost& host, const std::string& mode = "static") {
         host.loadHarness(testing::harnessSource());
-        auto boot = testing::demoBootstrap();
-        boot["control_state"]["mode"] = mode;
-        subset_ = host.loadShow(boot["active_show"], boot["control_state"]);
+        subset_ =
+            host.loadShow(testing::demoBootstrap()["active_show"], testing::demoControlState(mode));
         EngineControl themes;
         themes.themes = testing::demoThemesForEngine();
         host.applyControl(themes);
         ASSERT_TRUE(host.hasRealizedShow());
+    }
+    static nlohmann::json interpretation(EngineHost& host) {
+        const auto text = host.interpretationPayload();
+        EXPECT_TRUE(text.has_value());
+        return nlohmann::json::parse(text.value_or("null"));
     }
     static void mode(EngineHost& host, const std::string& id, std::optional<std::string> to = {},
                      double lerp = 0) {
@@ -148,30 +186,63 @@ TEST_F(HarnessRender, UniversesAndChannelLayoutsFollowTheFixtureDefinitions) {
             EXPECT_EQ(channel(dmx, p, "green"), 0);
             EXPECT_EQ(channel(dmx, p, "blue"), 153);
         }
+    }
+    // Strobe heads cannot wear a colour: in a wash they only punch the downbeat (tick 0).
+    const auto midBar = run(host_, 50, 10).back();
+    for (const Patched& p : patch_) {
         if (p.group == "Strobes") {
-            EXPECT_EQ(channel(dmx, p, "dimmer"), 0) << "strobes stay out of a wash";
+            EXPECT_EQ(channel(midBar, p, "dimmer"), 0) << p.id;
         }
     }
 }
 
-TEST_F(HarnessRender, OnlyEnabledFixturesLightInEveryMode) {
-    auto owned = enabledChannels(patch_);
-    const auto disabled =
-        std::find_if(patch_.begin(), patch_.end(), [](auto& p) { return p.disabled; });
-    ASSERT_NE(disabled, patch_.end());
-    for (const char* m : {"static", "pulse", "chase", "strobe", "cycle", "party", "blackout"}) {
-        mode(host_, m);
-        host_.setForcedDrop(std::string(m) == "party");
-        for (const auto& dmx : run(host_, 40)) {
+TEST_F(HarnessRender, EveryModeLightsEachEnabledFixtureAndOnlyThose) {
+    testing::DanceTrackSpec spec;
+    spec.bpm = 128;
+    spec.seconds = 9;
+    const auto hops = testing::hopsOf(testing::SyntheticDanceTrack(spec));
+    const auto owned = enabledChannels(patch_);
+    const auto modes = testing::demoLightingModes();
+    ASSERT_EQ(modes.size(), 8u);
+    for (const LightingModeOption& m : modes) {
+        EngineHost host;
+        load(host, m.key);
+        host.setForcedDrop(m.key == "finale"); // the drop look too stays on its channels
+        const auto frames = runMusic(host, hops);
+        std::map<std::string, int> brightest, strobe;
+        for (std::size_t t = 0; t < frames.size(); ++t) {
+            const DmxFrame& dmx = frames[t];
             ASSERT_EQ(dmx.size(), 3u);
-            for (int c = 0; c < disabled->width; ++c) {
-                ASSERT_EQ(dmx.at(disabled->universe).at(disabled->address - 1 + c), 0) << m;
-            }
             for (const auto& [universe, bytes] : dmx) {
                 for (std::size_t i = 0; i < bytes.size(); ++i) {
-                    ASSERT_TRUE(bytes[i] == 0 || owned[universe].count(i))
-                        << m << ": universe " << universe << " channel " << i + 1;
+                    ASSERT_TRUE(bytes[i] == 0 || owned.at(universe).count(i))
+                        << m.key << ": universe " << universe << " channel " << i + 1;
                 }
+            }
+            if (t < 3 * 60) {
+                continue; // the beat tracker locks within the first seconds
+            }
+            for (const Patched& p : patch_) {
+                brightest[p.id] = std::max(brightest[p.id], visible(dmx, p));
+                if (hasChannel(p, "strobe")) {
+                    strobe[p.id] = std::max(strobe[p.id], int(channel(dmx, p, "strobe")));
+                }
+            }
+        }
+        for (const Patched& p : patch_) {
+            if (p.disabled || m.key == "blackout") {
+                EXPECT_EQ(brightest[p.id], 0) << m.key << " " << p.id;
+            } else {
+                EXPECT_GE(brightest[p.id], 100) << m.key << ": " << p.id << " never lights";
+            }
+            if (!hasChannel(p, "strobe") || p.disabled) {
+                continue;
+            }
+            // Strobe channels run in the strobe looks (and drops), and nowhere else.
+            if (m.key == "strobe") {
+                EXPECT_GT(strobe[p.id], 100) << p.id << " never strobes";
+            } else if (m.key != "party" && m.key != "finale") {
+                EXPECT_EQ(strobe[p.id], 0) << m.key << " strobes " << p.id;
             }
         }
     }
@@ -197,9 +268,14 @@ TEST_F(HarnessRender, EveryModeIsItsOwnLookAndTheAnimatedOnesMove) {
         load(host, m);
         looks[m] = run(host, 240);
     }
-    for (std::size_t i = 0; i < modes.size(); ++i) {
-        for (std::size_t j = i + 1; j < modes.size(); ++j) {
-            EXPECT_NE(looks[modes[i]], looks[modes[j]]) << modes[i] << " vs " << modes[j];
+    // The drop look is its own too: the strobe mode is not a drop.
+    EngineHost dropping;
+    load(dropping, "static");
+    dropping.setForcedDrop(true);
+    looks["drop"] = run(dropping, 240);
+    for (auto i = looks.begin(); i != looks.end(); ++i) {
+        for (auto j = std::next(i); j != looks.end(); ++j) {
+            EXPECT_NE(i->second, j->second) << i->first << " vs " << j->first;
         }
     }
     for (const char* m : {"pulse", "chase", "strobe", "cycle", "party"}) {
@@ -230,16 +306,17 @@ TEST_F(HarnessRender, PulseFollowsTheBeat) {
 }
 
 TEST_F(HarnessRender, ManualDimmerScalesEveryDimmer) {
+    // Each compared at the same point of a bar: the strobe heads punch the downbeat.
     mode(host_, "static");
     const auto full = run(host_, 5).back();
     EngineControl half;
     half.manualDimmer = 0.5;
     host_.applyControl(half);
-    const auto halved = run(host_, 5, 5).back();
+    const auto halved = run(host_, 5, 4 * ticksPerBeat).back();
     EngineControl off;
     off.manualDimmer = 0.0;
     host_.applyControl(off);
-    const auto dark = run(host_, 5, 10).back();
+    const auto dark = run(host_, 5, 8 * ticksPerBeat).back();
     for (const Patched& p : patch_) {
         if (p.disabled) {
             continue;
@@ -268,7 +345,7 @@ TEST_F(HarnessRender, AHalfBlendLiesBetweenTheTwoModes) {
     int strictlyBetween = 0;
     for (std::size_t t = 0; t < m.size(); ++t) {
         for (const Patched& p : patch_) {
-            if (p.disabled || !hasChannel(p, "dimmer")) {
+            if (p.disabled) {
                 continue;
             }
             for (const auto& kind : p.channels) {
@@ -357,7 +434,144 @@ TEST_F(HarnessRender, ThemesChangeTheColoursAndTheLiveScheme) {
     EngineControl unknown;
     unknown.themeName = "No Such Theme";
     host_.applyControl(unknown);
-    EXPECT_EQ(run(host_, 1, 15).back(), rave);
+    const auto fallback = run(host_, 1, 15).back();
+    for (const Patched& p : patch_) {
+        for (const char* kind : {"red", "green", "blue"}) {
+            if (hasChannel(p, kind)) {
+                EXPECT_EQ(channel(fallback, p, kind), channel(rave, p, kind)) << p.id;
+            }
+        }
+    }
+}
+
+TEST_F(HarnessRender, AColourSchemeShiftStepsThroughThePalettesAndRainbowOnlyWhereAllowed) {
+    const std::vector<ThemeOption> themes = testing::demoThemes();
+    ASSERT_EQ(themes.size(), 6u);
+    const ThemePalette rainbow = {{1, 0, 0}, {1, 1, 0}, {0, 1, 0}, {0, 1, 1}, {0, 0, 1}, {1, 0, 1}};
+    EngineHost builtin; // never told the themes: its own must be the configured ones
+    builtin.loadHarness(testing::harnessSource());
+    builtin.loadShow(testing::demoBootstrap()["active_show"], testing::demoControlState("static"));
+    const Patched& par = patch_.front();
+    int tick = 0;
+    for (const ThemeOption& theme : themes) {
+        std::vector<ThemePalette> schemes = {theme.palette};
+        schemes.insert(schemes.end(), theme.palettes.begin(), theme.palettes.end());
+        if (theme.allowsRainbow || theme.alwaysRainbow) {
+            schemes.push_back(rainbow);
+        }
+        EngineControl pick;
+        pick.themeName = theme.name;
+        host_.applyControl(pick);
+        builtin.applyControl(pick);
+        // Twice round: the steps wrap, and a theme without the flags never turns rainbow.
+        for (std::size_t k = 0; k < 2 * schemes.size(); ++k, tick += 5) {
+            const auto dmx = run(host_, 1, tick).back();
+            run(builtin, 1, tick);
+            const ThemePalette& expected = schemes[k % schemes.size()];
+            EXPECT_EQ(host_.liveScheme(), expected) << theme.name << " after " << k << " shifts";
+            EXPECT_EQ(builtin.liveScheme(), expected) << "built-in " << theme.name;
+            // The front pars wear the scheme's first colour.
+            EXPECT_NEAR(channel(dmx, par, "red"), 255 * expected.front().r, 1.0) << theme.name;
+            EXPECT_NEAR(channel(dmx, par, "blue"), 255 * expected.front().b, 1.0) << theme.name;
+            host_.shiftColorScheme();
+            builtin.shiftColorScheme();
+        }
+    }
+    EXPECT_EQ(nlohmann::json::parse(*builtin.interpretationPayload())["theme_name"],
+              themes.back().name);
+}
+
+TEST_F(HarnessRender, AlwaysRainbowTurnsTheColourModesRainbowAndNothingElse) {
+    auto themes = testing::demoThemes();
+    const auto always =
+        std::find_if(themes.begin(), themes.end(), [](auto& t) { return t.alwaysRainbow; });
+    ASSERT_NE(always, themes.end());
+    ThemeOption plain = *always;
+    plain.name = "Plain";
+    plain.alwaysRainbow = false;
+    themes.push_back(plain);
+    std::map<std::string, std::map<std::string, std::vector<DmxFrame>>> looks;
+    for (const std::string& name : {always->name, plain.name}) {
+        for (const char* m : {"static", "pulse", "cycle"}) {
+            EngineHost host;
+            load(host, m);
+            EngineControl c;
+            c.themes = testing::enginePayloads(themes);
+            c.themeName = name;
+            host.applyControl(c);
+            looks[m][name] = run(host, 120);
+        }
+    }
+    EXPECT_NE(looks["cycle"][always->name], looks["cycle"][plain.name]);
+    EXPECT_EQ(looks["static"][always->name], looks["static"][plain.name]);
+    EXPECT_EQ(looks["pulse"][always->name], looks["pulse"][plain.name]);
+}
+
+TEST_F(HarnessRender, ALightingShiftReDealsTheLooksOfEveryMode) {
+    for (const char* m : {"static", "pulse", "chase", "strobe", "cycle", "party"}) {
+        EngineHost before, after;
+        load(before, m);
+        load(after, m);
+        after.shiftLighting();
+        EXPECT_NE(run(before, 120), run(after, 120)) << m;
+        const auto a = interpretation(before)["tree"]["children"];
+        const auto b = interpretation(after)["tree"]["children"];
+        ASSERT_EQ(a.size(), 5u);
+        ASSERT_EQ(b.size(), 5u);
+        for (std::size_t g = 0; g < a.size(); ++g) {
+            // Every group runs another interpreter and starts on another colour.
+            for (std::size_t node = 0; node < 2; ++node) {
+                EXPECT_EQ(a[g]["children"][node]["category"], b[g]["children"][node]["category"]);
+                EXPECT_NE(a[g]["children"][node]["label"], b[g]["children"][node]["label"])
+                    << m << " " << a[g]["label"];
+            }
+        }
+        // The shifted interpreters are the mode's own, dealt round: shifting on comes back.
+        std::set<std::string> dealt;
+        for (int shift = 0; shift < 60; ++shift) {
+            const auto tree = interpretation(after)["tree"];
+            for (const auto& g : tree["children"]) {
+                dealt.insert(g["children"][0]["label"].get<std::string>());
+            }
+            after.shiftLighting();
+        }
+        EXPECT_GE(dealt.size(), 3u) << m;
+        EXPECT_LE(dealt.size(), 5u) << m;
+    }
+    // The colour the interpretation names is the colour the group wears.
+    mode(host_, "static");
+    int checked = 0;
+    for (int shift = 0; shift < 6; ++shift, host_.shiftLighting()) {
+        const auto dmx = run(host_, 1, 5 * shift).back();
+        const auto tree = interpretation(host_)["tree"];
+        for (const auto& g : tree["children"]) {
+            if (g["children"][0]["label"] != "Static wash") {
+                continue;
+            }
+            const std::string named = g["children"][1]["label"]; // "Rave palette, colour n"
+            const auto colour =
+                host_.liveScheme().at(std::stoul(named.substr(named.rfind(' '))) - 1);
+            for (const Patched& p : patch_) {
+                if (p.group == g["label"] && !p.disabled && hasChannel(p, "dimmer") &&
+                    hasChannel(p, "red")) {
+                    EXPECT_NEAR(channel(dmx, p, "red"), 255 * colour.r, 1.0)
+                        << p.id << " " << named;
+                    EXPECT_NEAR(channel(dmx, p, "green"), 255 * colour.g, 1.0)
+                        << p.id << " " << named;
+                    EXPECT_NEAR(channel(dmx, p, "blue"), 255 * colour.b, 1.0)
+                        << p.id << " " << named;
+                    ++checked;
+                }
+            }
+        }
+    }
+    EXPECT_GT(checked, 40);
+
+    // Nothing to re-deal in a blackout.
+    mode(host_, "blackout");
+    const auto dark = run(host_, 10);
+    host_.shiftLighting();
+    EXPECT_EQ(run(host_, 10), dark);
 }
 
 TEST_F(HarnessRender, TheLightingPlotSamplesTheFixtures) {
@@ -407,6 +621,27 @@ TEST_F(HarnessRender, TheCachedSubsetLightsTheSameShowOffline) {
     rave.themeName = "Rave";
     reference.applyControl(rave);
     EXPECT_EQ(run(restored, 30), run(reference, 30));
+
+    // Per-fixture manual dimmers survive the cache: an offline restart dims as before.
+    auto control = testing::demoControlState("static");
+    control.erase("manual_dimmer");
+    control["manual_fixture_dimmers"] = {{"fx-par-01", 0.25}, {"fx-par-02", 0.5}};
+    EngineHost dimmed;
+    dimmed.loadHarness(testing::harnessSource());
+    const auto dimmedSubset = dimmed.loadShow(testing::demoBootstrap()["active_show"], control);
+    ASSERT_TRUE(dimmedSubset.has_value());
+    EXPECT_EQ(nlohmann::json::parse(*dimmedSubset)["control_state"]["manual_fixture_dimmers"],
+              control["manual_fixture_dimmers"]);
+    EngineHost restart;
+    restart.loadHarness(testing::harnessSource());
+    restart.loadCachedShow(*dimmedSubset);
+    const auto full = run(reference, 1, 30).back();
+    const auto half = run(restart, 1, 30).back();
+    for (const Patched& p : patch_) {
+        if (!p.disabled && hasChannel(p, "dimmer") && p.group != "Strobes") {
+            EXPECT_NEAR(channel(half, p, "dimmer"), channel(full, p, "dimmer") / 2.0, 1.0) << p.id;
+        }
+    }
 }
 
 TEST_F(HarnessRender, FixtureOptionsResizeManualDimmers) {
@@ -466,6 +701,25 @@ TEST_F(HarnessRender, TheInterpretationNamesTheInterpretersOfEveryGroup) {
     const auto pulse = nlohmann::json::parse(*host_.interpretationPayload());
     EXPECT_EQ(pulse["tree"]["mode"], "pulse");
     EXPECT_EQ(pulse["tree"]["children"][0]["children"][0]["label"], "Beat pulse");
+
+    // While blending, each group also names what the blend target deals it, on the same
+    // fixtures (one row of the interpretation screen).
+    mode(host_, "pulse", "chase", 0.4);
+    const auto blend = interpretation(host_);
+    EXPECT_EQ(blend["tree"]["mode"], "pulse");
+    EXPECT_EQ(blend["mode_to"], "chase");
+    mode(host_, "chase");
+    const auto chase = interpretation(host_);
+    ASSERT_EQ(blend["tree"]["children"].size(), 5u);
+    for (std::size_t g = 0; g < 5; ++g) {
+        const auto& nodes = blend["tree"]["children"][g]["children"];
+        ASSERT_EQ(nodes.size(), 3u);
+        EXPECT_EQ(nodes[0], pulse["tree"]["children"][g]["children"][0]);
+        EXPECT_EQ(nodes[1]["category"], "Blend");
+        EXPECT_EQ(nodes[1]["label"], chase["tree"]["children"][g]["children"][0]["label"]);
+        EXPECT_EQ(nodes[1]["fixtures"], nodes[0]["fixtures"]);
+        EXPECT_EQ(nodes[2]["category"], "Color");
+    }
 }
 
 } // namespace

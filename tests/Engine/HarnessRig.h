@@ -6,6 +6,7 @@
 #include "Audio/BandEnergyExtractor.h"
 #include "Audio/MicHop.h"
 #include "Engine/EngineHost.h"
+#include "Show/BootstrapViewData.h"
 #include "support/SyntheticDanceTrack.h"
 
 #include <gtest/gtest.h>
@@ -40,18 +41,40 @@ inline nlohmann::json demoConfig() {
     return nlohmann::json::parse(readSourceFile("devcloud/data/config.json"));
 }
 
-/// The themes of the demo configuration in the engine's camel-case shape.
-inline nlohmann::json demoThemesForEngine() {
-    nlohmann::json themes = nlohmann::json::array();
-    const nlohmann::json config = demoConfig();
-    for (const auto& t : config["theme_color_examples"]) {
-        themes.push_back({{"name", t["name"]},
-                          {"palette", t["palette"]},
-                          {"palettes", t["palettes"]},
-                          {"allowsRainbow", t["allows_rainbow"]},
-                          {"alwaysRainbow", t["always_rainbow"]}});
+/// The demo configuration's themes as the bridge reads them.
+inline std::vector<ThemeOption> demoThemes() {
+    return BootstrapViewData::extractThemeOptions(readSourceFile("devcloud/data/config.json"));
+}
+
+/// The themes as the bridge hands them to the engine.
+inline nlohmann::json enginePayloads(const std::vector<ThemeOption>& themes) {
+    nlohmann::json payloads = nlohmann::json::array();
+    for (const ThemeOption& theme : themes) {
+        payloads.push_back(theme.enginePayload());
     }
-    return themes;
+    return payloads;
+}
+
+inline nlohmann::json demoThemesForEngine() {
+    return enginePayloads(demoThemes());
+}
+
+/// The demo show's lighting modes as the bridge lists them.
+inline std::vector<LightingModeOption> demoLightingModes() {
+    return BootstrapViewData::extractLightingModes(readSourceFile("devcloud/data/bootstrap.json"));
+}
+
+/// The control state the bridge hands the engine with the demo show: the demo's selections
+/// (read as the bridge reads them) with the mode replaced by `mode` when given.
+inline nlohmann::json demoControlState(const std::string& mode = {}) {
+    const std::string text = readSourceFile("devcloud/data/bootstrap.json");
+    const BridgeControlSelections selections = BootstrapViewData::extractControlSelections(text);
+    nlohmann::json state = nlohmann::json::parse(text)["control_state"];
+    state["mode"] = mode.empty() ? selections.modeId : mode;
+    state["mode_to"] = selections.modeTo ? nlohmann::json(*selections.modeTo) : nlohmann::json();
+    state["mode_lerp"] = selections.modeLerp;
+    state["theme_name"] = selections.themeName;
+    return state;
 }
 
 /// The hops of mono audio as the capture would produce them: levels from the real extractor.

@@ -89,9 +89,9 @@ TEST_F(HarnessOddInput, AbsurdWidthsStayWithinAUniverse) {
     EXPECT_TRUE(std::all_of(dmx->at(3).begin(), dmx->at(3).end(), [](auto b) { return b == 0; }));
 }
 
-TEST_F(HarnessOddInput, AtMostEightUniversesAreProduced) {
+TEST_F(HarnessOddInput, AtMost64UniversesAreProducedTheLowestFirst) {
     json fixtures = json::array();
-    for (int u = 12; u >= 1; --u) {
+    for (int u = 70; u >= 1; --u) {
         fixtures.push_back({{"id", "f" + std::to_string(u)},
                             {"fixture_type", "dim"},
                             {"universe", u},
@@ -103,9 +103,20 @@ TEST_F(HarnessOddInput, AtMostEightUniversesAreProduced) {
     host_.loadShow(show, {{"mode", "static"}});
     const auto dmx = host_.step("{}", 1.0 / 60, false);
     ASSERT_TRUE(dmx.has_value());
-    ASSERT_EQ(dmx->size(), 8u);
+    ASSERT_EQ(dmx->size(), 64u);
     EXPECT_EQ(dmx->begin()->first, 1);
-    EXPECT_EQ(dmx->rbegin()->first, 8);
+    EXPECT_EQ(dmx->rbegin()->first, 64);
+    for (const auto& [universe, bytes] : *dmx) {
+        ASSERT_EQ(bytes.size(), 1u);
+        EXPECT_GT(bytes[0], 200) << universe;
+    }
+    // The fixtures left out are not claimed in the interpretation either.
+    const auto tree = json::parse(host_.interpretationPayload().value_or("null"))["tree"];
+    ASSERT_EQ(tree["children"].size(), 1u);
+    const auto& ids = tree["children"][0]["children"][0]["fixtures"];
+    EXPECT_EQ(ids.size(), 64u);
+    EXPECT_EQ(std::count(ids.begin(), ids.end(), "f65"), 0);
+    EXPECT_EQ(std::count(ids.begin(), ids.end(), "f64"), 1);
 }
 
 TEST_F(HarnessOddInput, HostileControlAndFramesNeverThrow) {

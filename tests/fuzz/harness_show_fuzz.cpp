@@ -1,6 +1,6 @@
 // Hostile shows and control states for the development harness (devcloud/harness/engine.js):
 // whatever the cloud sends, loading, stepping and describing the show must neither crash nor
-// hang, and the output stays within eight universes of at most 512 channels.
+// hang, and the output stays within 64 universes of at most 512 channels.
 #include "Engine/EngineHost.h"
 
 #include <nlohmann/json.hpp>
@@ -8,7 +8,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
-#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <string>
@@ -17,9 +16,10 @@ namespace {
 
 kelvo::EngineHost& host() {
     static kelvo::EngineHost* const instance = [] {
-        const auto path =
-            std::filesystem::path(__FILE__).parent_path() / "../../devcloud/harness/engine.js";
-        std::ifstream in(path, std::ios::binary);
+        // The source tree's path: __FILE__ is relative to the build directory, not to where
+        // the fuzzer runs.
+        std::ifstream in(std::string(KELVO_SOURCE_DIR) + "/devcloud/harness/engine.js",
+                         std::ios::binary);
         const std::string source{std::istreambuf_iterator<char>(in),
                                  std::istreambuf_iterator<char>()};
         if (source.empty())
@@ -45,9 +45,20 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const auto subset = h.loadShow(input, control);
     if (!subset || !h.hasRealizedShow())
         std::abort(); // any object is a show, if an empty one
+    // Blend the control state's mode towards the strobe look, and re-deal the looks and
+    // colours once per input.
+    kelvo::EngineControl blend;
+    blend.modeId = control.is_object() && control.contains("mode") && control["mode"].is_string()
+                       ? control["mode"].get<std::string>()
+                       : "party";
+    blend.modeTo = "strobe";
+    blend.modeLerp = 0.5;
+    h.applyControl(blend);
+    h.shiftLighting();
+    h.shiftColorScheme();
     for (const char* frame : {R"({"beat":true,"bpm":128,"drop":1})", "{}"}) {
         const auto dmx = h.step(frame, 1.0 / 60, true);
-        if (!dmx || dmx->size() > 8)
+        if (!dmx || dmx->size() > 64)
             std::abort();
         for (const auto& [universe, bytes] : *dmx)
             if (bytes.size() > 512)

@@ -64,6 +64,8 @@ var BridgeEngine = {
     };
     this.applyFixtureOptions = function (list) { record("applyFixtureOptions", list); };
     this.setForcedDrop = function (on) { record("setForcedDrop", on); };
+    this.shiftLighting = function () { record("shiftLighting", arguments.length); };
+    this.shiftColorScheme = function () { record("shiftColorScheme", arguments.length); };
     this.toInterpretationPayload = function () { return { log: log, now: performance.now() }; };
     this.step = function (frame, dt) {
       record("step", [frame, dt]);
