@@ -35,7 +35,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         if (modes[i - 1].orderIndex > modes[i].orderIndex)
             std::abort();
     for (const auto& mode : modes) {
-        if (mode.label.empty() || mode.category.empty())
+        // A blank label falls back to the key, which may itself be empty.
+        if ((mode.label.empty() && !mode.key.empty()) || mode.category.empty())
             std::abort();
         nlohmann::json encoded = mode;
         if (encoded.get<LightingModeOption>() != mode)
