@@ -38,8 +38,8 @@ void HeadlessBridge::persistLaunchSettings(AppModel& model, const LaunchOptions&
 }
 
 void HeadlessBridge::start() {
-    model_->bootstrap();
-    persistLaunchSettings(*model_, options_);
+    // The model lists the devices when it is made: a device named on the command line is
+    // chosen before start-up, so capture starts on it.
     if (options_.audioDeviceUID) {
         const auto& devices = model_->audioSelection().audioInputDevices();
         const bool listed = std::any_of(devices.begin(), devices.end(), [&](const auto& device) {
@@ -52,6 +52,8 @@ void HeadlessBridge::start() {
                          options_.audioDeviceUID->c_str(),
                          model_->audioSelection().audioInputDisplayName().c_str());
     }
+    model_->bootstrap();
+    persistLaunchSettings(*model_, options_);
     if (options_.recordOnStart)
         model_->toggleAudioRecording();
     if (!model_->engine().hasRealizedShow())

@@ -3,6 +3,7 @@
 #include <pulse/pulseaudio.h>
 
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -25,6 +26,9 @@ public:
     /// The text of the context's last error.
     std::string lastError() const;
     bool isConnected() const;
+    /// With the lock held: `lost` runs on the loop's thread (loop locked) when the context
+    /// fails or ends, e.g. because the server went away. It must not destroy the connection.
+    void setLostHandler(std::function<void()> lost) { lost_ = std::move(lost); }
 
     /// Holds the main loop's lock (recursive use from the loop thread is not allowed).
     class Lock {
@@ -61,8 +65,11 @@ public:
 
 private:
     static pa_usec_t now();
+    static void stateChanged(pa_context* context, void* userdata);
     pa_time_event* armWakeUp(pa_usec_t deadline) const;
     void disarm(pa_time_event* timer) const;
+
+    std::function<void()> lost_;
 
     pa_threaded_mainloop* mainloop_ = nullptr;
     pa_context* context_ = nullptr;
