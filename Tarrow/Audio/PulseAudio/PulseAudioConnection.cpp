@@ -109,8 +109,11 @@ bool PulseAudioConnection::await(pa_operation* operation) const {
                 replyTimeout);
     if (!finished)
         pa_operation_cancel(operation);
+    // An operation cut short by the connection's end is cancelled, not done: its answer may
+    // be partial.
+    const bool done = finished && pa_operation_get_state(operation) == PA_OPERATION_DONE;
     pa_operation_unref(operation);
-    return finished;
+    return done;
 }
 
 } // namespace kelvo

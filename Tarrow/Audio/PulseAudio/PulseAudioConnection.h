@@ -47,8 +47,9 @@ public:
     static constexpr std::chrono::milliseconds replyTimeout{5000};
 
     /// With the lock held: waits for `operation` to finish (its callback must signal the
-    /// loop) and releases it. Returns false when the operation could not be issued or the
-    /// server did not answer in time (the operation is then cancelled).
+    /// loop) and releases it. Returns false when the operation could not be issued, the
+    /// server did not answer in time (the operation is then cancelled) or the connection
+    /// ended before it was done.
     bool await(pa_operation* operation) const;
     /// With the lock held: waits until `done()` or the timeout; returns `done()`. Anything
     /// that changes what `done` reads must signal the loop.

@@ -151,6 +151,10 @@ void PulseAudioDeviceLayer::lost(const PulseAudioConnection* connection) {
 
 bool PulseAudioDeviceLayer::tryConnect(std::chrono::milliseconds timeout) {
     std::lock_guard attempt(connectMutex_);
+    return tryConnectHoldingAttempt(timeout);
+}
+
+bool PulseAudioDeviceLayer::tryConnectHoldingAttempt(std::chrono::milliseconds timeout) {
     std::shared_ptr<PulseAudioConnection> failed;
     {
         std::lock_guard guard(stateMutex_);
@@ -229,7 +233,13 @@ std::optional<std::string> PulseAudioDeviceLayer::unavailableReason() const {
 }
 
 std::optional<std::string> PulseAudioDeviceLayer::connectNow() {
-    tryConnect(PulseAudioConnection::replyTimeout);
+    std::unique_lock attempt(connectMutex_, std::try_to_lock);
+    if (attempt.owns_lock()) {
+        tryConnectHoldingAttempt(PulseAudioConnection::replyTimeout);
+    } else {
+        // The background attempt is under way: its answer is ours, rather than a second wait.
+        attempt.lock();
+    }
     return unavailableReason();
 }
 

@@ -51,8 +51,8 @@ public:
     /// Why the server cannot be reached ("Audio server unavailable (…)"); absent while
     /// connected.
     std::optional<std::string> unavailableReason() const;
-    /// Without a connection, tries once now (bounded by the reply timeout); then as
-    /// `unavailableReason`.
+    /// Without a connection, tries once now (bounded by the reply timeout, or joins the
+    /// background attempt under way); then as `unavailableReason`.
     std::optional<std::string> connectNow();
 
     /// The format a record stream on this source (absent: the default source) delivers
@@ -74,6 +74,7 @@ private:
     void lost(const PulseAudioConnection* connection);
     /// Replaces a missing or failed connection; true when one works afterwards.
     bool tryConnect(std::chrono::milliseconds timeout);
+    bool tryConnectHoldingAttempt(std::chrono::milliseconds timeout);
     void retryLoop();
     void notifyListener();
 
