@@ -9,6 +9,7 @@
 
 #include <QCoreApplication>
 #include <QEventLoop>
+#include <QThread>
 #include <QTimer>
 
 #include <algorithm>
@@ -21,9 +22,44 @@
 #include <mutex>
 #include <thread>
 
+// Every heap allocation of this program (C++ `new` and Qt's own malloc alike) is counted per
+// thread, so the benchmarks can say what the audio thread allocates.
+namespace {
+thread_local std::uint64_t heapAllocations = 0;
+}
+extern "C" {
+void* __libc_malloc(std::size_t);
+void* __libc_calloc(std::size_t, std::size_t);
+void* __libc_realloc(void*, std::size_t);
+void __libc_free(void*);
+void* malloc(std::size_t size) noexcept {
+    ++heapAllocations;
+    return __libc_malloc(size);
+}
+void* calloc(std::size_t count, std::size_t size) noexcept {
+    ++heapAllocations;
+    return __libc_calloc(count, size);
+}
+void* realloc(void* pointer, std::size_t size) noexcept {
+    ++heapAllocations;
+    return __libc_realloc(pointer, size);
+}
+void free(void* pointer) noexcept {
+    __libc_free(pointer);
+}
+}
+
 namespace {
 
 using namespace kelvo;
+
+QCoreApplication& application() {
+    static int argc = 1;
+    static char name[] = "bench";
+    static char* argv[] = {name, nullptr};
+    static QCoreApplication app(argc, argv);
+    return app;
+}
 
 std::filesystem::path scratchFolder() {
     const char* base = std::getenv("TMPDIR");
@@ -40,33 +76,111 @@ std::vector<float> signal(std::size_t frames, std::size_t channels) {
     return out;
 }
 
-// What the capture callback does per buffer while recording: the writer's copy and
-// hand-over, the mono mix, the hop cut and one spectrum (512 frames = one hop).
+/// A capture stream whose audio thread is the benchmark's: it keeps the capture's receiver.
+class DirectStream : public AudioInputStream {
+public:
+    explicit DirectStream(int channels) : channels_(channels) {}
+    CaptureFormat format() const override { return {48000, channels_}; }
+    void start(RenderReceiver r, std::function<void()>) override { receiver = std::move(r); }
+    void stop() override { receiver = nullptr; }
+    bool isRunning() const override { return static_cast<bool>(receiver); }
+    RenderReceiver receiver;
+
+private:
+    int channels_;
+};
+
+class DirectBackend : public AudioInputBackend {
+public:
+    explicit DirectBackend(int channels) : channels_(channels) {}
+    DirectStream* last = nullptr;
+    std::unique_ptr<AudioInputStream> openStream(const std::optional<std::string>&) override {
+        auto stream = std::make_unique<DirectStream>(channels_);
+        last = stream.get();
+        return stream;
+    }
+
+private:
+    int channels_;
+};
+
+// The capture callback itself, per 512-frame buffer while recording: the writer's copy and
+// hand-over to "Kelvo.wav-writer", the mono mix, the hop cut, one spectrum and the queued
+// hand-over of the hop to the capture's thread (here a second thread with an event loop,
+// standing in for the main thread).
 void BM_AudioThreadPerBuffer(benchmark::State& state) {
+    application();
+    const int channels = static_cast<int>(state.range(0));
+    const auto folder = scratchFolder();
+    auto backend = std::make_shared<DirectBackend>(channels);
+    auto capture = std::make_unique<MicCapture>(backend);
+    capture->start(std::nullopt, std::nullopt);
+    capture->recording().start(48000, channels, folder);
+    if (!capture->recording().isRecording() || !backend->last) {
+        state.SkipWithError("recording did not start");
+        return;
+    }
+    QThread mainThread;
+    mainThread.start();
+    capture->moveToThread(&mainThread);
+    const RenderReceiver receiver = backend->last->receiver;
+    AudioRecordingWriter& writer = capture->recording().writer();
+
+    const auto audio = signal(512, static_cast<std::size_t>(channels));
+    const AudioBuffer buffer{static_cast<std::uint32_t>(channels), audio.data()};
+    std::uint64_t buffers = 0, allocations = 0;
+    for (auto _ : state) {
+        const std::uint64_t before = heapAllocations;
+        receiver(AudioBufferListView(&buffer, 1), 512);
+        allocations += heapAllocations - before;
+        // At the real pace (a buffer every 10.7 ms) the writer is idle again, asleep, when the
+        // next buffer comes: each hand-over wakes it and finds its spare block returned.
+        state.PauseTiming();
+        writer.waitUntilIdle();
+        if (++buffers % 256 == 0)
+            QMetaObject::invokeMethod(
+                capture.get(), [&] { capture->takePendingHops(); }, Qt::BlockingQueuedConnection);
+        state.ResumeTiming();
+    }
+    state.counters["allocations_per_buffer"] = double(allocations) / double(buffers);
+    QMetaObject::invokeMethod(
+        capture.get(),
+        [&] {
+            capture->stop();
+            capture->moveToThread(application().thread());
+        },
+        Qt::BlockingQueuedConnection);
+    mainThread.quit();
+    mainThread.wait();
+    capture.reset();
+    std::filesystem::remove_all(folder);
+}
+BENCHMARK(BM_AudioThreadPerBuffer)->Arg(2)->Arg(16)->Unit(benchmark::kMicrosecond);
+
+// The writer's part of the callback alone: the copy and the hand-over to its queue.
+void BM_WriterHandOver(benchmark::State& state) {
     const auto channels = static_cast<std::uint32_t>(state.range(0));
     const auto folder = scratchFolder();
     AudioRecordingWriter writer;
     writer.start(48000, static_cast<int>(channels), folder, {});
-    HopChunker chunker(std::make_unique<BandEnergyExtractor>(48000), 48000);
     const auto audio = signal(512, channels);
     const AudioBuffer buffer{channels, audio.data()};
-    std::size_t n = 0;
+    std::uint64_t buffers = 0, allocations = 0;
     for (auto _ : state) {
+        const std::uint64_t before = heapAllocations;
         writer.capture(AudioBufferListView(&buffer, 1), 512, channels);
-        auto hops = chunker.pushMono(AudioBufferListView(&buffer, 1), 512);
-        benchmark::DoNotOptimize(hops);
-        // Keep the disk ahead so the writer never refuses audio: the refusal is the cheap path.
-        if (++n % 256 == 0) {
-            state.PauseTiming();
-            writer.waitUntilIdle();
-            state.ResumeTiming();
-        }
+        allocations += heapAllocations - before;
+        ++buffers;
+        state.PauseTiming();
+        writer.waitUntilIdle();
+        state.ResumeTiming();
     }
+    state.counters["allocations_per_buffer"] = double(allocations) / double(buffers);
     writer.stop();
     writer.waitUntilIdle();
     std::filesystem::remove_all(folder);
 }
-BENCHMARK(BM_AudioThreadPerBuffer)->Arg(2)->Arg(16)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_WriterHandOver)->Arg(2)->Arg(16)->Unit(benchmark::kMicrosecond);
 
 // Chunker and extractor alone, for comparison.
 void BM_HopChunkerPerBuffer(benchmark::State& state) {
@@ -143,10 +257,7 @@ public:
 // From a buffer's arrival on the audio thread to its hop in the main thread's queue, with a
 // 60 Hz timer draining the queue as the engine loop does.
 void BM_HopHandOverDelay(benchmark::State& state) {
-    static int argc = 1;
-    static char name[] = "bench";
-    static char* argv[] = {name, nullptr};
-    static QCoreApplication app(argc, argv);
+    application();
 
     std::mutex mutex;
     std::deque<std::chrono::steady_clock::time_point> arrivals;

@@ -53,11 +53,9 @@ void HeadlessBridge::persistLaunchSettings(OfflineShowCache& settings,
 }
 
 void HeadlessBridge::chooseAudioDevice(const std::string& uid) {
-    // The device list is read now, so the choice is in place when start-up opens the capture.
-    AudioInputDeviceMonitor& monitor = model_->audioDevices();
-    monitor.refresh();
+    // The model listed the devices when it was made, so the choice is in place when start-up
+    // opens the capture.
     AudioInputSelectionModel& selection = model_->audioSelection();
-    selection.handleAudioDevicesChanged(monitor.devices());
     const auto& devices = selection.audioInputDevices();
     const bool listed = std::any_of(devices.begin(), devices.end(),
                                     [&](const auto& device) { return device.uid == uid; });

@@ -13,14 +13,11 @@ AudioInputPlatform AudioInputPlatform::make(const std::optional<std::filesystem:
         platform.backend = std::make_shared<AudioFileInputBackend>(*audioFile);
         return platform;
     }
-    std::shared_ptr<PulseAudioDeviceLayer> layer;
-    try {
-        layer = std::make_shared<PulseAudioDeviceLayer>();
-        platform.deviceLayer = layer;
-    } catch (const AudioInputException& e) {
-        platform.deviceLayer = std::make_shared<EmptyAudioDeviceLayer>();
-        platform.deviceListUnavailable = e.what();
-    }
+    // Without a server now, the layer keeps trying in the background and lists the devices
+    // once one answers; each capture start also tries at once.
+    auto layer = std::make_shared<PulseAudioDeviceLayer>();
+    platform.deviceListUnavailable = layer->unavailableReason();
+    platform.deviceLayer = layer;
     platform.backend = std::make_shared<PulseAudioInputBackend>(layer);
     return platform;
 }

@@ -50,6 +50,13 @@ AppModel::AppModel(AppModelEnvironment environment, QObject* parent)
                                 std::optional<int> channels) { mic_->start(uid, channels); };
     hooks.setStatusMessage = [this](const QString& message) { setStatusMessage(message); };
     audioSelection_ = new AudioInputSelectionModel(std::move(hooks), this);
+    // The monitor lists the devices and follows them for the life of the model. The choice
+    // follows it from here on, so the engine loop's first start captures from the chosen
+    // device (a mixer, a picked device) instead of the default; changes restart capture only
+    // once the loop runs.
+    audioMonitor_->refresh();
+    audioMonitor_->startListening();
+    audioSelection_->startAudioDeviceMonitoring(*audioMonitor_);
     if (environment_.audio.deviceListUnavailable)
         qInfo().noquote() << "Audio devices:"
                           << QString::fromStdString(*environment_.audio.deviceListUnavailable);
@@ -123,8 +130,8 @@ void AppModel::bootstrap() {
 
     pushThemesToEngine();
     refreshDropDiagnostics();
+    // Audio device monitoring started with the model, before this first capture start.
     startEngineLoop();
-    audioSelection_->startAudioDeviceMonitoring(*audioMonitor_);
 }
 
 void AppModel::applicationWillTerminate() {

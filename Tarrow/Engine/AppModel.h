@@ -194,7 +194,6 @@ public:
 
     // Components
     EngineHost& engine() { return engine_; }
-    AudioInputDeviceMonitor& audioDevices() { return *audioMonitor_; }
     MicCapture& mic() { return *mic_; }
     AudioInputSelectionModel& audioSelection() { return *audioSelection_; }
     LiveDmxOutput& dmxOutput() { return dmxOutput_; }

@@ -1,5 +1,6 @@
 #include "Engine/AppModel.h"
 
+#include "Audio/Devices/FakeAudioDeviceLayer.h"
 #include "support/FakeAudioInput.h"
 #include "support/FakeTimers.h"
 #include "support/QtEventLoop.h"
@@ -93,10 +94,11 @@ protected:
             QUrl("https://cloud.example"), QString::fromStdString(dir / "cache"));
     }
 
-    std::unique_ptr<AppModel> makeModel() {
+    std::unique_ptr<AppModel> makeModel(std::shared_ptr<AudioDeviceLayer> devices = nullptr) {
         AppModelEnvironment environment;
         environment.cache = makeCache();
-        environment.audio.deviceLayer = std::make_shared<EmptyAudioDeviceLayer>();
+        environment.audio.deviceLayer =
+            devices ? std::move(devices) : std::make_shared<EmptyAudioDeviceLayer>();
         environment.audio.backend = backend;
         environment.artnetTransport = transport;
         environment.enttec = EnttecSerialSender([](const std::string&) { return nullptr; },
@@ -369,6 +371,50 @@ TEST_F(AppModelTest, OutputSwitchesPersistUnderTheSettingsKeys) {
     EXPECT_TRUE(restarted->artnetEnabled());
     EXPECT_EQ(restarted->artnetHost(), "10.1.2.3");
     EXPECT_FALSE(restarted->enttecEnabled());
+}
+
+TEST_F(AppModelTest, CaptureStartsOnTheListedMixerAndFollowsTheDeviceLayer) {
+    auto devices = std::make_shared<test::FakeAudioDeviceLayer>();
+    devices->addInput("builtin", "Built-in Microphone", AudioClockTransport::builtIn, 1);
+    devices->addInput("djm", "DJM-A9", AudioClockTransport::usb, 16);
+    backend->format = {48000, 16};
+    auto model = makeModel(devices);
+    model->bootstrap();
+    ASSERT_TRUE(model->mic().isCapturing());
+    using Opened = std::vector<std::optional<std::string>>;
+    EXPECT_EQ(backend->opened, Opened{"djm"}) << "the first start is on the mixer, not the default";
+    EXPECT_EQ(model->mic().chunker().channelCount(), 2);
+    EXPECT_EQ(model->mic().recordingChannels(), 2);
+    EXPECT_EQ(model->audioSelection().audioInputDisplayName(), "DJM-A9");
+
+    // The layer reports the mixer unplugged: capture moves to the microphone, all channels.
+    devices->records.erase(devices->records.begin() + 1);
+    ASSERT_TRUE(devices->listener);
+    devices->listener();
+    ASSERT_TRUE(test::pumpUntil([&] { return backend->opened.size() == 2; }));
+    EXPECT_EQ(backend->opened.back(), "builtin");
+    EXPECT_EQ(model->mic().chunker().channelCount(), std::nullopt);
+    EXPECT_TRUE(model->mic().isCapturing());
+
+    // Back again while the microphone was preferred: the first USB device wins.
+    model->audioSelection().setPreferMicrophoneOverUSB(true);
+    devices->addInput("djm", "DJM-A9", AudioClockTransport::usb, 16);
+    devices->listener();
+    ASSERT_TRUE(test::pumpUntil([&] { return backend->opened.size() == 3; }));
+    EXPECT_EQ(backend->opened.back(), "djm");
+    EXPECT_EQ(model->mic().chunker().channelCount(), 2);
+    EXPECT_FALSE(model->audioSelection().preferMicrophoneOverUSB());
+}
+
+TEST_F(AppModelTest, AnInputPickedBeforeStartUpIsWhereCaptureStarts) {
+    auto devices = std::make_shared<test::FakeAudioDeviceLayer>();
+    devices->addInput("builtin", "Built-in Microphone", AudioClockTransport::builtIn, 1);
+    devices->addInput("djm", "DJM-A9", AudioClockTransport::usb, 2);
+    auto model = makeModel(devices);
+    model->audioSelection().selectAudioInputDevice("builtin");
+    EXPECT_TRUE(backend->opened.empty()) << "nothing captures before start-up";
+    model->bootstrap();
+    EXPECT_EQ(backend->opened, std::vector<std::optional<std::string>>{"builtin"});
 }
 
 } // namespace

@@ -38,6 +38,11 @@ public:
 
     /// Whether the daemon runs and answers; `failure()` says why not.
     bool running() const { return running_; }
+    /// Kills the daemon with SIGKILL (its clients get no goodbye) and waits for it.
+    void kill();
+    /// Starts the daemon again on the same socket, with only the speakers sink; true when it
+    /// answers.
+    bool restart();
     const std::string& failure() const { return failure_; }
     const std::string& serverAddress() const { return server_; }
 
@@ -57,6 +62,8 @@ public:
     bool unloadModule(int module) const;
 
 private:
+    bool launch();
+
     TemporaryDirectory dir_;
     std::string server_;
     std::string failure_;
@@ -117,7 +124,13 @@ inline PulseAudioServer::PulseAudioServer() {
         failure_ = "pulseaudio is not installed (scripts/setup installs it)";
         return;
     }
+    if (launch())
+        ::setenv("PULSE_SERVER", server_.c_str(), 1);
+}
 
+inline bool PulseAudioServer::launch() {
+    const auto socket = dir_ / "native";
+    const auto runtime = dir_ / "run";
     // The daemon gets its own home and runtime folders; everything else is inherited.
     std::vector<std::string> environment;
     for (char** e = environ; *e; ++e) {
@@ -154,10 +167,9 @@ inline PulseAudioServer::PulseAudioServer() {
     const pid_t pid = spawnWithOutput("/usr/bin/pulseaudio", args, logPath, envp.data());
     if (pid <= 0) {
         failure_ = "cannot start pulseaudio";
-        return;
+        return false;
     }
     pid_ = pid;
-    ::setenv("PULSE_SERVER", server_.c_str(), 1);
 
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
     while (std::chrono::steady_clock::now() < deadline) {
@@ -166,15 +178,32 @@ inline PulseAudioServer::PulseAudioServer() {
             pid_ = -1;
             std::ifstream log(logPath);
             failure_ = "pulseaudio exited: " + std::string(std::istreambuf_iterator<char>(log), {});
-            return;
+            return false;
         }
         if (std::filesystem::exists(socket) && pactl({"info"})) {
             running_ = true;
-            return;
+            failure_.clear();
+            return true;
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
     }
     failure_ = "pulseaudio did not answer within 10 s";
+    return false;
+}
+
+inline void PulseAudioServer::kill() {
+    if (pid_ > 0) {
+        ::kill(pid_, SIGKILL);
+        int status = 0;
+        ::waitpid(pid_, &status, 0);
+        pid_ = -1;
+    }
+    running_ = false;
+}
+
+inline bool PulseAudioServer::restart() {
+    kill();
+    return launch();
 }
 
 inline PulseAudioServer::~PulseAudioServer() {

@@ -34,7 +34,7 @@ std::string AudioInputDeviceError::description() const {
             [](const InputClockMismatch& e) {
                 return "Audio input is " + wholeHertz(e.inputHz) + " Hz but playback is " +
                        wholeHertz(e.outputHz) +
-                       " Hz, so the meter stays silent. The input can’t switch to match.";
+                       " Hz, so the meter stays silent. The input can't switch to match.";
             },
             [](const AudioUnitUnavailable&) { return std::string("Audio input unit unavailable"); },
         },

@@ -8,15 +8,19 @@ namespace kelvo {
 
 namespace {
 
-void contextStateChanged(pa_context*, void* userdata) {
-    pa_threaded_mainloop_signal(static_cast<pa_threaded_mainloop*>(userdata), 0);
-}
-
 void wakeUp(pa_mainloop_api*, pa_time_event*, const struct timeval*, void* userdata) {
     pa_threaded_mainloop_signal(static_cast<pa_threaded_mainloop*>(userdata), 0);
 }
 
 } // namespace
+
+void PulseAudioConnection::stateChanged(pa_context* context, void* userdata) {
+    auto* self = static_cast<PulseAudioConnection*>(userdata);
+    self->signal();
+    const pa_context_state_t state = pa_context_get_state(context);
+    if ((state == PA_CONTEXT_FAILED || state == PA_CONTEXT_TERMINATED) && self->lost_)
+        self->lost_();
+}
 
 pa_usec_t PulseAudioConnection::now() {
     return pa_rtclock_now();
@@ -43,7 +47,7 @@ PulseAudioConnection::PulseAudioConnection(const std::string& clientName,
         pa_threaded_mainloop_free(mainloop_);
         throw AudioInputException("Audio server unavailable (out of memory)");
     }
-    pa_context_set_state_callback(context_, &contextStateChanged, mainloop_);
+    pa_context_set_state_callback(context_, &PulseAudioConnection::stateChanged, this);
     if (pa_threaded_mainloop_start(mainloop_) < 0) {
         pa_context_unref(context_);
         pa_threaded_mainloop_free(mainloop_);
@@ -105,8 +109,11 @@ bool PulseAudioConnection::await(pa_operation* operation) const {
                 replyTimeout);
     if (!finished)
         pa_operation_cancel(operation);
+    // An operation cut short by the connection's end is cancelled, not done: its answer may
+    // be partial.
+    const bool done = finished && pa_operation_get_state(operation) == PA_OPERATION_DONE;
     pa_operation_unref(operation);
-    return finished;
+    return done;
 }
 
 } // namespace kelvo

@@ -3,6 +3,7 @@
 #include <pulse/pulseaudio.h>
 
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -25,6 +26,9 @@ public:
     /// The text of the context's last error.
     std::string lastError() const;
     bool isConnected() const;
+    /// With the lock held: `lost` runs on the loop's thread (loop locked) when the context
+    /// fails or ends, e.g. because the server went away. It must not destroy the connection.
+    void setLostHandler(std::function<void()> lost) { lost_ = std::move(lost); }
 
     /// Holds the main loop's lock (recursive use from the loop thread is not allowed).
     class Lock {
@@ -43,8 +47,9 @@ public:
     static constexpr std::chrono::milliseconds replyTimeout{5000};
 
     /// With the lock held: waits for `operation` to finish (its callback must signal the
-    /// loop) and releases it. Returns false when the operation could not be issued or the
-    /// server did not answer in time (the operation is then cancelled).
+    /// loop) and releases it. Returns false when the operation could not be issued, the
+    /// server did not answer in time (the operation is then cancelled) or the connection
+    /// ended before it was done.
     bool await(pa_operation* operation) const;
     /// With the lock held: waits until `done()` or the timeout; returns `done()`. Anything
     /// that changes what `done` reads must signal the loop.
@@ -61,8 +66,11 @@ public:
 
 private:
     static pa_usec_t now();
+    static void stateChanged(pa_context* context, void* userdata);
     pa_time_event* armWakeUp(pa_usec_t deadline) const;
     void disarm(pa_time_event* timer) const;
+
+    std::function<void()> lost_;
 
     pa_threaded_mainloop* mainloop_ = nullptr;
     pa_context* context_ = nullptr;

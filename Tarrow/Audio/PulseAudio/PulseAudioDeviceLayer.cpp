@@ -15,11 +15,13 @@ std::optional<std::string> nonEmpty(const char* text) {
 struct Listing {
     const PulseAudioConnection* connection;
     std::vector<AudioDeviceRecord> records;
+    bool failed = false;
 };
 
 void sourceListed(pa_context*, const pa_source_info* info, int eol, void* userdata) {
     auto* listing = static_cast<Listing*>(userdata);
     if (eol != 0 || !info) {
+        listing->failed = listing->failed || eol < 0;
         listing->connection->signal();
         return;
     }
@@ -40,6 +42,7 @@ void sourceListed(pa_context*, const pa_source_info* info, int eol, void* userda
 void sinkListed(pa_context*, const pa_sink_info* info, int eol, void* userdata) {
     auto* listing = static_cast<Listing*>(userdata);
     if (eol != 0 || !info) {
+        listing->failed = listing->failed || eol < 0;
         listing->connection->signal();
         return;
     }
@@ -110,12 +113,134 @@ void subscribed(pa_context*, int, void* userdata) {
 
 } // namespace
 
-PulseAudioDeviceLayer::PulseAudioDeviceLayer()
-    : connection_(std::make_unique<PulseAudioConnection>("Kelvo Bridge devices", "Kelvo.devices")) {
+PulseAudioDeviceLayer::PulseAudioDeviceLayer() {
+    tryConnect(PulseAudioConnection::replyTimeout);
+    retry_ = std::thread([this] { retryLoop(); });
 }
 
 PulseAudioDeviceLayer::~PulseAudioDeviceLayer() {
-    connection_.reset();
+    {
+        std::lock_guard guard(stateMutex_);
+        stopping_ = true;
+    }
+    wake_.notify_all();
+    retry_.join();
+    std::shared_ptr<PulseAudioConnection> last;
+    {
+        std::lock_guard guard(stateMutex_);
+        last = std::move(connection_);
+    }
+    last.reset();
+}
+
+std::shared_ptr<PulseAudioConnection> PulseAudioDeviceLayer::current() const {
+    std::lock_guard guard(stateMutex_);
+    return broken_ ? nullptr : connection_;
+}
+
+void PulseAudioDeviceLayer::lost(const PulseAudioConnection* connection) {
+    {
+        std::lock_guard guard(stateMutex_);
+        if (connection_.get() != connection || broken_)
+            return;
+        broken_ = true;
+        failure_ = "Audio server unavailable (connection lost)";
+    }
+    wake_.notify_all();
+}
+
+bool PulseAudioDeviceLayer::tryConnect(std::chrono::milliseconds timeout) {
+    std::lock_guard attempt(connectMutex_);
+    return tryConnectHoldingAttempt(timeout);
+}
+
+bool PulseAudioDeviceLayer::tryConnectHoldingAttempt(std::chrono::milliseconds timeout) {
+    std::shared_ptr<PulseAudioConnection> failed;
+    {
+        std::lock_guard guard(stateMutex_);
+        if (stopping_)
+            return false;
+        if (connection_ && !broken_)
+            return true;
+        failed = std::move(connection_);
+        broken_ = false;
+    }
+    failed.reset(); // outside our lock; never on its own loop's thread
+
+    std::shared_ptr<PulseAudioConnection> fresh;
+    std::string failure;
+    try {
+        fresh = std::make_shared<PulseAudioConnection>("Kelvo Bridge devices", "Kelvo.devices",
+                                                       timeout);
+        PulseAudioConnection::Lock lock(*fresh);
+        fresh->setLostHandler([this, raw = fresh.get()] { lost(raw); });
+        pa_context_set_subscribe_callback(fresh->context(), &subscriptionEvent, this);
+        const auto mask = static_cast<pa_subscription_mask_t>(
+            PA_SUBSCRIPTION_MASK_SOURCE | PA_SUBSCRIPTION_MASK_SINK | PA_SUBSCRIPTION_MASK_SERVER);
+        if (!fresh->await(pa_context_subscribe(fresh->context(), mask, &subscribed, fresh.get())) ||
+            !fresh->isConnected())
+            failure = "Audio server unavailable (" + fresh->lastError() + ")";
+    } catch (const AudioInputException& e) {
+        failure = e.what();
+    }
+    if (!failure.empty()) {
+        fresh.reset();
+        std::lock_guard guard(stateMutex_);
+        failure_ = failure;
+        return false;
+    }
+    {
+        std::lock_guard guard(stateMutex_);
+        connection_ = std::move(fresh);
+        failure_.clear();
+    }
+    // Whatever was listed before may have changed while there was no connection.
+    notifyListener();
+    return true;
+}
+
+void PulseAudioDeviceLayer::retryLoop() {
+    std::unique_lock lock(stateMutex_);
+    for (;;) {
+        wake_.wait(lock, [this] { return stopping_ || !connection_ || broken_; });
+        if (stopping_)
+            return;
+        // A connection that just failed is replaced at once; after a failed attempt the next
+        // one waits, so a server that is away costs one refused connect per interval.
+        if (!broken_) {
+            if (wake_.wait_for(lock, retryInterval, [this] { return stopping_; }))
+                return;
+            if (connection_ && !broken_)
+                continue;
+        }
+        lock.unlock();
+        tryConnect(retryInterval);
+        lock.lock();
+    }
+}
+
+void PulseAudioDeviceLayer::notifyListener() {
+    std::lock_guard guard(listenerMutex_);
+    if (listener_)
+        listener_();
+}
+
+std::optional<std::string> PulseAudioDeviceLayer::unavailableReason() const {
+    std::lock_guard guard(stateMutex_);
+    if (connection_ && !broken_)
+        return std::nullopt;
+    return failure_.empty() ? "Audio server unavailable" : failure_;
+}
+
+std::optional<std::string> PulseAudioDeviceLayer::connectNow() {
+    std::unique_lock attempt(connectMutex_, std::try_to_lock);
+    if (attempt.owns_lock()) {
+        tryConnectHoldingAttempt(PulseAudioConnection::replyTimeout);
+    } else {
+        // The background attempt is under way: its answer is ours, rather than a second wait.
+        attempt.lock();
+    }
+    return unavailableReason();
 }
 
 AudioClockTransport PulseAudioDeviceLayer::transportFromProperties(const char* bus,
@@ -140,28 +265,61 @@ std::optional<std::pair<std::string, bool>> PulseAudioDeviceLayer::parseID(const
 }
 
 std::vector<AudioDeviceRecord> PulseAudioDeviceLayer::devices() {
-    Listing listing{connection_.get(), {}};
-    PulseAudioConnection::Lock lock(*connection_);
-    connection_->await(
-        pa_context_get_source_info_list(connection_->context(), &sourceListed, &listing));
-    connection_->await(
-        pa_context_get_sink_info_list(connection_->context(), &sinkListed, &listing));
-    return listing.records;
+    if (const auto connection = current()) {
+        Listing listing{connection.get(), {}};
+        bool answered = false;
+        {
+            PulseAudioConnection::Lock lock(*connection);
+            pa_context* context = connection->context();
+            answered =
+                connection->await(
+                    pa_context_get_source_info_list(context, &sourceListed, &listing)) &&
+                connection->await(pa_context_get_sink_info_list(context, &sinkListed, &listing));
+        }
+        if (answered && !listing.failed) {
+            std::lock_guard guard(stateMutex_);
+            lastDevices_ = listing.records;
+            return listing.records;
+        }
+        if (!answered)
+            lost(connection.get());
+    }
+    // A partial or missing answer would look as if devices had been unplugged.
+    std::lock_guard guard(stateMutex_);
+    return lastDevices_;
 }
 
 std::optional<std::string> PulseAudioDeviceLayer::defaultInputDevice() {
-    Defaults defaults{connection_.get(), {}, {}};
-    PulseAudioConnection::Lock lock(*connection_);
-    connection_->await(pa_context_get_server_info(connection_->context(), &serverInfo, &defaults));
+    const auto connection = current();
+    if (!connection)
+        return std::nullopt;
+    Defaults defaults{connection.get(), {}, {}};
+    bool answered = false;
+    {
+        PulseAudioConnection::Lock lock(*connection);
+        answered = connection->await(
+            pa_context_get_server_info(connection->context(), &serverInfo, &defaults));
+    }
+    if (!answered)
+        lost(connection.get());
     if (!defaults.source)
         return std::nullopt;
     return sourceID(*defaults.source);
 }
 
 std::optional<std::string> PulseAudioDeviceLayer::defaultOutputDevice() {
-    Defaults defaults{connection_.get(), {}, {}};
-    PulseAudioConnection::Lock lock(*connection_);
-    connection_->await(pa_context_get_server_info(connection_->context(), &serverInfo, &defaults));
+    const auto connection = current();
+    if (!connection)
+        return std::nullopt;
+    Defaults defaults{connection.get(), {}, {}};
+    bool answered = false;
+    {
+        PulseAudioConnection::Lock lock(*connection);
+        answered = connection->await(
+            pa_context_get_server_info(connection->context(), &serverInfo, &defaults));
+    }
+    if (!answered)
+        lost(connection.get());
     if (!defaults.sink)
         return std::nullopt;
     return sinkID(*defaults.sink);
@@ -174,15 +332,22 @@ std::optional<double> PulseAudioDeviceLayer::nominalSampleRate(const std::string
             return it->second;
     }
     const auto parsed = parseID(id);
-    if (!parsed)
+    const auto connection = current();
+    if (!parsed || !connection)
         return std::nullopt;
-    RateQuery query{connection_.get(), {}};
-    PulseAudioConnection::Lock lock(*connection_);
-    pa_context* context = connection_->context();
-    connection_->await(parsed->second ? pa_context_get_source_info_by_name(
-                                            context, parsed->first.c_str(), &sourceRate, &query)
-                                      : pa_context_get_sink_info_by_name(
-                                            context, parsed->first.c_str(), &sinkRate, &query));
+    RateQuery query{connection.get(), {}};
+    bool answered = false;
+    {
+        PulseAudioConnection::Lock lock(*connection);
+        pa_context* context = connection->context();
+        answered = connection->await(
+            parsed->second ? pa_context_get_source_info_by_name(context, parsed->first.c_str(),
+                                                                &sourceRate, &query)
+                           : pa_context_get_sink_info_by_name(context, parsed->first.c_str(),
+                                                              &sinkRate, &query));
+    }
+    if (!answered)
+        lost(connection.get());
     return query.rate;
 }
 
@@ -198,11 +363,19 @@ std::vector<AudioSampleRateRange> PulseAudioDeviceLayer::availableSampleRates(co
 
 std::optional<CaptureFormat>
 PulseAudioDeviceLayer::sourceFormat(const std::optional<std::string>& sourceName) {
-    FormatQuery query{connection_.get(), {}};
-    PulseAudioConnection::Lock lock(*connection_);
+    const auto connection = current();
+    if (!connection)
+        return std::nullopt;
+    FormatQuery query{connection.get(), {}};
     const std::string name = sourceName.value_or("@DEFAULT_SOURCE@");
-    connection_->await(pa_context_get_source_info_by_name(connection_->context(), name.c_str(),
-                                                          &sourceFormatListed, &query));
+    bool answered = false;
+    {
+        PulseAudioConnection::Lock lock(*connection);
+        answered = connection->await(pa_context_get_source_info_by_name(
+            connection->context(), name.c_str(), &sourceFormatListed, &query));
+    }
+    if (!answered)
+        lost(connection.get());
     return query.format;
 }
 
@@ -221,17 +394,10 @@ void PulseAudioDeviceLayer::subscriptionEvent(pa_context*, pa_subscription_event
 }
 
 bool PulseAudioDeviceLayer::setChangeListener(std::function<void()> listener) {
-    {
-        std::lock_guard guard(listenerMutex_);
-        listener_ = std::move(listener);
-    }
-    PulseAudioConnection::Lock lock(*connection_);
-    pa_context_set_subscribe_callback(connection_->context(), &subscriptionEvent, this);
-    const auto mask = static_cast<pa_subscription_mask_t>(
-        PA_SUBSCRIPTION_MASK_SOURCE | PA_SUBSCRIPTION_MASK_SINK | PA_SUBSCRIPTION_MASK_SERVER);
-    return connection_->await(pa_context_subscribe(connection_->context(), mask, &subscribed,
-                                                   connection_.get())) &&
-           connection_->isConnected();
+    // Every connection subscribes when it is made; the events reach whoever listens now.
+    std::lock_guard guard(listenerMutex_);
+    listener_ = std::move(listener);
+    return true;
 }
 
 } // namespace kelvo

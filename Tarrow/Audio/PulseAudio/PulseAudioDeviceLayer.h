@@ -4,9 +4,12 @@
 #include "Audio/Devices/AudioDeviceLayer.h"
 #include "Audio/PulseAudio/PulseAudioConnection.h"
 
+#include <chrono>
+#include <condition_variable>
 #include <map>
 #include <memory>
 #include <mutex>
+#include <thread>
 
 namespace kelvo {
 
@@ -19,11 +22,22 @@ namespace kelvo {
 /// itself. Writing a nominal rate therefore records the rate that capture opens its stream
 /// at, and reading it back returns that rate; no range list is reported, so the clock rules
 /// never fail on this platform.
+///
+/// The server may be absent at start-up, restart or stop answering. A listing that fails
+/// returns the previous list (a server that is away has not unplugged anything); a failed
+/// query or the connection's failure hands the connection to a background thread, which
+/// builds a new one (every `retryInterval`, each attempt bounded) and then tells the change
+/// listener, so the device list is read again from the new connection.
 class PulseAudioDeviceLayer : public AudioDeviceLayer {
 public:
-    /// Throws `AudioInputException` when no server answers.
+    static constexpr std::chrono::milliseconds retryInterval{2000};
+
+    /// Connects (waiting at most the reply timeout). Never throws: without a server it lists
+    /// nothing, says why in `unavailableReason`, and keeps trying in the background.
     PulseAudioDeviceLayer();
     ~PulseAudioDeviceLayer() override;
+    PulseAudioDeviceLayer(const PulseAudioDeviceLayer&) = delete;
+    PulseAudioDeviceLayer& operator=(const PulseAudioDeviceLayer&) = delete;
 
     std::vector<AudioDeviceRecord> devices() override;
     std::optional<std::string> defaultInputDevice() override;
@@ -31,7 +45,15 @@ public:
     std::optional<double> nominalSampleRate(const std::string& id) override;
     int setNominalSampleRate(const std::string& id, double hz) override;
     std::vector<AudioSampleRateRange> availableSampleRates(const std::string& id) override;
+    /// Always true: changes are delivered now, or once the server is reached again.
     bool setChangeListener(std::function<void()> listener) override;
+
+    /// Why the server cannot be reached ("Audio server unavailable (…)"); absent while
+    /// connected.
+    std::optional<std::string> unavailableReason() const;
+    /// Without a connection, tries once now (bounded by the reply timeout, or joins the
+    /// background attempt under way); then as `unavailableReason`.
+    std::optional<std::string> connectNow();
 
     /// The format a record stream on this source (absent: the default source) delivers
     /// without conversion, monitors included: the input's own format.
@@ -46,12 +68,32 @@ public:
 
 private:
     static void subscriptionEvent(pa_context*, pa_subscription_event_type_t, uint32_t, void*);
+    /// The working connection, or null while there is none.
+    std::shared_ptr<PulseAudioConnection> current() const;
+    /// Marks `connection` as failed (if it is still the current one) for the retry thread.
+    void lost(const PulseAudioConnection* connection);
+    /// Replaces a missing or failed connection; true when one works afterwards.
+    bool tryConnect(std::chrono::milliseconds timeout);
+    bool tryConnectHoldingAttempt(std::chrono::milliseconds timeout);
+    void retryLoop();
+    void notifyListener();
 
-    std::unique_ptr<PulseAudioConnection> connection_;
+    // Lock order: a connection's loop lock, then `stateMutex_`; never the other way round,
+    // and a connection is never destroyed on its own loop's thread.
+    mutable std::mutex stateMutex_;
+    std::condition_variable wake_;
+    std::shared_ptr<PulseAudioConnection> connection_;
+    bool broken_ = false;
+    bool stopping_ = false;
+    std::string failure_;
+    std::vector<AudioDeviceRecord> lastDevices_;
+    std::mutex connectMutex_; // one connection attempt at a time
+
     std::mutex overridesMutex_;
     std::map<std::string, double> rateOverrides_;
     std::mutex listenerMutex_;
     std::function<void()> listener_;
+    std::thread retry_;
 };
 
 } // namespace kelvo

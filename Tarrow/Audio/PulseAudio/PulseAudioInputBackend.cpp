@@ -11,8 +11,8 @@ PulseAudioInputBackend::PulseAudioInputBackend(std::shared_ptr<PulseAudioDeviceL
 
 std::unique_ptr<AudioInputStream>
 PulseAudioInputBackend::openStream(const std::optional<std::string>& deviceUID) {
-    if (!layer_)
-        layer_ = std::make_shared<PulseAudioDeviceLayer>();
+    if (const std::optional<std::string> unavailable = layer_->connectNow())
+        throw AudioInputException(*unavailable);
     const std::optional<std::string> id =
         AudioInputDeviceConfigurator::setInputDevice(*layer_, deviceUID);
     std::optional<std::string> source;

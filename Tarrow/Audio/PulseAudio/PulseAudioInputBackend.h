@@ -12,8 +12,8 @@ namespace kelvo {
 /// channels, fragments of at most 512 frames).
 class PulseAudioInputBackend : public AudioInputBackend {
 public:
-    /// Without a layer (no server answered at start-up), each start tries to reach the
-    /// server again and reports why it cannot.
+    /// While the layer has no server, each start tries to reach it at once and, failing,
+    /// reports why.
     explicit PulseAudioInputBackend(std::shared_ptr<PulseAudioDeviceLayer> layer);
     std::unique_ptr<AudioInputStream>
     openStream(const std::optional<std::string>& deviceUID) override;

@@ -113,13 +113,17 @@ void AudioRecordingWriter::capture(AudioBufferListView list, std::uint32_t frame
         return;
     }
     pendingSamples_ += n;
-    std::vector<float> samples;
+    std::unique_ptr<PendingBlock> block;
     if (!spare_.empty()) {
-        samples = std::move(spare_.back());
+        block = std::move(spare_.back());
         spare_.pop_back();
     }
     lock.unlock();
 
+    if (!block)
+        block = std::make_unique<PendingBlock>();
+    block->count = n;
+    std::vector<float>& samples = block->samples;
     samples.assign(static_cast<std::size_t>(n), 0.0f);
     std::uint32_t base = 0;
     for (const AudioBuffer& buffer : list) {
@@ -138,25 +142,29 @@ void AudioRecordingWriter::capture(AudioBufferListView list, std::uint32_t frame
         base += stride;
     }
 
-    queue_.async([this, samples = std::move(samples), n]() mutable {
-        if (beforeAppend_)
-            beforeAppend_();
-        if (!firstError_) {
-            try {
-                append(samples);
-            } catch (const RecordingFileError& e) {
-                fail(e.what());
-            }
-        }
-        finishPending(n, std::move(samples));
-    });
+    // The queue runs every task it was given, so the block always comes back.
+    queue_.async([this, raw = block.release()] { writeBlock(raw); });
 }
 
-void AudioRecordingWriter::finishPending(std::int64_t samples, std::vector<float> copy) {
+void AudioRecordingWriter::writeBlock(PendingBlock* raw) {
+    std::unique_ptr<PendingBlock> block(raw);
+    if (beforeAppend_)
+        beforeAppend_();
+    if (!firstError_) {
+        try {
+            append(block->samples);
+        } catch (const RecordingFileError& e) {
+            fail(e.what());
+        }
+    }
+    finishPending(std::move(block));
+}
+
+void AudioRecordingWriter::finishPending(std::unique_ptr<PendingBlock> block) {
     std::lock_guard lock(lock_);
-    pendingSamples_ -= samples;
+    pendingSamples_ -= block->count;
     if (spare_.size() < maximumSpare)
-        spare_.push_back(std::move(copy));
+        spare_.push_back(std::move(block));
 }
 
 void AudioRecordingWriter::append(std::span<const float> interleaved) {

@@ -67,9 +67,19 @@ public:
     const SerialQueue& queue() const { return queue_; }
 
 private:
+    /// One buffer's copy on its way to the disk. Blocks are recycled, so after the first few
+    /// buffers the hand-over allocates nothing: the queued task holds only two pointers, which
+    /// `std::function` keeps in place.
+    struct PendingBlock {
+        std::vector<float> samples;
+        std::int64_t count = 0;
+    };
+
     void openNextPart();
     void closePartIgnoringErrors();
-    void finishPending(std::int64_t samples, std::vector<float> copy);
+    /// Writer queue: writes a block handed over by `capture` (the task owns it).
+    void writeBlock(PendingBlock* block);
+    void finishPending(std::unique_ptr<PendingBlock> block);
 
     const double segmentSeconds_;
     const Clock now_;
@@ -78,8 +88,8 @@ private:
     bool accepting_ = false;
     bool overloadReported_ = false;
     std::int64_t pendingSamples_ = 0;
-    // Copies already written, kept for reuse so the audio thread rarely allocates.
-    std::vector<std::vector<float>> spare_;
+    // Blocks already written, kept for reuse so the audio thread rarely allocates.
+    std::vector<std::unique_ptr<PendingBlock>> spare_;
     static constexpr std::size_t maximumSpare = 64;
 
     // Writer queue only.

@@ -57,7 +57,7 @@ TEST_F(ConfiguratorTest, AThunderboltInputWithoutTheRateFailsWithTheMismatchText
     layer.addInput("tb", "Dock Input", T::thunderbolt, 2, 44100);
     layer.ranges["tb"] = {{44100, 44100}, {88200, 96000}};
     EXPECT_EQ(messageOf("tb"), "Audio input is 44100 Hz but playback is 48000 Hz, so the meter "
-                               "stays silent. The input can’t switch to match.");
+                               "stays silent. The input can't switch to match.");
     EXPECT_TRUE(layer.rateWrites.empty());
 }
 
@@ -71,7 +71,7 @@ TEST_F(ConfiguratorTest, ARateThatNeverSettlesFailsAfterOneAndAHalfSeconds) {
     layer.addInput("mic", "Microphone", T::builtIn, 1, 44100);
     layer.rateNeverSettles = true;
     EXPECT_EQ(messageOf("mic"), "Audio input is 44100 Hz but playback is 48000 Hz, so the meter "
-                                "stays silent. The input can’t switch to match.");
+                                "stays silent. The input can't switch to match.");
     EXPECT_EQ(clock.sleeps, 75); // 1.5 s in 20 ms slices
 }
 

@@ -92,7 +92,7 @@ TEST(AudioInputDeviceErrorTexts, AreWordedExactly) {
         AudioInputDeviceError::InputClockMismatch{44099.6, 47999.5}};
     EXPECT_EQ(mismatch.description(),
               "Audio input is 44100 Hz but playback is 48000 Hz, so the meter stays silent. "
-              "The input can’t switch to match.");
+              "The input can't switch to match.");
     EXPECT_EQ(AudioInputDeviceError{AudioInputDeviceError::AudioUnitUnavailable{}}.description(),
               "Audio input unit unavailable");
 }

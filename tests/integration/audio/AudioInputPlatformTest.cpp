@@ -1,6 +1,7 @@
 #include "Audio/AudioInputPlatform.h"
 #include "Audio/Capture/AudioFileInput.h"
 #include "Audio/Capture/MicCapture.h"
+#include "Audio/Devices/AudioInputDeviceMonitor.h"
 
 #include "support/PulseAudioServer.h"
 #include "support/QtEventLoop.h"
@@ -16,31 +17,46 @@ namespace {
 TEST(AudioInputPlatform, WithoutAServerListsNothingAndCaptureSaysWhy) {
     test::qtApplication();
     ::setenv("PULSE_SERVER", "unix:/nonexistent/kelvo/native", 1);
-    AudioInputPlatform platform = AudioInputPlatform::make(std::nullopt);
-    ::unsetenv("PULSE_SERVER");
-    ASSERT_TRUE(platform.deviceListUnavailable.has_value());
-    EXPECT_TRUE(platform.deviceLayer->devices().empty());
+    {
+        AudioInputPlatform platform = AudioInputPlatform::make(std::nullopt);
+        ASSERT_TRUE(platform.deviceListUnavailable.has_value());
+        EXPECT_EQ(platform.deviceListUnavailable->rfind("Audio server unavailable (", 0), 0u);
+        EXPECT_TRUE(platform.deviceLayer->devices().empty());
 
-    ::setenv("PULSE_SERVER", "unix:/nonexistent/kelvo/native", 1);
-    MicCapture capture(platform.backend);
-    try {
-        capture.start(std::nullopt, std::nullopt);
-        ADD_FAILURE() << "started without a server";
-    } catch (const AudioInputException& e) {
-        EXPECT_EQ(std::string(e.what()).rfind("Audio server unavailable (", 0), 0u) << e.what();
+        MicCapture capture(platform.backend);
+        try {
+            capture.start(std::nullopt, std::nullopt);
+            ADD_FAILURE() << "started without a server";
+        } catch (const AudioInputException& e) {
+            EXPECT_EQ(std::string(e.what()).rfind("Audio server unavailable (", 0), 0u) << e.what();
+        }
+        EXPECT_FALSE(capture.isCapturing());
     }
     ::unsetenv("PULSE_SERVER");
-    EXPECT_FALSE(capture.isCapturing());
 }
 
-TEST(AudioInputPlatform, AServerThatComesLaterIsFoundAtTheNextStart) {
+TEST(AudioInputPlatform, AServerThatComesLaterIsListedAndCapturedFrom) {
     test::qtApplication();
-    ::setenv("PULSE_SERVER", "unix:/nonexistent/kelvo/native", 1);
-    AudioInputPlatform platform = AudioInputPlatform::make(std::nullopt);
-    test::PulseAudioServer server; // sets PULSE_SERVER to itself
+    test::PulseAudioServer server; // PULSE_SERVER now names its socket
     KELVO_REQUIRE_TOOL(server.running(), server.failure());
+    server.kill();
+    AudioInputPlatform platform = AudioInputPlatform::make(std::nullopt);
+    ASSERT_TRUE(platform.deviceListUnavailable.has_value());
+    AudioInputDeviceMonitor monitor(platform.deviceLayer);
+    monitor.refresh();
+    ASSERT_TRUE(monitor.startListening());
+    EXPECT_TRUE(monitor.devices().empty());
+
+    // Found in the background, without a refresh from here.
+    ASSERT_TRUE(server.restart()) << server.failure();
+    ASSERT_TRUE(
+        server.loadPipeSource("djm", "device.description='DJM-A9' device.bus=usb", 48000, 2));
+    ASSERT_TRUE(
+        test::pumpUntil([&] { return monitor.devices().size() == 1; }, std::chrono::seconds(15)));
+    EXPECT_EQ(monitor.devices()[0].uid, "djm");
+
     MicCapture capture(platform.backend);
-    capture.start(std::nullopt, std::nullopt);
+    capture.start("djm", 2);
     EXPECT_TRUE(capture.isCapturing());
 }
 

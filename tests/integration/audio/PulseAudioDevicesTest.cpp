@@ -1,14 +1,18 @@
+#include "Audio/Capture/MicCapture.h"
 #include "Audio/Devices/AudioInputDeviceConfigurator.h"
 #include "Audio/Devices/AudioInputDeviceMonitor.h"
 #include "Audio/Devices/AudioInputSelection.h"
 #include "Audio/Devices/AudioInputSelectionModel.h"
 #include "Audio/PulseAudio/PulseAudioDeviceLayer.h"
+#include "Audio/PulseAudio/PulseAudioInputBackend.h"
 
 #include "support/PulseAudioServer.h"
 #include "support/QtEventLoop.h"
 #include "support/RequiredTool.h"
 
 #include <gtest/gtest.h>
+
+#include <thread>
 
 namespace kelvo {
 namespace {
@@ -78,46 +82,101 @@ TEST_F(PulseAudioDevicesTest, ABuiltInInputIsOpenedAtThePlaybackRate) {
     }
 }
 
-TEST_F(PulseAudioDevicesTest, HotPlugMovesCaptureAndResetsThePreference) {
+// Whether `capture` receives what is written into `fifo` (a pipe source of `channels`).
+bool hears(MicCapture& capture, const std::filesystem::path& fifo, int channels) {
+    capture.takePendingHops();
+    const std::vector<float> tone(48000 / 5 * channels, 0.25f);
+    std::thread writer([&] { test::writeToFifo(fifo, tone, channels, 48000); });
+    const bool heard =
+        test::pumpUntil([&] { return !capture.pendingHops().empty(); }, std::chrono::seconds(5));
+    writer.join();
+    return heard;
+}
+
+TEST_F(PulseAudioDevicesTest, HotPlugMovesARealCaptureAndResetsThePreference) {
     const auto mic = server.loadPipeSource("mic", micProperties, 48000, 1);
     ASSERT_TRUE(mic);
     AudioInputDeviceMonitor monitor(layer);
     monitor.refresh();
     ASSERT_TRUE(monitor.startListening());
 
-    std::vector<std::pair<std::optional<std::string>, std::optional<int>>> starts;
+    MicCapture capture(std::make_shared<PulseAudioInputBackend>(layer));
+    QString status;
     AudioInputSelectionModel model(
         {[] { return true; }, [] {},
          [&](const std::optional<std::string>& uid, std::optional<int> channels) {
-             starts.emplace_back(uid, channels);
+             capture.start(uid, channels);
          },
-         [](const QString&) {}});
+         [&](const QString& message) { status = message; }});
     model.startAudioDeviceMonitoring(monitor);
-    EXPECT_EQ(model.activeAudioDeviceUID(), "mic");
+    ASSERT_EQ(model.activeAudioDeviceUID(), "mic");
+    capture.start(model.activeAudioDeviceUID(), model.captureChannelCount());
     model.setPreferMicrophoneOverUSB(true);
+    auto capturingFrom = [&](const std::string& uid) {
+        return test::pumpUntil(
+            [&] { return capture.isCapturing() && capture.activeDeviceUID() == uid; });
+    };
 
-    // The first USB device appears: the preference resets and capture moves to it.
-    const auto djm = server.loadPipeSource("djm", djmProperties, 48000, 2);
+    // The first USB device appears: the preference resets and capture moves to it, taking
+    // the mixer's first stereo pair.
+    auto djm = server.loadPipeSource("djm", djmProperties, 48000, 2);
     ASSERT_TRUE(djm);
-    ASSERT_TRUE(test::pumpUntil([&] { return model.activeAudioDeviceUID() == "djm"; }));
+    ASSERT_TRUE(capturingFrom("djm")) << status.toStdString();
     EXPECT_FALSE(model.preferMicrophoneOverUSB());
-    ASSERT_FALSE(starts.empty());
-    EXPECT_EQ(starts.back(), (std::pair<std::optional<std::string>, std::optional<int>>{"djm", 2}));
+    EXPECT_EQ(capture.recordingChannels(), 2);
+    EXPECT_TRUE(hears(capture, djm->fifo, 2));
+
+    // The mixer goes: capture comes back to the microphone and hears it.
+    ASSERT_TRUE(server.unloadModule(djm->module));
+    ASSERT_TRUE(capturingFrom("mic")) << status.toStdString();
+    EXPECT_EQ(model.audioInputDisplayName(), "Microphone");
+    EXPECT_TRUE(hears(capture, mic->fifo, 1));
 
     // A manual choice survives another device arriving...
+    djm = server.loadPipeSource("djm", djmProperties, 48000, 2);
+    ASSERT_TRUE(djm);
+    ASSERT_TRUE(capturingFrom("djm"));
     model.selectAudioInputDevice("mic");
-    EXPECT_EQ(model.activeAudioDeviceUID(), "mic");
+    EXPECT_EQ(capture.activeDeviceUID(), "mic");
     const auto codec = server.loadPipeSource("codec", codecProperties, 48000, 2);
     ASSERT_TRUE(codec);
     ASSERT_TRUE(test::pumpUntil([&] { return model.audioInputDevices().size() == 3; }));
-    EXPECT_EQ(model.activeAudioDeviceUID(), "mic");
+    EXPECT_EQ(capture.activeDeviceUID(), "mic");
 
     // ...until its own device goes; then the rules choose the mixer again.
     ASSERT_TRUE(server.unloadModule(mic->module));
-    ASSERT_TRUE(test::pumpUntil([&] { return model.audioInputDevices().size() == 2; }));
+    ASSERT_TRUE(capturingFrom("djm"));
     EXPECT_EQ(model.selectedAudioDeviceUID(), std::nullopt);
-    EXPECT_EQ(model.activeAudioDeviceUID(), "djm");
     EXPECT_EQ(model.audioInputDisplayName(), "DJM-A9");
+    EXPECT_TRUE(status.isEmpty()) << status.toStdString();
+}
+
+TEST_F(PulseAudioDevicesTest, AServerRestartKeepsTheListMeanwhileAndIsFollowedAfterwards) {
+    ASSERT_TRUE(server.loadPipeSource("djm", djmProperties, 48000, 2));
+    AudioInputDeviceMonitor monitor(layer);
+    monitor.refresh();
+    ASSERT_TRUE(monitor.startListening());
+    ASSERT_EQ(uidsOf(monitor.devices()), std::vector<std::string>{"djm"});
+
+    // While no server answers, a listing keeps the previous list: nothing was unplugged.
+    server.kill();
+    ASSERT_TRUE(test::pumpUntil([&] { return layer->unavailableReason().has_value(); }));
+    monitor.refresh();
+    EXPECT_EQ(uidsOf(monitor.devices()), std::vector<std::string>{"djm"});
+    EXPECT_EQ(layer->defaultOutputDevice(), std::nullopt);
+
+    // The server comes back with other devices: the layer reconnects, subscribes again and
+    // the monitor follows without being asked.
+    ASSERT_TRUE(server.restart()) << server.failure();
+    ASSERT_TRUE(server.loadPipeSource("codec", codecProperties, 48000, 2));
+    ASSERT_TRUE(test::pumpUntil(
+        [&] { return uidsOf(monitor.devices()) == std::vector<std::string>{"codec"}; },
+        std::chrono::seconds(15)));
+    EXPECT_EQ(layer->unavailableReason(), std::nullopt);
+    EXPECT_EQ(layer->defaultOutputDevice(), "sink:speakers");
+    // Hot-plug works on the new connection.
+    ASSERT_TRUE(server.loadPipeSource("mic", micProperties, 48000, 1));
+    ASSERT_TRUE(test::pumpUntil([&] { return monitor.devices().size() == 2; }));
 }
 
 } // namespace
