@@ -56,6 +56,9 @@ AppModel::AppModel(AppModelEnvironment environment, QObject* parent)
     // once the loop runs.
     audioMonitor_->refresh();
     audioMonitor_->startListening();
+    // Queued, so a restart for a changed device list has happened first.
+    connect(audioMonitor_, &AudioInputDeviceMonitor::listed, this, &AppModel::resumeCaptureIfLost,
+            Qt::QueuedConnection);
     audioSelection_->startAudioDeviceMonitoring(*audioMonitor_);
     if (environment_.audio.deviceListUnavailable)
         qInfo().noquote() << "Audio devices:"
@@ -147,6 +150,7 @@ std::optional<int> AppModel::captureChannelCount() const {
 void AppModel::startEngineLoop() {
     if (loopRunning_)
         return;
+    engineLoopWanted_ = true;
     switch (environment_.microphone->status()) {
     case MicrophoneAuthorizationStatus::authorized:
         audioSelection_->applyAudioInputSelection(false);
@@ -157,6 +161,7 @@ void AppModel::startEngineLoop() {
             setStatusMessage(QString(audioUnavailablePrefix) + QString::fromUtf8(error.what()));
             return;
         }
+        captureStarted();
         loopRunning_ = true;
         if (environment_.runTickTimer)
             tickScheduler_.start([this] { tick(); });
@@ -186,12 +191,39 @@ void AppModel::startEngineLoop() {
 }
 
 void AppModel::stopEngineLoop() {
+    engineLoopWanted_ = false;
     dropHold_.releaseAll();
     tickScheduler_.stop();
     loopRunning_ = false;
     engineLoop_.forgetLastTickTime();
     engine_.replaceDropDetector();
     mic_->stop();
+}
+
+// A venue machine may run unattended: when the audio server returns, listening resumes
+// without anyone restarting the bridge.
+void AppModel::resumeCaptureIfLost() {
+    if (!engineLoopWanted_ || requestingAudioPermission_ || mic_->isCapturing())
+        return;
+    if (!loopRunning_) {
+        startEngineLoop();
+        return;
+    }
+    audioSelection_->applyAudioInputSelection(false);
+    engine_.replaceDropDetector();
+    try {
+        mic_->start(audioSelection_->activeAudioDeviceUID(), captureChannelCount());
+    } catch (const std::exception& error) {
+        setStatusMessage(QString(audioUnavailablePrefix) + QString::fromUtf8(error.what()));
+        return;
+    }
+    captureStarted();
+}
+
+void AppModel::captureStarted() {
+    // The complaint about the input is stale once it listens again.
+    if (statusMessage_.startsWith(QLatin1String(audioUnavailablePrefix)))
+        setStatusMessage({});
 }
 
 void AppModel::tick() {

@@ -96,7 +96,8 @@ public:
     static constexpr const char* microphoneRequiredText =
         "Microphone access is required. Enable Kelvo in System Settings → Privacy & Security → "
         "Microphone.";
-    static constexpr const char* audioUnavailablePrefix = "Audio input unavailable: ";
+    static constexpr const char* audioUnavailablePrefix =
+        AudioInputSelectionModel::unavailablePrefix;
     static constexpr const char* recordingNeedsInputText =
         "Recording needs an available audio input.";
 
@@ -270,7 +271,10 @@ private:
     void visualsRefreshed() override;
     void outputFrame(const DmxFrame& engineBuffers) override { outputMergedDmx(engineBuffers); }
 
-    void startCaptureOrReport();
+    /// Restarts a capture that was lost (no audio server at start-up, a server restart)
+    /// once the device layer reports back.
+    void resumeCaptureIfLost();
+    void captureStarted();
     void refreshDropDiagnostics();
     LiveControlHooks liveControlHooks();
     std::optional<nlohmann::json> themePayloads() const;
@@ -290,7 +294,8 @@ private:
     ForcedDropHold dropHold_;
     LiveControl liveControl_;
 
-    bool loopRunning_ = false; // the timer exists (or would, with runTickTimer false)
+    bool loopRunning_ = false;      // the timer exists (or would, with runTickTimer false)
+    bool engineLoopWanted_ = false; // started and not stopped since, even if capture failed
     bool requestingAudioPermission_ = false;
     bool pendingRecordingStart_ = false;
     bool hasOfflineWorkspace_ = false;

@@ -406,6 +406,41 @@ TEST_F(AppModelTest, CaptureStartsOnTheListedMixerAndFollowsTheDeviceLayer) {
     EXPECT_FALSE(model->audioSelection().preferMicrophoneOverUSB());
 }
 
+TEST_F(AppModelTest, LostCaptureResumesWhenTheDeviceLayerReportsBack) {
+    auto devices = std::make_shared<test::FakeAudioDeviceLayer>();
+    devices->addInput("builtin", "Built-in Microphone", AudioClockTransport::builtIn, 1);
+    backend->failStart = true; // no audio server yet
+    auto model = makeModel(devices);
+    model->bootstrap();
+    EXPECT_FALSE(model->isEngineLoopRunning());
+    EXPECT_EQ(model->statusMessage(), "Audio input unavailable: The device is busy");
+
+    // The server is reached: the layer reports back and the loop starts as start-up wanted.
+    backend->failStart = false;
+    devices->listener();
+    ASSERT_TRUE(test::pumpUntil([&] { return model->isEngineLoopRunning(); }));
+    EXPECT_TRUE(model->mic().isCapturing());
+    EXPECT_EQ(model->statusMessage(), "");
+
+    // The stream dies with the server; its return brings capture back on the same device.
+    backend->last->running = false;
+    backend->last->configurationChanged();
+    ASSERT_TRUE(test::pumpUntil([&] { return !model->mic().isCapturing(); }));
+    EXPECT_TRUE(model->isEngineLoopRunning()) << "the loop keeps lighting on silent hops";
+    const std::size_t opened = backend->opened.size();
+    devices->listener();
+    ASSERT_TRUE(test::pumpUntil([&] { return model->mic().isCapturing(); }));
+    EXPECT_EQ(backend->opened.size(), opened + 1);
+    EXPECT_EQ(backend->opened.back(), "builtin");
+
+    // A loop the operator stopped stays stopped.
+    model->stopEngineLoop();
+    devices->listener();
+    test::pumpUntil([] { return false; }, std::chrono::milliseconds(20));
+    EXPECT_FALSE(model->isEngineLoopRunning());
+    EXPECT_FALSE(model->mic().isCapturing());
+}
+
 TEST_F(AppModelTest, AnInputPickedBeforeStartUpIsWhereCaptureStarts) {
     auto devices = std::make_shared<test::FakeAudioDeviceLayer>();
     devices->addInput("builtin", "Built-in Microphone", AudioClockTransport::builtIn, 1);

@@ -25,11 +25,12 @@ void AudioInputDeviceMonitor::refresh() {
             this, [this] { refresh(); }, Qt::QueuedConnection);
         return;
     }
-    std::vector<AudioInputDeviceInfo> listed = listInputDevices(*layer_);
-    if (listed == devices_)
-        return;
-    devices_ = std::move(listed);
-    emit devicesChanged(devices_);
+    std::vector<AudioInputDeviceInfo> inputs = listInputDevices(*layer_);
+    if (inputs != devices_) {
+        devices_ = std::move(inputs);
+        emit devicesChanged(devices_);
+    }
+    emit listed();
 }
 
 bool AudioInputDeviceMonitor::startListening() {

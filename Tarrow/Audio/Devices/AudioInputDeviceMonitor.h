@@ -37,6 +37,9 @@ public:
 
 signals:
     void devicesChanged(const std::vector<AudioInputDeviceInfo>& devices);
+    /// After every listing, changed or not: the layer asked for one (a device came or went,
+    /// or the audio server was reached again).
+    void listed();
 
 private:
     std::shared_ptr<AudioDeviceLayer> layer_;
