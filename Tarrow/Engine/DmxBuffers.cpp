@@ -156,7 +156,12 @@ private:
                              *p_ == 'e' || *p_ == 'E'))
             ++p_;
         const auto [last, error] = std::from_chars(start, p_, value);
-        return error == std::errc() && last == p_;
+        if (last != p_)
+            return false;
+        // Too small for a double is 0 and too large is no byte either: both are channel 0.
+        if (error == std::errc::result_out_of_range)
+            value = 0;
+        return error == std::errc() || error == std::errc::result_out_of_range;
     }
 
     // Skips a string, literal, object or array element.
