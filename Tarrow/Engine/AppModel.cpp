@@ -415,43 +415,33 @@ void AppModel::setDesk(const LightingDeskState& desk) {
 }
 
 void AppModel::setDeskLive(bool live) {
-    LightingDeskState desk = desk_;
-    desk.live = live;
-    applyDesk(desk);
+    changeDesk([&](LightingDeskState& desk) { desk.live = live; });
 }
 
 void AppModel::setDeskUniverse(int universe) {
-    LightingDeskState desk = desk_;
-    desk.universe = universe;
-    applyDesk(desk);
+    changeDesk([&](LightingDeskState& desk) { desk.universe = universe; });
 }
 
 void AppModel::setDeskLevels(const QList<double>& levels) {
-    LightingDeskState desk = desk_;
-    desk.levels.assign(levels.begin(), levels.end());
-    applyDesk(desk);
+    changeDesk([&](LightingDeskState& desk) { desk.levels.assign(levels.begin(), levels.end()); });
 }
 
 void AppModel::setDeskLevel(int channel, double level) {
     if (channel < 0 || std::size_t(channel) >= LightingDeskState::channelCount)
         return;
-    LightingDeskState desk = desk_;
-    if (desk.levels.size() <= std::size_t(channel))
-        desk.levels.resize(std::size_t(channel) + 1, 0.0);
-    desk.levels[std::size_t(channel)] = level;
-    applyDesk(desk);
+    changeDesk([&](LightingDeskState& desk) {
+        if (desk.levels.size() <= std::size_t(channel))
+            desk.levels.resize(std::size_t(channel) + 1, 0.0);
+        desk.levels[std::size_t(channel)] = level;
+    });
 }
 
 void AppModel::setDeskGrandMaster(double level) {
-    LightingDeskState desk = desk_;
-    desk.grandMaster = level;
-    applyDesk(desk);
+    changeDesk([&](LightingDeskState& desk) { desk.grandMaster = level; });
 }
 
 void AppModel::setDeskBlackout(bool blackout) {
-    LightingDeskState desk = desk_;
-    desk.blackout = blackout;
-    applyDesk(desk);
+    changeDesk([&](LightingDeskState& desk) { desk.blackout = blackout; });
 }
 
 // Property readers

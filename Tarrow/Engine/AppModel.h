@@ -264,6 +264,12 @@ private:
     /// Announces each selection that differs from the last announced one.
     void publishSelections();
     void applyDesk(const LightingDeskState& desk);
+    /// Applies one edit to a copy of the desk.
+    template <typename Edit> void changeDesk(Edit edit) {
+        LightingDeskState desk = desk_;
+        edit(desk);
+        applyDesk(desk);
+    }
 
     // EngineLoopListener
     void micTraceChanged(const MicBandTrace&) override { emit micTraceChanged(); }

@@ -289,10 +289,10 @@ std::vector<AudioDeviceRecord> PulseAudioDeviceLayer::devices() {
     return lastDevices_;
 }
 
-std::optional<std::string> PulseAudioDeviceLayer::defaultInputDevice() {
+PulseAudioDeviceLayer::DefaultNames PulseAudioDeviceLayer::defaultNames() {
     const auto connection = current();
     if (!connection)
-        return std::nullopt;
+        return {};
     Defaults defaults{connection.get(), {}, {}};
     bool answered = false;
     {
@@ -302,27 +302,17 @@ std::optional<std::string> PulseAudioDeviceLayer::defaultInputDevice() {
     }
     if (!answered)
         lost(connection.get());
-    if (!defaults.source)
-        return std::nullopt;
-    return sourceID(*defaults.source);
+    return {defaults.source, defaults.sink};
+}
+
+std::optional<std::string> PulseAudioDeviceLayer::defaultInputDevice() {
+    const auto source = defaultNames().source;
+    return source ? std::optional(sourceID(*source)) : std::nullopt;
 }
 
 std::optional<std::string> PulseAudioDeviceLayer::defaultOutputDevice() {
-    const auto connection = current();
-    if (!connection)
-        return std::nullopt;
-    Defaults defaults{connection.get(), {}, {}};
-    bool answered = false;
-    {
-        PulseAudioConnection::Lock lock(*connection);
-        answered = connection->await(
-            pa_context_get_server_info(connection->context(), &serverInfo, &defaults));
-    }
-    if (!answered)
-        lost(connection.get());
-    if (!defaults.sink)
-        return std::nullopt;
-    return sinkID(*defaults.sink);
+    const auto sink = defaultNames().sink;
+    return sink ? std::optional(sinkID(*sink)) : std::nullopt;
 }
 
 std::optional<double> PulseAudioDeviceLayer::nominalSampleRate(const std::string& id) {

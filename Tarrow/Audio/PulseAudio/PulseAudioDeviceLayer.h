@@ -67,6 +67,12 @@ public:
     static std::optional<std::pair<std::string, bool>> parseID(const std::string& id);
 
 private:
+    struct DefaultNames {
+        std::optional<std::string> source;
+        std::optional<std::string> sink;
+    };
+    /// The server's default source and sink names; none without an answer.
+    DefaultNames defaultNames();
     static void subscriptionEvent(pa_context*, pa_subscription_event_type_t, uint32_t, void*);
     /// The working connection, or null while there is none.
     std::shared_ptr<PulseAudioConnection> current() const;
