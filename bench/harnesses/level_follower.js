@@ -1,4 +1,4 @@
-// Lights universe 1 channel 1 fully while the hop's overall level is above -100 dB (silence reads -120 dB), so the time
+// For scripts/bench: lights universe 1 channel 1 fully while the hop's overall level is above -100 dB (silence reads -120 dB), so the time
 // from a sound to the packet that shows it measures the bridge's own pipeline.
 var BridgeEngine = (function () {
   function Normalizer() {
