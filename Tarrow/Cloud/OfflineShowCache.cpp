@@ -1,5 +1,6 @@
 #include "Cloud/OfflineShowCache.h"
 
+#include <QCryptographicHash>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -141,6 +142,19 @@ QString OfflineShowCache::patchFileName(std::string_view showId) {
             name += QString::fromUcs4(&scalar, 1);
         else
             name += u'_';
+    }
+    // A file name holds at most 255 bytes. A longer id keeps its start and gains a digest of
+    // the whole id, so it still has one file of its own.
+    constexpr qsizetype maximumStemBytes = 255 - 5; // ".json"
+    if (name.toUtf8().size() > maximumStemBytes) {
+        const QByteArray digest =
+            QCryptographicHash::hash(QByteArrayView(showId.data(), qsizetype(showId.size())),
+                                     QCryptographicHash::Sha256)
+                .toHex()
+                .left(16);
+        while (name.toUtf8().size() > maximumStemBytes - 1 - digest.size())
+            name.chop(name.back().isLowSurrogate() ? 2 : 1);
+        name += u'-' + QString::fromLatin1(digest);
     }
     return name + QStringLiteral(".json");
 }

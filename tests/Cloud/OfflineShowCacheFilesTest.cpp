@@ -173,6 +173,18 @@ TEST(OfflineShowCachePatchNames, KeepLettersDigitsAndHyphensOfAnyScript) {
               "a__b.json"); // 🎉 is one scalar
     EXPECT_EQ(OfflineShowCache::patchFileName("x_y\ttab\\"), "x_y_tab_.json");
     EXPECT_EQ(OfflineShowCache::patchFileName(""), ".json");
+
+    // Ids too long for a file name keep their start plus a digest of the whole id.
+    const std::string longId(300, 'a');
+    const QString shortened = OfflineShowCache::patchFileName(longId);
+    EXPECT_EQ(shortened.toUtf8().size(), 255);
+    EXPECT_TRUE(shortened.startsWith(QString(200, u'a')));
+    EXPECT_NE(shortened, OfflineShowCache::patchFileName(longId + "b"));
+    const QString wide = OfflineShowCache::patchFileName(
+        std::string(150, 'x') + "舞台舞台舞台舞台舞台舞台舞台舞台舞台舞台舞台舞台舞台舞台舞台舞台舞"
+                                "台舞台舞台舞台舞台舞台舞台舞台舞台舞台");
+    EXPECT_LE(wide.toUtf8().size(), 255);
+    EXPECT_TRUE(wide.endsWith(".json"));
 }
 
 TEST_F(OfflineShowCacheFiles, PatchesOfSanitisedIdsLandInThePatchFolderAndMayCollide) {
@@ -184,6 +196,10 @@ TEST_F(OfflineShowCacheFiles, PatchesOfSanitisedIdsLandInThePatchFolderAndMayCol
     cache.savePatch(later); // same file name: the later one wins
     EXPECT_EQ(QDir(base() + "/show_patches").entryList(QDir::Files), QStringList{"a_b.json"});
     EXPECT_EQ(cache.loadPatch("a_b"), later);
+
+    const std::string longId(400, 'z');
+    cache.savePatch(samplePatch(longId));
+    EXPECT_EQ(cache.loadPatch(longId), samplePatch(longId));
 }
 
 TEST_F(OfflineShowCacheFiles, FolderThatCannotBeCreatedFailsTheSave) {
