@@ -1,5 +1,15 @@
 #include "Engine/TickScheduler.h"
 
+#include <QSocketNotifier>
+
+#include <cerrno>
+#include <cstdint>
+#include <cstring>
+#include <stdexcept>
+#include <string>
+#include <sys/timerfd.h>
+#include <unistd.h>
+
 namespace kelvo {
 
 namespace {
@@ -8,25 +18,49 @@ constexpr int maximumLatePeriods = 3;
 
 TickScheduler::TickScheduler(std::chrono::nanoseconds period, QObject* parent)
     : QObject(parent), period_(period) {
-    timer_.setSingleShot(true);
-    timer_.setTimerType(Qt::PreciseTimer);
-    connect(&timer_, &QTimer::timeout, this, &TickScheduler::fire);
+    // steady_clock is CLOCK_MONOTONIC, so its time points arm the timer directly.
+    timerFd_ = ::timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC);
+    if (timerFd_ < 0)
+        throw std::runtime_error(std::string("tick timer: ") + std::strerror(errno));
+    notifier_ = std::make_unique<QSocketNotifier>(timerFd_, QSocketNotifier::Read);
+    notifier_->setEnabled(false);
+    connect(notifier_.get(), &QSocketNotifier::activated, this, &TickScheduler::fire);
+}
+
+TickScheduler::~TickScheduler() {
+    notifier_.reset();
+    ::close(timerFd_);
 }
 
 void TickScheduler::start(std::function<void()> handler) {
     handler_ = std::move(handler);
     active_ = true;
     nextDeadline_ = std::chrono::steady_clock::now();
-    timer_.start(0);
+    notifier_->setEnabled(true);
+    arm(nextDeadline_); // already due: fires at once
 }
 
 void TickScheduler::stop() {
     active_ = false;
-    timer_.stop();
+    notifier_->setEnabled(false);
+    const itimerspec disarmed{};
+    ::timerfd_settime(timerFd_, 0, &disarmed, nullptr);
+}
+
+void TickScheduler::arm(std::chrono::steady_clock::time_point deadline) {
+    const auto since = deadline.time_since_epoch();
+    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(since);
+    itimerspec when{};
+    when.it_value.tv_sec = seconds.count();
+    when.it_value.tv_nsec = std::chrono::nanoseconds(since - seconds).count();
+    if (when.it_value.tv_sec == 0 && when.it_value.tv_nsec == 0)
+        when.it_value.tv_nsec = 1; // zero would disarm
+    ::timerfd_settime(timerFd_, TFD_TIMER_ABSTIME, &when, nullptr);
 }
 
 void TickScheduler::fire() {
-    if (!active_)
+    std::uint64_t expirations = 0;
+    if (::read(timerFd_, &expirations, sizeof expirations) < 0 || !active_)
         return;
     nextDeadline_ += period_;
     const auto now = std::chrono::steady_clock::now();
@@ -35,15 +69,7 @@ void TickScheduler::fire() {
     if (handler_)
         handler_();
     if (active_)
-        scheduleNext();
-}
-
-void TickScheduler::scheduleNext() {
-    const auto remaining = nextDeadline_ - std::chrono::steady_clock::now();
-    // Round down: a timer never fires early, so waking up to a millisecond sooner keeps the
-    // average on the grid.
-    const auto wait = std::chrono::duration_cast<std::chrono::milliseconds>(remaining);
-    timer_.start(std::max<std::chrono::milliseconds>(wait, std::chrono::milliseconds(0)));
+        arm(nextDeadline_);
 }
 
 } // namespace kelvo

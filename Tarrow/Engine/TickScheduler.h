@@ -1,20 +1,24 @@
 #pragma once
 
 #include <QObject>
-#include <QTimer>
 
 #include <chrono>
 #include <functional>
+#include <memory>
+
+class QSocketNotifier;
 
 namespace kelvo {
 
-/// Fires a handler at a fixed rate on the main thread. Deadlines are kept on an absolute grid,
-/// so millisecond timer rounding never accumulates into drift: 60 Hz stays 60.0 Hz on average.
-/// After a stall longer than a few periods the grid restarts instead of firing a burst.
+/// Fires a handler at a fixed rate on the main thread. Deadlines are kept on an absolute grid
+/// of the monotonic clock and armed to the nanosecond (a Linux timerfd watched by the event
+/// loop), so each tick wakes on time rather than on a whole millisecond, and 60 Hz stays
+/// 60.0 Hz. After a stall longer than a few periods the grid restarts instead of firing a burst.
 class TickScheduler : public QObject {
     Q_OBJECT
 public:
     explicit TickScheduler(std::chrono::nanoseconds period, QObject* parent = nullptr);
+    ~TickScheduler() override;
 
     /// Fires now, then every period.
     void start(std::function<void()> handler);
@@ -23,11 +27,12 @@ public:
 
 private:
     void fire();
-    void scheduleNext();
+    void arm(std::chrono::steady_clock::time_point deadline);
 
     std::chrono::nanoseconds period_;
     std::function<void()> handler_;
-    QTimer timer_;
+    int timerFd_ = -1;
+    std::unique_ptr<QSocketNotifier> notifier_;
     std::chrono::steady_clock::time_point nextDeadline_;
     bool active_ = false;
 };
