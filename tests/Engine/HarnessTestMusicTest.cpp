@@ -6,7 +6,9 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
 #include <cmath>
+#include <cstddef>
 
 namespace kelvo {
 namespace {
@@ -61,6 +63,20 @@ TEST(HarnessTestMusic, BreaksSnapToTheGridAndTakeTheBassOut) {
     }
     // In the break only hats and the pad play: much quieter than with kick and bass.
     EXPECT_LT(energy(track.samples(), 48000, 12, 16), 0.05 * energy(track.samples(), 48000, 4, 8));
+
+    // Without hats nothing else in the mix changes: the samples differ only after off-beats.
+    spec.hats = false;
+    const SyntheticDanceTrack plain(spec);
+    auto same = [&](double from, double to) {
+        const auto begin = static_cast<std::ptrdiff_t>(from * 48000);
+        const auto end = static_cast<std::ptrdiff_t>(to * 48000);
+        return std::equal(plain.samples().begin() + begin, plain.samples().begin() + end,
+                          track.samples().begin() + begin);
+    };
+    for (double beat : {4.25, 12.25}) { // in the music and in the break
+        EXPECT_TRUE(same(beat, beat + 0.24)) << beat;
+        EXPECT_FALSE(same(beat + 0.25, beat + 0.26)) << beat;
+    }
 }
 
 TEST(HarnessTestMusic, SameSpecSameSamplesAndTheTruthReadsAsJSON) {

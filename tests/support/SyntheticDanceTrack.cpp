@@ -104,7 +104,7 @@ void SyntheticDanceTrack::render() {
         const double white = hatNoise.next();
         const double hp = white - hatPrevious;
         hatPrevious = white;
-        if (sinceFirst >= 0 && sinceHat < 0.06) {
+        if (spec_.hats && sinceFirst >= 0 && sinceHat < 0.06) {
             v += 0.12 * hp * std::exp(-sinceHat / 0.015);
         }
 
