@@ -1,18 +1,13 @@
 #include "App/HeadlessBridge.h"
 #include "App/BridgeStatusLine.h"
 
-#include "Audio/Devices/FakeAudioDeviceLayer.h"
-#include "support/FakeAudioInput.h"
-#include "support/FakeTimers.h"
+#include "support/AppModelRig.h"
 #include "support/QtEventLoop.h"
-#include "support/TemporaryDirectory.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cstdio>
-#include <fstream>
-#include <sstream>
 
 namespace kelvo {
 namespace {
@@ -46,50 +41,14 @@ TEST(BridgeStatusLine, ExactTexts) {
               "no audio input");
 }
 
-class RecordingTransport final : public UDPSending {
-public:
-    std::vector<std::pair<std::string, std::vector<std::uint8_t>>> sent;
-    void send(std::span<const std::uint8_t> datagram, const std::string& host,
-              std::uint16_t) override {
-        sent.emplace_back(host, std::vector<std::uint8_t>(datagram.begin(), datagram.end()));
-    }
-};
-
 /// A venue machine with a USB interface and a built-in microphone, and a cached show.
-class HeadlessBridgeTest : public testing::Test {
+class HeadlessBridgeTest : public testing::Test, protected test::AppModelRig {
 protected:
     void SetUp() override {
         test::qtApplication();
         devices->addInput("usb-a", "USB Interface", AudioClockTransport::usb);
         devices->addInput("mic", "Built-in Microphone", AudioClockTransport::builtIn);
-        auto cache = makeCache();
-        std::ifstream harness(std::string(KELVO_SOURCE_DIR) +
-                              "/tests/Engine/harnesses/recording.js");
-        std::stringstream text;
-        text << harness.rdbuf();
-        cache->saveHarnessJS(QByteArray::fromStdString(text.str()), "{}");
-        cache->saveShowSnapshot(R"({"name": "Cached", "result": {"dmx": {"1": [10, 20, 30]}}})");
-    }
-
-    std::unique_ptr<OfflineShowCache> makeCache() {
-        return std::make_unique<OfflineShowCache>(
-            std::make_unique<QSettings>(settingsPath(), QSettings::IniFormat),
-            QUrl("https://cloud.example"), QString::fromStdString(dir / "cache"));
-    }
-    QString settingsPath() const { return QString::fromStdString(dir / "settings.ini"); }
-
-    std::unique_ptr<AppModel> makeModel() {
-        AppModelEnvironment environment;
-        environment.cache = makeCache();
-        environment.audio.deviceLayer = devices;
-        environment.audio.backend = backend;
-        environment.artnetTransport = transport;
-        environment.enttec = EnttecSerialSender([](const std::string&) { return nullptr; },
-                                                [] { return std::vector<std::string>{}; });
-        environment.timers = std::make_shared<testing_support::FakeTimerFactory>();
-        environment.clock = std::make_shared<ManualMonotonicClock>();
-        environment.runTickTimer = false;
-        return std::make_unique<AppModel>(std::move(environment));
+        seedCache();
     }
 
     /// Starts a bridge with these options; returns what it printed.
@@ -98,7 +57,7 @@ protected:
         char* text = nullptr;
         std::size_t size = 0;
         std::FILE* out = ::open_memstream(&text, &size);
-        bridge = std::make_unique<HeadlessBridge>(makeModel(), options, out);
+        bridge = std::make_unique<HeadlessBridge>(makeModel(devices), options, out);
         bridge->start();
         std::fclose(out);
         std::string printed(text, size);
@@ -106,11 +65,8 @@ protected:
         return printed;
     }
 
-    test::TemporaryDirectory dir;
     std::shared_ptr<test::FakeAudioDeviceLayer> devices =
         std::make_shared<test::FakeAudioDeviceLayer>();
-    std::shared_ptr<test::FakeAudioBackend> backend = std::make_shared<test::FakeAudioBackend>();
-    std::shared_ptr<RecordingTransport> transport = std::make_shared<RecordingTransport>();
 };
 
 TEST_F(HeadlessBridgeTest, LaunchSettingsAreSavedAndInForceBeforeTheFirstTick) {
@@ -150,8 +106,8 @@ TEST_F(HeadlessBridgeTest, LaunchSettingsAreSavedAndInForceBeforeTheFirstTick) {
     test::pumpFor(std::chrono::milliseconds(20));
     model.tick();
     ASSERT_EQ(transport->sent.size(), 1u);
-    EXPECT_EQ(transport->sent[0].first, "10.1.1.1");
-    EXPECT_EQ(transport->sent[0].second[14], 7) << "Art-Net universe of the launch route";
+    EXPECT_EQ(transport->sent[0].host, "10.1.1.1");
+    EXPECT_EQ(transport->sent[0].datagram[14], 7) << "Art-Net universe of the launch route";
 }
 
 TEST_F(HeadlessBridgeTest, AnAbsentAudioInputIsReportedAndTheAutomaticChoiceStands) {

@@ -1,51 +1,16 @@
-#include "Engine/AppModel.h"
-
-#include "Audio/Devices/FakeAudioDeviceLayer.h"
-#include "support/FakeAudioInput.h"
-#include "support/FakeTimers.h"
+#include "support/AppModelRig.h"
 #include "support/QtEventLoop.h"
-#include "support/TemporaryDirectory.h"
 
-#include <QFile>
 #include <QMetaProperty>
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <fstream>
-#include <sstream>
 
 namespace kelvo {
 namespace {
 
 using nlohmann::json;
-using testing::HasSubstr;
-
-class RecordingTransport final : public UDPSending {
-public:
-    struct Datagram {
-        std::vector<std::uint8_t> bytes;
-        std::string host;
-        std::uint16_t port;
-    };
-    std::vector<Datagram> sent;
-    void send(std::span<const std::uint8_t> datagram, const std::string& host,
-              std::uint16_t port) override {
-        sent.push_back({{datagram.begin(), datagram.end()}, host, port});
-    }
-};
-
-class ScriptedMicrophone final : public MicrophoneAuthorization {
-public:
-    MicrophoneAuthorizationStatus answerStatus = MicrophoneAuthorizationStatus::authorized;
-    int requests = 0;
-    std::function<void(bool)> pending;
-    MicrophoneAuthorizationStatus status() const override { return answerStatus; }
-    void requestAccess(std::function<void(bool)> answer) override {
-        ++requests;
-        pending = std::move(answer);
-    }
-};
 
 /// Counts the NOTIFY signals of every property of an object, by property name.
 class NotifyCounter : public QObject {
@@ -76,50 +41,9 @@ private:
     std::map<std::string, int> counts_;
 };
 
-std::string readText(const std::string& path) {
-    std::ifstream file(path);
-    std::stringstream text;
-    text << file.rdbuf();
-    return text.str();
-}
-
-class AppModelTest : public testing::Test {
+class AppModelTest : public testing::Test, protected test::AppModelRig {
 protected:
     void SetUp() override { test::qtApplication(); }
-
-    std::unique_ptr<OfflineShowCache> makeCache() {
-        return std::make_unique<OfflineShowCache>(
-            std::make_unique<QSettings>(QString::fromStdString(dir / "settings.ini"),
-                                        QSettings::IniFormat),
-            QUrl("https://cloud.example"), QString::fromStdString(dir / "cache"));
-    }
-
-    std::unique_ptr<AppModel> makeModel(std::shared_ptr<AudioDeviceLayer> devices = nullptr) {
-        AppModelEnvironment environment;
-        environment.cache = makeCache();
-        environment.audio.deviceLayer =
-            devices ? std::move(devices) : std::make_shared<EmptyAudioDeviceLayer>();
-        environment.audio.backend = backend;
-        environment.artnetTransport = transport;
-        environment.enttec = EnttecSerialSender([](const std::string&) { return nullptr; },
-                                                [] { return std::vector<std::string>{}; });
-        environment.microphone = microphone;
-        environment.timers = timers;
-        environment.clock = clock;
-        environment.runTickTimer = false;
-        return std::make_unique<AppModel>(std::move(environment));
-    }
-
-    // A cache holding the recording harness and a show whose step lights universe 1.
-    void seedCache(bool withSnapshot = true) {
-        auto cache = makeCache();
-        const std::string harness =
-            readText(std::string(KELVO_TEST_DATA_DIR) + "/harnesses/recording.js");
-        cache->saveHarnessJS(QByteArray::fromStdString(harness), "{}");
-        if (withSnapshot)
-            cache->saveShowSnapshot(QByteArray::fromStdString(
-                json{{"name", "Cached"}, {"result", {{"dmx", {{"1", {10, 20, 30}}}}}}}.dump()));
-    }
 
     void enableArtNet(AppModel& model) {
         model.replaceRoutes({{1, UniverseRoute::Destination::artnet(3)}});
@@ -128,16 +52,8 @@ protected:
 
     void feedAudio() {
         backend->last->deliver(std::vector<float>(2 * 512, 0.25f));
-        test::pumpUntil([&] { return false; }, std::chrono::milliseconds(20));
+        test::pumpFor(std::chrono::milliseconds(20));
     }
-
-    test::TemporaryDirectory dir;
-    std::shared_ptr<test::FakeAudioBackend> backend = std::make_shared<test::FakeAudioBackend>();
-    std::shared_ptr<RecordingTransport> transport = std::make_shared<RecordingTransport>();
-    std::shared_ptr<ScriptedMicrophone> microphone = std::make_shared<ScriptedMicrophone>();
-    std::shared_ptr<testing_support::FakeTimerFactory> timers =
-        std::make_shared<testing_support::FakeTimerFactory>();
-    std::shared_ptr<ManualMonotonicClock> clock = std::make_shared<ManualMonotonicClock>();
 };
 
 TEST_F(AppModelTest, EmptyCacheStillStartsTheLoopAndCapture) {
@@ -187,11 +103,11 @@ TEST_F(AppModelTest, CachedShowLightsArtNetWithASharedSequence) {
         const auto& packet = transport->sent[i];
         EXPECT_EQ(packet.host, "127.0.0.1");
         EXPECT_EQ(packet.port, 6454);
-        ASSERT_GE(packet.bytes.size(), 21u);
-        EXPECT_EQ(packet.bytes[12], i + 1) << "sequence runs across ticks";
-        EXPECT_EQ(packet.bytes[14], 3) << "Art-Net universe of the route";
-        EXPECT_EQ(packet.bytes[18], 10);
-        EXPECT_EQ(packet.bytes[20], 30);
+        ASSERT_GE(packet.datagram.size(), 21u);
+        EXPECT_EQ(packet.datagram[12], i + 1) << "sequence runs across ticks";
+        EXPECT_EQ(packet.datagram[14], 3) << "Art-Net universe of the route";
+        EXPECT_EQ(packet.datagram[18], 10);
+        EXPECT_EQ(packet.datagram[20], 30);
     }
     EXPECT_EQ(model->dmxOutput().artnetPacketsSent(), 3u);
 }
@@ -212,7 +128,7 @@ TEST_F(AppModelTest, DeskTakesItsChannelsAndThePreviewShowsIt) {
     ASSERT_EQ(model->dmxPreview().at(1).size(), 512u);
     EXPECT_EQ(model->dmxPreview().at(1)[0], 255);
     EXPECT_EQ(model->dmxPreview().at(1)[1], 0) << "the desk owns channels 1…24";
-    EXPECT_EQ(transport->sent.back().bytes[18], 255);
+    EXPECT_EQ(transport->sent.back().datagram[18], 255);
 }
 
 TEST_F(AppModelTest, CaptureFailureKeepsTheLoopStoppedAndSaysWhy) {
@@ -362,7 +278,7 @@ TEST_F(AppModelTest, OutputSwitchesPersistUnderTheSettingsKeys) {
         model->setArtNetEnabled(true);
         model->setEnttecEnabled(false);
     }
-    QSettings settings(QString::fromStdString(dir / "settings.ini"), QSettings::IniFormat);
+    QSettings settings(settingsPath(), QSettings::IniFormat);
     EXPECT_EQ(settings.value("kelvo.bridge.artnet_host").toString(), "10.1.2.3");
     EXPECT_EQ(settings.value("kelvo.bridge.artnet_enabled").toBool(), true);
     EXPECT_EQ(settings.value("kelvo.bridge.enttec_enabled").toBool(), false);
@@ -436,7 +352,7 @@ TEST_F(AppModelTest, LostCaptureResumesWhenTheDeviceLayerReportsBack) {
     // A loop the operator stopped stays stopped.
     model->stopEngineLoop();
     devices->listener();
-    test::pumpUntil([] { return false; }, std::chrono::milliseconds(20));
+    test::pumpFor(std::chrono::milliseconds(20));
     EXPECT_FALSE(model->isEngineLoopRunning());
     EXPECT_FALSE(model->mic().isCapturing());
 }

@@ -2,10 +2,9 @@
 
 #include "Engine/EngineHost.h"
 
-#include <gtest/gtest.h>
+#include "support/RecordingHarness.h"
 
-#include <fstream>
-#include <sstream>
+#include <gtest/gtest.h>
 
 namespace kelvo {
 namespace {
@@ -32,13 +31,6 @@ public:
     void outputFrame(const DmxFrame& buffers) override { frames.push_back(buffers); }
 };
 
-std::string recordingHarness() {
-    std::ifstream file(std::string(KELVO_TEST_DATA_DIR) + "/harnesses/recording.js");
-    std::stringstream text;
-    text << file.rdbuf();
-    return text.str();
-}
-
 MicHop levelHop(double high) {
     MicHop hop;
     hop.levels = {0.5, 0.5, high, 0.5, 0.3, 0.0};
@@ -49,22 +41,14 @@ MicHop levelHop(double high) {
 
 class EngineLoopTest : public testing::Test {
 protected:
-    void SetUp() override { engine.loadHarness(recordingHarness()); }
+    void SetUp() override { engine.loadHarness(test::testHarness()); }
     void realizeShow(bool stepPalette = false) {
         engine.loadShow({{"name", "Demo"},
                          {"stepPalette", stepPalette},
                          {"result", {{"dmx", {{"1", {10, 20}}, {"2", {30}}}}}}},
                         json::object());
     }
-    /// The values the harness logged under `name`, in call order.
-    std::vector<json> logged(const std::string& name) {
-        std::vector<json> values;
-        const json payload = json::parse(engine.interpretationPayload().value_or("{}"));
-        for (const json& entry : payload.value("log", json::array()))
-            if (entry[0] == name)
-                values.push_back(entry[1]);
-        return values;
-    }
+    std::vector<json> logged(const std::string& name) { return test::loggedCalls(engine, name); }
     EngineHost engine;
     FakeHopSource hops;
     ManualMonotonicClock clock;
@@ -117,7 +101,7 @@ TEST_F(EngineLoopTest, WithoutAShowTheLastBuffersKeepGoingOut) {
     EXPECT_EQ(listener.frames.back(), expected);
 
     // The show goes away (new harness): the previous buffers are re-sent, not black.
-    engine.loadHarness(recordingHarness());
+    engine.loadHarness(test::testHarness());
     loop.tick();
     EXPECT_EQ(listener.frames.back(), expected);
 }

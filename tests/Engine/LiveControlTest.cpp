@@ -2,10 +2,9 @@
 
 #include "Engine/EngineHost.h"
 
-#include <gtest/gtest.h>
+#include "support/RecordingHarness.h"
 
-#include <fstream>
-#include <sstream>
+#include <gtest/gtest.h>
 
 namespace kelvo {
 namespace {
@@ -13,17 +12,10 @@ namespace {
 using nlohmann::json;
 using namespace std::chrono_literals;
 
-std::string recordingHarness() {
-    std::ifstream file(std::string(KELVO_TEST_DATA_DIR) + "/harnesses/recording.js");
-    std::stringstream text;
-    text << file.rdbuf();
-    return text.str();
-}
-
 class LiveControlTest : public testing::Test {
 protected:
     void SetUp() override {
-        engine.loadHarness(recordingHarness());
+        engine.loadHarness(test::testHarness());
         engine.loadShow({{"name", "Demo"}, {"result", json::object()}}, json::object());
     }
 
@@ -40,14 +32,7 @@ protected:
         return h;
     }
 
-    std::vector<json> engineControls() {
-        std::vector<json> found;
-        const json payload = json::parse(engine.interpretationPayload().value_or("{}"));
-        for (const json& entry : payload.value("log", json::array()))
-            if (entry[0] == "applyControl")
-                found.push_back(entry[1]);
-        return found;
-    }
+    std::vector<json> engineControls() { return test::loggedCalls(engine, "applyControl"); }
 
     EngineHost engine;
     ManualMonotonicClock clock;

@@ -3,13 +3,11 @@
 #include "Cloud/OfflineShowCache.h"
 #include "Engine/EngineHost.h"
 
+#include "support/RecordingHarness.h"
 #include "support/TemporaryDirectory.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-
-#include <fstream>
-#include <sstream>
 
 namespace kelvo {
 namespace {
@@ -17,18 +15,11 @@ namespace {
 using nlohmann::json;
 using testing::HasSubstr;
 
-QByteArray harness(const std::string& name) {
-    std::ifstream file(std::string(KELVO_TEST_DATA_DIR) + "/harnesses/" + name);
-    std::stringstream text;
-    text << file.rdbuf();
-    return QByteArray::fromStdString(text.str());
-}
-
 class OfflineCacheSeedTest : public testing::Test {
 protected:
     OfflineCacheSource source(const std::string& harnessName, const std::string& bootstrap) {
-        return {harness(harnessName), R"({"version": 1})", QByteArray::fromStdString(bootstrap),
-                R"({"themes": []})"};
+        return {QByteArray::fromStdString(test::testHarness(harnessName)), R"({"version": 1})",
+                QByteArray::fromStdString(bootstrap), R"({"themes": []})"};
     }
 
     /// Seeds and returns the failure text, or "" when it succeeded.

@@ -6,10 +6,10 @@
 #include "support/PulseAudioServer.h"
 #include "support/QtEventLoop.h"
 #include "support/RequiredTool.h"
+#include "support/SoundFile.h"
 #include "support/TemporaryDirectory.h"
 
 #include <gtest/gtest.h>
-#include <sndfile.h>
 
 #include <cmath>
 #include <numbers>
@@ -100,20 +100,13 @@ TEST_F(PulseAudioCaptureTest, CapturedHopsMatchAnOfflineAnalysisInOrderWithoutGa
     // The recording holds the same audio, read back by libsndfile.
     capture.stop();
     capture.recording().writer().waitUntilIdle();
-    SF_INFO info{};
-    SNDFILE* file = sf_open(capture.recording().firstFile()->c_str(), SFM_READ, &info);
-    ASSERT_NE(file, nullptr);
-    EXPECT_EQ(info.samplerate, rate);
-    EXPECT_EQ(info.channels, 2);
-    EXPECT_EQ(info.format, SF_FORMAT_WAV | SF_FORMAT_PCM_24);
-    ASSERT_GE(info.frames, static_cast<sf_count_t>(track.size() / channels));
-    std::vector<float> recorded(track.size());
-    sf_readf_float(file, recorded.data(),
-                   info.frames < sf_count_t(track.size() / 2) ? info.frames
-                                                              : sf_count_t(track.size() / 2));
-    sf_close(file);
+    const test::SoundFile recorded = test::readSoundFile(*capture.recording().firstFile());
+    EXPECT_EQ(recorded.sampleRate, rate);
+    EXPECT_EQ(recorded.channels, 2);
+    EXPECT_EQ(recorded.format, SF_FORMAT_WAV | SF_FORMAT_PCM_24);
+    ASSERT_GE(recorded.frames, static_cast<sf_count_t>(track.size() / channels));
     for (std::size_t i = 0; i < track.size(); i += 997)
-        ASSERT_NEAR(recorded[i], track[i], 1.0 / 8388607 + 1e-7) << i;
+        ASSERT_NEAR(recorded.samples[i], track[i], 1.0 / 8388607 + 1e-7) << i;
 }
 
 TEST_F(PulseAudioCaptureTest, RemovingTheSourceStopsCapture) {
@@ -137,14 +130,7 @@ TEST_F(PulseAudioCaptureTest, TheDefaultInputHearsAWavPlayedIntoTheSpeakers) {
         bass[f * 2] = bass[f * 2 + 1] =
             static_cast<float>(0.5 * std::sin(2 * std::numbers::pi * 80 * double(f) / rate));
     const auto wav = dir / "bass.wav";
-    SF_INFO info{};
-    info.samplerate = rate;
-    info.channels = 2;
-    info.format = SF_FORMAT_WAV | SF_FORMAT_FLOAT;
-    SNDFILE* file = sf_open(wav.c_str(), SFM_WRITE, &info);
-    ASSERT_NE(file, nullptr);
-    sf_writef_float(file, bass.data(), static_cast<sf_count_t>(bass.size() / 2));
-    sf_close(file);
+    ASSERT_TRUE(test::writeSoundFile(wav, bass, rate, 2, SF_FORMAT_WAV | SF_FORMAT_FLOAT));
 
     MicCapture capture(std::make_shared<PulseAudioInputBackend>(layer));
     capture.start(std::nullopt, std::nullopt);
@@ -173,14 +159,7 @@ TEST(AudioFileInput, PlaysTheFileInRealTimeAndLoops) {
     const int rate = 44100;
     const auto track = testTrack(rate, 2, 0.25); // 21.5 hops
     const auto path = dir / "loop.flac";
-    SF_INFO info{};
-    info.samplerate = rate;
-    info.channels = 2;
-    info.format = SF_FORMAT_FLAC | SF_FORMAT_PCM_24;
-    SNDFILE* file = sf_open(path.c_str(), SFM_WRITE, &info);
-    ASSERT_NE(file, nullptr);
-    sf_writef_float(file, track.data(), static_cast<sf_count_t>(track.size() / 2));
-    sf_close(file);
+    ASSERT_TRUE(test::writeSoundFile(path, track, rate, 2, SF_FORMAT_FLAC | SF_FORMAT_PCM_24));
 
     MicCapture capture(std::make_shared<AudioFileInputBackend>(path));
     const auto started = std::chrono::steady_clock::now();

@@ -1,16 +1,18 @@
 #include "Audio/Recording/WAVRecordingFile.h"
 
 #include "support/RequiredTool.h"
+#include "support/SoundFile.h"
 #include "support/TemporaryDirectory.h"
 
 #include <gtest/gtest.h>
-#include <sndfile.h>
 
 #include <cmath>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
+#include <functional>
+#include <optional>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <thread>
@@ -23,6 +25,16 @@ namespace {
 
 float probeSample(std::uint64_t frame, int channel) {
     return static_cast<float>(0.5 * std::sin(0.01 * double(frame) * (channel + 1)));
+}
+
+std::optional<std::string> nextLine(FILE* in) {
+    char buffer[4096];
+    if (!std::fgets(buffer, sizeof buffer, in))
+        return std::nullopt;
+    std::string text(buffer);
+    if (!text.empty() && text.back() == '\n')
+        text.pop_back();
+    return text;
 }
 
 /// The probe as a child process whose standard output is read line by line.
@@ -55,21 +67,10 @@ public:
             std::fclose(out_);
     }
     bool started() const { return pid_ > 0 && out_; }
-    std::optional<std::string> line() {
-        char buffer[4096];
-        if (!std::fgets(buffer, sizeof buffer, out_))
-            return std::nullopt;
-        std::string text(buffer);
-        if (!text.empty() && text.back() == '\n')
-            text.pop_back();
-        return text;
-    }
+    std::optional<std::string> line() { return nextLine(out_); }
     int killAndWait(int signal) {
         ::kill(pid_, signal);
-        int status = 0;
-        ::waitpid(pid_, &status, 0);
-        pid_ = -1;
-        return status;
+        return wait();
     }
     int wait() {
         int status = 0;
@@ -89,10 +90,11 @@ struct ProbeRun {
     std::uint64_t lastFrames = 0;
 };
 
-// Reads lines until `stop` says so or the output ends.
-ProbeRun follow(Probe& probe, const std::function<bool(const ProbeRun&)>& stop) {
+// Reads the probe's lines until `stop` says so or the output ends.
+ProbeRun follow(const std::function<std::optional<std::string>()>& line,
+                const std::function<bool(const ProbeRun&)>& stop) {
     ProbeRun run;
-    while (auto text = probe.line()) {
+    while (auto text = line()) {
         if (text->rfind("part ", 0) == 0)
             run.part = text->substr(5);
         else if (text->rfind("frames ", 0) == 0)
@@ -105,30 +107,8 @@ ProbeRun follow(Probe& probe, const std::function<bool(const ProbeRun&)>& stop) 
     return run;
 }
 
-struct WavContents {
-    sf_count_t frames = -1;
-    int channels = 0;
-    int format = 0;
-    std::vector<float> samples;
-};
-
-WavContents readWav(const std::filesystem::path& path) {
-    WavContents contents;
-    SF_INFO info{};
-    SNDFILE* file = sf_open(path.c_str(), SFM_READ, &info);
-    if (!file)
-        return contents;
-    contents.frames = info.frames;
-    contents.channels = info.channels;
-    contents.format = info.format;
-    contents.samples.resize(static_cast<std::size_t>(info.frames * info.channels));
-    sf_readf_float(file, contents.samples.data(), info.frames);
-    sf_close(file);
-    return contents;
-}
-
 // Every frame the file holds is the probe's signal, in order from the first.
-void expectProbeSignal(const WavContents& wav) {
+void expectProbeSignal(const test::SoundFile& wav) {
     ASSERT_EQ(wav.channels, 2);
     for (sf_count_t f = 0; f < wav.frames; f += 1009)
         for (int c = 0; c < 2; ++c)
@@ -157,7 +137,8 @@ TEST(RecordingFaults, AKilledRecordingIsRecoveredToAllButTheLastSecond) {
     test::TemporaryDirectory dir;
     Probe probe({KELVO_RECORDING_PROBE, dir.path().string()});
     ASSERT_TRUE(probe.started());
-    const ProbeRun run = follow(probe, [](const ProbeRun& r) { return r.lastFrames >= 48000 * 2; });
+    const ProbeRun run = follow([&] { return probe.line(); },
+                                [](const ProbeRun& r) { return r.lastFrames >= 48000 * 2; });
     ASSERT_FALSE(run.part.empty());
     probe.killAndWait(SIGKILL);
     const std::filesystem::path part = run.part;
@@ -166,7 +147,7 @@ TEST(RecordingFaults, AKilledRecordingIsRecoveredToAllButTheLastSecond) {
     WAVRecordingFile::recoverInterrupted(dir.path());
 
     EXPECT_FALSE(std::filesystem::exists(WAVRecordingFile::recoveryURLFor(part)));
-    const WavContents wav = readWav(part);
+    const test::SoundFile wav = test::readSoundFile(part);
     EXPECT_EQ(wav.format, SF_FORMAT_WAV | SF_FORMAT_PCM_24);
     EXPECT_GE(wav.frames, static_cast<sf_count_t>(run.lastFrames) - 48000);
     EXPECT_LE(wav.frames, static_cast<sf_count_t>(run.lastFrames) + 480);
@@ -180,14 +161,15 @@ TEST(RecordingFaults, TheFileSizeLimitStopsTheRecordingWithThePlatformsText) {
     Probe probe(
         {KELVO_RECORDING_PROBE, dir.path().string(), "--fast", "--file-size-limit", "200000"});
     ASSERT_TRUE(probe.started());
-    const ProbeRun run = follow(probe, [](const ProbeRun& r) { return !r.failure.empty(); });
+    const ProbeRun run =
+        follow([&] { return probe.line(); }, [](const ProbeRun& r) { return !r.failure.empty(); });
     EXPECT_EQ(run.failure, std::strerror(EFBIG));
     const int status = probe.wait();
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 3) << status;
 
     // Closed on failure: no side file, and the header matches the whole frames written.
     EXPECT_FALSE(std::filesystem::exists(WAVRecordingFile::recoveryURLFor(run.part)));
-    const WavContents wav = readWav(run.part);
+    const test::SoundFile wav = test::readSoundFile(run.part);
     EXPECT_GT(wav.frames, 30000);
     EXPECT_LE(44 + wav.frames * 6, 200000);
     expectProbeSignal(wav);
@@ -215,22 +197,14 @@ TEST(RecordingFaults, AFullDiskStopsTheRecordingAndKeepsEarlierAudio) {
 
     FILE* out = std::fopen((dir / "out.txt").c_str(), "r");
     ASSERT_NE(out, nullptr);
-    std::string failure, partName;
-    char line[4096];
-    while (std::fgets(line, sizeof line, out)) {
-        std::string text(line);
-        text.pop_back();
-        if (text.rfind("failed: ", 0) == 0)
-            failure = text.substr(8);
-        if (text.rfind("part ", 0) == 0)
-            partName = std::filesystem::path(text.substr(5)).filename();
-    }
+    const ProbeRun run =
+        follow([&] { return nextLine(out); }, [](const ProbeRun&) { return false; });
     std::fclose(out);
-    EXPECT_EQ(failure, std::strerror(ENOSPC));
-    ASSERT_FALSE(partName.empty());
-    const auto part = saved / partName;
+    EXPECT_EQ(run.failure, std::strerror(ENOSPC));
+    ASSERT_FALSE(run.part.empty());
+    const auto part = saved / std::filesystem::path(run.part).filename();
     EXPECT_FALSE(std::filesystem::exists(WAVRecordingFile::recoveryURLFor(part)));
-    const WavContents wav = readWav(part);
+    const test::SoundFile wav = test::readSoundFile(part);
     EXPECT_GT(wav.frames, 20000);
     expectProbeSignal(wav);
     EXPECT_EQ(soxSampleCount(part), wav.frames);

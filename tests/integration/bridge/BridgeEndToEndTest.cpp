@@ -1,9 +1,10 @@
 #include "support/ChildProcess.h"
+#include "support/FileBytes.h"
 #include "support/LoopbackReceiver.h"
+#include "support/SoundFile.h"
 #include "support/TemporaryDirectory.h"
 
 #include <gtest/gtest.h>
-#include <sndfile.h>
 
 #include <algorithm>
 #include <chrono>
@@ -18,22 +19,16 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
+using test::readText;
+using test::waitForExit;
+
 pid_t spawn(const std::vector<std::string>& arguments, const std::string& output) {
     return test::spawnWithOutput(arguments.front(), arguments, output);
 }
 
-int waitExit(pid_t pid) {
-    return test::waitForExit(pid);
-}
-
 int run(const std::vector<std::string>& arguments, const std::string& output) {
     const pid_t pid = spawn(arguments, output);
-    return pid > 0 ? waitExit(pid) : -1;
-}
-
-std::string readText(const std::filesystem::path& path) {
-    std::ifstream file(path);
-    return std::string(std::istreambuf_iterator<char>(file), {});
+    return pid > 0 ? waitForExit(pid) : -1;
 }
 
 /// A private cache, settings and Downloads folder seeded with the demo show, and a track.
@@ -81,7 +76,7 @@ TEST_F(BridgeEndToEnd, ArtDmxFollowsTheBeat) {
             continue;
         packets.push_back({std::chrono::duration<double>(Clock::now() - start).count(), *datagram});
     }
-    ASSERT_EQ(waitExit(bridge), 0) << readText(dir / "bridge.log");
+    ASSERT_EQ(waitForExit(bridge), 0) << readText(dir / "bridge.log");
     const std::string log = readText(dir / "bridge.log");
     EXPECT_NE(log.find("120.0 BPM"), std::string::npos) << log;
 
@@ -135,7 +130,7 @@ TEST_F(BridgeEndToEnd, SigtermDuringARecordingLeavesAFinishedWav) {
     ASSERT_GT(bridge, 0);
     std::this_thread::sleep_for(std::chrono::seconds(3));
     ASSERT_EQ(::kill(bridge, SIGTERM), 0);
-    ASSERT_EQ(waitExit(bridge), 0) << readText(dir / "bridge.log");
+    ASSERT_EQ(waitForExit(bridge), 0) << readText(dir / "bridge.log");
 
     std::vector<std::filesystem::path> recordings;
     bool sideFileLeft = false;
@@ -146,12 +141,10 @@ TEST_F(BridgeEndToEnd, SigtermDuringARecordingLeavesAFinishedWav) {
     }
     ASSERT_EQ(recordings.size(), 1u) << readText(dir / "bridge.log");
     EXPECT_FALSE(sideFileLeft) << "a finished part has no recovery side file";
-    SF_INFO info{};
-    SNDFILE* file = sf_open(recordings.front().c_str(), SFM_READ, &info);
-    ASSERT_NE(file, nullptr) << sf_strerror(nullptr);
-    sf_close(file);
-    EXPECT_EQ(info.format, SF_FORMAT_WAV | SF_FORMAT_PCM_24);
-    EXPECT_GE(double(info.frames) / info.samplerate, 2.0) << "nearly three seconds recorded";
+    const test::SoundFile wav = test::readSoundFile(recordings.front());
+    ASSERT_GE(wav.frames, 0) << sf_strerror(nullptr);
+    EXPECT_EQ(wav.format, SF_FORMAT_WAV | SF_FORMAT_PCM_24);
+    EXPECT_GE(double(wav.frames) / wav.sampleRate, 2.0) << "nearly three seconds recorded";
     EXPECT_NE(readText(dir / "bridge.log").find("Recording saved in Downloads."),
               std::string::npos);
 }

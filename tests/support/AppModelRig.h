@@ -1,0 +1,75 @@
+#pragma once
+
+#include "Audio/Devices/FakeAudioDeviceLayer.h"
+#include "DMX/OutputFakes.h"
+#include "Engine/AppModel.h"
+#include "support/FakeAudioInput.h"
+#include "support/FakeTimers.h"
+#include "support/RecordingHarness.h"
+#include "support/TemporaryDirectory.h"
+
+#include <functional>
+#include <memory>
+
+namespace kelvo::test {
+
+/// A microphone permission the test answers by hand.
+class ScriptedMicrophone final : public MicrophoneAuthorization {
+public:
+    MicrophoneAuthorizationStatus answerStatus = MicrophoneAuthorizationStatus::authorized;
+    int requests = 0;
+    std::function<void(bool)> pending;
+    MicrophoneAuthorizationStatus status() const override { return answerStatus; }
+    void requestAccess(std::function<void(bool)> answer) override {
+        ++requests;
+        pending = std::move(answer);
+    }
+};
+
+/// An AppModel with every platform part faked: cache and settings in a temporary folder, capture
+/// from a fake backend, Art-Net recorded, no widget, timers and clock moved by the test.
+struct AppModelRig {
+    QString settingsPath() const { return QString::fromStdString(dir / "settings.ini"); }
+
+    std::unique_ptr<OfflineShowCache> makeCache() const {
+        return std::make_unique<OfflineShowCache>(
+            std::make_unique<QSettings>(settingsPath(), QSettings::IniFormat),
+            QUrl("https://cloud.example"), QString::fromStdString(dir / "cache"));
+    }
+
+    std::unique_ptr<AppModel> makeModel(std::shared_ptr<AudioDeviceLayer> devices = nullptr) {
+        AppModelEnvironment environment;
+        environment.cache = makeCache();
+        environment.audio.deviceLayer =
+            devices ? std::move(devices) : std::make_shared<EmptyAudioDeviceLayer>();
+        environment.audio.backend = backend;
+        environment.artnetTransport = transport;
+        environment.enttec = EnttecSerialSender([](const std::string&) { return nullptr; },
+                                                [] { return std::vector<std::string>{}; });
+        environment.microphone = microphone;
+        environment.timers = timers;
+        environment.clock = clock;
+        environment.runTickTimer = false;
+        return std::make_unique<AppModel>(std::move(environment));
+    }
+
+    /// Caches the recording harness and, when asked, a show whose step lights universe 1.
+    void seedCache(bool withSnapshot = true) const {
+        auto cache = makeCache();
+        cache->saveHarnessJS(QByteArray::fromStdString(testHarness()), "{}");
+        if (withSnapshot)
+            cache->saveShowSnapshot(
+                R"({"name": "Cached", "result": {"dmx": {"1": [10, 20, 30]}}})");
+    }
+
+    TemporaryDirectory dir;
+    std::shared_ptr<FakeAudioBackend> backend = std::make_shared<FakeAudioBackend>();
+    std::shared_ptr<testing_support::RecordingTransport> transport =
+        std::make_shared<testing_support::RecordingTransport>();
+    std::shared_ptr<ScriptedMicrophone> microphone = std::make_shared<ScriptedMicrophone>();
+    std::shared_ptr<testing_support::FakeTimerFactory> timers =
+        std::make_shared<testing_support::FakeTimerFactory>();
+    std::shared_ptr<ManualMonotonicClock> clock = std::make_shared<ManualMonotonicClock>();
+};
+
+} // namespace kelvo::test
