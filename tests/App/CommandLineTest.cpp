@@ -59,22 +59,19 @@ TEST(LaunchArguments, HeadlessVenueConfiguration) {
 }
 
 TEST(LaunchArguments, TheServerChoiceNeverFailsTheLaunch) {
-    const auto explicitServer = parse({"--local", "--server", " http://10.0.0.5:4041\n"});
-    ASSERT_EQ(explicitServer.action, Action::run) << explicitServer.message;
-    EXPECT_EQ(explicitServer.options.serverURL, "http://10.0.0.5:4041");
-
-    const auto dangling = parse({"--headless", "--server"});
-    ASSERT_EQ(dangling.action, Action::run) << dangling.message;
-    EXPECT_EQ(dangling.options.serverURL, "https://cloud.kelvo.app");
-
-    const auto unusable = parse({"--server", "--headless", "--local"});
-    ASSERT_EQ(unusable.action, Action::run) << unusable.message;
-    EXPECT_TRUE(unusable.options.headless) << "an option after --server stays an option";
-    EXPECT_EQ(unusable.options.serverURL, "http://127.0.0.1:4041");
-
-    const auto garbage = parse({"--server", "no address"});
-    ASSERT_EQ(garbage.action, Action::run) << garbage.message;
-    EXPECT_EQ(garbage.options.serverURL, "https://cloud.kelvo.app");
+    const std::pair<std::vector<std::string>, std::string> cases[] = {
+        {{"--local", "--server", " http://10.0.0.5:4041\n"}, "http://10.0.0.5:4041"},
+        {{"--headless", "--server"}, "https://cloud.kelvo.app"},
+        {{"--server", "--headless", "--local"}, "http://127.0.0.1:4041"},
+        {{"--server", "no address"}, "https://cloud.kelvo.app"},
+    };
+    for (const auto& [arguments, server] : cases) {
+        const auto result = parse(arguments);
+        ASSERT_EQ(result.action, Action::run) << result.message;
+        EXPECT_EQ(result.options.serverURL, server) << arguments.back();
+    }
+    EXPECT_TRUE(parse({"--server", "--headless", "--local"}).options.headless)
+        << "an option after --server stays an option";
 }
 
 TEST(LaunchArguments, HelpAndVersion) {

@@ -1,6 +1,7 @@
-#include "Audio/BandDecibelLevels.h"
 #include "Audio/MicFeatures.h"
+#include "Audio/BandDecibelLevels.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -8,6 +9,9 @@
 
 namespace kelvo {
 namespace {
+
+using testing::DoubleEq;
+using testing::ElementsAre;
 
 TEST(LowDominance, FollowsTheLinearAmplitudeShare) {
     EXPECT_DOUBLE_EQ(BandDecibelLevels::lowDominanceFromBandDecibels(-20, -20, -20), 1.0 / 3.0);
@@ -29,37 +33,18 @@ TEST(LowDominance, SilenceAndGarbageCountAsMinus120) {
               BandDecibelLevels::lowDominanceFromBandDecibels(-120, -30, -30));
 }
 
-TEST(BandDecibelLevelsValue, SilentValue) {
-    const BandDecibelLevels silent = BandDecibelLevels::silent();
-    EXPECT_EQ(silent.low, -120);
-    EXPECT_EQ(silent.mid, -120);
-    EXPECT_EQ(silent.high, -120);
-    EXPECT_EQ(silent.all, -120);
-    EXPECT_EQ(silent.lowDominance, 0);
-    EXPECT_EQ(silent.onset, 0);
-}
-
-TEST(MicBandTracePush, RisesInstantlyAndFallsByAThirdOfTheGap) {
+TEST(MicBandTracePush, RisesInstantlyFallsByAThirdOfTheGapClampsAndKeepsTheNewest160) {
     std::vector<double> trace;
     MicBandTrace::push(trace, 1.0);
     MicBandTrace::push(trace, 0.0);
-    ASSERT_EQ(trace.size(), 2u);
-    EXPECT_DOUBLE_EQ(trace[0], 1.0);
-    EXPECT_DOUBLE_EQ(trace[1], 0.65);
     MicBandTrace::push(trace, 0.9);
-    EXPECT_DOUBLE_EQ(trace[2], 0.9);
-}
+    EXPECT_THAT(trace, ElementsAre(DoubleEq(1.0), DoubleEq(0.65), DoubleEq(0.9)));
+    std::vector<double> clamped;
+    MicBandTrace::push(clamped, 7.0);
+    MicBandTrace::push(clamped, -3.0);
+    EXPECT_THAT(clamped, ElementsAre(DoubleEq(1.0), DoubleEq(0.65)));
 
-TEST(MicBandTracePush, ClampsToUnitRange) {
-    std::vector<double> trace;
-    MicBandTrace::push(trace, 7.0);
-    MicBandTrace::push(trace, -3.0);
-    EXPECT_DOUBLE_EQ(trace[0], 1.0);
-    EXPECT_DOUBLE_EQ(trace[1], 0.65);
-}
-
-TEST(MicBandTracePush, KeepsTheNewest160) {
-    std::vector<double> trace;
+    trace.clear();
     for (int i = 0; i < 200; ++i)
         MicBandTrace::push(trace, i / 199.0);
     ASSERT_EQ(trace.size(), 160u);

@@ -26,12 +26,9 @@ bool isOpenDescriptor(int fd) {
     return ::fcntl(fd, F_GETFD) != -1;
 }
 
-TEST(EnttecFrame, EmptyChannelListIsSixBytes) {
+TEST(EnttecFrame, LayoutAndLengthForEmptyShortAndOversizedInput) {
     EXPECT_THAT(EnttecFrameBuilder::buildSendDmxFrame(Bytes{}),
                 ElementsAre(0x7E, 0x06, 0x01, 0x00, 0x00, 0xE7));
-}
-
-TEST(EnttecFrame, LayoutAndLengthForShortAndOversizedInput) {
     EXPECT_THAT(EnttecFrameBuilder::buildSendDmxFrame(Bytes{10, 20, 30}),
                 ElementsAre(0x7E, 0x06, 0x04, 0x00, 0x00, 10, 20, 30, 0xE7));
 

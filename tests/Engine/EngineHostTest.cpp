@@ -1,24 +1,18 @@
 #include "Engine/EngineHost.h"
 
+#include "support/RecordingHarness.h"
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-
-#include <fstream>
-#include <sstream>
 
 namespace kelvo {
 namespace {
 
 using nlohmann::json;
+using test::loggedCalls;
+using test::testHarness;
 using testing::ElementsAre;
 using testing::HasSubstr;
-
-std::string harness(const char* name) {
-    std::ifstream file(std::string(KELVO_TEST_DATA_DIR) + "/harnesses/" + name);
-    std::stringstream text;
-    text << file.rdbuf();
-    return text.str();
-}
 
 MicHop hop(double low, double mid, double high, double all = -20, double onset = 0,
            double dt = 512.0 / 48000) {
@@ -29,23 +23,9 @@ MicHop hop(double low, double mid, double high, double all = -20, double onset =
     return h;
 }
 
-// The recording harness logs every call; its interpretation payload returns the log.
-json callLog(EngineHost& host) {
-    const auto payload = host.interpretationPayload();
-    return payload ? json::parse(*payload)["log"] : json();
-}
-
-std::vector<json> calls(EngineHost& host, const std::string& name) {
-    std::vector<json> found;
-    for (const json& entry : callLog(host))
-        if (entry[0] == name)
-            found.push_back(entry[1]);
-    return found;
-}
-
 class RecordingHost : public testing::Test {
 protected:
-    void SetUp() override { host.loadHarness(harness("recording.js")); }
+    void SetUp() override { host.loadHarness(testHarness()); }
     void loadShow(json show, json control = json::object()) {
         show["name"] = show.value("name", "Demo");
         subset = host.loadShow(show, control);
@@ -54,39 +34,35 @@ protected:
     std::optional<std::string> subset;
 };
 
-TEST(EngineHostLoad, FreshHostHasNothing) {
-    EngineHost host;
-    EXPECT_FALSE(host.hasContext());
-    EXPECT_FALSE(host.hasRealizedShow());
+TEST(EngineHostLoad, WithoutASessionEveryCallIsANoOp) {
     const std::vector<MicHop> hops = {hop(-20, -20, -20)};
-    EXPECT_EQ(host.updateClassical(hops), std::nullopt);
-    EXPECT_EQ(host.step("{}", 0.016, true), std::nullopt);
-    EXPECT_EQ(host.dropDiagnostics().status, "Not loaded");
-    EXPECT_EQ(host.dropDiagnostics().architecture, "classical");
-}
+    EngineHost fresh;
+    EXPECT_FALSE(fresh.hasContext());
+    EXPECT_EQ(fresh.dropDiagnostics().architecture, "classical");
 
-TEST(EngineHostLoad, HarnessWithoutEngineLoadsQuietly) {
-    EngineHost host;
+    EngineHost noEngine;
     testing::internal::CaptureStdout();
-    host.loadHarness(harness("no_engine.js"));
-    host.shiftLighting(); // no session: nothing to call
-    host.shiftColorScheme();
+    noEngine.loadHarness(testHarness("no_engine.js"));
+    noEngine.shiftLighting(); // no session: nothing to call
+    noEngine.shiftColorScheme();
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
-    EXPECT_TRUE(host.hasContext());
-    EXPECT_FALSE(host.hasSession());
-    EXPECT_FALSE(host.hasRealizedShow());
-    EXPECT_EQ(host.loadShow({{"name", "x"}}, json::object()), std::nullopt);
-    EXPECT_EQ(host.step("{}", 0.016, true), std::nullopt);
-    const std::vector<MicHop> hops = {hop(-20, -20, -20)};
-    EXPECT_EQ(host.updateClassical(hops), std::nullopt);
-    EXPECT_EQ(host.classicalClock(), 0.0);
-    EXPECT_EQ(host.dropDiagnostics().status, "Not loaded");
+    EXPECT_TRUE(noEngine.hasContext());
+    EXPECT_FALSE(noEngine.hasSession());
+    EXPECT_EQ(noEngine.loadShow({{"name", "x"}}, json::object()), std::nullopt);
+    EXPECT_EQ(noEngine.classicalClock(), 0.0);
+
+    for (EngineHost* host : {&fresh, &noEngine}) {
+        EXPECT_FALSE(host->hasRealizedShow());
+        EXPECT_EQ(host->updateClassical(hops), std::nullopt);
+        EXPECT_EQ(host->step("{}", 0.016, true), std::nullopt);
+        EXPECT_EQ(host->dropDiagnostics().status, "Not loaded");
+    }
 }
 
 TEST(EngineHostLoad, ScriptExceptionsArePrintedAndSwallowed) {
     EngineHost host;
     testing::internal::CaptureStdout();
-    host.loadHarness(harness("throws_on_load.js"));
+    host.loadHarness(testHarness("throws_on_load.js"));
     const std::string printed = testing::internal::GetCapturedStdout();
     EXPECT_THAT(printed, HasSubstr("JSC error: Error: harness failed half way\n"));
     EXPECT_THAT(printed, HasSubstr("JSC error: TypeError: tracker broken\n"));
@@ -97,7 +73,7 @@ TEST(EngineHostLoad, ScriptExceptionsArePrintedAndSwallowed) {
 
 TEST(EngineHostLoad, ClassicalBeatTrackerIsTheFallback) {
     EngineHost host;
-    host.loadHarness(harness("classical_fallback.js"));
+    host.loadHarness(testHarness("classical_fallback.js"));
     const std::vector<MicHop> hops = {hop(-7, -20, -20)};
     const auto frame = host.updateClassical(hops);
     ASSERT_TRUE(frame);
@@ -121,12 +97,12 @@ TEST_F(RecordingHost, ClassicalChainPassesLevelsThroughEveryStage) {
     EXPECT_TRUE(host.dropArmed()) << "sustained_low > 0 arms the recording detector";
 
     loadShow({{"result", json::object()}});
-    const auto detector = calls(host, "detector");
+    const auto detector = loggedCalls(host, "detector");
     ASSERT_EQ(detector.size(), 1u);
     EXPECT_EQ(detector[0], json({0.5, 0.9, 0.6, 0.01}));
-    EXPECT_EQ(calls(host, "window")[0], 0.01);
-    EXPECT_EQ(calls(host, "normalizer")[0], 0.01);
-    EXPECT_EQ(calls(host, "tracker")[0], json({0.5, 0.01}));
+    EXPECT_EQ(loggedCalls(host, "window")[0], 0.01);
+    EXPECT_EQ(loggedCalls(host, "normalizer")[0], 0.01);
+    EXPECT_EQ(loggedCalls(host, "tracker")[0], json({0.5, 0.01}));
 }
 
 TEST_F(RecordingHost, NegativeHopDurationsDoNotMoveTheClock) {
@@ -135,9 +111,9 @@ TEST_F(RecordingHost, NegativeHopDurationsDoNotMoveTheClock) {
     EXPECT_DOUBLE_EQ(host.classicalClock(), 0.5);
     loadShow({{"result", json::object()}});
     // The window sees the clamped duration; the detector and the tracker the hop's own.
-    EXPECT_EQ(calls(host, "window")[0], 0.0);
-    EXPECT_EQ(calls(host, "detector")[0][3], -1.0);
-    EXPECT_EQ(calls(host, "tracker")[0][1], -1.0);
+    EXPECT_EQ(loggedCalls(host, "window")[0], 0.0);
+    EXPECT_EQ(loggedCalls(host, "detector")[0][3], -1.0);
+    EXPECT_EQ(loggedCalls(host, "tracker")[0][1], -1.0);
 }
 
 TEST_F(RecordingHost, BeatInTheMiddleOfABatchIsKept) {
@@ -228,11 +204,11 @@ TEST_F(RecordingHost, ShowLoadAppliesOptionsAndControlFromState) {
     EXPECT_EQ(json::parse(*subset)["name"], "Club");
     EXPECT_TRUE(host.hasRealizedShow());
 
-    EXPECT_EQ(calls(host, "build")[0], json({"Club", control}));
-    EXPECT_EQ(calls(host, "applyFixtureOptions")[0],
+    EXPECT_EQ(loggedCalls(host, "build")[0], json({"Club", control}));
+    EXPECT_EQ(loggedCalls(host, "applyFixtureOptions")[0],
               json({{{"id", "a"}, {"options", {{"dimmer_type", "8bit"}}}},
                     {{"id", "b"}, {"options", json::object()}}}));
-    const json applied = calls(host, "applyControl")[0];
+    const json applied = loggedCalls(host, "applyControl")[0];
     EXPECT_EQ(applied, (json{{"modeId", "pulse"},
                              {"modeTo", "chase"},
                              {"modeLerp", 0},
@@ -242,17 +218,17 @@ TEST_F(RecordingHost, ShowLoadAppliesOptionsAndControlFromState) {
 
 TEST_F(RecordingHost, FixturesThatAreNotAllMapsSkipTheOptionsCall) {
     loadShow({{"result", json::object()}, {"fixtures", {{{"id", "a"}}, 3}}});
-    ASSERT_EQ(calls(host, "build").size(), 1u);
-    EXPECT_TRUE(calls(host, "applyFixtureOptions").empty());
+    ASSERT_EQ(loggedCalls(host, "build").size(), 1u);
+    EXPECT_TRUE(loggedCalls(host, "applyFixtureOptions").empty());
     host.applyFixtureOptions(json::array({{{"id", 1}}, {{"name", "x"}}}));
-    EXPECT_TRUE(calls(host, "applyFixtureOptions").empty());
+    EXPECT_TRUE(loggedCalls(host, "applyFixtureOptions").empty());
 }
 
 TEST_F(RecordingHost, ApplyControlMapRules) {
     loadShow({{"result", json::object()}});
     host.applyControl({.modeId = ""});
     host.applyControl({});
-    EXPECT_TRUE(calls(host, "applyControl").empty());
+    EXPECT_TRUE(loggedCalls(host, "applyControl").empty());
 
     host.applyControl({.modeId = "wash"});
     host.applyControl({.modeTo = "ignored-without-mode", .themeName = "Ice", .manualDimmer = -3});
@@ -261,7 +237,7 @@ TEST_F(RecordingHost, ApplyControlMapRules) {
                        .modeLerp = 0.25,
                        .themes = json::array({{{"name", "Ice"}}}),
                        .manualDimmer = 0.5});
-    const auto applied = calls(host, "applyControl");
+    const auto applied = loggedCalls(host, "applyControl");
     ASSERT_EQ(applied.size(), 3u);
     EXPECT_EQ(applied[0], (json{{"modeId", "wash"}, {"modeTo", nullptr}, {"modeLerp", 0}}));
     EXPECT_EQ(applied[1], (json{{"themeName", "Ice"}, {"manualDimmer", 0}}));
@@ -270,12 +246,12 @@ TEST_F(RecordingHost, ApplyControlMapRules) {
                                 {"modeTo", "b"},
                                 {"modeLerp", 0.25},
                                 {"manualDimmer", 0.5}}));
-    EXPECT_EQ(calls(host, "applyControlKeys")[2],
+    EXPECT_EQ(loggedCalls(host, "applyControlKeys")[2],
               json({"themes", "modeId", "modeTo", "modeLerp", "manualDimmer"}));
 
     // Text from outside that is not UTF-8 reaches the script mended, never as an exception.
     host.applyControl({.modeId = "wash\xff"});
-    EXPECT_EQ(calls(host, "applyControl").back()["modeId"], "wash\uFFFD");
+    EXPECT_EQ(loggedCalls(host, "applyControl").back()["modeId"], "wash\uFFFD");
 }
 
 TEST(EngineHostManualDimmer, FirstMatchWins) {
@@ -297,7 +273,7 @@ TEST_F(RecordingHost, StepConvertsHostileDmx) {
     const auto buffers = host.step(R"({"beat":true})", 1.0 / 60, false);
     ASSERT_TRUE(buffers);
     EXPECT_EQ(*buffers, (DmxFrame{{1, {255, 0, 0}}}));
-    const auto step = calls(host, "step")[0];
+    const auto step = loggedCalls(host, "step")[0];
     EXPECT_EQ(step[0], json({{"beat", true}}));
     EXPECT_DOUBLE_EQ(step[1].get<double>(), 1.0 / 60);
 }
@@ -306,7 +282,7 @@ TEST_F(RecordingHost, StepWithoutDmxGivesAnEmptyMapNotNothing) {
     for (const json& result :
          {json::object(), json{{"dmx", 5}}, json{{"dmx", {{"1", 5}}}}, json{{"dmx", nullptr}}}) {
         EngineHost fresh;
-        fresh.loadHarness(harness("recording.js"));
+        fresh.loadHarness(testHarness());
         fresh.loadShow({{"name", "x"}, {"result", result}}, json::object());
         const auto buffers = fresh.step("{}", 0.016, false);
         ASSERT_TRUE(buffers) << result;
@@ -389,7 +365,7 @@ TEST_F(RecordingHost, CachedShowReloadsTheSubsetAndPositions) {
     loadShow(plotResult(4, 1.0));
     ASSERT_TRUE(subset);
     EngineHost restarted;
-    restarted.loadHarness(harness("recording.js"));
+    restarted.loadHarness(testHarness());
     EXPECT_FALSE(restarted.hasRealizedShow());
     restarted.loadCachedShow(*subset);
     EXPECT_TRUE(restarted.hasRealizedShow());
@@ -397,7 +373,7 @@ TEST_F(RecordingHost, CachedShowReloadsTheSubsetAndPositions) {
     EXPECT_EQ(restarted.lightingPlot().lamps.size(), 4u);
 
     EngineHost broken;
-    broken.loadHarness(harness("recording.js"));
+    broken.loadHarness(testHarness());
     testing::internal::CaptureStdout();
     broken.loadCachedShow("{not json");
     testing::internal::GetCapturedStdout();
@@ -407,7 +383,7 @@ TEST_F(RecordingHost, CachedShowReloadsTheSubsetAndPositions) {
     std::string damaged = *subset;
     damaged.insert(damaged.find('{') + 1, "\"\xc3\x28\":0,");
     restarted.loadCachedShow(damaged);
-    EXPECT_EQ(calls(restarted, "loadShow").size(), 1u);
+    EXPECT_EQ(loggedCalls(restarted, "loadShow").size(), 1u);
     restarted.step("{}", 0.016, true);
     EXPECT_EQ(restarted.lightingPlot().lamps.size(), 4u);
 }
@@ -416,7 +392,7 @@ TEST_F(RecordingHost, NewHarnessDropsTheShowAndResetsState) {
     loadShow(plotResult(2, 1.0));
     host.updateClassical(std::vector<MicHop>{hop(2, 0, 1, -20, 0, 0.5)});
     host.step("{}", 0.016, true);
-    host.loadHarness(harness("recording.js"));
+    host.loadHarness(testHarness());
     EXPECT_FALSE(host.hasRealizedShow());
     EXPECT_EQ(host.classicalClock(), 0.0);
     EXPECT_EQ(host.lastBeat(), BeatReadout{});
@@ -429,12 +405,13 @@ TEST_F(RecordingHost, ForcedDropShiftsAndPerformanceClock) {
     loadShow({{"result", json::object()}});
     host.setForcedDrop(true);
     host.setForcedDrop(false);
-    EXPECT_EQ(calls(host, "setForcedDrop"), (std::vector<json>{true, false}));
+    EXPECT_EQ(loggedCalls(host, "setForcedDrop"), (std::vector<json>{true, false}));
     host.shiftLighting();
     host.shiftColorScheme();
     host.shiftColorScheme();
-    EXPECT_EQ(calls(host, "shiftLighting"), (std::vector<json>{0})) << "called without arguments";
-    EXPECT_EQ(calls(host, "shiftColorScheme"), (std::vector<json>{0, 0}));
+    EXPECT_EQ(loggedCalls(host, "shiftLighting"), (std::vector<json>{0}))
+        << "called without arguments";
+    EXPECT_EQ(loggedCalls(host, "shiftColorScheme"), (std::vector<json>{0, 0}));
     const auto payload = json::parse(*host.interpretationPayload());
     const double now = payload["now"].get<double>();
     const double expected = std::chrono::duration<double, std::milli>(

@@ -16,10 +16,7 @@ testing::ClassicalRun runTrack(const DanceTrackSpec& spec, EngineHost& host) {
 }
 
 TEST(HarnessDrop, ABreakAfterTheWarmUpFiresExactlyOnceWhenTheBassReturns) {
-    DanceTrackSpec spec;
-    spec.bpm = 126;
-    spec.seconds = 60;
-    spec.breaks.push_back({36.0, 10.0});
+    DanceTrackSpec spec{.bpm = 126, .seconds = 60, .breaks = {{36.0, 10.0}}};
     EngineHost host;
     const auto run = runTrack(spec, host);
     const double bassBack = spec.breaks[0].start + spec.breaks[0].length;
@@ -41,10 +38,7 @@ TEST(HarnessDrop, ABreakAfterTheWarmUpFiresExactlyOnceWhenTheBassReturns) {
 }
 
 TEST(HarnessDrop, TheDropLevelIsOneAtTheDropAndDecaysToZero) {
-    DanceTrackSpec spec;
-    spec.bpm = 128;
-    spec.seconds = 56;
-    spec.breaks.push_back({34.0, 10.0});
+    DanceTrackSpec spec{.bpm = 128, .seconds = 56, .breaks = {{34.0, 10.0}}};
     EngineHost host;
     host.loadHarness(testing::harnessSource());
     double previous = 0;
@@ -65,58 +59,37 @@ TEST(HarnessDrop, TheDropLevelIsOneAtTheDropAndDecaysToZero) {
     EXPECT_TRUE(decayed);
 }
 
-TEST(HarnessDrop, ABreakInsideTheFirstThirtySecondsNeverArms) {
-    DanceTrackSpec spec;
-    spec.bpm = 124;
-    spec.seconds = 40;
-    spec.breaks.push_back({12.0, 10.0});
-    EngineHost host;
-    const auto run = runTrack(spec, host);
-    EXPECT_TRUE(run.dropTimes.empty());
-    EXPECT_LT(run.firstArmedAt, 0);
-}
-
-TEST(HarnessDrop, OnlyBassOutTimeAfterTheWarmUpCounts) {
-    // Bass out from 25 s to 33 s: eight seconds out, but only three after the warm-up.
-    DanceTrackSpec spec;
-    spec.bpm = 124;
-    spec.seconds = 45;
-    spec.breaks.push_back({25.0, 8.0});
-    EngineHost host;
-    const auto run = runTrack(spec, host);
-    EXPECT_TRUE(run.dropTimes.empty());
-    EXPECT_LT(run.firstArmedAt, 0);
-}
-
-TEST(HarnessDrop, ASteadyTrackNeverFires) {
-    DanceTrackSpec spec;
-    spec.bpm = 128;
-    spec.seconds = 70;
-    spec.noiseDecibels = -50;
-    spec.levelChanges.push_back({40.0, -10.0});
-    EngineHost host;
-    const auto run = runTrack(spec, host);
-    EXPECT_TRUE(run.dropTimes.empty());
-    EXPECT_LT(run.firstArmedAt, 0);
-    EXPECT_EQ(host.dropDiagnostics().status, "listening");
-}
-
-TEST(HarnessDrop, AShortBreakDoesNotArm) {
-    DanceTrackSpec spec;
-    spec.bpm = 128;
-    spec.seconds = 50;
-    spec.breaks.push_back({34.0, 4.0});
-    EngineHost host;
-    const auto run = runTrack(spec, host);
-    EXPECT_TRUE(run.dropTimes.empty());
+TEST(HarnessDrop, WithoutALongBreakAfterTheWarmUpNothingArms) {
+    struct Case {
+        const char* what;
+        double bpm, seconds;
+        std::vector<testing::DanceBreak> breaks;
+        double noiseDecibels = -200;
+        std::vector<testing::DanceLevelChange> levelChanges = {};
+    };
+    const Case cases[] = {
+        {"a break inside the first thirty seconds", 124, 40, {{12.0, 10.0}}},
+        // Bass out from 25 s to 33 s: eight seconds out, but only three after the warm-up.
+        {"a break across the end of the warm-up", 124, 45, {{25.0, 8.0}}},
+        {"a short break", 128, 50, {{34.0, 4.0}}},
+        {"a steady noisy track that gets quieter", 128, 70, {}, -50, {{40.0, -10.0}}},
+    };
+    for (const Case& c : cases) {
+        DanceTrackSpec spec{.bpm = c.bpm,
+                            .seconds = c.seconds,
+                            .noiseDecibels = c.noiseDecibels,
+                            .breaks = c.breaks,
+                            .levelChanges = c.levelChanges};
+        EngineHost host;
+        const auto run = runTrack(spec, host);
+        EXPECT_TRUE(run.dropTimes.empty()) << c.what;
+        EXPECT_LT(run.firstArmedAt, 0) << c.what;
+        EXPECT_EQ(host.dropDiagnostics().status, "listening") << c.what;
+    }
 }
 
 TEST(HarnessDrop, TwoBreaksFireTwoDrops) {
-    DanceTrackSpec spec;
-    spec.bpm = 130;
-    spec.seconds = 80;
-    spec.breaks.push_back({32.0, 9.0});
-    spec.breaks.push_back({56.0, 9.0});
+    DanceTrackSpec spec{.bpm = 130, .seconds = 80, .breaks = {{32.0, 9.0}, {56.0, 9.0}}};
     EngineHost host;
     const auto run = runTrack(spec, host);
     ASSERT_EQ(run.dropTimes.size(), 2u);
@@ -126,9 +99,7 @@ TEST(HarnessDrop, TwoBreaksFireTwoDrops) {
 }
 
 TEST(HarnessDrop, StatusIsArmedDuringALongBreak) {
-    DanceTrackSpec spec;
-    spec.bpm = 128;
-    spec.seconds = 44;
+    DanceTrackSpec spec{.bpm = 128, .seconds = 44};
     spec.breaks.push_back({32.0, 30.0}); // still out at the end
     EngineHost host;
     runTrack(spec, host);

@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <limits>
 #include <string>
 
 namespace kelvo {
@@ -218,42 +219,27 @@ TEST(LightingModes, ParentAndCoreKeyOnlyWhenText) {
 
 // --- control selections -------------------------------------------------------------------
 
-TEST(ControlSelections, TrimsAndDefaultsModeAndTheme) {
-    EXPECT_EQ(parsed::extractControlSelections(json{{"control_state", {{"theme_name", ""}}}}),
-              (BridgeControlSelections{"blackout", "Rave", std::nullopt, 0}));
-    EXPECT_EQ(parsed::extractControlSelections(
-                  json{{"control_state", {{"mode", " party\n"}, {"theme_name", "\tOcean "}}}}),
-              (BridgeControlSelections{"party", "Ocean", std::nullopt, 0}));
-    EXPECT_EQ(parsed::extractControlSelections(
-                  json{{"control_state", {{"mode", 4}, {"theme_name", " "}}}}),
-              (BridgeControlSelections{"blackout", "Rave", std::nullopt, 0}));
-}
-
-TEST(ControlSelections, ModeToIsKeptVerbatimWhenText) {
-    EXPECT_EQ(parsed::extractControlSelections(json{{"control_state", {{"mode_to", ""}}}}).modeTo,
-              "");
-    EXPECT_EQ(
-        parsed::extractControlSelections(json{{"control_state", {{"mode_to", " x "}}}}).modeTo,
-        " x ");
-    EXPECT_EQ(
-        parsed::extractControlSelections(json{{"control_state", {{"mode_to", nullptr}}}}).modeTo,
-        std::nullopt);
-}
-
-TEST(ControlSelections, ModeLerpIsClampedToUnitRange) {
-    const auto lerp = [](const json& value) {
-        return parsed::extractControlSelections(json{{"control_state", {{"mode_lerp", value}}}})
-            .modeLerp;
+TEST(ControlSelections, TrimModeAndThemeKeepModeToVerbatimClampTheLerp) {
+    const auto inf = std::numeric_limits<double>::infinity();
+    const std::pair<json, BridgeControlSelections> cases[] = {
+        {json::object(), {"blackout", "Rave", std::nullopt, 0}},
+        {{{"theme_name", ""}}, {"blackout", "Rave", std::nullopt, 0}},
+        {{{"mode", " party\n"}, {"theme_name", "\tOcean "}}, {"party", "Ocean", std::nullopt, 0}},
+        {{{"mode", 4}, {"theme_name", " "}}, {"blackout", "Rave", std::nullopt, 0}},
+        {{{"mode_to", ""}}, {"blackout", "Rave", "", 0}},
+        {{{"mode_to", " x "}}, {"blackout", "Rave", " x ", 0}},
+        {{{"mode_to", nullptr}}, {"blackout", "Rave", std::nullopt, 0}},
+        {{{"mode_lerp", 1.7}}, {"blackout", "Rave", std::nullopt, 1}},
+        {{{"mode_lerp", -0.2}}, {"blackout", "Rave", std::nullopt, 0}},
+        {{{"mode_lerp", 0.25}}, {"blackout", "Rave", std::nullopt, 0.25}},
+        {{{"mode_lerp", "0.5"}}, {"blackout", "Rave", std::nullopt, 0}},
+        {{{"mode_lerp", true}}, {"blackout", "Rave", std::nullopt, 1}},
+        {{{"mode_lerp", nullptr}}, {"blackout", "Rave", std::nullopt, 0}},
+        {{{"mode_lerp", inf}}, {"blackout", "Rave", std::nullopt, 0}}, // never reaches the engine
     };
-    EXPECT_EQ(lerp(1.7), 1);
-    EXPECT_EQ(lerp(-0.2), 0);
-    EXPECT_EQ(lerp(0.25), 0.25);
-    EXPECT_EQ(lerp("0.5"), 0);
-    EXPECT_EQ(lerp(true), 1);
-    EXPECT_EQ(lerp(nullptr), 0);
-    EXPECT_EQ(lerp(1e308 * 10), 0); // infinity never reaches the engine
-    EXPECT_EQ(parsed::extractControlSelections(json{{"control_state", json::object()}}).modeLerp,
-              0);
+    for (const auto& [state, expected] : cases)
+        EXPECT_EQ(parsed::extractControlSelections(json{{"control_state", state}}), expected)
+            << state;
 }
 
 // --- revisions ----------------------------------------------------------------------------

@@ -1,11 +1,11 @@
 #include "Show/ShowPatchBuilder.h"
 
+#include "support/FileBytes.h"
+
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <fstream>
 #include <functional>
-#include <sstream>
 
 namespace kelvo {
 namespace {
@@ -35,12 +35,7 @@ const PatchFixture* findFixture(const ShowPatch& patch, const std::string& id) {
 
 PatchFixture placed(const std::string& id, std::int64_t universe, std::int64_t address,
                     std::int64_t width) {
-    PatchFixture f;
-    f.id = id;
-    f.universe = universe;
-    f.address = address;
-    f.width = width;
-    return f;
+    return {id, "", "", universe, address, width, std::nullopt, false, false};
 }
 
 TEST(ShowPatchIdentity, NeedsASummaryWithATextId) {
@@ -80,11 +75,20 @@ TEST(ShowPatchOverlaps, TouchingRangesDoNotOverlapSharedChannelsDo) {
     EXPECT_EQ(patch->overlapCount(), 0u);
 }
 
-TEST(ShowPatchOverlaps, ChainsFlagEveryLinkWithoutBeingTransitive) {
-    // a 1…10, b 2…11, c 3…12, d 12: d touches only c, e at 13 touches nobody.
-    EXPECT_EQ(overlappingIds({placed("d", 1, 12, 1), placed("a", 1, 1, 10), placed("b", 1, 2, 10),
-                              placed("c", 1, 3, 10), placed("e", 1, 13, 1)}),
-              (std::set<std::string>{"a", "b", "c", "d"}));
+TEST(ShowPatchOverlaps, FlagsEveryFixtureSharingAChannelWithAnother) {
+    const std::pair<std::vector<PatchFixture>, std::set<std::string>> cases[] = {
+        // a 1…10, b 2…11, c 3…12, d 12: d touches only c, e at 13 touches nobody.
+        {{placed("d", 1, 12, 1), placed("a", 1, 1, 10), placed("b", 1, 2, 10),
+          placed("c", 1, 3, 10), placed("e", 1, 13, 1)},
+         {"a", "b", "c", "d"}},
+        // a covers 1…20; b (2…2) ends early but c at 10 still lies inside a.
+        {{placed("a", 1, 1, 20), placed("b", 1, 2, 1), placed("c", 1, 10, 1)}, {"a", "b", "c"}},
+        {{placed("x", 3, 1, 2), placed("y", 3, 3, 2), placed("z", 3, 5, 2)}, {}},
+        // Extreme addresses do not overflow.
+        {{placed("a", 1, INT64_MAX - 1, INT64_MAX), placed("b", 1, INT64_MAX, 1)}, {"a", "b"}},
+    };
+    for (const auto& [fixtures, expected] : cases)
+        EXPECT_EQ(overlappingIds(fixtures), expected) << fixtures.front().id;
 }
 
 TEST(ShowPatchOverlaps, ThreeMutualOverlapsCountThree) {
@@ -97,20 +101,6 @@ TEST(ShowPatchOverlaps, ThreeMutualOverlapsCountThree) {
     EXPECT_EQ(patch->fixtureCount(), 4u);
     EXPECT_EQ(patch->overlapCount(), 3u);
     EXPECT_FALSE(findFixture(*patch, "d")->overlaps);
-}
-
-TEST(ShowPatchOverlaps, AWideFixtureReachesPastItsNeighbour) {
-    // a covers 1…20; b (2…2) ends early but c at 10 still lies inside a.
-    EXPECT_EQ(overlappingIds({placed("a", 1, 1, 20), placed("b", 1, 2, 1), placed("c", 1, 10, 1)}),
-              (std::set<std::string>{"a", "b", "c"}));
-    EXPECT_EQ(overlappingIds({placed("x", 3, 1, 2), placed("y", 3, 3, 2), placed("z", 3, 5, 2)}),
-              std::set<std::string>{});
-}
-
-TEST(ShowPatchOverlaps, ExtremeAddressesDoNotOverflow) {
-    EXPECT_EQ(
-        overlappingIds({placed("a", 1, INT64_MAX - 1, INT64_MAX), placed("b", 1, INT64_MAX, 1)}),
-        (std::set<std::string>{"a", "b"}));
 }
 
 TEST(ShowPatchOverlaps, DisabledFixturesStillCount) {
@@ -354,10 +344,7 @@ TEST(ShowPatchDemo, DemoShowsBuildWithoutOverlaps) {
     for (const auto& entry : std::filesystem::recursive_directory_iterator(folder)) {
         if (entry.path().extension() != ".json")
             continue;
-        std::ifstream file(entry.path());
-        std::stringstream text;
-        text << file.rdbuf();
-        collect(json::parse(text.str()));
+        collect(json::parse(test::readText(entry.path())));
     }
     ASSERT_FALSE(snapshots.empty()) << "no show snapshot under " << folder;
     for (const auto& snapshot : snapshots) {

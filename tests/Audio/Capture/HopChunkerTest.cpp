@@ -46,36 +46,32 @@ TEST(HopChunkerMix, InterleavedAndNonInterleavedStereoGiveTheSameMono) {
     EXPECT_FLOAT_EQ(hopsA[0].samples[100], (sample(100, 0) + sample(100, 1)) / 2);
 }
 
-TEST(HopChunkerMix, TwoRequestedOfSixteenMixesTheFirstTwoOnly) {
-    auto chunker = makeChunker(48000, 2);
-    const auto sixteen = interleaved(512, 16);
-    const AudioBuffer list[] = {{16, sixteen.data()}};
-    const auto hops = chunker.pushMono(list, 512);
-    ASSERT_EQ(hops.size(), 1u);
-    for (std::size_t f : {0u, 7u, 511u})
-        EXPECT_FLOAT_EQ(hops[0].samples[f], (sample(f, 0) + sample(f, 1)) / 2) << f;
-}
-
-TEST(HopChunkerMix, FourRequestedOfTwoMixesTwo) {
-    auto chunker = makeChunker(48000, 4);
-    const auto stereo = interleaved(512, 2);
-    const AudioBuffer list[] = {{2, stereo.data()}};
-    const auto hops = chunker.pushMono(list, 512);
-    ASSERT_EQ(hops.size(), 1u);
-    EXPECT_FLOAT_EQ(hops[0].samples[3], (sample(3, 0) + sample(3, 1)) / 2);
-}
-
-TEST(HopChunkerMix, CountsChannelsAcrossBuffersAndSkipsEmptyOnes) {
-    // Three channels wanted from [stereo, (no data), mono, mono]: left, right, then the first
-    // mono buffer; the null buffer does not use up a channel.
-    auto chunker = makeChunker(48000, 3);
-    const auto stereo = interleaved(512, 2);
+TEST(HopChunkerMix, TheRequestedChannelsAreCountedAcrossBuffersUpToWhatThereIs) {
+    const auto sixteen = interleaved(512, 16), stereo = interleaved(512, 2);
     const auto third = planar(512, 2), fourth = planar(512, 3);
-    const AudioBuffer list[] = {
-        {2, stereo.data()}, {1, nullptr}, {1, third.data()}, {1, fourth.data()}};
-    const auto hops = chunker.pushMono(list, 512);
-    ASSERT_EQ(hops.size(), 1u);
-    EXPECT_FLOAT_EQ(hops[0].samples[9], (sample(9, 0) + sample(9, 1) + sample(9, 2)) / 3);
+    struct Case {
+        int requested;
+        std::vector<AudioBuffer> list;
+        std::size_t mixed;
+    };
+    const Case cases[] = {
+        {2, {{16, sixteen.data()}}, 2},
+        {4, {{2, stereo.data()}}, 2},
+        // [stereo, (no data), mono, mono]: left, right, then the first mono buffer; the null
+        // buffer does not use up a channel.
+        {3, {{2, stereo.data()}, {1, nullptr}, {1, third.data()}, {1, fourth.data()}}, 3},
+    };
+    for (const Case& c : cases) {
+        auto chunker = makeChunker(48000, c.requested);
+        const auto hops = chunker.pushMono(c.list, 512);
+        ASSERT_EQ(hops.size(), 1u) << c.requested;
+        for (std::size_t f : {0u, 9u, 511u}) {
+            float sum = 0;
+            for (std::size_t channel = 0; channel < c.mixed; ++channel)
+                sum += sample(f, channel);
+            EXPECT_FLOAT_EQ(hops[0].samples[f], sum / float(c.mixed)) << c.requested << " " << f;
+        }
+    }
 }
 
 TEST(HopChunkerMix, NoUsableChannelOrNoFramesGivesNoHop) {

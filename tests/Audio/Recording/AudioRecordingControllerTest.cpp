@@ -47,9 +47,7 @@ TEST_F(AudioRecordingControllerTest, StartAndStopPublishTheStateAndTheSavedNotic
     controller.stop(QString::fromUtf8(AudioRecordingController::captureStoppedText));
     EXPECT_EQ(controller.message(), QStringLiteral("Recording saved in Downloads."))
         << "stopping while idle changes nothing";
-}
 
-TEST_F(AudioRecordingControllerTest, StopWithAReasonShowsIt) {
     controller.start(44100, 1, dir.path());
     controller.stop(QString::fromUtf8(AudioRecordingController::captureStoppedText));
     EXPECT_EQ(controller.message(),
