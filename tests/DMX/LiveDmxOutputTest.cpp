@@ -142,7 +142,6 @@ protected:
 TEST_F(OutputConfigurationTest, DefaultsWhenNothingIsStored) {
     configuration.load();
     EXPECT_EQ(configuration.settings(), OutputSettings{});
-    EXPECT_EQ(configuration.settings().routes, defaultUniverseRoutes());
     EXPECT_FALSE(configuration.settings().artnetEnabled);
     EXPECT_EQ(configuration.settings().artnetHost, "127.0.0.1");
     EXPECT_TRUE(configuration.settings().artnetAutoFix);

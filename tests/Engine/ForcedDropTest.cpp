@@ -59,14 +59,6 @@ TEST_F(ForcedDropTest, MenuPulseInsideAHeldTile) {
     EXPECT_EQ(engineCalls.back(), false);
 }
 
-TEST_F(ForcedDropTest, MenuPulseAloneLastsOneSecond) {
-    hold.triggerMenuDrop();
-    EXPECT_TRUE(hold.isDropHeld());
-    timers.fire(milliseconds(1000));
-    EXPECT_FALSE(hold.isDropHeld());
-    EXPECT_EQ(std::count(engineCalls.begin(), engineCalls.end(), false), 1);
-}
-
 TEST_F(ForcedDropTest, EachMenuTriggerEndsTheMenuHoldOneSecondLater) {
     hold.triggerMenuDrop();
     timers.advance(milliseconds(500));

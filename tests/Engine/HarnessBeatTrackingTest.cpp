@@ -31,11 +31,8 @@ class HarnessTempo : public ::testing::TestWithParam<TempoCase> {};
 
 TEST_P(HarnessTempo, LocksWithinEightSecondsAndBeatsLandOnTheKicks) {
     const TempoCase c = GetParam();
-    DanceTrackSpec spec;
-    spec.bpm = c.bpm;
-    spec.seconds = 30;
-    spec.sampleRate = c.sampleRate;
-    spec.noiseDecibels = c.noiseDecibels;
+    DanceTrackSpec spec{
+        .bpm = c.bpm, .seconds = 30, .sampleRate = c.sampleRate, .noiseDecibels = c.noiseDecibels};
     if (c.levelChangeDecibels != 0) {
         spec.levelChanges.push_back({12.0, c.levelChangeDecibels});
     }
@@ -77,9 +74,7 @@ INSTANTIATE_TEST_SUITE_P(
                       TempoCase{174, 44100, -35, -15}));
 
 TEST(HarnessBeatTracker, BeatCountAndDownbeatsFollowTheBeats) {
-    DanceTrackSpec spec;
-    spec.bpm = 125;
-    spec.seconds = 20;
+    DanceTrackSpec spec{.bpm = 125, .seconds = 20};
     const SyntheticDanceTrack track(spec);
     EngineHost host;
     host.loadHarness(testing::harnessSource());
@@ -126,9 +121,7 @@ TEST(HarnessBeatTracker, SilenceNeverBeats) {
 }
 
 TEST(HarnessBeatTracker, StopsBeatingWhenTheMusicStops) {
-    DanceTrackSpec spec;
-    spec.bpm = 128;
-    spec.seconds = 15;
+    DanceTrackSpec spec{.bpm = 128, .seconds = 15};
     const SyntheticDanceTrack track(spec);
     EngineHost host;
     host.loadHarness(testing::harnessSource());
@@ -145,9 +138,7 @@ TEST(HarnessBeatTracker, StopsBeatingWhenTheMusicStops) {
 }
 
 TEST(HarnessBeatTracker, TheSameAudioGivesTheSameFrames) {
-    DanceTrackSpec spec;
-    spec.bpm = 140;
-    spec.seconds = 12;
+    DanceTrackSpec spec{.bpm = 140, .seconds = 12};
     const auto hops = testing::hopsOf(SyntheticDanceTrack(spec));
     std::vector<std::string> first;
     std::vector<std::string> second;
@@ -162,9 +153,7 @@ TEST(HarnessBeatTracker, TheSameAudioGivesTheSameFrames) {
 }
 
 TEST(HarnessBeatTracker, HopBatchesOfATickKeepTheirBeats) {
-    DanceTrackSpec spec;
-    spec.bpm = 120;
-    spec.seconds = 20;
+    DanceTrackSpec spec{.bpm = 120, .seconds = 20};
     const auto hops = testing::hopsOf(SyntheticDanceTrack(spec));
     EngineHost single;
     single.loadHarness(testing::harnessSource());
@@ -184,17 +173,8 @@ TEST(HarnessBeatTracker, HopBatchesOfATickKeepTheirBeats) {
     EXPECT_NEAR(beatTicks, static_cast<double>(reference.beatTimes.size()), 1.0);
 }
 
-} // namespace
-} // namespace kelvo
-
-namespace kelvo {
-namespace {
-
 TEST(HarnessBeatTracker, BeatsStayOnTheGridThroughABreakAndTheDrop) {
-    testing::DanceTrackSpec spec;
-    spec.bpm = 124;
-    spec.seconds = 60;
-    spec.breaks.push_back({35.0, 10.0});
+    testing::DanceTrackSpec spec{.bpm = 124, .seconds = 60, .breaks = {{35.0, 10.0}}};
     const testing::SyntheticDanceTrack track(spec);
     EngineHost host;
     host.loadHarness(testing::harnessSource());
@@ -210,21 +190,10 @@ TEST(HarnessBeatTracker, BeatsStayOnTheGridThroughABreakAndTheDrop) {
     }
 }
 
-} // namespace
-} // namespace kelvo
-
-namespace kelvo {
-namespace {
-
 TEST(HarnessBeatTracker, FollowsTheNextTrackAtAnotherTempo) {
     // A DJ cuts from a 128 BPM track to a 140 BPM one at 20 s.
-    testing::DanceTrackSpec first;
-    first.bpm = 128;
-    first.seconds = 20;
-    testing::DanceTrackSpec second;
-    second.bpm = 140;
-    second.seconds = 20;
-    second.firstBeat = 0.1;
+    testing::DanceTrackSpec first{.bpm = 128, .seconds = 20};
+    testing::DanceTrackSpec second{.bpm = 140, .seconds = 20, .firstBeat = 0.1};
     const testing::SyntheticDanceTrack a(first);
     const testing::SyntheticDanceTrack b(second);
     std::vector<float> mix = a.samples();

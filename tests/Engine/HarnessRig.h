@@ -37,10 +37,6 @@ inline nlohmann::json demoBootstrap() {
     return nlohmann::json::parse(readSourceFile("devcloud/data/bootstrap.json"));
 }
 
-inline nlohmann::json demoConfig() {
-    return nlohmann::json::parse(readSourceFile("devcloud/data/config.json"));
-}
-
 /// The demo configuration's themes as the bridge reads them.
 inline std::vector<ThemeOption> demoThemes() {
     return BootstrapViewData::extractThemeOptions(readSourceFile("devcloud/data/config.json"));

@@ -27,9 +27,7 @@ double energy(const std::vector<float>& s, double rate, double from, double to) 
 }
 
 TEST(HarnessTestMusic, KicksSitOnTheBeatsOfTheTruth) {
-    DanceTrackSpec spec;
-    spec.bpm = 128;
-    spec.seconds = 10;
+    DanceTrackSpec spec{.bpm = 128, .seconds = 10};
     const SyntheticDanceTrack track(spec);
     const double period = 60.0 / 128;
     ASSERT_EQ(track.truth().beats.size(), track.truth().kicks.size());
@@ -47,10 +45,7 @@ TEST(HarnessTestMusic, KicksSitOnTheBeatsOfTheTruth) {
 }
 
 TEST(HarnessTestMusic, BreaksSnapToTheGridAndTakeTheBassOut) {
-    DanceTrackSpec spec;
-    spec.bpm = 120;
-    spec.seconds = 30;
-    spec.firstBeat = 0.25;
+    DanceTrackSpec spec{.bpm = 120, .seconds = 30, .firstBeat = 0.25};
     spec.breaks.push_back({10.1, 8.1}); // → 10.25 … 18.25
     const SyntheticDanceTrack track(spec);
     ASSERT_EQ(track.spec().breaks.size(), 1u);
@@ -80,11 +75,7 @@ TEST(HarnessTestMusic, BreaksSnapToTheGridAndTakeTheBassOut) {
 }
 
 TEST(HarnessTestMusic, SameSpecSameSamplesAndTheTruthReadsAsJSON) {
-    DanceTrackSpec spec;
-    spec.bpm = 140;
-    spec.seconds = 5;
-    spec.noiseDecibels = -40;
-    spec.breaks.push_back({2, 1});
+    DanceTrackSpec spec{.bpm = 140, .seconds = 5, .noiseDecibels = -40, .breaks = {{2, 1}}};
     EXPECT_EQ(SyntheticDanceTrack(spec).samples(), SyntheticDanceTrack(spec).samples());
     const auto truth = nlohmann::json::parse(SyntheticDanceTrack(spec).truthJSON());
     EXPECT_EQ(truth["bpm"], 140.0);

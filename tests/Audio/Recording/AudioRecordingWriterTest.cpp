@@ -9,7 +9,6 @@
 #include <atomic>
 #include <condition_variable>
 #include <ctime>
-#include <pthread.h>
 
 namespace kelvo {
 namespace {
@@ -57,16 +56,6 @@ TEST(AudioRecordingWriter, IgnoresAudioUntilStarted) {
     captureMono(writer, std::vector<float>(512, 0.5f));
     EXPECT_EQ(writer.pendingSamples(), 0);
     EXPECT_FALSE(writer.accepting());
-}
-
-TEST(AudioRecordingWriter, RunsOnAThreadNamedForItsQueue) {
-    AudioRecordingWriter writer;
-    char name[32] = {};
-    const_cast<SerialQueue&>(writer.queue()).sync([&] {
-        pthread_getname_np(pthread_self(), name, sizeof name);
-    });
-    EXPECT_EQ(std::string(name), "wav-writer");
-    EXPECT_EQ(writer.queue().label(), "Kelvo.wav-writer");
 }
 
 TEST(AudioRecordingWriter, CutsPartsAtExactlySegmentFramesAndNamesTheSecondWithMicroseconds) {

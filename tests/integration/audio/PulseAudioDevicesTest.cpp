@@ -1,7 +1,6 @@
 #include "Audio/Capture/MicCapture.h"
 #include "Audio/Devices/AudioInputDeviceConfigurator.h"
 #include "Audio/Devices/AudioInputDeviceMonitor.h"
-#include "Audio/Devices/AudioInputSelection.h"
 #include "Audio/Devices/AudioInputSelectionModel.h"
 #include "Audio/PulseAudio/PulseAudioDeviceLayer.h"
 #include "Audio/PulseAudio/PulseAudioInputBackend.h"
@@ -51,11 +50,6 @@ TEST_F(PulseAudioDevicesTest, ListsAndClassifiesSourcesButNotMonitors) {
     EXPECT_EQ(inputs[0], (AudioInputDeviceInfo{"djm", "DJM-A9", true, false}));
     EXPECT_EQ(inputs[1], (AudioInputDeviceInfo{"codec", "USB Audio CODEC", true, false}));
     EXPECT_EQ(inputs[2], (AudioInputDeviceInfo{"mic", "Built-in Microphone", false, true}));
-
-    EXPECT_EQ(AudioInputSelection::resolve(inputs, false),
-              (ResolvedAudioInput{AudioInputSourceKind::usb, "djm", "DJM-A9"}));
-    EXPECT_EQ(AudioInputSelection::resolve(inputs, true),
-              (ResolvedAudioInput{AudioInputSourceKind::microphone, "mic", "Microphone"}));
 
     EXPECT_EQ(layer->defaultOutputDevice(), "sink:speakers");
     EXPECT_EQ(layer->nominalSampleRate("sink:speakers"), 48000);
