@@ -357,17 +357,6 @@ TEST_F(AppModelTest, LostCaptureResumesWhenTheDeviceLayerReportsBack) {
     EXPECT_FALSE(model->mic().isCapturing());
 }
 
-TEST_F(AppModelTest, AnInputPickedBeforeStartUpIsWhereCaptureStarts) {
-    auto devices = std::make_shared<test::FakeAudioDeviceLayer>();
-    devices->addInput("builtin", "Built-in Microphone", AudioClockTransport::builtIn, 1);
-    devices->addInput("djm", "DJM-A9", AudioClockTransport::usb, 2);
-    auto model = makeModel(devices);
-    model->audioSelection().selectAudioInputDevice("builtin");
-    EXPECT_TRUE(backend->opened.empty()) << "nothing captures before start-up";
-    model->bootstrap();
-    EXPECT_EQ(backend->opened, std::vector<std::optional<std::string>>{"builtin"});
-}
-
 } // namespace
 } // namespace kelvo
 

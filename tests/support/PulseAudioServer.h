@@ -3,6 +3,7 @@
 #include "support/ChildProcess.h"
 #include "support/TemporaryDirectory.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <chrono>

@@ -29,8 +29,8 @@ struct DanceTrackSpec {
     double gainDecibels = -6.0;  ///< overall level
     double noiseDecibels = -200; ///< white noise floor relative to full scale; -200 = none
     bool hats = true;            ///< off-beat hats; without them only kick, bass and pad play
-    std::vector<DanceBreak> breaks;
-    std::vector<DanceLevelChange> levelChanges;
+    std::vector<DanceBreak> breaks = {};
+    std::vector<DanceLevelChange> levelChanges = {};
     std::uint32_t seed = 1;
 };
 
