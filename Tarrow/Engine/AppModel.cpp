@@ -153,15 +153,8 @@ void AppModel::startEngineLoop() {
     engineLoopWanted_ = true;
     switch (environment_.microphone->status()) {
     case MicrophoneAuthorizationStatus::authorized:
-        audioSelection_->applyAudioInputSelection(false);
-        engine_.replaceDropDetector();
-        try {
-            mic_->start(audioSelection_->activeAudioDeviceUID(), captureChannelCount());
-        } catch (const std::exception& error) {
-            setStatusMessage(QString(audioUnavailablePrefix) + QString::fromUtf8(error.what()));
+        if (!startCapture())
             return;
-        }
-        captureStarted();
         loopRunning_ = true;
         if (environment_.runTickTimer)
             tickScheduler_.start([this] { tick(); });
@@ -209,21 +202,22 @@ void AppModel::resumeCaptureIfLost() {
         startEngineLoop();
         return;
     }
+    startCapture();
+}
+
+bool AppModel::startCapture() {
     audioSelection_->applyAudioInputSelection(false);
     engine_.replaceDropDetector();
     try {
         mic_->start(audioSelection_->activeAudioDeviceUID(), captureChannelCount());
     } catch (const std::exception& error) {
         setStatusMessage(QString(audioUnavailablePrefix) + QString::fromUtf8(error.what()));
-        return;
+        return false;
     }
-    captureStarted();
-}
-
-void AppModel::captureStarted() {
     // The complaint about the input is stale once it listens again.
     if (statusMessage_.startsWith(QLatin1String(audioUnavailablePrefix)))
         setStatusMessage({});
+    return true;
 }
 
 void AppModel::tick() {

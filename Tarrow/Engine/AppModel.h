@@ -280,7 +280,9 @@ private:
     /// Restarts a capture that was lost (no audio server at start-up, a server restart)
     /// once the device layer reports back.
     void resumeCaptureIfLost();
-    void captureStarted();
+    /// Applies the input choice, replaces the drop detector and starts capture; false (with
+    /// the reason in the status line) when it cannot.
+    bool startCapture();
     void refreshDropDiagnostics();
     LiveControlHooks liveControlHooks();
     std::optional<nlohmann::json> themePayloads() const;
