@@ -56,14 +56,25 @@ void HeadlessBridge::chooseAudioDevice(const std::string& uid) {
     // The model listed the devices when it was made, so the choice is in place when start-up
     // opens the capture.
     AudioInputSelectionModel& selection = model_->audioSelection();
-    const auto& devices = selection.audioInputDevices();
-    const bool listed = std::any_of(devices.begin(), devices.end(),
-                                    [&](const auto& device) { return device.uid == uid; });
-    if (listed)
+    const auto listed = [&selection, uid] {
+        const auto& devices = selection.audioInputDevices();
+        return std::any_of(devices.begin(), devices.end(),
+                           [&](const auto& device) { return device.uid == uid; });
+    };
+    if (listed()) {
         selection.selectAudioInputDevice(uid);
-    else
-        std::fprintf(out_, "Audio input \"%s\" is not connected; using %s.\n", uid.c_str(),
-                     selection.audioInputDisplayName().c_str());
+        return;
+    }
+    std::fprintf(out_, "Audio input \"%s\" is not connected; using %s until it is.\n", uid.c_str(),
+                 selection.audioInputDisplayName().c_str());
+    // Plugged in (or its audio server started) later: taken then, once.
+    pendingDevice_ = connect(&selection, &AudioInputSelectionModel::audioInputDevicesChanged, this,
+                             [this, &selection, uid, listed] {
+                                 if (!listed())
+                                     return;
+                                 disconnect(pendingDevice_);
+                                 selection.selectAudioInputDevice(uid);
+                             });
 }
 
 void HeadlessBridge::start() {

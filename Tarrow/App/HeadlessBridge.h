@@ -46,6 +46,7 @@ private:
     std::uint64_t lastArtNetPackets_ = 0;
     std::uint64_t lastEnttecFrames_ = 0;
     bool stopped_ = false;
+    QMetaObject::Connection pendingDevice_; // waits for an --audio-device not yet connected
 };
 
 } // namespace kelvo

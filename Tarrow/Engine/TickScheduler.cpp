@@ -66,8 +66,9 @@ void TickScheduler::fire() {
     const auto now = std::chrono::steady_clock::now();
     if (now - nextDeadline_ > maximumLatePeriods * period_)
         nextDeadline_ = now + period_;
-    if (handler_)
-        handler_();
+    // A copy: the handler may restart the scheduler with another one.
+    if (const std::function<void()> handler = handler_)
+        handler();
     if (active_)
         arm(nextDeadline_);
 }

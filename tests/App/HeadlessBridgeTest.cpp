@@ -117,6 +117,13 @@ TEST_F(HeadlessBridgeTest, AnAbsentAudioInputIsReportedAndTheAutomaticChoiceStan
     const std::string printed = start(bridge, options);
     EXPECT_THAT(printed, HasSubstr("Audio input \"gone\" is not connected; using "));
     EXPECT_EQ(backend->opened, (std::vector<std::optional<std::string>>{"usb-a"}));
+
+    // Plugged in later, it is taken then.
+    devices->addInput("gone", "Late Interface", AudioClockTransport::usb);
+    devices->listener();
+    ASSERT_TRUE(test::pumpUntil([&] { return backend->opened.size() == 2; }));
+    EXPECT_EQ(backend->opened.back(), "gone");
+    EXPECT_EQ(bridge->model().audioSelection().activeAudioDeviceUID(), "gone");
 }
 
 } // namespace

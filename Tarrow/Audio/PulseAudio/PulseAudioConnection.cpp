@@ -101,12 +101,11 @@ bool PulseAudioConnection::isConnected() const {
     return pa_context_get_state(context_) == PA_CONTEXT_READY;
 }
 
-bool PulseAudioConnection::await(pa_operation* operation) const {
+bool PulseAudioConnection::await(pa_operation* operation, std::chrono::milliseconds timeout) const {
     if (!operation)
         return false;
-    const bool finished =
-        waitFor([operation] { return pa_operation_get_state(operation) != PA_OPERATION_RUNNING; },
-                replyTimeout);
+    const bool finished = waitFor(
+        [operation] { return pa_operation_get_state(operation) != PA_OPERATION_RUNNING; }, timeout);
     if (!finished)
         pa_operation_cancel(operation);
     // An operation cut short by the connection's end is cancelled, not done: its answer may

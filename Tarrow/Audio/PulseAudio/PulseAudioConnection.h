@@ -50,7 +50,7 @@ public:
     /// loop) and releases it. Returns false when the operation could not be issued, the
     /// server did not answer in time (the operation is then cancelled) or the connection
     /// ended before it was done.
-    bool await(pa_operation* operation) const;
+    bool await(pa_operation* operation, std::chrono::milliseconds timeout = replyTimeout) const;
     /// With the lock held: waits until `done()` or the timeout; returns `done()`. Anything
     /// that changes what `done` reads must signal the loop.
     template <typename Done> bool waitFor(Done done, std::chrono::milliseconds timeout) const {

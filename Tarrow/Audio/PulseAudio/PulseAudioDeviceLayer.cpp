@@ -149,19 +149,26 @@ void PulseAudioDeviceLayer::lost(const PulseAudioConnection* connection) {
     wake_.notify_all();
 }
 
-bool PulseAudioDeviceLayer::tryConnect(std::chrono::milliseconds timeout) {
-    std::lock_guard attempt(connectMutex_);
-    return tryConnectHoldingAttempt(timeout);
+void PulseAudioDeviceLayer::tryConnect(std::chrono::milliseconds timeout) {
+    Attempt result = Attempt::failed;
+    {
+        std::lock_guard attempt(connectMutex_);
+        result = tryConnectHoldingAttempt(timeout);
+    }
+    // Whatever was listed before may have changed while there was no connection.
+    if (result == Attempt::connected)
+        notifyListener();
 }
 
-bool PulseAudioDeviceLayer::tryConnectHoldingAttempt(std::chrono::milliseconds timeout) {
+PulseAudioDeviceLayer::Attempt
+PulseAudioDeviceLayer::tryConnectHoldingAttempt(std::chrono::milliseconds timeout) {
     std::shared_ptr<PulseAudioConnection> failed;
     {
         std::lock_guard guard(stateMutex_);
         if (stopping_)
-            return false;
+            return Attempt::failed;
         if (connection_ && !broken_)
-            return true;
+            return Attempt::alreadyConnected;
         failed = std::move(connection_);
         broken_ = false;
     }
@@ -177,9 +184,19 @@ bool PulseAudioDeviceLayer::tryConnectHoldingAttempt(std::chrono::milliseconds t
         pa_context_set_subscribe_callback(fresh->context(), &subscriptionEvent, this);
         const auto mask = static_cast<pa_subscription_mask_t>(
             PA_SUBSCRIPTION_MASK_SOURCE | PA_SUBSCRIPTION_MASK_SINK | PA_SUBSCRIPTION_MASK_SERVER);
-        if (!fresh->await(pa_context_subscribe(fresh->context(), mask, &subscribed, fresh.get())) ||
-            !fresh->isConnected())
+        if (!fresh->await(pa_context_subscribe(fresh->context(), mask, &subscribed, fresh.get()),
+                          timeout) ||
+            !fresh->isConnected()) {
             failure = "Audio server unavailable (" + fresh->lastError() + ")";
+        } else {
+            // Stored while the loop is locked: a failure from here on reaches `lost` after
+            // the connection is the current one, so it is never missed.
+            std::lock_guard guard(stateMutex_);
+            if (!stopping_) {
+                connection_ = fresh;
+                failure_.clear();
+            }
+        }
     } catch (const AudioInputException& e) {
         failure = e.what();
     }
@@ -187,16 +204,10 @@ bool PulseAudioDeviceLayer::tryConnectHoldingAttempt(std::chrono::milliseconds t
         fresh.reset();
         std::lock_guard guard(stateMutex_);
         failure_ = failure;
-        return false;
+        return Attempt::failed;
     }
-    {
-        std::lock_guard guard(stateMutex_);
-        connection_ = std::move(fresh);
-        failure_.clear();
-    }
-    // Whatever was listed before may have changed while there was no connection.
-    notifyListener();
-    return true;
+    std::lock_guard guard(stateMutex_);
+    return connection_ == fresh ? Attempt::connected : Attempt::failed;
 }
 
 void PulseAudioDeviceLayer::retryLoop() {
@@ -233,13 +244,18 @@ std::optional<std::string> PulseAudioDeviceLayer::unavailableReason() const {
 }
 
 std::optional<std::string> PulseAudioDeviceLayer::connectNow() {
-    std::unique_lock attempt(connectMutex_, std::try_to_lock);
-    if (attempt.owns_lock()) {
-        tryConnectHoldingAttempt(PulseAudioConnection::replyTimeout);
-    } else {
-        // The background attempt is under way: its answer is ours, rather than a second wait.
-        attempt.lock();
+    if (!unavailableReason())
+        return std::nullopt;
+    // Called on the main thread: one short try, and none while the background attempt is under
+    // way (it tells the listener when it succeeds), so a server that hangs never stalls it long.
+    Attempt result = Attempt::failed;
+    {
+        std::unique_lock attempt(connectMutex_, std::try_to_lock);
+        if (attempt.owns_lock())
+            result = tryConnectHoldingAttempt(quickAttempt);
     }
+    if (result == Attempt::connected)
+        notifyListener();
     return unavailableReason();
 }
 
@@ -323,7 +339,8 @@ std::optional<double> PulseAudioDeviceLayer::nominalSampleRate(const std::string
     }
     const auto parsed = parseID(id);
     const auto connection = current();
-    if (!parsed || !connection)
+    // An empty name is refused before it reaches the server; that is no lost connection.
+    if (!parsed || parsed->first.empty() || !connection)
         return std::nullopt;
     RateQuery query{connection.get(), {}};
     bool answered = false;
@@ -358,6 +375,8 @@ PulseAudioDeviceLayer::sourceFormat(const std::optional<std::string>& sourceName
         return std::nullopt;
     FormatQuery query{connection.get(), {}};
     const std::string name = sourceName.value_or("@DEFAULT_SOURCE@");
+    if (name.empty())
+        return std::nullopt;
     bool answered = false;
     {
         PulseAudioConnection::Lock lock(*connection);

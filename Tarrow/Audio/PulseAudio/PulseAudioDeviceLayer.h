@@ -51,9 +51,11 @@ public:
     /// Why the server cannot be reached ("Audio server unavailable (…)"); absent while
     /// connected.
     std::optional<std::string> unavailableReason() const;
-    /// Without a connection, tries once now (bounded by the reply timeout, or joins the
-    /// background attempt under way); then as `unavailableReason`.
+    /// Without a connection, tries once now (at most `quickAttempt`; not at all while the
+    /// background attempt is under way, which reports through the listener); then as
+    /// `unavailableReason`.
     std::optional<std::string> connectNow();
+    static constexpr std::chrono::milliseconds quickAttempt{1000};
 
     /// The format a record stream on this source (absent: the default source) delivers
     /// without conversion, monitors included: the input's own format.
@@ -78,9 +80,12 @@ private:
     std::shared_ptr<PulseAudioConnection> current() const;
     /// Marks `connection` as failed (if it is still the current one) for the retry thread.
     void lost(const PulseAudioConnection* connection);
-    /// Replaces a missing or failed connection; true when one works afterwards.
-    bool tryConnect(std::chrono::milliseconds timeout);
-    bool tryConnectHoldingAttempt(std::chrono::milliseconds timeout);
+    enum class Attempt { alreadyConnected, connected, failed };
+    /// Replaces a missing or failed connection. The caller holds `connectMutex_` and, after
+    /// releasing it, tells the listener when a new connection was made.
+    Attempt tryConnectHoldingAttempt(std::chrono::milliseconds timeout);
+    /// One attempt under `connectMutex_`, then the listener told of a new connection.
+    void tryConnect(std::chrono::milliseconds timeout);
     void retryLoop();
     void notifyListener();
 

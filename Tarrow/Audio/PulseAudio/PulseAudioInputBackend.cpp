@@ -4,10 +4,14 @@
 #include "Audio/PulseAudio/PulseAudioDeviceLayer.h"
 #include "Audio/PulseAudio/PulseAudioInputStream.h"
 
+#include <QtGlobal>
+
 namespace kelvo {
 
 PulseAudioInputBackend::PulseAudioInputBackend(std::shared_ptr<PulseAudioDeviceLayer> layer)
-    : layer_(std::move(layer)) {}
+    : layer_(std::move(layer)) {
+    Q_ASSERT(layer_);
+}
 
 std::unique_ptr<AudioInputStream>
 PulseAudioInputBackend::openStream(const std::optional<std::string>& deviceUID) {

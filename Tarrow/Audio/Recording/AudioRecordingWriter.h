@@ -68,8 +68,8 @@ public:
 
 private:
     /// One buffer's copy on its way to the disk. Blocks are recycled, so after the first few
-    /// buffers the hand-over allocates nothing: the queued task holds only two pointers, which
-    /// `std::function` keeps in place.
+    /// buffers the copy allocates nothing and the queued task holds only two pointers, which
+    /// `std::function` keeps in place; what remains is the queue's own node, one per 16 tasks.
     struct PendingBlock {
         std::vector<float> samples;
         std::int64_t count = 0;
