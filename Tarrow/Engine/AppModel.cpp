@@ -135,6 +135,8 @@ void AppModel::bootstrap() {
     refreshDropDiagnostics();
     // Audio device monitoring started with the model, before this first capture start.
     startEngineLoop();
+    // The Art-Net health monitor starts here once the bridge has discovery and health; the
+    // cloud connection and update check follow it.
 }
 
 void AppModel::applicationWillTerminate() {
