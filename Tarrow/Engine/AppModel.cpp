@@ -377,17 +377,16 @@ void AppModel::setEnttecEnabled(bool enabled) {
 }
 
 void AppModel::replaceRoutes(std::vector<UniverseRoute> routes) {
-    const bool changed = routes != outputs_.routes();
+    const OutputSettings before = outputs_.settings();
     outputs_.replaceRoutes(std::move(routes));
-    if (changed)
-        emit routesChanged();
+    publishOutputSettings(before);
 }
 
 void AppModel::changeRouteDestination(std::int64_t virtualUniverse,
                                       UniverseRoute::Destination destination) {
-    const std::vector<UniverseRoute> before = outputs_.routes();
-    if (outputs_.changeDestination(virtualUniverse, destination) && before != outputs_.routes())
-        emit routesChanged();
+    const OutputSettings before = outputs_.settings();
+    outputs_.changeDestination(virtualUniverse, destination);
+    publishOutputSettings(before);
 }
 
 // Lighting desk
