@@ -9,10 +9,15 @@ function(kelvo_subsystem_library name)
     set_property(GLOBAL APPEND PROPERTY KELVO_LIBRARIES ${name})
 endfunction()
 
-# One GoogleTest executable per tests/<Subsystem> folder; each test case is its own ctest entry.
+# One GoogleTest executable per tests/<Subsystem> folder (every .cpp below it, unless SOURCES
+# names them); each test case is its own ctest entry.
 function(kelvo_subsystem_tests name)
-    cmake_parse_arguments(ARG "" "" "DEPS" ${ARGN})
-    file(GLOB_RECURSE sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.cpp)
+    cmake_parse_arguments(ARG "" "" "DEPS;SOURCES" ${ARGN})
+    if(ARG_SOURCES)
+        set(sources ${ARG_SOURCES})
+    else()
+        file(GLOB_RECURSE sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.cpp)
+    endif()
     add_executable(${name} ${sources})
     target_link_libraries(${name} PRIVATE ${ARG_DEPS} kelvo_test_support GTest::gmock GTest::gtest_main)
     target_compile_definitions(${name} PRIVATE

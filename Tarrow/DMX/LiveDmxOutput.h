@@ -1,6 +1,7 @@
 #pragma once
 
 #include "DMX/ArtNetSender.h"
+#include "DMX/DmxFrame.h"
 #include "DMX/EnttecSerialSender.h"
 #include "DMX/OutputSettings.h"
 

@@ -2,16 +2,11 @@
 
 #include "DMX/UniverseRoute.h"
 
-#include <cstdint>
-#include <map>
 #include <optional>
 #include <string>
 #include <vector>
 
 namespace kelvo {
-
-/// One engine frame after merging: virtual universe → channel bytes (index 0 is channel 1).
-using DmxFrame = std::map<std::int64_t, std::vector<std::uint8_t>>;
 
 /// The routes and output switches the operator sets, with their defaults.
 struct OutputSettings {

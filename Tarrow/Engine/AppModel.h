@@ -14,11 +14,11 @@
 #include "Engine/LightingDesk.h"
 #include "Engine/LiveControl.h"
 #include "Engine/MicrophoneAuthorization.h"
-#include "Engine/MonotonicClock.h"
-#include "Engine/TickScheduler.h"
-#include "Engine/Timer.h"
 #include "Show/ShowOptions.h"
 #include "Show/ShowPatch.h"
+#include "Support/MonotonicClock.h"
+#include "Support/TickScheduler.h"
+#include "Support/Timer.h"
 
 #include <QList>
 #include <QObject>

@@ -2,7 +2,7 @@
 
 #include "Audio/MicFeatures.h"
 #include "Audio/MicHop.h"
-#include "Engine/DmxBuffers.h"
+#include "DMX/DmxFrame.h"
 #include "Engine/DropDiagnostics.h"
 #include "Engine/LightingPlot.h"
 #include "Show/ShowOptions.h"

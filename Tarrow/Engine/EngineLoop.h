@@ -2,8 +2,8 @@
 
 #include "Audio/MicFeatures.h"
 #include "Audio/MicHop.h"
-#include "Engine/DmxBuffers.h"
-#include "Engine/MonotonicClock.h"
+#include "DMX/DmxFrame.h"
+#include "Support/MonotonicClock.h"
 
 #include <cstdint>
 #include <optional>

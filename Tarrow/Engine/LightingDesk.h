@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Engine/DmxBuffers.h"
+#include "DMX/DmxFrame.h"
 
 #include <cstdint>
 #include <vector>

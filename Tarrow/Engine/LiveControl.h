@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Engine/MonotonicClock.h"
+#include "Support/MonotonicClock.h"
 
 #include <nlohmann/json.hpp>
 

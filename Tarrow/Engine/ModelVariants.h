@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Audio/MicFeatures.h"
-#include "DMX/OutputSettings.h"
+#include "DMX/DmxFrame.h"
 #include "DMX/UniverseRoute.h"
 #include "Engine/DropDiagnostics.h"
 #include "Engine/LightingPlot.h"

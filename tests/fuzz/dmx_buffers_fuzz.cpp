@@ -1,5 +1,5 @@
 // The fast dmx reader must agree with a document parser on every input and never crash.
-#include "Engine/DmxBuffers.h"
+#include "DMX/DmxFrame.h"
 
 #include "../support/DmxBuffersReference.h"
 

@@ -1,4 +1,4 @@
-#include "Engine/TickScheduler.h"
+#include "Support/TickScheduler.h"
 
 #include <QSocketNotifier>
 

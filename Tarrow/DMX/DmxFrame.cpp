@@ -1,4 +1,4 @@
-#include "Engine/DmxBuffers.h"
+#include "DMX/DmxFrame.h"
 
 #include <charconv>
 #include <cmath>

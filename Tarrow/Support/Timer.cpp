@@ -1,4 +1,4 @@
-#include "Engine/Timer.h"
+#include "Support/Timer.h"
 
 #include <QTimer>
 
