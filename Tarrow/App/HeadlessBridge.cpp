@@ -16,10 +16,11 @@ HeadlessBridge::HeadlessBridge(std::unique_ptr<AppModel> model, LaunchOptions op
 
 std::unique_ptr<AppModel> HeadlessBridge::makeModel(const LaunchOptions& options) {
     AppModelEnvironment environment;
-    // The cache is told which server is production because a token stored before tokens were
-    // kept per server belongs to production only; the server in use picks its own key.
-    environment.cache = std::make_unique<OfflineShowCache>(OfflineShowCache::openUserSettings(),
-                                                           BridgeServerConfig::productionURL());
+    // The settings are told which server is production because a token stored before tokens
+    // were kept per server belongs to production only; the server in use picks its own key.
+    environment.settings = std::make_unique<BridgeSettings>(BridgeSettings::openUserSettings(),
+                                                            BridgeServerConfig::productionURL());
+    environment.cache = std::make_unique<OfflineShowCache>();
     std::optional<std::filesystem::path> audioFile;
     if (options.audioFile)
         audioFile = *options.audioFile;
@@ -29,7 +30,7 @@ std::unique_ptr<AppModel> HeadlessBridge::makeModel(const LaunchOptions& options
     return std::make_unique<AppModel>(std::move(environment));
 }
 
-void HeadlessBridge::persistLaunchSettings(OfflineShowCache& settings,
+void HeadlessBridge::persistLaunchSettings(OutputSettingsStore& settings,
                                            const LaunchOptions& options) {
     // Written the way the dashboard writes them: the Art-Net switch, host and auto-fix switch
     // together, so a host given alone on a fresh machine is not lost.
@@ -80,7 +81,7 @@ void HeadlessBridge::chooseAudioDevice(const std::string& uid) {
 void HeadlessBridge::start() {
     // Before bootstrap, so capture and the outputs start as asked rather than being switched
     // over a moment later.
-    persistLaunchSettings(model_->cache(), options_);
+    persistLaunchSettings(model_->outputSettingsStore(), options_);
     if (options_.audioDeviceUID)
         chooseAudioDevice(*options_.audioDeviceUID);
     model_->bootstrap();

@@ -31,7 +31,7 @@ public:
     static std::unique_ptr<AppModel> makeModel(const LaunchOptions& options);
     /// Writes the command-line output settings under the dashboard's settings keys, from where
     /// start-up loads them.
-    static void persistLaunchSettings(OfflineShowCache& settings, const LaunchOptions& options);
+    static void persistLaunchSettings(OutputSettingsStore& settings, const LaunchOptions& options);
 
 private:
     void printStatus();

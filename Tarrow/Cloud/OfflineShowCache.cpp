@@ -1,45 +1,21 @@
 #include "Cloud/OfflineShowCache.h"
 
+#include "Support/Logging.h"
+
 #include <QCryptographicHash>
 #include <QDir>
 #include <QFile>
-#include <QFileInfo>
-#include <QLoggingCategory>
 #include <QSaveFile>
 #include <QStandardPaths>
 
 #include <cerrno>
 #include <cstring>
 
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 namespace kelvo {
 
-Q_LOGGING_CATEGORY(lcOfflineCache, "kelvo.cloud.cache")
-
 namespace {
-
-constexpr mode_t ownerOnly = S_IRUSR | S_IWUSR;
-
-/// Creates the settings file owner-only before anything is written to it, and narrows an
-/// existing one. Later saves replace the file through a temporary that keeps this mode.
-void restrictSettingsFile(const QSettings& settings) {
-    const QString path = settings.fileName();
-    if (path.isEmpty())
-        return;
-    QDir().mkpath(QFileInfo(path).absolutePath());
-    const QByteArray native = QFile::encodeName(path);
-    const int fd = ::open(native.constData(), O_WRONLY | O_CREAT | O_CLOEXEC, ownerOnly);
-    if (fd < 0) {
-        qCWarning(lcOfflineCache) << "cannot create settings file" << path << ::strerror(errno);
-        return;
-    }
-    if (::fchmod(fd, ownerOnly) != 0)
-        qCWarning(lcOfflineCache) << "cannot restrict settings file" << path << ::strerror(errno);
-    ::close(fd);
-}
 
 void writeAtomically(const QString& path, QByteArrayView bytes) {
     // Unbuffered, because a short write hidden in QSaveFile's own flush at commit() would
@@ -93,17 +69,9 @@ bool isLetterDigitOrMark(char32_t scalar) {
 
 } // namespace
 
-OfflineShowCache::OfflineShowCache(std::unique_ptr<QSettings> defaults, QUrl productionServer,
-                                   std::optional<QString> baseDirectory)
-    : defaults_(std::move(defaults)), productionServer_(std::move(productionServer)),
-      baseDirectory_(std::move(baseDirectory)) {
-    restrictSettingsFile(*defaults_);
-}
-
-std::unique_ptr<QSettings> OfflineShowCache::openUserSettings() {
-    return std::make_unique<QSettings>(QSettings::NativeFormat, QSettings::UserScope,
-                                       QStringLiteral("Kelvo"), QStringLiteral("KelvoBridge"));
-}
+OfflineShowCache::OfflineShowCache(std::optional<QString> baseDirectory, QObject* parent)
+    : QObject(parent), baseDirectory_(std::move(baseDirectory)),
+      writer_("kelvo.bridge.cache-writer") {}
 
 // --- cache folder ---------------------------------------------------------------------------
 
@@ -199,17 +167,30 @@ std::optional<QByteArray> OfflineShowCache::loadShowSnapshot() const {
 
 void OfflineShowCache::saveWorkspaceUI(const OfflineWorkspaceUIState& state) {
     const QByteArray bytes = encodeJson(state);
+    writer_.flush(); // an older state still queued must not land after this one
     writeAtomically(supportDir() + u'/' + QLatin1String(workspaceFileName), bytes);
 }
 
+void OfflineShowCache::saveWorkspaceUILater(const OfflineWorkspaceUIState& state) {
+    writer_.submit([this, state] {
+        try {
+            const QByteArray bytes = encodeJson(state);
+            writeAtomically(supportDir() + u'/' + QLatin1String(workspaceFileName), bytes);
+        } catch (const OfflineCacheError& error) {
+            emit workspaceSaveFailed(QString::fromUtf8(error.what()));
+        }
+    });
+}
+
 std::optional<OfflineWorkspaceUIState> OfflineShowCache::loadWorkspaceUI() const {
+    writer_.flush(); // read what was last handed over, not what the disk had before
     const auto bytes = readCacheFile(workspaceFileName);
     if (!bytes)
         return std::nullopt;
     try {
         return nlohmann::json::parse(bytes->toStdString()).get<OfflineWorkspaceUIState>();
     } catch (const nlohmann::json::exception& error) {
-        qCInfo(lcOfflineCache) << "workspace file not restored:" << error.what();
+        qCInfo(lcCloud) << "workspace file not restored:" << error.what();
         return std::nullopt;
     }
 }
@@ -229,160 +210,6 @@ std::optional<ShowPatch> OfflineShowCache::loadPatch(std::string_view showId) co
     } catch (const nlohmann::json::exception&) {
         return std::nullopt;
     }
-}
-
-// --- settings -------------------------------------------------------------------------------
-
-void OfflineShowCache::commitSettings() {
-    defaults_->sync();
-    if (defaults_->status() != QSettings::NoError)
-        qCWarning(lcOfflineCache) << "settings not saved to" << defaults_->fileName();
-    // Belt and braces: whatever replaced the file, it stays owner-only.
-    const QString path = defaults_->fileName();
-    if (!path.isEmpty() && QFileInfo::exists(path))
-        ::chmod(QFile::encodeName(path).constData(), ownerOnly);
-}
-
-void OfflineShowCache::storeValue(const QString& key, const QVariant& value) {
-    defaults_->setValue(key, value);
-    commitSettings();
-}
-
-void OfflineShowCache::removeValue(const QString& key) {
-    // A key holding "/" is also a settings group: removing it would take every key below it
-    // (the token of "https://a" would take that of "https://a/x"), so those are put back.
-    std::vector<std::pair<QString, QVariant>> below;
-    defaults_->beginGroup(key);
-    for (const QString& child : defaults_->allKeys())
-        below.emplace_back(key + u'/' + child, defaults_->value(child));
-    defaults_->endGroup();
-    defaults_->remove(key);
-    for (const auto& [child, value] : below)
-        defaults_->setValue(child, value);
-    commitSettings();
-}
-
-std::optional<bool> OfflineShowCache::storedBool(const char* key) const {
-    const QVariant value = defaults_->value(QLatin1String(key));
-    if (!value.isValid())
-        return std::nullopt;
-    if (value.typeId() == QMetaType::Bool)
-        return value.toBool();
-    // Anything stored counts as set. Text (all the settings file holds) reads as true when it
-    // starts with y or t, or with a non-zero digit after a sign and leading zeros: "true",
-    // "Yes" and "1" as written by hand; "false", "no", "0" and anything else read as false.
-    const QString text = value.toString().trimmed();
-    qsizetype i = 0;
-    if (i < text.size() && (text[i] == u'+' || text[i] == u'-'))
-        ++i;
-    while (i < text.size() && text[i] == u'0')
-        ++i;
-    if (i == text.size())
-        return false;
-    const QChar first = text[i].toLower();
-    return first == u'y' || first == u't' || (first >= u'1' && first <= u'9');
-}
-
-void OfflineShowCache::saveRoutes(const std::vector<UniverseRoute>& routes) {
-    storeValue(QLatin1String(routesKey), QByteArray::fromStdString(encodeUniverseRoutes(routes)));
-}
-
-std::optional<std::vector<UniverseRoute>> OfflineShowCache::loadRoutes() const {
-    const QVariant value = defaults_->value(QLatin1String(routesKey));
-    if (!value.isValid())
-        return std::nullopt;
-    const QByteArray bytes =
-        value.typeId() == QMetaType::QByteArray ? value.toByteArray() : value.toString().toUtf8();
-    std::string reason;
-    auto routes = decodeUniverseRoutes(std::string_view(bytes.constData(), bytes.size()), &reason);
-    if (!routes)
-        qCInfo(lcOfflineCache) << "stored routes ignored:" << reason.c_str();
-    return routes;
-}
-
-std::optional<ArtNetConfig> OfflineShowCache::loadArtNetConfig() const {
-    const auto enabled = storedBool(artnetEnabledKey);
-    if (!enabled)
-        return std::nullopt;
-    const QVariant host = defaults_->value(QLatin1String(artnetHostKey));
-    return ArtNetConfig{*enabled, host.isValid() ? host.toString().toStdString()
-                                                 : std::string(defaultArtNetHost)};
-}
-
-void OfflineShowCache::saveArtNetConfig(const ArtNetConfig& config) {
-    defaults_->setValue(QLatin1String(artnetEnabledKey), config.enabled);
-    defaults_->setValue(QLatin1String(artnetHostKey), QString::fromStdString(config.host));
-    commitSettings();
-}
-
-void OfflineShowCache::saveArtNetEnabled(bool enabled) {
-    storeValue(QLatin1String(artnetEnabledKey), enabled);
-}
-
-void OfflineShowCache::saveArtNetHost(const std::string& host) {
-    storeValue(QLatin1String(artnetHostKey), QString::fromStdString(host));
-}
-
-std::optional<bool> OfflineShowCache::loadEnttecEnabled() const {
-    return storedBool(enttecEnabledKey);
-}
-
-void OfflineShowCache::saveEnttecEnabled(bool enabled) {
-    storeValue(QLatin1String(enttecEnabledKey), enabled);
-}
-
-std::optional<bool> OfflineShowCache::loadArtNetAutoFix() const {
-    return storedBool(artnetAutoFixKey);
-}
-
-void OfflineShowCache::saveArtNetAutoFix(bool enabled) {
-    storeValue(QLatin1String(artnetAutoFixKey), enabled);
-}
-
-// --- device tokens --------------------------------------------------------------------------
-
-QString OfflineShowCache::tokenKey(const QUrl& server) {
-    QString address = QString::fromUtf8(server.toEncoded()).toLower();
-    while (address.endsWith(u'/'))
-        address.chop(1);
-    return QLatin1String(tokenKeyPrefix) + address;
-}
-
-std::optional<std::string> OfflineShowCache::nonEmptyToken(const QString& key) const {
-    const QString token = defaults_->value(key).toString();
-    if (token.isEmpty())
-        return std::nullopt;
-    return token.toStdString();
-}
-
-bool OfflineShowCache::isProductionHost(const QUrl& server) const {
-    return server.host().toLower() == productionServer_.host().toLower();
-}
-
-std::optional<std::string> OfflineShowCache::authToken(const QUrl& server) {
-    const QString key = tokenKey(server);
-    if (auto token = nonEmptyToken(key))
-        return token;
-    if (!isProductionHost(server))
-        return std::nullopt;
-    // A token from before tokens were kept per server belongs to production; adopt it once.
-    auto legacy = nonEmptyToken(QLatin1String(legacyTokenKey));
-    if (!legacy)
-        return std::nullopt;
-    defaults_->setValue(key, QString::fromStdString(*legacy));
-    removeValue(QLatin1String(legacyTokenKey));
-    return legacy;
-}
-
-void OfflineShowCache::saveAuthToken(const std::string& token, const QUrl& server) {
-    storeValue(tokenKey(server), QString::fromStdString(token));
-}
-
-void OfflineShowCache::clearAuthToken(const QUrl& server) {
-    const bool bothHostless = server.host().isEmpty() && productionServer_.host().isEmpty();
-    if (isProductionHost(server) || bothHostless)
-        defaults_->remove(QLatin1String(legacyTokenKey));
-    removeValue(tokenKey(server));
 }
 
 } // namespace kelvo

@@ -1,8 +1,7 @@
 #include "Engine/AppModel.h"
 
 #include "Engine/ModelVariants.h"
-
-#include <QDebug>
+#include "Support/Logging.h"
 
 namespace kelvo {
 
@@ -30,13 +29,15 @@ private:
 };
 
 AppModel::AppModel(AppModelEnvironment environment, QObject* parent)
-    : QObject(parent), environment_(std::move(environment)), cache_(std::move(environment_.cache)),
+    : QObject(parent), environment_(std::move(environment)),
+      settings_(std::move(environment_.settings)), outputStore_(*settings_),
+      cache_(std::move(environment_.cache)),
       mic_(new MicCapture(environment_.audio.backend, nullptr, MicCapture::fallbackSampleRate,
                           this)),
       audioMonitor_(new AudioInputDeviceMonitor(environment_.audio.deviceLayer, this)),
       audioSelection_(nullptr),
       dmxOutput_(std::move(environment_.enttec), environment_.artnetTransport),
-      outputs_(dmxOutput_, *cache_), hopSource_(std::make_unique<CaptureHopSource>(*mic_)),
+      outputs_(dmxOutput_, outputStore_), hopSource_(std::make_unique<CaptureHopSource>(*mic_)),
       engineLoop_(engine_, *hopSource_, *environment_.clock, *this),
       tickScheduler_(std::chrono::nanoseconds(1'000'000'000) / 60, this),
       dropHold_(
@@ -60,9 +61,16 @@ AppModel::AppModel(AppModelEnvironment environment, QObject* parent)
     connect(audioMonitor_, &AudioInputDeviceMonitor::listed, this, &AppModel::resumeCaptureIfLost,
             Qt::QueuedConnection);
     audioSelection_->startAudioDeviceMonitoring(*audioMonitor_);
+    // The previous file is intact; lighting goes on, the operator learns the cache is stale.
+    connect(cache_.get(), &OfflineShowCache::workspaceSaveFailed, this,
+            [this](const QString& reason) {
+                lastSavedWorkspace_.reset(); // the next change tries again
+                setStatusMessage(QLatin1String(workspaceNotSavedPrefix) + reason);
+            });
     if (environment_.audio.deviceListUnavailable)
-        qInfo().noquote() << "Audio devices:"
-                          << QString::fromStdString(*environment_.audio.deviceListUnavailable);
+        qCInfo(lcEngine).noquote()
+            << "Audio devices:"
+            << QString::fromStdString(*environment_.audio.deviceListUnavailable);
 }
 
 AppModel::~AppModel() {
@@ -141,6 +149,8 @@ void AppModel::bootstrap() {
 
 void AppModel::applicationWillTerminate() {
     mic_->stop();
+    cache_->flushPendingWrites();
+    settings_->flush();
 }
 
 // Engine loop
@@ -295,14 +305,9 @@ void AppModel::persistWorkspaceUI() {
     const std::optional<OfflineWorkspaceUIState> state = currentWorkspaceState();
     if (!state || state == lastSavedWorkspace_)
         return;
-    try {
-        cache_->saveWorkspaceUI(*state);
-        lastSavedWorkspace_ = state;
-    } catch (const std::exception& error) {
-        // The previous file is intact; lighting goes on, the operator learns the cache is stale.
-        setStatusMessage(QStringLiteral("Couldn’t save the dashboard selections: ") +
-                         QString::fromUtf8(error.what()));
-    }
+    // Written on the cache's worker: a blend moved at 60 Hz never waits on the disk here.
+    cache_->saveWorkspaceUILater(*state);
+    lastSavedWorkspace_ = state;
 }
 
 void AppModel::restoreWorkspaceUIFromCache() {

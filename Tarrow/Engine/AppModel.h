@@ -5,6 +5,7 @@
 #include "Audio/Devices/AudioInputDeviceMonitor.h"
 #include "Audio/Devices/AudioInputSelectionModel.h"
 #include "Cloud/BridgeServerConfig.h"
+#include "Cloud/BridgeSettings.h"
 #include "Cloud/OfflineShowCache.h"
 #include "DMX/LiveDmxOutput.h"
 #include "DMX/OutputConfiguration.h"
@@ -14,6 +15,7 @@
 #include "Engine/LightingDesk.h"
 #include "Engine/LiveControl.h"
 #include "Engine/MicrophoneAuthorization.h"
+#include "Engine/StoredOutputSettings.h"
 #include "Show/ShowOptions.h"
 #include "Show/ShowPatch.h"
 #include "Support/MonotonicClock.h"
@@ -33,6 +35,7 @@ namespace kelvo {
 
 /// What the model is built on; production fills it from the running system, tests with fakes.
 struct AppModelEnvironment {
+    std::unique_ptr<BridgeSettings> settings;
     std::unique_ptr<OfflineShowCache> cache;
     AudioInputPlatform audio;
     std::shared_ptr<UDPSending> artnetTransport;
@@ -100,6 +103,8 @@ public:
         AudioInputSelectionModel::unavailablePrefix;
     static constexpr const char* recordingNeedsInputText =
         "Recording needs an available audio input.";
+    static constexpr const char* workspaceNotSavedPrefix =
+        "Couldn’t save the dashboard selections: ";
 
     explicit AppModel(AppModelEnvironment environment, QObject* parent = nullptr);
     ~AppModel() override;
@@ -107,7 +112,8 @@ public:
     /// Start-up from the cache: settings, harness, show, workspace, themes, engine loop, audio
     /// devices. Lighting runs before any network exists.
     void bootstrap();
-    /// At quit: stop capture, which closes a running recording.
+    /// At quit: stop capture, which closes a running recording, and finish the settings and
+    /// workspace writes still under way.
     void applicationWillTerminate();
 
     // Engine loop
@@ -199,6 +205,9 @@ public:
     AudioInputSelectionModel& audioSelection() { return *audioSelection_; }
     LiveDmxOutput& dmxOutput() { return dmxOutput_; }
     OfflineShowCache& cache() { return *cache_; }
+    BridgeSettings& settings() { return *settings_; }
+    /// The output settings as stored, in the DMX output's terms.
+    OutputSettingsStore& outputSettingsStore() { return outputStore_; }
 
 signals:
     void statusMessageChanged();
@@ -289,6 +298,8 @@ private:
     std::optional<OfflineWorkspaceUIState> currentWorkspaceState() const;
 
     AppModelEnvironment environment_;
+    std::unique_ptr<BridgeSettings> settings_;
+    StoredOutputSettings outputStore_;
     std::unique_ptr<OfflineShowCache> cache_;
     EngineHost engine_;
     MicCapture* mic_;

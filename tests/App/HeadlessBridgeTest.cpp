@@ -87,6 +87,7 @@ TEST_F(HeadlessBridgeTest, LaunchSettingsAreSavedAndInForceBeforeTheFirstTick) {
     const std::string printed = start(bridge, options);
     EXPECT_EQ(printed.find("not connected"), std::string::npos) << printed;
 
+    bridge->model().settings().flush();
     QSettings settings(settingsPath(), QSettings::IniFormat);
     EXPECT_EQ(decodeUniverseRoutes(
                   settings.value("kelvo.bridge.universe_routes").toByteArray().toStdString()),

@@ -37,9 +37,7 @@ protected:
     }
 
     test::TemporaryDirectory dir;
-    OfflineShowCache cache{std::make_unique<QSettings>(QString::fromStdString(dir / "settings.ini"),
-                                                       QSettings::IniFormat),
-                           QUrl("https://cloud.example"), QString::fromStdString(dir / "cache")};
+    OfflineShowCache cache{QString::fromStdString(dir / "cache")};
     EngineHost engine;
 };
 

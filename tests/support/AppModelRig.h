@@ -32,13 +32,14 @@ struct AppModelRig {
     QString settingsPath() const { return QString::fromStdString(dir / "settings.ini"); }
 
     std::unique_ptr<OfflineShowCache> makeCache() const {
-        return std::make_unique<OfflineShowCache>(
-            std::make_unique<QSettings>(settingsPath(), QSettings::IniFormat),
-            QUrl("https://cloud.example"), QString::fromStdString(dir / "cache"));
+        return std::make_unique<OfflineShowCache>(QString::fromStdString(dir / "cache"));
     }
 
     std::unique_ptr<AppModel> makeModel(std::shared_ptr<AudioDeviceLayer> devices = nullptr) {
         AppModelEnvironment environment;
+        environment.settings = std::make_unique<BridgeSettings>(
+            std::make_unique<QSettings>(settingsPath(), QSettings::IniFormat),
+            QUrl("https://cloud.example"));
         environment.cache = makeCache();
         environment.audio.deviceLayer =
             devices ? std::move(devices) : std::make_shared<EmptyAudioDeviceLayer>();

@@ -1,9 +1,8 @@
 // Fills the bridge's offline cache from a development cloud's data folder, through the same
 // engine host and cache code the bridge uses, so the bridge can light that show with no network.
 //   kelvo-seed-cache DEVCLOUD_DIR [SHOW_ID]
-// The cache and settings follow XDG_DATA_HOME and XDG_CONFIG_HOME.
+// The cache follows XDG_DATA_HOME.
 #include "App/ApplicationInfo.h"
-#include "Cloud/BridgeServerConfig.h"
 #include "Cloud/OfflineShowCache.h"
 #include "Engine/EngineHost.h"
 #include "Engine/OfflineCacheSeed.h"
@@ -49,9 +48,7 @@ int main(int argc, char** argv) {
             bootstrap["active_show"] = nlohmann::json::parse(readFile(showPath).toStdString());
             source.bootstrap = QByteArray::fromStdString(bootstrap.dump());
         }
-        // Production is named only for the legacy device token, which seeding never touches.
-        kelvo::OfflineShowCache cache(kelvo::OfflineShowCache::openUserSettings(),
-                                      kelvo::BridgeServerConfig::productionURL());
+        kelvo::OfflineShowCache cache;
         kelvo::EngineHost engine;
         kelvo::seedOfflineCache(source, engine, cache);
         std::printf("Offline cache ready in %s\n", cache.supportDir().toLocal8Bit().constData());

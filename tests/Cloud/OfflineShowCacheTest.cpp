@@ -47,72 +47,62 @@ class OfflineShowCacheFiles : public ::testing::Test {
 protected:
     void SetUp() override { ASSERT_TRUE(temp.isValid()); }
 
-    OfflineShowCache makeCache(std::optional<QString> base) {
-        return OfflineShowCache(
-            std::make_unique<QSettings>(temp.filePath("settings.ini"), QSettings::IniFormat),
-            QUrl("https://cloud.example.com"), std::move(base));
-    }
-
     QString base() const { return temp.filePath("support/nested/KelvoBridge"); }
 
     QTemporaryDir temp;
+    OfflineShowCache cache{base()};
 };
 
-TEST_F(OfflineShowCacheFiles, SupportFolderIsCreatedWithItsParentsOnDemand) {
-    auto cache = makeCache(base());
+TEST_F(OfflineShowCacheFiles, FolderIsCreatedOnDemandAndFollowsXdgDataHome) {
     EXPECT_FALSE(QDir(base()).exists());
-    EXPECT_EQ(cache.supportDir(), base());
-    EXPECT_TRUE(QDir(base()).exists());
     EXPECT_EQ(cache.patchesDir(), base() + "/show_patches");
     EXPECT_TRUE(QDir(base() + "/show_patches").exists());
-}
 
-TEST_F(OfflineShowCacheFiles, DefaultFolderHonoursXdgDataHome) {
     const QByteArray previous = qgetenv("XDG_DATA_HOME");
     qputenv("XDG_DATA_HOME", temp.filePath("xdg").toUtf8());
-    auto cache = makeCache(std::nullopt);
-    const QString folder = cache.supportDir();
-    if (previous.isNull())
-        qunsetenv("XDG_DATA_HOME");
-    else
-        qputenv("XDG_DATA_HOME", previous);
+    const QString folder = OfflineShowCache().supportDir();
+    qputenv("XDG_DATA_HOME", previous);
     EXPECT_EQ(folder, temp.filePath("xdg") + "/KelvoBridge");
     EXPECT_TRUE(QDir(folder).exists());
 }
 
 TEST_F(OfflineShowCacheFiles, HarnessSnapshotWorkspaceAndPatchRoundTrip) {
-    auto cache = makeCache(base());
-    cache.saveHarnessJS(QByteArray("var BridgeEngine = {}; // \xc3\xa9"),
-                        QByteArray("{\"version\":\"1.2.0\"}"));
-    cache.saveShowSnapshot(QByteArray("{\"summary\":{\"id\":\"s1\"}}"));
+    cache.saveHarnessJS("var BridgeEngine = {}; // \xc3\xa9", "{\"version\":\"1.2.0\"}");
+    cache.saveShowSnapshot("{\"summary\":{\"id\":\"s1\"}}");
     cache.saveWorkspaceUI(sampleWorkspace());
     cache.savePatch(samplePatch("s1"));
+    EXPECT_EQ(readAll(base() + "/engine.js"), "var BridgeEngine = {}; // \xc3\xa9");
 
-    EXPECT_EQ(readAll(base() + "/engine.js"), QByteArray("var BridgeEngine = {}; // \xc3\xa9"));
-    EXPECT_EQ(readAll(base() + "/manifest.json"), QByteArray("{\"version\":\"1.2.0\"}"));
-    EXPECT_EQ(cache.loadHarnessJS(), QByteArray("var BridgeEngine = {}; // \xc3\xa9"));
-    EXPECT_EQ(cache.loadManifest(), QByteArray("{\"version\":\"1.2.0\"}"));
-    EXPECT_EQ(cache.loadShowSnapshot(), QByteArray("{\"summary\":{\"id\":\"s1\"}}"));
-
-    // A fresh cache object on the same folder reads everything back.
-    auto reopened = makeCache(base());
+    OfflineShowCache reopened(base());
+    EXPECT_EQ(reopened.loadHarnessJS(), "var BridgeEngine = {}; // \xc3\xa9");
+    EXPECT_EQ(reopened.loadManifest(), "{\"version\":\"1.2.0\"}");
+    EXPECT_EQ(reopened.loadShowSnapshot(), "{\"summary\":{\"id\":\"s1\"}}");
     EXPECT_EQ(reopened.loadWorkspaceUI(), sampleWorkspace());
     EXPECT_EQ(reopened.loadPatch("s1"), samplePatch("s1"));
     EXPECT_EQ(reopened.loadPatch("other"), std::nullopt);
-    EXPECT_TRUE(QFile::exists(base() + "/show_patches/s1.json"));
-
-    // Replacing keeps one file with the new content.
-    auto changed = sampleWorkspace();
-    changed.selectedModeId = "calm";
-    changed.selectedModeTo.reset();
-    changed.selectedModeLerp.reset();
-    cache.saveWorkspaceUI(changed);
-    EXPECT_EQ(reopened.loadWorkspaceUI(), changed);
     EXPECT_EQ(QDir(base()).entryList(QDir::Files).size(), 4);
 }
 
+TEST_F(OfflineShowCacheFiles, WorkspaceWrittenLaterKeepsTheNewestAndReportsFailures) {
+    auto state = sampleWorkspace();
+    for (int i = 0; i <= 100; ++i) { // a blend fader moved by hand
+        state.selectedModeLerp = i / 100.0;
+        cache.saveWorkspaceUILater(state);
+    }
+    cache.flushPendingWrites();
+    EXPECT_EQ(OfflineShowCache(base()).loadWorkspaceUI(), state);
+
+    writeFile(temp.filePath("plain-file"), "x");
+    OfflineShowCache blocked(temp.filePath("plain-file/KelvoBridge"));
+    QString reason;
+    QObject::connect(&blocked, &OfflineShowCache::workspaceSaveFailed,
+                     [&](const QString& text) { reason = text; });
+    blocked.saveWorkspaceUILater(state);
+    blocked.flushPendingWrites();
+    EXPECT_TRUE(reason.startsWith("Couldn’t create the cache folder ")) << reason.toStdString();
+}
+
 TEST_F(OfflineShowCacheFiles, WorkspaceFileUsesTheExactKeys) {
-    auto cache = makeCache(base());
     cache.saveWorkspaceUI(sampleWorkspace());
     const auto saved = nlohmann::json::parse(readAll(base() + "/workspace_ui.json").toStdString());
     std::vector<std::string> keys;
@@ -127,7 +117,6 @@ TEST_F(OfflineShowCacheFiles, WorkspaceFileUsesTheExactKeys) {
 }
 
 TEST_F(OfflineShowCacheFiles, WorkspaceOptionalKeysMayBeMissingRequiredOnesMayNot) {
-    auto cache = makeCache(base());
     const QString path = cache.supportDir() + "/workspace_ui.json";
     writeFile(path, R"({"shows":[],"lightingModes":[],"selectedModeId":"blackout","themes":[],
                         "selectedThemeName":"Rave"})");
@@ -151,7 +140,6 @@ TEST_F(OfflineShowCacheFiles, WorkspaceOptionalKeysMayBeMissingRequiredOnesMayNo
 }
 
 TEST_F(OfflineShowCacheFiles, OfflineRuntimeNeedsBothHarnessAndSnapshot) {
-    auto cache = makeCache(base());
     EXPECT_FALSE(cache.hasOfflineRuntime());
     writeFile(cache.supportDir() + "/engine.js", "js");
     EXPECT_FALSE(cache.hasOfflineRuntime());
@@ -188,7 +176,6 @@ TEST(OfflineShowCachePatchNames, KeepLettersDigitsAndHyphensOfAnyScript) {
 }
 
 TEST_F(OfflineShowCacheFiles, PatchesOfSanitisedIdsLandInThePatchFolderAndMayCollide) {
-    auto cache = makeCache(base());
     EXPECT_EQ(cache.patchURL("Show 1"), base() + "/show_patches/Show_1.json");
     cache.savePatch(samplePatch("a/b"));
     auto later = samplePatch("a b");
@@ -204,13 +191,11 @@ TEST_F(OfflineShowCacheFiles, PatchesOfSanitisedIdsLandInThePatchFolderAndMayCol
 
 TEST_F(OfflineShowCacheFiles, FolderThatCannotBeCreatedFailsTheSave) {
     writeFile(temp.filePath("plain-file"), "x");
-    auto cache = makeCache(temp.filePath("plain-file/KelvoBridge"));
-    EXPECT_THROW(cache.supportDir(), OfflineCacheError);
-    EXPECT_THROW(cache.saveWorkspaceUI(sampleWorkspace()), OfflineCacheError);
-    EXPECT_THROW(cache.savePatch(samplePatch("s")), OfflineCacheError);
-    EXPECT_THROW(cache.saveHarnessJS("a", "b"), OfflineCacheError);
-    EXPECT_FALSE(cache.hasOfflineRuntime());
-    EXPECT_EQ(cache.loadWorkspaceUI(), std::nullopt);
+    OfflineShowCache blocked(temp.filePath("plain-file/KelvoBridge"));
+    EXPECT_THROW(blocked.saveWorkspaceUI(sampleWorkspace()), OfflineCacheError);
+    EXPECT_THROW(blocked.savePatch(samplePatch("s")), OfflineCacheError);
+    EXPECT_THROW(blocked.saveHarnessJS("a", "b"), OfflineCacheError);
+    EXPECT_FALSE(blocked.hasOfflineRuntime());
 }
 
 /// Caps the size of files this process may write, so that a write fails half-way as on a full
@@ -235,7 +220,6 @@ private:
 };
 
 TEST_F(OfflineShowCacheFiles, FailedWriteLeavesThePreviousFileWhole) {
-    auto cache = makeCache(base());
     cache.saveWorkspaceUI(sampleWorkspace());
     cache.saveHarnessJS("old script", "old manifest");
     const QByteArray before = readAll(base() + "/workspace_ui.json");

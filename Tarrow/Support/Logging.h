@@ -1,0 +1,14 @@
+#pragma once
+
+#include <QLoggingCategory>
+
+namespace kelvo {
+
+// One category per subsystem, so `QT_LOGGING_RULES="kelvo.dmx.debug=true"` turns on exactly one.
+Q_DECLARE_LOGGING_CATEGORY(lcEngine)
+Q_DECLARE_LOGGING_CATEGORY(lcAudio)
+Q_DECLARE_LOGGING_CATEGORY(lcDmx)
+Q_DECLARE_LOGGING_CATEGORY(lcCloud)
+Q_DECLARE_LOGGING_CATEGORY(lcUi)
+
+} // namespace kelvo

@@ -1,0 +1,157 @@
+#include "Cloud/BridgeSettings.h"
+
+#include <QFile>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+
+namespace kelvo {
+namespace {
+
+const QUrl production("https://cloud.example.com");
+const QUrl local("http://127.0.0.1:4041/");
+
+class BridgeSettingsTest : public ::testing::Test {
+protected:
+    void SetUp() override { ASSERT_TRUE(temp.isValid()); }
+
+    QString path() const { return temp.filePath("config/Kelvo/KelvoBridge.conf"); }
+    std::unique_ptr<BridgeSettings> open() {
+        return std::make_unique<BridgeSettings>(
+            std::make_unique<QSettings>(path(), QSettings::IniFormat), production);
+    }
+    /// The file as another reader sees it, once the writes under way are done.
+    std::unique_ptr<QSettings> file(BridgeSettings* settings = nullptr) {
+        if (settings)
+            settings->flush();
+        return std::make_unique<QSettings>(path(), QSettings::IniFormat);
+    }
+    /// Writes the file by hand, as an operator editing it would.
+    void handEdit(const QString& key, const QVariant& value) { file()->setValue(key, value); }
+
+    mode_t fileMode(const QString& name) const {
+        struct stat info {};
+        return ::stat(QFile::encodeName(name).constData(), &info) == 0 ? info.st_mode & 07777 : 0;
+    }
+
+    QTemporaryDir temp;
+};
+
+TEST_F(BridgeSettingsTest, OutputValuesDistinguishNeverWrittenAndReachTheFile) {
+    auto settings = open();
+    EXPECT_EQ(settings->loadArtNetEnabled(), std::nullopt);
+    EXPECT_EQ(settings->loadArtNetHost(), std::nullopt);
+    EXPECT_EQ(settings->loadRoutesJSON(), std::nullopt);
+    settings->saveArtNetEnabled(false);
+    settings->saveArtNetHost("10.0.0.9");
+    settings->saveEnttecEnabled(false);
+    settings->saveArtNetAutoFix(true);
+    settings->saveRoutesJSON("[]");
+    EXPECT_EQ(settings->loadEnttecEnabled(), false) << "served at once, before the disk";
+    auto written = file(settings.get());
+    EXPECT_EQ(written->value(BridgeSettings::artnetHostKey).toString(), "10.0.0.9");
+    EXPECT_EQ(written->value(BridgeSettings::routesKey).toByteArray(), "[]");
+    settings.reset();
+    auto reopened = open();
+    EXPECT_EQ(reopened->loadArtNetEnabled(), false);
+    EXPECT_EQ(reopened->loadArtNetHost(), "10.0.0.9");
+    EXPECT_EQ(reopened->loadEnttecEnabled(), false);
+    EXPECT_EQ(reopened->loadArtNetAutoFix(), true);
+    EXPECT_EQ(reopened->loadRoutesJSON(), "[]");
+}
+
+TEST_F(BridgeSettingsTest, HandWrittenValuesReadAsTheyAreMeant) {
+    handEdit(BridgeSettings::routesKey, QString(R"([{"virtualUniverse":4}])"));
+    for (const auto& [text, meaning] : std::vector<std::pair<const char*, bool>>{{"maybe", false},
+                                                                                 {"no", false},
+                                                                                 {"0", false},
+                                                                                 {"", false},
+                                                                                 {"-00", false},
+                                                                                 {"Yes", true},
+                                                                                 {"TRUE", true},
+                                                                                 {" 1", true},
+                                                                                 {"007", true},
+                                                                                 {"+2", true}}) {
+        handEdit(BridgeSettings::enttecEnabledKey, text);
+        EXPECT_EQ(open()->loadEnttecEnabled(), meaning) << text;
+    }
+    EXPECT_EQ(open()->loadRoutesJSON(), R"([{"virtualUniverse":4}])") << "text is read as well";
+}
+
+TEST_F(BridgeSettingsTest, TokensAreKeptPerServerUnderNormalisedKeys) {
+    EXPECT_EQ(BridgeSettings::tokenKey(local), "kelvo.bridge.device_token.http://127.0.0.1:4041");
+    EXPECT_EQ(BridgeSettings::tokenKey(QUrl("HTTPS://Cloud.Example.COM/Sub///")),
+              "kelvo.bridge.device_token.https://cloud.example.com/sub");
+    auto settings = open();
+    const QUrl staging("https://staging.example.com");
+    const QUrl nested("https://staging.example.com/eu");
+    EXPECT_EQ(settings->authToken(local), std::nullopt);
+    settings->saveAuthToken("local-token", local);
+    settings->saveAuthToken("staging-token", staging);
+    settings->saveAuthToken("nested-token", nested);
+    EXPECT_EQ(settings->authToken(QUrl("HTTP://127.0.0.1:4041")), "local-token");
+    EXPECT_EQ(settings->authToken(QUrl("https://STAGING.example.com///")), "staging-token");
+
+    // A server whose address continues another's keeps its own token, also in the file.
+    settings->clearAuthToken(staging);
+    EXPECT_EQ(settings->authToken(staging), std::nullopt);
+    EXPECT_EQ(settings->authToken(nested), "nested-token");
+    settings.reset();
+    auto reopened = open();
+    EXPECT_EQ(reopened->authToken(staging), std::nullopt);
+    EXPECT_EQ(reopened->authToken(nested), "nested-token");
+    EXPECT_EQ(reopened->authToken(local), "local-token");
+
+    reopened->saveAuthToken("", local);
+    EXPECT_EQ(reopened->authToken(local), std::nullopt) << "empty counts as none";
+}
+
+TEST_F(BridgeSettingsTest, LegacyTokenMovesToTheProductionServerOnce) {
+    handEdit(BridgeSettings::legacyTokenKey, "legacy");
+    handEdit(BridgeSettings::tokenKey(production), ""); // an empty per-server value is no token
+    auto settings = open();
+    EXPECT_EQ(settings->authToken(local), std::nullopt);
+    EXPECT_EQ(settings->authToken(QUrl("https://cloud.example.com.evil.net")), std::nullopt);
+    EXPECT_TRUE(file(settings.get())->contains(BridgeSettings::legacyTokenKey));
+
+    EXPECT_EQ(settings->authToken(QUrl("https://Cloud.Example.com/")), "legacy");
+    auto written = file(settings.get());
+    EXPECT_FALSE(written->contains(BridgeSettings::legacyTokenKey));
+    EXPECT_EQ(written->value(BridgeSettings::tokenKey(production)).toString(), "legacy");
+}
+
+TEST_F(BridgeSettingsTest, ClearingProductionAlsoForgetsTheLegacyToken) {
+    handEdit(BridgeSettings::legacyTokenKey, "legacy");
+    auto settings = open();
+    settings->saveAuthToken("local-token", local);
+    settings->clearAuthToken(local);
+    EXPECT_TRUE(file(settings.get())->contains(BridgeSettings::legacyTokenKey));
+    settings->clearAuthToken(QUrl("https://CLOUD.example.com/"));
+    EXPECT_FALSE(file(settings.get())->contains(BridgeSettings::legacyTokenKey));
+    EXPECT_EQ(settings->authToken(production), std::nullopt);
+}
+
+TEST_F(BridgeSettingsTest, TheFileIsOwnerOnlyNewOrOld) {
+    const mode_t previousMask = ::umask(022);
+    auto settings = open();
+    EXPECT_EQ(fileMode(path()), 0600u);
+    settings->saveAuthToken("secret", production);
+    settings->flush();
+    EXPECT_EQ(fileMode(path()), 0600u);
+    settings.reset();
+    ASSERT_EQ(::chmod(QFile::encodeName(path()).constData(), 0644), 0);
+    EXPECT_EQ(open()->authToken(production), "secret");
+    EXPECT_EQ(fileMode(path()), 0600u) << "an existing file is narrowed";
+    ::umask(previousMask);
+
+    // The only NativeFormat user in this program, so Qt has not cached a config path yet.
+    qputenv("XDG_CONFIG_HOME", temp.filePath("xdg").toUtf8());
+    BridgeSettings user(BridgeSettings::openUserSettings(), production);
+    EXPECT_EQ(user.fileName(), temp.filePath("xdg") + "/Kelvo/KelvoBridge.conf");
+    EXPECT_EQ(fileMode(user.fileName()), 0600u);
+}
+
+} // namespace
+} // namespace kelvo
