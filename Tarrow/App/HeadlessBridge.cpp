@@ -92,28 +92,25 @@ void HeadlessBridge::start() {
                            "hold their last state).\n");
     std::fflush(out_);
     lastStatusTime_ = std::chrono::steady_clock::now();
-    lastTicks_ = model_->tickCount();
-    lastArtNetPackets_ = model_->dmxOutput().artnetPacketsSent();
-    lastEnttecFrames_ = model_->dmxOutput().enttecFramesWritten();
+    lastStatus_ = model_->statusSnapshot();
     statusTimer_.start();
 }
 
 void HeadlessBridge::printStatus() {
     const auto now = std::chrono::steady_clock::now();
-    BridgeStatusSample sample;
-    sample.seconds = std::chrono::duration<double>(now - lastStatusTime_).count();
-    sample.ticks = model_->tickCount() - lastTicks_;
-    sample.beat = model_->beatReadout();
-    sample.dropStatus = model_->isDropHeld() ? "held" : model_->engine().dropDiagnostics().status;
-    sample.artnetPackets = model_->dmxOutput().artnetPacketsSent() - lastArtNetPackets_;
-    sample.enttecFrames = model_->dmxOutput().enttecFramesWritten() - lastEnttecFrames_;
-    sample.capturing = model_->mic().isCapturing();
-    sample.recording = model_->mic().recording().isRecording();
-    sample.statusMessage = model_->statusMessage().toStdString();
+    const AppStatusSnapshot status = model_->statusSnapshot();
+    const BridgeStatusSample sample{
+        .seconds = std::chrono::duration<double>(now - lastStatusTime_).count(),
+        .ticks = status.tickCount - lastStatus_.tickCount,
+        .beat = status.beat,
+        .dropStatus = status.dropStatus,
+        .artnetPackets = status.artnetPacketsSent - lastStatus_.artnetPacketsSent,
+        .enttecFrames = status.enttecFramesWritten - lastStatus_.enttecFramesWritten,
+        .capturing = status.capturing,
+        .recording = status.recording,
+        .statusMessage = status.statusMessage};
     lastStatusTime_ = now;
-    lastTicks_ = model_->tickCount();
-    lastArtNetPackets_ = model_->dmxOutput().artnetPacketsSent();
-    lastEnttecFrames_ = model_->dmxOutput().enttecFramesWritten();
+    lastStatus_ = status;
     std::fprintf(out_, "%s\n", formatBridgeStatusLine(sample).c_str());
     std::fflush(out_);
 }

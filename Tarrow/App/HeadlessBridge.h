@@ -42,9 +42,7 @@ private:
     std::FILE* out_;
     QTimer statusTimer_;
     std::chrono::steady_clock::time_point lastStatusTime_;
-    std::uint64_t lastTicks_ = 0;
-    std::uint64_t lastArtNetPackets_ = 0;
-    std::uint64_t lastEnttecFrames_ = 0;
+    AppStatusSnapshot lastStatus_;
     bool stopped_ = false;
     QMetaObject::Connection pendingDevice_; // waits for an --audio-device not yet connected
 };

@@ -1,21 +1,10 @@
 #include "Engine/AppModel.h"
 
 #include "Engine/ModelVariants.h"
+#include "Support/ChangeNotification.h"
 #include "Support/Logging.h"
 
 namespace kelvo {
-
-namespace {
-
-/// Stores `value` in `field`; true when that changed it.
-template <typename T> bool assign(T& field, T value) {
-    if (field == value)
-        return false;
-    field = std::move(value);
-    return true;
-}
-
-} // namespace
 
 /// The capture as the engine loop sees it.
 class AppModel::CaptureHopSource final : public HopSource {
@@ -43,7 +32,8 @@ AppModel::AppModel(AppModelEnvironment environment, QObject* parent)
       dropHold_(
           *environment_.timers, [this](bool on) { engine_.setForcedDrop(on); },
           [this](bool) { emit isDropHeldChanged(); }),
-      liveControl_(engine_, *environment_.clock, liveControlHooks()) {
+      liveControl_(engine_, *environment_.clock, liveControlQueries()) {
+    forwardComponentSignals();
     AudioInputSelectionModel::Hooks hooks;
     hooks.engineLoopRunning = [this] { return isEngineLoopRunning(); };
     hooks.replaceDropDetector = [this] { engine_.replaceDropDetector(); };
@@ -61,12 +51,6 @@ AppModel::AppModel(AppModelEnvironment environment, QObject* parent)
     connect(audioMonitor_, &AudioInputDeviceMonitor::listed, this, &AppModel::resumeCaptureIfLost,
             Qt::QueuedConnection);
     audioSelection_->startAudioDeviceMonitoring(*audioMonitor_);
-    // The previous file is intact; lighting goes on, the operator learns the cache is stale.
-    connect(cache_.get(), &OfflineShowCache::workspaceSaveFailed, this,
-            [this](const QString& reason) {
-                lastSavedWorkspace_.reset(); // the next change tries again
-                setStatusMessage(QLatin1String(workspaceNotSavedPrefix) + reason);
-            });
     if (environment_.audio.deviceListUnavailable)
         qCInfo(lcEngine).noquote()
             << "Audio devices:"
@@ -78,15 +62,40 @@ AppModel::~AppModel() {
     mic_->stop();
 }
 
-LiveControlHooks AppModel::liveControlHooks() {
-    LiveControlHooks hooks;
-    hooks.themePayloads = [this] { return themePayloads(); };
+void AppModel::forwardComponentSignals() {
+    connect(&outputs_, &OutputConfiguration::routesChanged, this, &AppModel::routesChanged);
+    connect(&outputs_, &OutputConfiguration::artnetEnabledChanged, this,
+            &AppModel::artnetEnabledChanged);
+    connect(&outputs_, &OutputConfiguration::artnetHostChanged, this, &AppModel::artnetHostChanged);
+    connect(&outputs_, &OutputConfiguration::artnetAutoFixChanged, this,
+            &AppModel::artnetAutoFixChanged);
+    connect(&outputs_, &OutputConfiguration::enttecEnabledChanged, this,
+            &AppModel::enttecEnabledChanged);
+
+    connect(&desk_, &LightingDesk::liveChanged, this, &AppModel::deskLiveChanged);
+    connect(&desk_, &LightingDesk::universeChanged, this, &AppModel::deskUniverseChanged);
+    connect(&desk_, &LightingDesk::levelsChanged, this, &AppModel::deskLevelsChanged);
+    connect(&desk_, &LightingDesk::grandMasterChanged, this, &AppModel::deskGrandMasterChanged);
+    connect(&desk_, &LightingDesk::blackoutChanged, this, &AppModel::deskBlackoutChanged);
+
+    connect(&liveControl_, &LiveControl::selectionsChanged, this, &AppModel::publishSelections);
+    connect(&liveControl_, &LiveControl::workspaceEdited, this, &AppModel::persistWorkspaceUI);
+
+    // The previous file is intact; lighting goes on, the operator learns the cache is stale.
+    connect(cache_.get(), &OfflineShowCache::workspaceSaveFailed, this,
+            [this](const QString& reason) {
+                lastSavedWorkspace_.reset(); // the next change tries again
+                setStatusMessage(QLatin1String(workspaceNotSavedPrefix) + reason);
+            });
+}
+
+LiveControlQueries AppModel::liveControlQueries() {
+    LiveControlQueries queries;
+    queries.themePayloads = [this] { return themePayloads(); };
     // Pairing and the cloud's control-state endpoint are not part of this build: every local
     // pick is final, so no send task is started.
-    hooks.hasDeviceToken = [] { return false; };
-    hooks.persistWorkspaceUI = [this] { persistWorkspaceUI(); };
-    hooks.selectionsChanged = [this] { publishSelections(); };
-    return hooks;
+    queries.hasDeviceToken = [] { return false; };
+    return queries;
 }
 
 std::optional<nlohmann::json> AppModel::themePayloads() const {
@@ -99,31 +108,37 @@ std::optional<nlohmann::json> AppModel::themePayloads() const {
 }
 
 void AppModel::setStatusMessage(const QString& message) {
-    if (message == statusMessage_)
-        return;
-    statusMessage_ = message;
-    emit statusMessageChanged();
+    setAndNotify(statusMessage_, message, this, &AppModel::statusMessageChanged);
 }
 
 void AppModel::publishSelections() {
     PublishedSelections& published = publishedSelections_;
-    if (assign(published.modeId, liveControl_.selectedModeId()))
-        emit selectedModeIdChanged();
-    if (assign(published.modeTo, liveControl_.selectedModeTo()))
-        emit selectedModeToChanged();
-    if (assign(published.modeLerp, liveControl_.selectedModeLerp()))
-        emit selectedModeLerpChanged();
-    if (assign(published.themeName, liveControl_.selectedThemeName()))
-        emit selectedThemeNameChanged();
+    setAndNotify(published.modeId, liveControl_.selectedModeId(), this,
+                 &AppModel::selectedModeIdChanged);
+    setAndNotify(published.modeTo, liveControl_.selectedModeTo(), this,
+                 &AppModel::selectedModeToChanged);
+    setAndNotify(published.modeLerp, liveControl_.selectedModeLerp(), this,
+                 &AppModel::selectedModeLerpChanged);
+    setAndNotify(published.themeName, liveControl_.selectedThemeName(), this,
+                 &AppModel::selectedThemeNameChanged);
+}
+
+AppStatusSnapshot AppModel::statusSnapshot() const {
+    return {.tickCount = tickCount(),
+            .beat = beatReadout(),
+            .dropStatus = isDropHeld() ? "held" : engine_.dropDiagnostics().status,
+            .artnetPacketsSent = dmxOutput_.artnetPacketsSent(),
+            .enttecFramesWritten = dmxOutput_.enttecFramesWritten(),
+            .capturing = mic_->isCapturing(),
+            .recording = mic_->recording().isRecording(),
+            .statusMessage = statusMessage_.toStdString()};
 }
 
 void AppModel::bootstrap() {
-    if (assign(serverURLString_, environment_.serverURL.toString()))
-        emit serverURLStringChanged();
+    setAndNotify(serverURLString_, environment_.serverURL.toString(), this,
+                 &AppModel::serverURLStringChanged);
 
-    const OutputSettings before = outputs_.settings();
     outputs_.load();
-    publishOutputSettings(before);
 
     if (const std::optional<QByteArray> harness = cache_->loadHarnessJS())
         engine_.loadHarness(std::string_view(harness->constData(), std::size_t(harness->size())));
@@ -133,11 +148,8 @@ void AppModel::bootstrap() {
 
     restoreWorkspaceUIFromCache();
 
-    const bool offline = cache_->hasOfflineRuntime();
-    if (offline != hasOfflineWorkspace_) {
-        hasOfflineWorkspace_ = offline;
-        emit hasOfflineWorkspaceChanged();
-    }
+    setAndNotify(hasOfflineWorkspace_, cache_->hasOfflineRuntime(), this,
+                 &AppModel::hasOfflineWorkspaceChanged);
 
     pushThemesToEngine();
     refreshDropDiagnostics();
@@ -237,32 +249,19 @@ void AppModel::tick() {
 }
 
 void AppModel::outputMergedDmx(const DmxFrame& engineBuffers) {
-    DmxFrame merged = mergeLightingDesk(engineBuffers, desk_);
-    if (merged != dmxPreview_) {
-        dmxPreview_ = std::move(merged);
-        emit dmxPreviewChanged();
-    }
+    setAndNotify(dmxPreview_, desk_.merge(engineBuffers), this, &AppModel::dmxPreviewChanged);
     outputs_.outputFrame(dmxPreview_);
 }
 
 void AppModel::visualsRefreshed() {
-    if (engine_.lightingPlot() != lightingPlot_) {
-        lightingPlot_ = engine_.lightingPlot();
-        emit lightingPlotChanged();
-    }
-    if (engine_.liveScheme() != liveScheme_) {
-        liveScheme_ = engine_.liveScheme();
-        emit liveSchemeChanged();
-    }
+    setAndNotify(lightingPlot_, engine_.lightingPlot(), this, &AppModel::lightingPlotChanged);
+    setAndNotify(liveScheme_, engine_.liveScheme(), this, &AppModel::liveSchemeChanged);
     refreshDropDiagnostics();
 }
 
 void AppModel::refreshDropDiagnostics() {
-    DropDiagnostics diagnostics = engine_.dropDiagnostics();
-    if (diagnostics != dropDiagnostics_) {
-        dropDiagnostics_ = std::move(diagnostics);
-        emit dropDiagnosticsChanged();
-    }
+    setAndNotify(dropDiagnostics_, engine_.dropDiagnostics(), this,
+                 &AppModel::dropDiagnosticsChanged);
 }
 
 void AppModel::toggleAudioRecording() {
@@ -314,134 +313,51 @@ void AppModel::restoreWorkspaceUIFromCache() {
     const std::optional<OfflineWorkspaceUIState> state = cache_->loadWorkspaceUI();
     if (!state)
         return;
-    if (assign(shows_, state->shows))
-        emit showsChanged();
-    if (assign(selectedShowId_, state->selectedShowId))
-        emit selectedShowIdChanged();
-    if (assign(lightingModes_, state->lightingModes))
-        emit lightingModesChanged();
-    if (assign(themes_, state->themes))
-        emit themesChanged();
+    setAndNotify(shows_, state->shows, this, &AppModel::showsChanged);
+    setAndNotify(selectedShowId_, state->selectedShowId, this, &AppModel::selectedShowIdChanged);
+    setAndNotify(lightingModes_, state->lightingModes, this, &AppModel::lightingModesChanged);
+    setAndNotify(themes_, state->themes, this, &AppModel::themesChanged);
     liveControl_.restoreSelections(state->selectedModeId, state->selectedModeTo,
                                    state->selectedModeLerp.value_or(0.0), state->selectedThemeName);
     const LightingModeSelection selection = liveControl_.lightingModeSelection();
     engine_.applyControl(
         {.modeId = selection.modeId, .modeTo = selection.modeTo, .modeLerp = selection.amount});
-    if (selectedShowId_ && assign(showPatch_, cache_->loadPatch(*selectedShowId_)))
-        emit showPatchChanged();
+    if (selectedShowId_)
+        setAndNotify(showPatch_, cache_->loadPatch(*selectedShowId_), this,
+                     &AppModel::showPatchChanged);
     lastSavedWorkspace_ = state;
 }
 
 // Output configuration
 
-void AppModel::publishOutputSettings(const OutputSettings& before) {
-    const OutputSettings& now = outputs_.settings();
-    if (before.artnetEnabled != now.artnetEnabled)
-        emit artnetEnabledChanged();
-    if (before.artnetHost != now.artnetHost)
-        emit artnetHostChanged();
-    if (before.artnetAutoFix != now.artnetAutoFix)
-        emit artnetAutoFixChanged();
-    if (before.enttecEnabled != now.enttecEnabled)
-        emit enttecEnabledChanged();
-    if (before.routes != now.routes)
-        emit routesChanged();
-}
-
 void AppModel::setArtNetEnabled(bool enabled) {
-    if (enabled == artnetEnabled())
-        return;
-    outputs_.setArtNetEnabled(enabled);
-    outputs_.persistArtNetConfig();
-    emit artnetEnabledChanged();
+    if (outputs_.setArtNetEnabled(enabled))
+        outputs_.persistArtNetConfig();
 }
 
 void AppModel::setArtNetHost(const QString& host) {
     const std::string trimmed = host.trimmed().toStdString();
-    if (trimmed.empty() || trimmed == outputs_.settings().artnetHost)
-        return;
-    outputs_.setArtNetHost(trimmed);
-    outputs_.persistArtNetConfig();
-    emit artnetHostChanged();
+    if (!trimmed.empty() && outputs_.setArtNetHost(trimmed))
+        outputs_.persistArtNetConfig();
 }
 
 void AppModel::setArtNetAutoFix(bool enabled) {
-    if (enabled == artnetAutoFix())
-        return;
-    outputs_.setArtNetAutoFix(enabled);
-    outputs_.persistArtNetConfig();
-    emit artnetAutoFixChanged();
+    if (outputs_.setArtNetAutoFix(enabled))
+        outputs_.persistArtNetConfig();
 }
 
 void AppModel::setEnttecEnabled(bool enabled) {
-    if (enabled == enttecEnabled())
-        return;
-    outputs_.setEnttecEnabled(enabled);
-    outputs_.persistEnttecConfig();
-    emit enttecEnabledChanged();
+    if (outputs_.setEnttecEnabled(enabled))
+        outputs_.persistEnttecConfig();
 }
 
 void AppModel::replaceRoutes(std::vector<UniverseRoute> routes) {
-    const OutputSettings before = outputs_.settings();
     outputs_.replaceRoutes(std::move(routes));
-    publishOutputSettings(before);
 }
 
 void AppModel::changeRouteDestination(std::int64_t virtualUniverse,
                                       UniverseRoute::Destination destination) {
-    const OutputSettings before = outputs_.settings();
     outputs_.changeDestination(virtualUniverse, destination);
-    publishOutputSettings(before);
-}
-
-// Lighting desk
-
-void AppModel::applyDesk(const LightingDeskState& desk) {
-    const LightingDeskState before = std::exchange(desk_, desk);
-    if (before.live != desk_.live)
-        emit deskLiveChanged();
-    if (before.universe != desk_.universe)
-        emit deskUniverseChanged();
-    if (before.levels != desk_.levels)
-        emit deskLevelsChanged();
-    if (before.grandMaster != desk_.grandMaster)
-        emit deskGrandMasterChanged();
-    if (before.blackout != desk_.blackout)
-        emit deskBlackoutChanged();
-}
-
-void AppModel::setDesk(const LightingDeskState& desk) {
-    applyDesk(desk);
-}
-
-void AppModel::setDeskLive(bool live) {
-    changeDesk([&](LightingDeskState& desk) { desk.live = live; });
-}
-
-void AppModel::setDeskUniverse(int universe) {
-    changeDesk([&](LightingDeskState& desk) { desk.universe = universe; });
-}
-
-void AppModel::setDeskLevels(const QList<double>& levels) {
-    changeDesk([&](LightingDeskState& desk) { desk.levels.assign(levels.begin(), levels.end()); });
-}
-
-void AppModel::setDeskLevel(int channel, double level) {
-    if (channel < 0 || std::size_t(channel) >= LightingDeskState::channelCount)
-        return;
-    changeDesk([&](LightingDeskState& desk) {
-        if (desk.levels.size() <= std::size_t(channel))
-            desk.levels.resize(std::size_t(channel) + 1, 0.0);
-        desk.levels[std::size_t(channel)] = level;
-    });
-}
-
-void AppModel::setDeskGrandMaster(double level) {
-    changeDesk([&](LightingDeskState& desk) { desk.grandMaster = level; });
-}
-
-void AppModel::setDeskBlackout(bool blackout) {
-    changeDesk([&](LightingDeskState& desk) { desk.blackout = blackout; });
 }
 
 // Property readers

@@ -33,6 +33,20 @@
 
 namespace kelvo {
 
+/// The counters and states the headless status line reads, taken at one moment.
+struct AppStatusSnapshot {
+    std::uint64_t tickCount = 0;
+    BeatReadout beat;
+    std::string dropStatus; ///< "held" while forced, else the engine's drop status
+    std::uint64_t artnetPacketsSent = 0;
+    std::uint64_t enttecFramesWritten = 0;
+    bool capturing = false;
+    bool recording = false;
+    std::string statusMessage;
+
+    friend bool operator==(const AppStatusSnapshot&, const AppStatusSnapshot&) = default;
+};
+
 /// What the model is built on; production fills it from the running system, tests with fakes.
 struct AppModelEnvironment {
     std::unique_ptr<BridgeSettings> settings;
@@ -150,6 +164,7 @@ public:
     QString artnetHost() const { return QString::fromStdString(outputs_.settings().artnetHost); }
     bool artnetAutoFix() const { return outputs_.settings().artnetAutoFix; }
     bool enttecEnabled() const { return outputs_.settings().enttecEnabled; }
+    /// The Art-Net switch, host and auto-fix switch are saved together whenever one changes.
     void setArtNetEnabled(bool enabled);
     void setArtNetHost(const QString& host);
     void setArtNetAutoFix(bool enabled);
@@ -161,20 +176,22 @@ public:
     const std::vector<UniverseRoute>& routes() const { return outputs_.routes(); }
 
     // Lighting desk: the whole state at once, or one field at a time from the desk view.
-    void setDesk(const LightingDeskState& desk);
-    const LightingDeskState& desk() const { return desk_; }
-    bool deskLive() const { return desk_.live; }
-    int deskUniverse() const { return static_cast<int>(desk_.universe); }
-    QList<double> deskLevels() const { return {desk_.levels.begin(), desk_.levels.end()}; }
-    double deskGrandMaster() const { return desk_.grandMaster; }
-    bool deskBlackout() const { return desk_.blackout; }
-    void setDeskLive(bool live);
-    void setDeskUniverse(int universe);
-    void setDeskLevels(const QList<double>& levels);
+    void setDesk(const LightingDeskState& desk) { desk_.setState(desk); }
+    const LightingDeskState& desk() const { return desk_.state(); }
+    bool deskLive() const { return desk().live; }
+    int deskUniverse() const { return static_cast<int>(desk().universe); }
+    QList<double> deskLevels() const { return {desk().levels.begin(), desk().levels.end()}; }
+    double deskGrandMaster() const { return desk().grandMaster; }
+    bool deskBlackout() const { return desk().blackout; }
+    void setDeskLive(bool live) { desk_.setLive(live); }
+    void setDeskUniverse(int universe) { desk_.setUniverse(universe); }
+    void setDeskLevels(const QList<double>& levels) {
+        desk_.setLevels({levels.begin(), levels.end()});
+    }
     /// One fader: `channel` is 0-based; the level list grows to reach it.
-    Q_INVOKABLE void setDeskLevel(int channel, double level);
-    void setDeskGrandMaster(double level);
-    void setDeskBlackout(bool blackout);
+    Q_INVOKABLE void setDeskLevel(int channel, double level) { desk_.setLevel(channel, level); }
+    void setDeskGrandMaster(double level) { desk_.setGrandMaster(level); }
+    void setDeskBlackout(bool blackout) { desk_.setBlackout(blackout); }
 
     // Published views
     const QString& statusMessage() const { return statusMessage_; }
@@ -198,6 +215,7 @@ public:
     const std::vector<ThemeOption>& themes() const { return themes_; }
     const std::optional<ShowPatch>& showPatch() const { return showPatch_; }
     std::uint64_t tickCount() const { return engineLoop_.tickCount(); }
+    AppStatusSnapshot statusSnapshot() const;
 
     // Components
     EngineHost& engine() { return engine_; }
@@ -268,17 +286,10 @@ private:
     QString selectedThemeNameText() const { return QString::fromStdString(selectedThemeName()); }
     QVariantMap dropDiagnosticsVariant() const;
 
-    /// Announces each output property that differs from `before`.
-    void publishOutputSettings(const OutputSettings& before);
     /// Announces each selection that differs from the last announced one.
     void publishSelections();
-    void applyDesk(const LightingDeskState& desk);
-    /// Applies one edit to a copy of the desk.
-    template <typename Edit> void changeDesk(Edit edit) {
-        LightingDeskState desk = desk_;
-        edit(desk);
-        applyDesk(desk);
-    }
+    /// The model's own signals carry its components' announcements.
+    void forwardComponentSignals();
 
     // EngineLoopListener
     void micTraceChanged(const MicBandTrace&) override { emit micTraceChanged(); }
@@ -293,7 +304,7 @@ private:
     /// the reason in the status line) when it cannot.
     bool startCapture();
     void refreshDropDiagnostics();
-    LiveControlHooks liveControlHooks();
+    LiveControlQueries liveControlQueries();
     std::optional<nlohmann::json> themePayloads() const;
     std::optional<OfflineWorkspaceUIState> currentWorkspaceState() const;
 
@@ -307,6 +318,7 @@ private:
     AudioInputSelectionModel* audioSelection_;
     LiveDmxOutput dmxOutput_;
     OutputConfiguration outputs_;
+    LightingDesk desk_;
     std::unique_ptr<CaptureHopSource> hopSource_;
     EngineLoop engineLoop_;
     TickScheduler tickScheduler_;
@@ -320,7 +332,6 @@ private:
     bool hasOfflineWorkspace_ = false;
     QString statusMessage_;
     QString serverURLString_;
-    LightingDeskState desk_;
     PublishedSelections publishedSelections_;
     DmxFrame dmxPreview_;
     LightingPlot lightingPlot_;

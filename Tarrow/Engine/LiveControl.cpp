@@ -2,6 +2,7 @@
 
 #include "Engine/EngineHost.h"
 #include "Show/JsonValueReaders.h"
+#include "Support/ChangeNotification.h"
 
 #include <algorithm>
 #include <cmath>
@@ -26,8 +27,13 @@ nlohmann::json LightingModeSelection::controlFields() const {
             {"mode_lerp", amount}};
 }
 
-LiveControl::LiveControl(EngineHost& engine, const MonotonicClock& clock, LiveControlHooks hooks)
-    : engine_(engine), clock_(clock), hooks_(std::move(hooks)) {}
+LiveControl::LiveControl(EngineHost& engine, const MonotonicClock& clock,
+                         LiveControlQueries queries, QObject* parent)
+    : QObject(parent), engine_(engine), clock_(clock), queries_(std::move(queries)) {}
+
+std::optional<nlohmann::json> LiveControl::themePayloads() const {
+    return queries_.themePayloads ? queries_.themePayloads() : std::nullopt;
+}
 
 bool LiveControl::ownsModeFields() const {
     return sendRunning_ || pending_.has_value() || (ownedUntil_ && clock_.now() < *ownedUntil_);
@@ -70,20 +76,20 @@ void LiveControl::applyLiveControlState(const nlohmann::json& incoming) {
         changed = true;
     }
     if (changed)
-        call(hooks_.selectionsChanged);
+        emit selectionsChanged();
 
     EngineControl control;
     control.modeId = mode;
     control.modeTo = stringValue(state, "mode_to");
     control.modeLerp = numberValue(state, "mode_lerp");
     control.themeName = theme;
-    control.themes = hooks_.themePayloads ? hooks_.themePayloads() : std::nullopt;
+    control.themes = themePayloads();
     control.manualDimmer = EngineHost::manualDimmer(state);
     engine_.applyControl(control);
 
     if (mode)
-        call(hooks_.publishInterpretationIfLinked);
-    call(hooks_.persistWorkspaceUI);
+        emit remoteModeApplied();
+    emit workspaceEdited();
 }
 
 void LiveControl::selectLightingBlend(const LightingModeSelection& requested) {
@@ -96,7 +102,7 @@ void LiveControl::selectLightingBlend(const LightingModeSelection& requested) {
         confirmed_ = lightingModeSelection();
     ++generation_;
     applyLocalModeSelection(selection);
-    if (!hooks_.hasDeviceToken || !hooks_.hasDeviceToken() || !hooks_.startModeSelectionSend) {
+    if (!queries_.hasDeviceToken || !queries_.hasDeviceToken()) {
         // Offline or unpaired: nobody can disagree, so the pick is final.
         confirmed_ = selection;
         return;
@@ -105,7 +111,7 @@ void LiveControl::selectLightingBlend(const LightingModeSelection& requested) {
     ownedUntil_ =
         clock_.now() + std::chrono::duration_cast<MonotonicClock::Duration>(ownershipWindow);
     if (!sendRunning_)
-        hooks_.startModeSelectionSend();
+        emit modeSelectionPending();
 }
 
 void LiveControl::modeSelectionSent(const LightingModeSelection& selection,
@@ -121,25 +127,20 @@ void LiveControl::applyLocalModeSelection(const LightingModeSelection& selection
     selectedModeTo_ = selection.modeTo;
     selectedModeLerp_ = selection.amount;
     if (changed)
-        call(hooks_.selectionsChanged);
+        emit selectionsChanged();
     engine_.applyControl(
         {.modeId = selection.modeId, .modeTo = selection.modeTo, .modeLerp = selection.amount});
-    call(hooks_.persistWorkspaceUI);
+    emit workspaceEdited();
 }
 
 void LiveControl::selectTheme(const std::string& name) {
-    engine_.applyControl({.themeName = name,
-                          .themes = hooks_.themePayloads ? hooks_.themePayloads() : std::nullopt});
-    if (name != selectedThemeName_) {
-        selectedThemeName_ = name;
-        call(hooks_.selectionsChanged);
-    }
-    call(hooks_.persistWorkspaceUI);
+    engine_.applyControl({.themeName = name, .themes = themePayloads()});
+    setAndNotify(selectedThemeName_, name, this, &LiveControl::selectionsChanged);
+    emit workspaceEdited();
 }
 
 void LiveControl::pushThemesToEngine() {
-    const std::optional<nlohmann::json> themes =
-        hooks_.themePayloads ? hooks_.themePayloads() : std::nullopt;
+    const std::optional<nlohmann::json> themes = themePayloads();
     if (!themes && selectedThemeName_.empty())
         return;
     engine_.applyControl({.themeName = selectedThemeName_, .themes = themes});
@@ -155,7 +156,7 @@ void LiveControl::restoreSelections(const std::string& modeId, std::optional<std
     selectedModeLerp_ = restored.amount;
     selectedThemeName_ = themeName;
     if (changed)
-        call(hooks_.selectionsChanged);
+        emit selectionsChanged();
 }
 
 } // namespace kelvo

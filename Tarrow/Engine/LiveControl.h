@@ -2,6 +2,8 @@
 
 #include "Support/MonotonicClock.h"
 
+#include <QObject>
+
 #include <nlohmann/json.hpp>
 
 #include <functional>
@@ -24,27 +26,23 @@ struct LightingModeSelection {
     friend bool operator==(const LightingModeSelection&, const LightingModeSelection&) = default;
 };
 
-/// Hooks the live control needs from its owner.
-struct LiveControlHooks {
+/// What the live control asks its owner.
+struct LiveControlQueries {
     /// The engine payload of every known theme; nullopt when there are none.
     std::function<std::optional<nlohmann::json>()> themePayloads;
     /// True when a device token is stored for the configured server.
     std::function<bool()> hasDeviceToken;
-    /// Starts sending the pending selection to the cloud; absent while there is no cloud link.
-    std::function<void()> startModeSelectionSend;
-    std::function<void()> publishInterpretationIfLinked;
-    std::function<void()> persistWorkspaceUI;
-    /// Any of the selected mode, blend or theme changed.
-    std::function<void()> selectionsChanged;
 };
 
 /// Mode, blend and colour scheme, changed locally or by the cloud. A local mode pick owns the mode
-/// fields for a short window so that an older remote echo cannot undo it.
-class LiveControl {
+/// fields for a short window so that an older remote echo cannot undo it. Main thread only.
+class LiveControl : public QObject {
+    Q_OBJECT
 public:
     static constexpr std::chrono::milliseconds ownershipWindow{600};
 
-    LiveControl(EngineHost& engine, const MonotonicClock& clock, LiveControlHooks hooks);
+    LiveControl(EngineHost& engine, const MonotonicClock& clock, LiveControlQueries queries,
+                QObject* parent = nullptr);
 
     void applyLiveControlState(const nlohmann::json& state);
     void selectLightingBlend(const LightingModeSelection& selection);
@@ -78,15 +76,22 @@ public:
     const std::optional<PendingSelection>& pendingModeSelection() const { return pending_; }
     std::uint64_t modeSelectionGeneration() const { return generation_; }
 
+signals:
+    /// Any of the selected mode, blend or theme changed.
+    void selectionsChanged();
+    /// Selections were applied, changed or not: the workspace file follows them.
+    void workspaceEdited();
+    /// A remote state carried a mode: the interpretation is published if linked.
+    void remoteModeApplied();
+    /// A local pick waits to be sent to the cloud; the owner starts the send unless it runs.
+    void modeSelectionPending();
+
 private:
-    void call(const std::function<void()>& hook) const {
-        if (hook)
-            hook();
-    }
+    std::optional<nlohmann::json> themePayloads() const;
 
     EngineHost& engine_;
     const MonotonicClock& clock_;
-    LiveControlHooks hooks_;
+    LiveControlQueries queries_;
 
     std::string selectedModeId_;
     std::optional<std::string> selectedModeTo_;

@@ -190,7 +190,8 @@ TEST_F(OutputConfigurationTest, EditorChangesTheFirstRouteSavesAndResendsTheLast
 
 TEST_F(OutputConfigurationTest, PersistArtNetWritesInOrderThenRetargetsDiscovery) {
     std::vector<std::optional<std::string>> targets;
-    configuration.setDiscoveryTargetHook([&](const auto& host) { targets.push_back(host); });
+    QObject::connect(&configuration, &OutputConfiguration::discoveryTargetSet,
+                     [&](const std::optional<std::string>& host) { targets.push_back(host); });
     configuration.setArtNetEnabled(true);
     configuration.setArtNetHost("10.1.2.3");
     configuration.setArtNetAutoFix(false);

@@ -17,19 +17,16 @@ protected:
     void SetUp() override {
         engine.loadHarness(test::testHarness());
         engine.loadShow({{"name", "Demo"}, {"result", json::object()}}, json::object());
+        QObject::connect(&control, &LiveControl::modeSelectionPending, [this] { ++sendsStarted; });
+        QObject::connect(&control, &LiveControl::remoteModeApplied, [this] { ++publishes; });
+        QObject::connect(&control, &LiveControl::workspaceEdited, [this] { ++persists; });
     }
 
-    LiveControlHooks hooks() {
-        LiveControlHooks h;
-        h.themePayloads = [this]() -> std::optional<json> {
-            return themes.empty() ? std::nullopt : std::optional(themes);
-        };
-        h.hasDeviceToken = [this] { return paired; };
-        h.startModeSelectionSend = [this] { ++sendsStarted; };
-        h.publishInterpretationIfLinked = [this] { ++publishes; };
-        h.persistWorkspaceUI = [this] { ++persists; };
-        h.selectionsChanged = [this] { ++changes; };
-        return h;
+    LiveControlQueries queries() {
+        return {.themePayloads = [this]() -> std::optional<json> {
+                    return themes.empty() ? std::nullopt : std::optional(themes);
+                },
+                .hasDeviceToken = [this] { return paired; }};
     }
 
     std::vector<json> engineControls() { return test::loggedCalls(engine, "applyControl"); }
@@ -38,8 +35,8 @@ protected:
     ManualMonotonicClock clock;
     json themes = json::array();
     bool paired = true;
-    int sendsStarted = 0, publishes = 0, persists = 0, changes = 0;
-    LiveControl control{engine, clock, hooks()};
+    int sendsStarted = 0, publishes = 0, persists = 0;
+    LiveControl control{engine, clock, queries()};
 };
 
 TEST_F(LiveControlTest, RemoteModeWithinTheWindowLosesButItsThemeApplies) {
