@@ -2,10 +2,10 @@
 
 namespace kelvo {
 
-Q_LOGGING_CATEGORY(lcEngine, "kelvo.engine")
-Q_LOGGING_CATEGORY(lcAudio, "kelvo.audio")
-Q_LOGGING_CATEGORY(lcDmx, "kelvo.dmx")
-Q_LOGGING_CATEGORY(lcCloud, "kelvo.cloud")
-Q_LOGGING_CATEGORY(lcUi, "kelvo.ui")
+Q_LOGGING_CATEGORY(lcEngine, "kelvo.engine", QtInfoMsg)
+Q_LOGGING_CATEGORY(lcAudio, "kelvo.audio", QtInfoMsg)
+Q_LOGGING_CATEGORY(lcDmx, "kelvo.dmx", QtInfoMsg)
+Q_LOGGING_CATEGORY(lcCloud, "kelvo.cloud", QtInfoMsg)
+Q_LOGGING_CATEGORY(lcUi, "kelvo.ui", QtInfoMsg)
 
 } // namespace kelvo

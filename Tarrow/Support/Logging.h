@@ -4,7 +4,8 @@
 
 namespace kelvo {
 
-// One category per subsystem, so `QT_LOGGING_RULES="kelvo.dmx.debug=true"` turns on exactly one.
+// One category per subsystem. Debug messages are off unless asked for, one subsystem at a time:
+// QT_LOGGING_RULES="kelvo.dmx.debug=true".
 Q_DECLARE_LOGGING_CATEGORY(lcEngine)
 Q_DECLARE_LOGGING_CATEGORY(lcAudio)
 Q_DECLARE_LOGGING_CATEGORY(lcDmx)

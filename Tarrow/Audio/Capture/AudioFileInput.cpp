@@ -1,6 +1,6 @@
 #include "Audio/Capture/AudioFileInput.h"
 
-#include <QLoggingCategory>
+#include "Support/Logging.h"
 
 #include <sndfile.h>
 
@@ -13,8 +13,6 @@
 namespace kelvo {
 
 namespace {
-
-Q_LOGGING_CATEGORY(lcAudioFile, "kelvo.audio.file", QtInfoMsg)
 
 struct SndfileCloser {
     void operator()(SNDFILE* file) const { sf_close(file); }
@@ -59,11 +57,11 @@ private:
                                   channels);
         const auto start = std::chrono::steady_clock::now();
         // Where the file's frame 0 sounded on the wall clock, to time light against sound.
-        qCDebug(lcAudioFile).noquote() << "playing from realtime"
-                                       << std::chrono::duration_cast<std::chrono::nanoseconds>(
-                                              std::chrono::system_clock::now().time_since_epoch())
-                                              .count()
-                                       << "ns";
+        qCDebug(lcAudio).noquote() << "playing from realtime"
+                                   << std::chrono::duration_cast<std::chrono::nanoseconds>(
+                                          std::chrono::system_clock::now().time_since_epoch())
+                                          .count()
+                                   << "ns";
         std::uint64_t framesDelivered = 0;
         bool emptyPass = true;
         while (!stopping_.load(std::memory_order_relaxed)) {
