@@ -106,20 +106,15 @@ TEST(DropKeyboardHoldTest, DisallowedDownIsIgnoredButUpIsHonoured) {
     EXPECT_FALSE(keys.update(38, false, true));
 }
 
-TEST(DropDetectedEventTest, JsonKeysAndStrictDecoding) {
+TEST(DropDetectedEventTest, ExactKeysAndStrictDecoding) {
     const DropDetectedEvent event{41.5, 40.25, "classical"};
     const nlohmann::json encoded = event;
     EXPECT_EQ(encoded, nlohmann::json::parse(
                            R"({"emittedAt": 41.5, "proposalAt": 40.25, "source": "classical"})"));
     EXPECT_EQ(encoded.get<DropDetectedEvent>(), event);
-    EXPECT_EQ(nlohmann::json::parse(R"({"emittedAt": 3, "proposalAt": 2, "source": "", "x": 1})")
-                  .get<DropDetectedEvent>(),
-              (DropDetectedEvent{3, 2, ""}))
-        << "whole numbers decode, unknown keys are ignored";
-    for (const char* hostile :
-         {R"({"proposalAt": 1, "source": "a"})",
-          R"({"emittedAt": true, "proposalAt": 1, "source": "a"})",
-          R"({"emittedAt": 1, "proposalAt": 1, "source": 7})", R"([1, 1, "a"])"})
+    for (const char* hostile : {R"({"proposalAt": 1, "source": "a"})",
+                                R"({"emittedAt": true, "proposalAt": 1, "source": "a"})",
+                                R"({"emittedAt": 1, "proposalAt": 1, "source": 7})"})
         EXPECT_THROW(nlohmann::json::parse(hostile).get<DropDetectedEvent>(),
                      nlohmann::json::exception)
             << hostile;
