@@ -79,6 +79,9 @@ struct ArtNetHealth {
 
 /// A concrete repair for a diagnosis.
 struct ArtNetAutoFix {
+    /// Marks a repair the monitor made by itself.
+    static constexpr const char* automaticPrefix = "Auto: ";
+
     /// Point the output at the one node that answered.
     struct AdoptHost {
         std::string host;
