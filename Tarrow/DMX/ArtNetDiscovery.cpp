@@ -16,6 +16,7 @@
 #include <pthread.h>
 #include <set>
 #include <sys/eventfd.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -27,6 +28,7 @@ namespace {
 
 // A burst is read in slices so the poll timer and target changes are never starved.
 constexpr int datagramsPerSlice = 256;
+constexpr int discoveryNiceness = 10;
 // Room for a poll cycle's worth of replies from a large rig (the kernel may cap it lower).
 constexpr int receiveBufferBytes = 4 << 20;
 
@@ -109,6 +111,8 @@ void ArtNetDiscovery::runTasks() {
 
 void ArtNetDiscovery::run() {
     ::pthread_setname_np(::pthread_self(), SerialQueue::threadName(queueLabel).c_str());
+    // Background work: under a flood of replies the 60 Hz tick goes first on a busy machine.
+    ::setpriority(PRIO_PROCESS, static_cast<id_t>(::gettid()), discoveryNiceness);
     for (;;) {
         pollfd watched[2] = {{wakeFD_, POLLIN, 0}, {socketFD_, POLLIN, 0}};
         int timeoutMs = -1;
