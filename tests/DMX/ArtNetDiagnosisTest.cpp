@@ -9,7 +9,6 @@ namespace kelvo {
 namespace {
 
 using H = ArtNetHealth;
-using D = UniverseRoute::Destination;
 
 ArtNetNode node(std::string ip, std::vector<std::int64_t> outputs,
                 std::vector<std::int64_t> transmitting = {}) {
@@ -135,21 +134,6 @@ TEST(ArtNetDiagnosisFix, OnlyAnUnambiguousRepairIsOffered) {
     };
     for (const Case& c : cases)
         EXPECT_EQ(ArtNetDiagnosis::autoFix(c.health), c.fix) << c.health.caseName();
-}
-
-TEST(ArtNetDiagnosisFix, RemapRenumbersArtNetRoutesInOrderAndLeavesTheRest) {
-    const std::vector<UniverseRoute> routes = {{1, D::enttec()},
-                                               {2, D::artnet(0)},
-                                               {3, D::unmapped()},
-                                               {4, D::artnet(1)},
-                                               {5, D::artnet(9)}};
-    EXPECT_EQ(ArtNetDiagnosis::remappedRoutes(routes, {4, 5}),
-              (std::vector<UniverseRoute>{{1, D::enttec()},
-                                          {2, D::artnet(4)},
-                                          {3, D::unmapped()},
-                                          {4, D::artnet(5)},
-                                          {5, D::artnet(9)}}));
-    EXPECT_EQ(ArtNetDiagnosis::remappedRoutes(routes, {}), routes);
 }
 
 } // namespace

@@ -61,21 +61,6 @@ TEST(ArtNetDiscoveryNodes, NodesWithoutAMacCollideAndSortAsText) {
     EXPECT_THAT(addresses(nodes), ElementsAre("10.0.0.10", "10.0.0.9"));
 }
 
-TEST(ArtNetDiscoveryNodes, SilentNodesExpireAfterTheTimeout) {
-    ArtNetDiscoveryNodes nodes(16);
-    ArtPollReplyBytes early;
-    ArtPollReplyBytes late;
-    late.mac[5] = 0x01;
-    late.ip = {10, 0, 0, 8};
-    nodes.record(parsed(early), 100s);
-    nodes.record(parsed(late), 105s);
-    EXPECT_FALSE(nodes.expire(109'900ms - 10s));
-    EXPECT_TRUE(nodes.expire(110s - 10s)) << "heard exactly at the cutoff is stale";
-    EXPECT_THAT(addresses(nodes), ElementsAre("10.0.0.8"));
-    nodes.record(parsed(late), 114s); // a reply keeps it
-    EXPECT_FALSE(nodes.expire(120s - 10s));
-}
-
 TEST(ArtNetDiscoveryNodes, AFloodOfIdentitiesStaysWithinCapacityLongestSilentOut) {
     ArtNetDiscoveryNodes nodes(100);
     ArtPollReplyBytes steady;

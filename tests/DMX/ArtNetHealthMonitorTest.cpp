@@ -24,8 +24,6 @@ protected:
                          [this] { ++rateChanges; });
         QObject::connect(&monitor, &ArtNetHealthMonitor::discoveryStateChanged,
                          [this] { ++stateChanges; });
-        QObject::connect(&monitor, &ArtNetHealthMonitor::autoFixDue,
-                         [this](const ArtNetAutoFix& fix) { fixes.push_back(fix); });
     }
 
     /// One tick after `packets` more ArtDmx went out.
@@ -43,7 +41,6 @@ protected:
     int healthChanges = 0;
     int rateChanges = 0;
     int stateChanges = 0;
-    std::vector<ArtNetAutoFix> fixes;
 };
 
 TEST_F(ArtNetHealthMonitorTest, StartsOnceAimedAtTheHostWhileOutputIsOn) {
@@ -80,33 +77,6 @@ TEST_F(ArtNetHealthMonitorTest, RateAndStateArePublishedOnlyWhenTheyChange) {
     tick(60);
     EXPECT_EQ(monitor.idleChecks(), 0);
     EXPECT_TRUE(monitor.health().is<H::Streaming>());
-}
-
-TEST_F(ArtNetHealthMonitorTest, PortsThatNeverTransmitTurnIdleOnTheSixthTick) {
-    discovery.state.nodes = ArtNetNodeList({artnetNode("10.0.0.5", {0, 1}, {0})});
-    for (int second = 1; second <= 5; ++second) {
-        tick(120);
-        EXPECT_TRUE(monitor.health().is<H::Streaming>()) << second;
-    }
-    tick(120);
-    EXPECT_TRUE(monitor.health().is<H::NodeNotOutputting>());
-    EXPECT_EQ(healthChanges, 2);
-    // The node starts transmitting: confirmed at once.
-    discovery.state.nodes = ArtNetNodeList({artnetNode("10.0.0.5", {0, 1}, {0, 1})});
-    tick(120);
-    EXPECT_EQ(monitor.unconfirmedChecks(), 0);
-    EXPECT_TRUE(monitor.health().is<H::Streaming>());
-}
-
-TEST_F(ArtNetHealthMonitorTest, ARepairIsAskedForOnlyWithAutoFixOn) {
-    discovery.state.nodes = ArtNetNodeList({artnetNode("10.0.0.9", {0, 1}, {0, 1})});
-    tick(120);
-    ASSERT_EQ(fixes.size(), 1u);
-    EXPECT_EQ(fixes[0].summary(), "Point Art-Net output at 10.0.0.9");
-    settings.autoFix = false;
-    tick(120);
-    EXPECT_EQ(fixes.size(), 1u);
-    EXPECT_EQ(monitor.health().headline(), "10.0.0.5 not responding");
 }
 
 } // namespace

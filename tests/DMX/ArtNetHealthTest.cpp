@@ -96,14 +96,5 @@ TEST(ArtNetHealthTexts, FixSummaries) {
               "Send Art-Net 4, 5");
 }
 
-TEST(ArtNetHealthTexts, NodeListsCompareByContentAndShareStorage) {
-    const ArtNetNodeList a({node("A", "10.0.0.1")});
-    const ArtNetNodeList copy = a;
-    EXPECT_EQ(&copy.items(), &a.items());
-    EXPECT_EQ(a, ArtNetNodeList({node("A", "10.0.0.1")}));
-    EXPECT_NE(a, ArtNetNodeList({node("B", "10.0.0.1")}));
-    EXPECT_EQ(ArtNetNodeList(), ArtNetNodeList(std::vector<ArtNetNode>{}));
-}
-
 } // namespace
 } // namespace kelvo
