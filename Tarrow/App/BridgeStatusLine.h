@@ -14,13 +14,15 @@ struct BridgeStatusSample {
     BeatReadout beat;
     std::string dropStatus;
     std::uint64_t artnetPackets = 0; ///< ArtDmx packets in the interval
+    std::string artnetHealth;        ///< the health headline, shown beside the rate
     std::uint64_t enttecFrames = 0;  ///< widget frames in the interval
     bool capturing = false;
     bool recording = false;
     std::string statusMessage;
 };
 
-/// "60.0 ticks/s · 124.0 BPM · beat 57 · drop listening · Art-Net 120/s · Enttec 0/s · …"
+/// "60.0 ticks/s · 124.0 BPM · beat 57 · drop listening · Art-Net 120/s (Rack · 2 universes) ·
+/// Enttec 0/s · …"
 std::string formatBridgeStatusLine(const BridgeStatusSample& sample);
 
 } // namespace kelvo

@@ -1,5 +1,6 @@
 #include "App/HeadlessBridge.h"
 
+#include "DMX/ArtNetDiscovery.h"
 #include "DMX/NWUDPSocket.h"
 
 #include <algorithm>
@@ -12,6 +13,11 @@ HeadlessBridge::HeadlessBridge(std::unique_ptr<AppModel> model, LaunchOptions op
     statusTimer_.setTimerType(Qt::PreciseTimer);
     statusTimer_.setInterval(1000);
     connect(&statusTimer_, &QTimer::timeout, this, &HeadlessBridge::printStatus);
+    // A repair the bridge made by itself is told once, when it happens.
+    connect(model_.get(), &AppModel::artnetAutoFixApplied, this, [this](const QString& text) {
+        std::fprintf(out_, "%s\n", text.toStdString().c_str());
+        std::fflush(out_);
+    });
 }
 
 std::unique_ptr<AppModel> HeadlessBridge::makeModel(const LaunchOptions& options) {
@@ -26,6 +32,7 @@ std::unique_ptr<AppModel> HeadlessBridge::makeModel(const LaunchOptions& options
         audioFile = *options.audioFile;
     environment.audio = AudioInputPlatform::make(audioFile);
     environment.artnetTransport = std::make_shared<NWUDPSocket>();
+    environment.artnetDiscovery = std::make_shared<ArtNetDiscovery>();
     environment.serverURL = QUrl(QString::fromStdString(options.serverURL));
     return std::make_unique<AppModel>(std::move(environment));
 }
@@ -105,6 +112,7 @@ void HeadlessBridge::printStatus() {
         .beat = status.beat,
         .dropStatus = status.dropStatus,
         .artnetPackets = status.artnetPacketsSent - lastStatus_.artnetPacketsSent,
+        .artnetHealth = status.artnetHealth,
         .enttecFrames = status.enttecFramesWritten - lastStatus_.enttecFramesWritten,
         .capturing = status.capturing,
         .recording = status.recording,

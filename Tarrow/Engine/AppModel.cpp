@@ -1,10 +1,24 @@
 #include "Engine/AppModel.h"
 
+#include "DMX/NWUDPSocket.h"
+#include "Engine/ArtNetVariants.h"
 #include "Engine/ModelVariants.h"
 #include "Support/ChangeNotification.h"
 #include "Support/Logging.h"
 
 namespace kelvo {
+
+namespace {
+
+/// Without discovery nothing is heard; health then never gets past "searching".
+class NoArtNetDiscovery final : public ArtNetDiscovering {
+public:
+    void start() override {}
+    void setUnicastTarget(std::optional<std::string>) override {}
+    ArtNetDiscoveryState snapshot() const override { return {}; }
+};
+
+} // namespace
 
 /// The capture as the engine loop sees it.
 class AppModel::CaptureHopSource final : public HopSource {
@@ -32,7 +46,14 @@ AppModel::AppModel(AppModelEnvironment environment, QObject* parent)
       dropHold_(
           *environment_.timers, [this](bool on) { engine_.setForcedDrop(on); },
           [this](bool) { emit isDropHeldChanged(); }),
-      liveControl_(engine_, *environment_.clock, liveControlQueries()) {
+      liveControl_(engine_, *environment_.clock, liveControlQueries()),
+      artnetDiscovery_(environment_.artnetDiscovery ? environment_.artnetDiscovery
+                                                    : std::make_shared<NoArtNetDiscovery>()),
+      artnetMonitor_(makeArtNetMonitor()) {
+    connect(&outputs_, &OutputConfiguration::discoveryTargetSet, this,
+            [discovery = artnetDiscovery_](const std::optional<std::string>& target) {
+                discovery->setUnicastTarget(target);
+            });
     forwardComponentSignals();
     AudioInputSelectionModel::Hooks hooks;
     hooks.engineLoopRunning = [this] { return isEngineLoopRunning(); };
@@ -128,6 +149,7 @@ AppStatusSnapshot AppModel::statusSnapshot() const {
             .beat = beatReadout(),
             .dropStatus = isDropHeld() ? "held" : engine_.dropDiagnostics().status,
             .artnetPacketsSent = dmxOutput_.artnetPacketsSent(),
+            .artnetHealth = artnetHealth().headline(),
             .enttecFramesWritten = dmxOutput_.enttecFramesWritten(),
             .capturing = mic_->isCapturing(),
             .recording = mic_->recording().isRecording(),
@@ -155,8 +177,8 @@ void AppModel::bootstrap() {
     refreshDropDiagnostics();
     // Audio device monitoring started with the model, before this first capture start.
     startEngineLoop();
-    // The Art-Net health monitor starts here once the bridge has discovery and health; the
-    // cloud connection and update check follow it.
+    startArtNetMonitor();
+    // The cloud connection and update check follow here once the bridge has them.
 }
 
 void AppModel::applicationWillTerminate() {
@@ -360,6 +382,64 @@ void AppModel::changeRouteDestination(std::int64_t virtualUniverse,
     outputs_.changeDestination(virtualUniverse, destination);
 }
 
+// Art-Net health
+
+ArtNetHealthMonitor* AppModel::makeArtNetMonitor() {
+    ArtNetHealthMonitor::TransportStatusReader status = environment_.artnetTransportStatus;
+    if (!status) {
+        if (auto socket = std::dynamic_pointer_cast<NWUDPSocket>(environment_.artnetTransport))
+            status = [socket] { return socket->status(); };
+        else
+            status = [] { return UDPTransportStatus{}; };
+    }
+    auto* monitor = new ArtNetHealthMonitor(
+        *artnetDiscovery_, std::move(status),
+        [this] {
+            const OutputSettings& settings = outputs_.settings();
+            return ArtNetOutputView{settings.artnetEnabled, settings.artnetHost,
+                                    settings.artnetAutoFix, outputs_.mappedArtNetUniverses()};
+        },
+        this);
+    connect(monitor, &ArtNetHealthMonitor::discoveryStateChanged, this,
+            &AppModel::artnetDiscoveryStateChanged);
+    connect(monitor, &ArtNetHealthMonitor::healthChanged, this, &AppModel::artnetHealthChanged);
+    connect(monitor, &ArtNetHealthMonitor::packetsPerSecondChanged, this,
+            &AppModel::artnetPacketsPerSecondChanged);
+    connect(monitor, &ArtNetHealthMonitor::autoFixDue, this,
+            [this](const ArtNetAutoFix& fix) { apply(fix, true); });
+    return monitor;
+}
+
+void AppModel::startArtNetMonitor() {
+    artnetMonitor_->start();
+}
+
+void AppModel::apply(const ArtNetAutoFix& fix, bool automatic) {
+    const OutputSettings before = outputs_.settings();
+    if (const auto* adopt = std::get_if<ArtNetAutoFix::AdoptHost>(&fix.value)) {
+        if (adopt->host == before.artnetHost)
+            return;
+        outputs_.setArtNetHost(adopt->host);
+    } else {
+        std::vector<UniverseRoute> routes = ArtNetDiagnosis::remappedRoutes(
+            before.routes, std::get<ArtNetAutoFix::RemapUniverses>(fix.value).universes);
+        if (routes == before.routes)
+            return;
+        outputs_.replaceRoutes(std::move(routes));
+    }
+    const std::string text = (automatic ? ArtNetAutoFix::automaticPrefix : "") + fix.summary();
+    setAndNotify(artnetLastAutoFix_, std::optional(text), this,
+                 &AppModel::artnetLastAutoFixChanged);
+    outputs_.persistArtNetConfig();
+    if (automatic)
+        emit artnetAutoFixApplied(QString::fromStdString(text));
+}
+
+void AppModel::applyArtNetFix() {
+    if (const std::optional<ArtNetAutoFix> fix = ArtNetDiagnosis::autoFix(artnetHealth()))
+        apply(*fix, false);
+}
+
 // Property readers
 
 QVariantList AppModel::routesVariant() const {
@@ -413,6 +493,18 @@ QVariantList AppModel::themesVariant() const {
 
 QVariantMap AppModel::dropDiagnosticsVariant() const {
     return model_variants::dropDiagnostics(dropDiagnostics_);
+}
+
+QVariantMap AppModel::artnetDiscoveryStateVariant() const {
+    return model_variants::artnetDiscoveryState(artnetDiscoveryState());
+}
+
+QVariantMap AppModel::artnetHealthVariant() const {
+    return model_variants::artnetHealth(artnetHealth());
+}
+
+QVariant AppModel::artnetLastAutoFixVariant() const {
+    return artnetLastAutoFix_ ? QVariant(QString::fromStdString(*artnetLastAutoFix_)) : QVariant();
 }
 
 } // namespace kelvo

@@ -7,6 +7,7 @@
 #include "Cloud/BridgeServerConfig.h"
 #include "Cloud/BridgeSettings.h"
 #include "Cloud/OfflineShowCache.h"
+#include "DMX/ArtNetHealthMonitor.h"
 #include "DMX/LiveDmxOutput.h"
 #include "DMX/OutputConfiguration.h"
 #include "Engine/EngineHost.h"
@@ -39,6 +40,7 @@ struct AppStatusSnapshot {
     BeatReadout beat;
     std::string dropStatus; ///< "held" while forced, else the engine's drop status
     std::uint64_t artnetPacketsSent = 0;
+    std::string artnetHealth; ///< the health headline
     std::uint64_t enttecFramesWritten = 0;
     bool capturing = false;
     bool recording = false;
@@ -53,6 +55,12 @@ struct AppModelEnvironment {
     std::unique_ptr<OfflineShowCache> cache;
     AudioInputPlatform audio;
     std::shared_ptr<UDPSending> artnetTransport;
+    /// The transport's status for the health monitor; unset reads it from an `NWUDPSocket`
+    /// transport (and an idle status from any other).
+    std::function<UDPTransportStatus()> artnetTransportStatus;
+    /// Art-Net discovery; unset means none (it binds UDP 6454 and broadcasts, so only the
+    /// running bridge and tests inside their own network namespace supply one).
+    std::shared_ptr<ArtNetDiscovering> artnetDiscovery;
     EnttecSerialSender enttec;
     std::shared_ptr<MicrophoneAuthorization> microphone =
         std::make_shared<AlwaysAuthorizedMicrophone>();
@@ -80,6 +88,13 @@ class AppModel : public QObject, private EngineLoopListener {
     Q_PROPERTY(
         bool enttecEnabled READ enttecEnabled WRITE setEnttecEnabled NOTIFY enttecEnabledChanged)
     Q_PROPERTY(QVariantList routes READ routesVariant NOTIFY routesChanged)
+    Q_PROPERTY(QVariantMap artnetDiscoveryState READ artnetDiscoveryStateVariant NOTIFY
+                   artnetDiscoveryStateChanged)
+    Q_PROPERTY(QVariantMap artnetHealth READ artnetHealthVariant NOTIFY artnetHealthChanged)
+    Q_PROPERTY(
+        QVariant artnetLastAutoFix READ artnetLastAutoFixVariant NOTIFY artnetLastAutoFixChanged)
+    Q_PROPERTY(qint64 artnetPacketsPerSecond READ artnetPacketsPerSecond NOTIFY
+                   artnetPacketsPerSecondChanged)
     // Engine views
     Q_PROPERTY(QVariantMap micTrace READ micTraceVariant NOTIFY micTraceChanged)
     Q_PROPERTY(QVariantMap beatReadout READ beatReadoutVariant NOTIFY beatReadoutChanged)
@@ -175,6 +190,21 @@ public:
                                 UniverseRoute::Destination destination);
     const std::vector<UniverseRoute>& routes() const { return outputs_.routes(); }
 
+    // Art-Net health
+    /// Aims and starts discovery and the once-a-second health check; once only.
+    void startArtNetMonitor();
+    void refreshArtNetHealth() { artnetMonitor_->refresh(); }
+    /// Applies a repair; `automatic` marks it as the monitor's own ("Auto: …").
+    void apply(const ArtNetAutoFix& fix, bool automatic);
+    /// The dashboard's fix button: the repair the current diagnosis offers, if any.
+    Q_INVOKABLE void applyArtNetFix();
+    const ArtNetHealth& artnetHealth() const { return artnetMonitor_->health(); }
+    const ArtNetDiscoveryState& artnetDiscoveryState() const {
+        return artnetMonitor_->discoveryState();
+    }
+    const std::optional<std::string>& artnetLastAutoFix() const { return artnetLastAutoFix_; }
+    qint64 artnetPacketsPerSecond() const { return artnetMonitor_->packetsPerSecond(); }
+
     // Lighting desk: the whole state at once, or one field at a time from the desk view.
     void setDesk(const LightingDeskState& desk) { desk_.setState(desk); }
     const LightingDeskState& desk() const { return desk_.state(); }
@@ -236,6 +266,12 @@ signals:
     void artnetAutoFixChanged();
     void enttecEnabledChanged();
     void routesChanged();
+    void artnetDiscoveryStateChanged();
+    void artnetHealthChanged();
+    void artnetLastAutoFixChanged();
+    void artnetPacketsPerSecondChanged();
+    /// Each time the monitor repairs the configuration by itself: "Auto: " and the summary.
+    void artnetAutoFixApplied(const QString& text);
     void micTraceChanged();
     void beatReadoutChanged();
     void lightingPlotChanged();
@@ -285,7 +321,11 @@ private:
     QVariantList themesVariant() const;
     QString selectedThemeNameText() const { return QString::fromStdString(selectedThemeName()); }
     QVariantMap dropDiagnosticsVariant() const;
+    QVariantMap artnetDiscoveryStateVariant() const;
+    QVariantMap artnetHealthVariant() const;
+    QVariant artnetLastAutoFixVariant() const;
 
+    ArtNetHealthMonitor* makeArtNetMonitor();
     /// Announces each selection that differs from the last announced one.
     void publishSelections();
     /// The model's own signals carry its components' announcements.
@@ -324,6 +364,9 @@ private:
     TickScheduler tickScheduler_;
     ForcedDropHold dropHold_;
     LiveControl liveControl_;
+    std::shared_ptr<ArtNetDiscovering> artnetDiscovery_;
+    ArtNetHealthMonitor* artnetMonitor_;
+    std::optional<std::string> artnetLastAutoFix_;
 
     bool loopRunning_ = false;      // the timer exists (or would, with runTickTimer false)
     bool engineLoopWanted_ = false; // started and not stopped since, even if capture failed

@@ -22,13 +22,14 @@ TEST(BridgeStatusLine, ExactTexts) {
     busy.beat = {124.0, 57, true, 0.9, 0.0};
     busy.dropStatus = "listening";
     busy.artnetPackets = 240;
+    busy.artnetHealth = "Rack · 2 universes";
     busy.enttecFrames = 0;
     busy.capturing = true;
     busy.recording = true;
     busy.statusMessage = "Couldn’t switch mode: offline";
     EXPECT_EQ(formatBridgeStatusLine(busy),
-              "60.0 ticks/s · 124.0 BPM · beat 57 ● · drop listening · Art-Net 120/s · "
-              "Enttec 0/s · recording · Couldn’t switch mode: offline");
+              "60.0 ticks/s · 124.0 BPM · beat 57 ● · drop listening · Art-Net 120/s (Rack · 2 "
+              "universes) · Enttec 0/s · recording · Couldn’t switch mode: offline");
 
     BridgeStatusSample quiet;
     quiet.seconds = 0; // no interval measured yet: counts are taken as per second
@@ -125,6 +126,28 @@ TEST_F(HeadlessBridgeTest, AnAbsentAudioInputIsReportedAndTheAutomaticChoiceStan
     ASSERT_TRUE(test::pumpUntil([&] { return backend->opened.size() == 2; }));
     EXPECT_EQ(backend->opened.back(), "gone");
     EXPECT_EQ(bridge->model().audioSelection().activeAudioDeviceUID(), "gone");
+}
+
+TEST_F(HeadlessBridgeTest, AnAutomaticRepairIsPrintedOnceWhenItHappens) {
+    char* text = nullptr;
+    std::size_t size = 0;
+    std::FILE* out = ::open_memstream(&text, &size);
+    LaunchOptions options;
+    options.artnetEnabled = true;
+    options.artnetHost = "10.0.0.5";
+    HeadlessBridge bridge(makeModel(devices), options, out);
+    bridge.start();
+    discovery->state.nodes = ArtNetNodeList({testing_support::artnetNode("10.0.0.9", {0}, {0})});
+    bridge.model().refreshArtNetHealth();
+    bridge.model().refreshArtNetHealth();
+    bridge.shutdown();
+    std::fclose(out);
+    const std::string printed(text, size);
+    std::free(text);
+    const std::string line = "Auto: Point Art-Net output at 10.0.0.9\n";
+    const auto first = printed.find(line);
+    ASSERT_NE(first, std::string::npos) << printed;
+    EXPECT_EQ(printed.find(line, first + 1), std::string::npos) << printed;
 }
 
 } // namespace

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Audio/Devices/FakeAudioDeviceLayer.h"
+#include "DMX/FakeArtNetDiscovery.h"
 #include "DMX/OutputFakes.h"
 #include "Engine/AppModel.h"
 #include "support/FakeAudioInput.h"
@@ -45,6 +46,8 @@ struct AppModelRig {
             devices ? std::move(devices) : std::make_shared<EmptyAudioDeviceLayer>();
         environment.audio.backend = backend;
         environment.artnetTransport = transport;
+        environment.artnetTransportStatus = [this] { return transportStatus; };
+        environment.artnetDiscovery = discovery;
         environment.enttec = EnttecSerialSender([](const std::string&) { return nullptr; },
                                                 [] { return std::vector<std::string>{}; });
         environment.microphone = microphone;
@@ -67,6 +70,9 @@ struct AppModelRig {
     std::shared_ptr<FakeAudioBackend> backend = std::make_shared<FakeAudioBackend>();
     std::shared_ptr<testing_support::RecordingTransport> transport =
         std::make_shared<testing_support::RecordingTransport>();
+    UDPTransportStatus transportStatus = testing_support::readyTransport();
+    std::shared_ptr<testing_support::FakeArtNetDiscovery> discovery =
+        std::make_shared<testing_support::FakeArtNetDiscovery>();
     std::shared_ptr<ScriptedMicrophone> microphone = std::make_shared<ScriptedMicrophone>();
     std::shared_ptr<testing_support::FakeTimerFactory> timers =
         std::make_shared<testing_support::FakeTimerFactory>();

@@ -1,0 +1,84 @@
+#include "support/AppModelRig.h"
+#include "support/QtEventLoop.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace kelvo {
+namespace {
+
+using D = UniverseRoute::Destination;
+using testing::ElementsAre;
+using testing_support::artnetNode;
+
+class AppModelArtNetHealthTest : public testing::Test, protected test::AppModelRig {
+protected:
+    void SetUp() override {
+        test::qtApplication();
+        model = makeModel();
+        model->replaceRoutes({{1, D::enttec()}, {2, D::artnet(0)}, {3, D::artnet(1)}});
+        model->setArtNetHost("10.0.0.5");
+        model->setArtNetEnabled(true);
+        QObject::connect(model.get(), &AppModel::artnetAutoFixApplied,
+                         [this](const QString& text) { announced.push_back(text.toStdString()); });
+    }
+
+    /// A second later: more packets went out and discovery knows `nodes`.
+    void tick(std::vector<ArtNetNode> nodes) {
+        transportStatus.packetsSent += 120;
+        discovery->state.heardAnyTraffic = true;
+        discovery->state.nodes = ArtNetNodeList(std::move(nodes));
+        model->refreshArtNetHealth();
+    }
+
+    std::unique_ptr<AppModel> model;
+    std::vector<std::string> announced;
+};
+
+TEST_F(AppModelArtNetHealthTest, StartUpAimsAndStartsDiscoveryAfterTheEngineLoop) {
+    model->bootstrap();
+    EXPECT_TRUE(model->isEngineLoopRunning());
+    EXPECT_EQ(discovery->starts, 1);
+    EXPECT_EQ(discovery->targets.back(), "10.0.0.5");
+    model->setArtNetEnabled(false);
+    EXPECT_EQ(discovery->targets.back(), std::nullopt) << "switching off re-targets at once";
+}
+
+TEST_F(AppModelArtNetHealthTest, TheOneNodeAnsweringElsewhereBecomesTheHostAndIsSaved) {
+    tick({artnetNode("10.0.0.9", {0, 1}, {0, 1})});
+    EXPECT_EQ(model->artnetHost(), "10.0.0.9");
+    EXPECT_EQ(model->artnetLastAutoFix(), "Auto: Point Art-Net output at 10.0.0.9");
+    EXPECT_THAT(announced, ElementsAre("Auto: Point Art-Net output at 10.0.0.9"));
+    EXPECT_EQ(discovery->targets.back(), "10.0.0.9");
+    EXPECT_EQ(model->outputSettingsStore().loadArtNetConfig()->host, "10.0.0.9");
+    EXPECT_EQ(model->artnetHealth().headline(), "10.0.0.5 not responding");
+
+    tick({artnetNode("10.0.0.9", {0, 1}, {0, 1})});
+    EXPECT_EQ(model->artnetHealth().headline(), "Node · 2 universes");
+    EXPECT_EQ(announced.size(), 1u);
+    EXPECT_EQ(model->artnetPacketsPerSecond(), 120);
+}
+
+TEST_F(AppModelArtNetHealthTest, RoutesAreRenumberedToTheUniversesTheNodeDrives) {
+    tick({artnetNode("10.0.0.5", {4, 5}, {})});
+    const std::vector<UniverseRoute> renumbered = {
+        {1, D::enttec()}, {2, D::artnet(4)}, {3, D::artnet(5)}};
+    EXPECT_EQ(model->routes(), renumbered);
+    EXPECT_EQ(model->outputSettingsStore().loadRoutes(), renumbered);
+    EXPECT_THAT(announced, ElementsAre("Auto: Send Art-Net 4, 5"));
+    EXPECT_TRUE(model->artnetHealth().is<ArtNetHealth::UniverseMismatch>());
+}
+
+TEST_F(AppModelArtNetHealthTest, WithAutoFixOffOnlyTheFixButtonRepairs) {
+    model->setArtNetAutoFix(false);
+    tick({artnetNode("10.0.0.9", {0, 1}, {0, 1})});
+    EXPECT_EQ(model->artnetHost(), "10.0.0.5");
+    model->applyArtNetFix();
+    EXPECT_EQ(model->artnetHost(), "10.0.0.9");
+    EXPECT_EQ(model->artnetLastAutoFix(), "Point Art-Net output at 10.0.0.9");
+    EXPECT_TRUE(announced.empty());
+    EXPECT_FALSE(model->outputSettingsStore().loadArtNetAutoFix().value());
+}
+
+} // namespace
+} // namespace kelvo
