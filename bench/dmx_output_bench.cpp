@@ -137,9 +137,11 @@ void BM_EnttecFrameToPty(benchmark::State& state) {
     PosixSerialPort port(name);
     port.open();
     const auto channels = fullUniverse(3);
+    std::int64_t dropped = 0;
     for (auto _ : state)
-        port.write(EnttecFrameBuilder::buildSendDmxFrame(channels));
+        dropped += port.write(EnttecFrameBuilder::buildSendDmxFrame(channels)) ? 0 : 1;
     state.SetItemsProcessed(state.iterations());
+    state.counters["dropped"] = static_cast<double>(dropped);
     stop = true;
     drain.join();
     port.close();

@@ -62,13 +62,21 @@ EnttecSerialSender::EnttecSerialSender()
           [] { return defaultCandidatePaths(); }) {}
 
 EnttecSerialSender::EnttecSerialSender(PortFactory portFactory,
-                                       CandidatePathsProvider candidatePathsProvider)
+                                       CandidatePathsProvider candidatePathsProvider, Clock clock)
     : portFactory_(std::move(portFactory)),
-      candidatePathsProvider_(std::move(candidatePathsProvider)) {}
+      candidatePathsProvider_(std::move(candidatePathsProvider)), clock_(std::move(clock)) {}
+
+std::chrono::nanoseconds EnttecSerialSender::steadyNow() {
+    return std::chrono::steady_clock::now().time_since_epoch();
+}
 
 SerialPortWriting* EnttecSerialSender::resolvePort() {
     if (port_ && port_->fileDescriptor() >= 0)
         return port_.get();
+    const std::chrono::nanoseconds now = clock_();
+    if (lastScan_ && now - *lastScan_ < rescanInterval)
+        return nullptr;
+    lastScan_ = now;
     for (const std::string& path : candidatePathsProvider_()) {
         std::unique_ptr<SerialPortWriting> candidate = portFactory_(path);
         if (!candidate)
@@ -90,19 +98,32 @@ bool EnttecSerialSender::sendDmx(std::span<const std::uint8_t> channels) {
     if (!port)
         return false;
     try {
-        port->write(EnttecFrameBuilder::buildSendDmxFrame(channels));
-        return true;
+        const bool written = port->write(EnttecFrameBuilder::buildSendDmxFrame(channels));
+        ++(written ? counts_.framesWritten : counts_.framesDropped);
+        return written;
     } catch (const SerialPortError&) {
-        disconnect();
+        ++counts_.writeFailures;
+        dropPort();
         return false;
     }
 }
 
-void EnttecSerialSender::disconnect() {
+EnttecOutputStatus EnttecSerialSender::status() const {
+    EnttecOutputStatus status = counts_;
+    status.devicePath = connectedPortPath_;
+    return status;
+}
+
+void EnttecSerialSender::dropPort() {
     if (port_ && port_->fileDescriptor() >= 0)
         port_->close();
     port_.reset();
     connectedPortPath_.reset();
+}
+
+void EnttecSerialSender::disconnect() {
+    dropPort();
+    lastScan_.reset();
 }
 
 std::vector<std::string>

@@ -2,6 +2,8 @@
 
 #include "DMX/SerialPortWriting.h"
 
+#include <chrono>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -17,40 +19,68 @@ struct SerialDeviceFolders {
     std::string byID = "/dev/serial/by-id";
 };
 
+/// What the widget output has done since start, for the status line and the dashboard.
+struct EnttecOutputStatus {
+    std::optional<std::string> devicePath; ///< the widget being written, if any
+    std::int64_t framesWritten = 0;
+    std::int64_t framesDropped = 0; ///< the widget could not take them when they were due
+    std::int64_t writeFailures = 0; ///< each dropped the device and rescanned
+
+    friend bool operator==(const EnttecOutputStatus&, const EnttecOutputStatus&) = default;
+};
+
 /// Finds the Enttec widget among the serial devices, keeps it open, and drops it when a
-/// write fails so the next frame scans again. Main thread only.
+/// write fails so that it is looked for again. Scans run at most once a second. Main thread
+/// only.
 class EnttecSerialSender {
 public:
     using PortFactory = std::function<std::unique_ptr<SerialPortWriting>(const std::string&)>;
     using CandidatePathsProvider = std::function<std::vector<std::string>()>;
+    /// Monotonic time; tests pass a clock they move themselves.
+    using Clock = std::function<std::chrono::nanoseconds()>;
+
+    static constexpr std::chrono::seconds rescanInterval{1};
 
     static constexpr const char* fixedWidgetPath = "/dev/cu.usbserial-EN419206";
 
     /// The running system: `PosixSerialPort` and `defaultCandidatePaths()`.
     EnttecSerialSender();
-    EnttecSerialSender(PortFactory portFactory, CandidatePathsProvider candidatePathsProvider);
+    EnttecSerialSender(PortFactory portFactory, CandidatePathsProvider candidatePathsProvider,
+                       Clock clock = steadyNow);
+
+    static std::chrono::nanoseconds steadyNow();
 
     /// The open port, or the first candidate that opens (remembered), or nothing this frame.
+    /// Without an open port the candidates are tried at most once per `rescanInterval`.
     SerialPortWriting* resolvePort();
 
-    /// Resolves the port and writes one Send-DMX frame. A failed write drops the port;
-    /// nothing is thrown. Returns whether the frame was written.
+    /// Resolves the port and writes one Send-DMX frame. A frame the widget cannot take now is
+    /// dropped and counted; a failed write drops the port. Nothing is thrown. Returns whether
+    /// the frame was written.
     bool sendDmx(std::span<const std::uint8_t> channels);
 
     /// Closes the descriptor at once and forgets the device, so the next send scans again.
     void disconnect();
 
     const std::optional<std::string>& connectedPortPath() const { return connectedPortPath_; }
+    EnttecOutputStatus status() const;
 
     /// The widget's fixed path, then macOS cu.usbserial*/cu.usbmodem*, then on Linux the
     /// by-id links naming ENTTEC or FTDI, ttyUSB* and ttyACM*; each device once.
     static std::vector<std::string> defaultCandidatePaths(const SerialDeviceFolders& folders = {});
 
 private:
+    /// After a failed write: the device is looked for again at the next scan, keeping the
+    /// once-a-second pace even for a device that opens but never takes a write.
+    void dropPort();
+
     std::optional<std::string> connectedPortPath_;
     std::unique_ptr<SerialPortWriting> port_;
     PortFactory portFactory_;
     CandidatePathsProvider candidatePathsProvider_;
+    Clock clock_;
+    std::optional<std::chrono::nanoseconds> lastScan_;
+    EnttecOutputStatus counts_;
 };
 
 } // namespace kelvo

@@ -20,14 +20,15 @@ public:
 
     /// Packets handed to the Art-Net transport and frames written to the widget since start.
     std::uint64_t artnetPacketsSent() const { return artnetPackets_; }
-    std::uint64_t enttecFramesWritten() const { return enttecFrames_; }
+    std::uint64_t enttecFramesWritten() const {
+        return static_cast<std::uint64_t>(enttec.status().framesWritten);
+    }
 
     EnttecSerialSender enttec;
     ArtNetSender artnet;
 
 private:
     std::uint64_t artnetPackets_ = 0;
-    std::uint64_t enttecFrames_ = 0;
 };
 
 } // namespace kelvo

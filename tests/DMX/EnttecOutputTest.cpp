@@ -10,14 +10,19 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
+#include <future>
+#include <map>
 #include <numeric>
+#include <sys/ioctl.h>
 #include <termios.h>
+#include <thread>
 #include <unistd.h>
 
 namespace kelvo {
 namespace {
 
 namespace fs = std::filesystem;
+using namespace std::chrono_literals;
 using Bytes = std::vector<std::uint8_t>;
 using testing::ElementsAre;
 using testing_support::PseudoTerminal;
@@ -42,34 +47,89 @@ TEST(EnttecFrame, LayoutAndLengthForEmptyShortAndOversizedInput) {
     EXPECT_EQ(frame.back(), 0xE7);
 }
 
-TEST(PosixSerialPortOnPty, OpensRaw57600AndDeliversWholeFrames) {
+TEST(PosixSerialPortOnPty, OpensRawExclusiveNonBlockingWithoutFlowControl) {
     PseudoTerminal pty;
     PosixSerialPort port(pty.devicePath());
     EXPECT_EQ(port.fileDescriptor(), -1);
     port.open();
-    ASSERT_GE(port.fileDescriptor(), 0);
+    const int fd = port.fileDescriptor();
+    ASSERT_GE(fd, 0);
 
     termios settings{};
-    ASSERT_EQ(::tcgetattr(port.fileDescriptor(), &settings), 0);
+    ASSERT_EQ(::tcgetattr(fd, &settings), 0);
     EXPECT_EQ(::cfgetospeed(&settings), B57600);
     EXPECT_EQ(::cfgetispeed(&settings), B57600);
     EXPECT_EQ(settings.c_lflag & (ICANON | ECHO | ISIG | IEXTEN), 0u);
     EXPECT_EQ(settings.c_oflag & OPOST, 0u); // 0x0A must not become 0D 0A
-    EXPECT_EQ(settings.c_iflag & (ICRNL | IXON | ISTRIP), 0u);
-    EXPECT_EQ(settings.c_cflag & CSIZE, static_cast<tcflag_t>(CS8));
-    EXPECT_EQ(::fcntl(port.fileDescriptor(), F_GETFL) & O_NONBLOCK, 0);
+    EXPECT_EQ(settings.c_iflag & (ICRNL | IXON | IXOFF | ISTRIP), 0u);
+    EXPECT_EQ(settings.c_cflag & (CSIZE | CRTSCTS), static_cast<tcflag_t>(CS8));
+    EXPECT_NE(::fcntl(fd, F_GETFL) & O_NONBLOCK, 0);
+    int exclusive = 0;
+    ASSERT_EQ(::ioctl(fd, TIOCGEXCL, &exclusive), 0);
+    EXPECT_EQ(exclusive, 1);
 
     Bytes channels(512);
     for (std::size_t i = 0; i < channels.size(); ++i)
         channels[i] = static_cast<std::uint8_t>(i * 7); // includes 0x0A, 0x0D, 0x11, 0x13, 0x7F
     const Bytes frame = EnttecFrameBuilder::buildSendDmxFrame(channels);
-    port.write(frame);
-    port.write(frame);
+    ASSERT_TRUE(port.write(frame));
+    ASSERT_TRUE(port.write(frame));
     EXPECT_EQ(pty.read(frame.size() * 2), [&] {
         Bytes twice = frame;
         twice.insert(twice.end(), frame.begin(), frame.end());
         return twice;
     }());
+}
+
+// Splits a byte stream into widget messages; fails on anything that is not a whole frame.
+std::vector<Bytes> wholeFrames(const Bytes& stream) {
+    std::vector<Bytes> frames;
+    for (std::size_t at = 0; at < stream.size();) {
+        if (stream.size() - at < 6 || stream[at] != 0x7E)
+            return {};
+        const std::size_t length = stream[at + 2] | (stream[at + 3] << 8);
+        const std::size_t end = at + 4 + length;
+        if (end >= stream.size() || stream[end] != 0xE7)
+            return {};
+        frames.emplace_back(stream.begin() + long(at), stream.begin() + long(end) + 1);
+        at = end + 1;
+    }
+    return frames;
+}
+
+TEST(PosixSerialPortOnPty, WidgetThatStopsDrainingNeverBlocksAndNeverGetsACutFrame) {
+    // A hang guard, not a timing assert: a blocking write would never return.
+    std::promise<void> finished;
+    std::thread watchdog([done = finished.get_future()] {
+        if (done.wait_for(60s) == std::future_status::timeout) {
+            std::fprintf(stderr, "a write blocked on a widget that stopped draining\n");
+            std::abort();
+        }
+    });
+    PseudoTerminal widget;
+    PosixSerialPort port(widget.devicePath());
+    std::map<bool, int> outcomes;
+    for (int i = 0; i < 1000; ++i) // ~500 kB: far beyond what the terminal buffers
+        ++outcomes[port.write(EnttecFrameBuilder::buildSendDmxFrame(Bytes(512, std::uint8_t(i))))];
+    finished.set_value();
+    watchdog.join();
+    EXPECT_GT(outcomes[false], 0);
+    EXPECT_GT(outcomes[true], 0);
+
+    // Whatever got through is whole frames, the cut one completed before any later frame.
+    const Bytes last = {0x7E, 0x06, 0x01, 0x00, 0x00, 0xE7};
+    Bytes stream;
+    const auto drain = [&] {
+        const Bytes chunk = widget.readSome();
+        stream.insert(stream.end(), chunk.begin(), chunk.end());
+        return !chunk.empty();
+    };
+    while (!port.write(last)) // taken again once drained
+        ASSERT_TRUE(drain());
+    while (stream.size() < last.size() || !std::equal(last.begin(), last.end(), stream.end() - 6))
+        ASSERT_TRUE(drain());
+    const std::vector<Bytes> frames = wholeFrames(stream);
+    EXPECT_EQ(frames.size(), std::size_t(outcomes[true]) + 1);
 }
 
 TEST(PosixSerialPortOnPty, FailuresCarryTheOperatorTexts) {
@@ -96,7 +156,7 @@ TEST(PosixSerialPortOnPty, FailuresCarryTheOperatorTexts) {
     port.open();
     pty.closeController();
     try {
-        port.write(Bytes{1, 2, 3});
+        (void)port.write(Bytes{1, 2, 3});
         FAIL() << "write to a hung-up terminal succeeded";
     } catch (const SerialPortError& error) {
         EXPECT_EQ(error.kind(), SerialPortError::Kind::writeFailed);
@@ -116,11 +176,13 @@ protected:
             [this, candidates] {
                 ++scans;
                 return candidates;
-            });
+            },
+            [this] { return now; });
     }
 
     std::map<std::string, int> portsMade;
     int scans = 0;
+    std::chrono::nanoseconds now = 1000s;
 };
 
 TEST_F(EnttecSenderOnPty, SkipsAnUnopenableCandidateAndRemembersTheOneThatOpens) {
@@ -136,9 +198,13 @@ TEST_F(EnttecSenderOnPty, SkipsAnUnopenableCandidateAndRemembersTheOneThatOpens)
                                                 0x7E, 0x06, 0x03, 0x00, 0x00, 4, 5, 0xE7));
 }
 
-TEST_F(EnttecSenderOnPty, NothingOpensMeansNoFrameAndAScanEveryFrame) {
+TEST_F(EnttecSenderOnPty, NothingOpensMeansNoFrameAndAScanAtMostOnceASecond) {
     EnttecSerialSender sender = makeSender({"/nonexistent/a", "/nonexistent/b"});
     EXPECT_FALSE(sender.sendDmx(Bytes{1}));
+    now += 999ms;
+    EXPECT_FALSE(sender.sendDmx(Bytes{1}));
+    EXPECT_EQ(scans, 1);
+    now += 1ms;
     EXPECT_FALSE(sender.sendDmx(Bytes{1}));
     EXPECT_EQ(scans, 2);
     EXPECT_EQ(sender.resolvePort(), nullptr);
@@ -159,6 +225,7 @@ TEST_F(EnttecSenderOnPty, FailedWriteDropsThePortAndTheNextFrameRescans) {
     // The hung-up device cannot be opened again (its number stays taken while we hold it,
     // so no other terminal can appear under that path).
 
+    now += 1s;
     ASSERT_TRUE(sender.sendDmx(Bytes{5, 6}));
     EXPECT_EQ(scans, 2);
     EXPECT_EQ(sender.connectedPortPath(), second.devicePath());

@@ -102,35 +102,15 @@ TEST_F(FanOut, RouteWithoutBufferIsSkippedAndBufferWithoutRouteGoesNowhere) {
     EXPECT_EQ(serial.scans, 0);
 }
 
-TEST_F(FanOut, FailingWidgetNeverStopsArtNetAndIsRescannedNextFrame) {
-    LiveDmxOutput twoWidgets{fakeEnttec({"/dev/ttyUSB0", "/dev/ttyUSB1"}), transport};
+TEST_F(FanOut, FailingOrFullWidgetNeverStopsArtNet) {
     settings.artnetEnabled = true;
-    settings.routes = {{1, D::enttec()}, {1, D::artnet(3)}};
+    settings.routes = {{1, D::enttec()}, {1, D::artnet(3)}, {2, D::enttec()}, {2, D::artnet(4)}};
+    serial.fullDevices = {"/dev/ttyUSB0"};
+    output.send({{1, {7}}}, settings);
     serial.failingWrites = {"/dev/ttyUSB0"};
-
-    twoWidgets.send({{1, {7}}}, settings);
-    EXPECT_EQ(transport->sent.size(), 1u) << "Art-Net still served after the widget failed";
-    EXPECT_FALSE(twoWidgets.enttec.connectedPortPath());
-    EXPECT_THAT(serial.closed, ElementsAre("/dev/ttyUSB0"));
-
-    serial.failingWrites.clear();
-    serial.unopenable = {"/dev/ttyUSB0"};
-    twoWidgets.send({{1, {8}}}, settings);
-    EXPECT_EQ(serial.scans, 2);
-    EXPECT_EQ(twoWidgets.enttec.connectedPortPath(), "/dev/ttyUSB1");
-    EXPECT_THAT(serial.frames["/dev/ttyUSB1"],
-                ElementsAre(EnttecFrameBuilder::buildSendDmxFrame(Bytes{8})));
-    EXPECT_EQ(transport->sent.size(), 2u);
-}
-
-TEST_F(FanOut, NoWidgetMeansNoFrameButArtNetFlows) {
-    LiveDmxOutput noWidget{fakeEnttec({}), transport};
-    settings.artnetEnabled = true;
-    settings.routes = {{1, D::enttec()}, {1, D::artnet(0)}};
-    noWidget.send({{1, {1}}}, settings);
-    noWidget.send({{1, {1}}}, settings);
-    EXPECT_EQ(serial.scans, 2) << "scanned again every frame, no back-off";
-    EXPECT_EQ(transport->sent.size(), 2u);
+    output.send({{2, {8}}}, settings);
+    EXPECT_EQ(transport->sent.size(), 2u) << "every Art-Net route served";
+    EXPECT_EQ(output.enttec.status(), (EnttecOutputStatus{std::nullopt, 0, 1, 1}));
 }
 
 class OutputConfigurationTest : public FanOut {

@@ -31,6 +31,8 @@ struct SerialBench {
     std::map<std::string, std::vector<std::vector<std::uint8_t>>> frames;
     std::vector<std::string> unopenable;
     std::vector<std::string> failingWrites;
+    std::vector<std::string> fullDevices; ///< take no frame now
+
     std::vector<std::string> opened;
     std::vector<std::string> closed;
     int scans = 0;
@@ -49,11 +51,14 @@ public:
         fd_ = 42;
         bench_.opened.push_back(path_);
     }
-    void write(std::span<const std::uint8_t> frame) override {
+    bool write(std::span<const std::uint8_t> frame) override {
         open();
         if (std::count(bench_.failingWrites.begin(), bench_.failingWrites.end(), path_))
             throw SerialPortError::writeFailed(path_);
+        if (std::count(bench_.fullDevices.begin(), bench_.fullDevices.end(), path_))
+            return false;
         bench_.frames[path_].emplace_back(frame.begin(), frame.end());
+        return true;
     }
     void close() override {
         if (fd_ >= 0)
