@@ -27,10 +27,6 @@ using Bytes = std::vector<std::uint8_t>;
 using testing::ElementsAre;
 using testing_support::PseudoTerminal;
 
-bool isOpenDescriptor(int fd) {
-    return ::fcntl(fd, F_GETFD) != -1;
-}
-
 TEST(EnttecFrame, LayoutAndLengthForEmptyShortAndOversizedInput) {
     EXPECT_THAT(EnttecFrameBuilder::buildSendDmxFrame(Bytes{}),
                 ElementsAre(0x7E, 0x06, 0x01, 0x00, 0x00, 0xE7));
@@ -45,6 +41,8 @@ TEST(EnttecFrame, LayoutAndLengthForEmptyShortAndOversizedInput) {
     EXPECT_EQ(Bytes(frame.begin() + 5, frame.end() - 1),
               Bytes(channels.begin(), channels.begin() + 512));
     EXPECT_EQ(frame.back(), 0xE7);
+    EXPECT_THAT(EnttecFrameBuilder::buildGetWidgetParametersRequest(),
+                ElementsAre(0x7E, 0x03, 0x02, 0x00, 0x00, 0x00, 0xE7));
 }
 
 TEST(PosixSerialPortOnPty, OpensRawExclusiveNonBlockingWithoutFlowControl) {
@@ -163,88 +161,6 @@ TEST(PosixSerialPortOnPty, FailuresCarryTheOperatorTexts) {
         EXPECT_EQ(std::string(error.what()),
                   "Failed to write to serial port at " + pty.devicePath());
     }
-}
-
-class EnttecSenderOnPty : public testing::Test {
-protected:
-    EnttecSerialSender makeSender(std::vector<std::string> candidates) {
-        return EnttecSerialSender(
-            [this](const std::string& path) {
-                ++portsMade[path];
-                return std::make_unique<PosixSerialPort>(path);
-            },
-            [this, candidates] {
-                ++scans;
-                return candidates;
-            },
-            [this] { return now; });
-    }
-
-    std::map<std::string, int> portsMade;
-    int scans = 0;
-    std::chrono::nanoseconds now = 1000s;
-};
-
-TEST_F(EnttecSenderOnPty, SkipsAnUnopenableCandidateAndRemembersTheOneThatOpens) {
-    PseudoTerminal widget;
-    EnttecSerialSender sender = makeSender({"/nonexistent/ttyUSB0", widget.devicePath()});
-
-    ASSERT_TRUE(sender.sendDmx(Bytes{1, 2, 3}));
-    EXPECT_EQ(sender.connectedPortPath(), widget.devicePath());
-    ASSERT_TRUE(sender.sendDmx(Bytes{4, 5}));
-    EXPECT_EQ(scans, 1) << "an open port is reused, not rescanned";
-    EXPECT_EQ(portsMade[widget.devicePath()], 1);
-    EXPECT_THAT(widget.read(9 + 8), ElementsAre(0x7E, 0x06, 0x04, 0x00, 0x00, 1, 2, 3, 0xE7, //
-                                                0x7E, 0x06, 0x03, 0x00, 0x00, 4, 5, 0xE7));
-}
-
-TEST_F(EnttecSenderOnPty, NothingOpensMeansNoFrameAndAScanAtMostOnceASecond) {
-    EnttecSerialSender sender = makeSender({"/nonexistent/a", "/nonexistent/b"});
-    EXPECT_FALSE(sender.sendDmx(Bytes{1}));
-    now += 999ms;
-    EXPECT_FALSE(sender.sendDmx(Bytes{1}));
-    EXPECT_EQ(scans, 1);
-    now += 1ms;
-    EXPECT_FALSE(sender.sendDmx(Bytes{1}));
-    EXPECT_EQ(scans, 2);
-    EXPECT_EQ(sender.resolvePort(), nullptr);
-    EXPECT_FALSE(sender.connectedPortPath());
-}
-
-TEST_F(EnttecSenderOnPty, FailedWriteDropsThePortAndTheNextFrameRescans) {
-    PseudoTerminal first;
-    PseudoTerminal second;
-    EnttecSerialSender sender = makeSender({first.devicePath(), second.devicePath()});
-    ASSERT_TRUE(sender.sendDmx(Bytes{1, 2}));
-    const int firstDescriptor = sender.resolvePort()->fileDescriptor();
-
-    first.closeController(); // the widget is unplugged
-    EXPECT_FALSE(sender.sendDmx(Bytes{3, 4}));
-    EXPECT_FALSE(sender.connectedPortPath());
-    EXPECT_FALSE(isOpenDescriptor(firstDescriptor)) << "the dropped port's descriptor leaked";
-    // The hung-up device cannot be opened again (its number stays taken while we hold it,
-    // so no other terminal can appear under that path).
-
-    now += 1s;
-    ASSERT_TRUE(sender.sendDmx(Bytes{5, 6}));
-    EXPECT_EQ(scans, 2);
-    EXPECT_EQ(sender.connectedPortPath(), second.devicePath());
-    EXPECT_THAT(second.read(8), ElementsAre(0x7E, 0x06, 0x03, 0x00, 0x00, 5, 6, 0xE7));
-}
-
-TEST_F(EnttecSenderOnPty, DisconnectClosesTheDescriptorAtOnce) {
-    PseudoTerminal widget;
-    EnttecSerialSender sender = makeSender({widget.devicePath()});
-    ASSERT_TRUE(sender.sendDmx(Bytes{1}));
-    const int descriptor = sender.resolvePort()->fileDescriptor();
-    ASSERT_TRUE(isOpenDescriptor(descriptor));
-
-    sender.disconnect();
-    EXPECT_FALSE(isOpenDescriptor(descriptor));
-    EXPECT_FALSE(sender.connectedPortPath());
-    EXPECT_EQ(scans, 1);
-    ASSERT_TRUE(sender.sendDmx(Bytes{2}));
-    EXPECT_EQ(scans, 2) << "the next frame scans again";
 }
 
 class CandidatePaths : public testing::Test {

@@ -18,15 +18,9 @@ using namespace testing_support;
 
 class FanOut : public testing::Test {
 protected:
-    EnttecSerialSender fakeEnttec(std::vector<std::string> candidates = {"/dev/ttyUSB0"}) {
-        return EnttecSerialSender(
-            [this](const std::string& path) {
-                return std::make_unique<FakeSerialPort>(path, serial);
-            },
-            [this, candidates] {
-                ++serial.scans;
-                return candidates;
-            });
+    EnttecSerialSender fakeEnttec() {
+        serial.plugged = {"/dev/ttyUSB0"};
+        return EnttecSerialSender(fakeScanning(serial));
     }
 
     // Universe, sequence and payload of each ArtDmx sent.
@@ -110,7 +104,7 @@ TEST_F(FanOut, FailingOrFullWidgetNeverStopsArtNet) {
     serial.failingWrites = {"/dev/ttyUSB0"};
     output.send({{2, {8}}}, settings);
     EXPECT_EQ(transport->sent.size(), 2u) << "every Art-Net route served";
-    EXPECT_EQ(output.enttec.status(), (EnttecOutputStatus{std::nullopt, 0, 1, 1}));
+    EXPECT_EQ(output.enttec.status(), (EnttecOutputStatus{std::nullopt, 0, 1, 1, {}}));
 }
 
 class OutputConfigurationTest : public FanOut {

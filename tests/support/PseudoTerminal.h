@@ -23,6 +23,7 @@ public:
     PseudoTerminal& operator=(const PseudoTerminal&) = delete;
 
     const std::string& devicePath() const { return path_; }
+    int controllerDescriptor() const { return controller_; }
 
     /// Reads exactly `count` bytes, waiting at most two seconds; fewer on timeout.
     std::vector<std::uint8_t> read(std::size_t count);
