@@ -5,6 +5,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <arpa/inet.h>
 #include <atomic>
 #include <future>
 #include <pthread.h>
@@ -54,7 +55,16 @@ protected:
     }
 
     std::shared_ptr<ManualClock> clock = std::make_shared<ManualClock>();
-    NWUDPSocket socket{[clock = clock] { return clock->now(); }};
+    // Shared with lookup threads, which may outlive the test.
+    struct Lookup {
+        NWUDPSocket::HostLookup answer = lookUpIPv4Host;
+        std::atomic<int> calls = 0;
+        std::promise<void> open;
+        std::shared_future<void> gate = open.get_future().share();
+    };
+    std::shared_ptr<Lookup> lookup = std::make_shared<Lookup>();
+    NWUDPSocket socket{[clock = clock] { return clock->now(); },
+                       [lookup = lookup](const std::string& host) { return lookup->answer(host); }};
     std::promise<void> hold_;
 };
 
@@ -189,6 +199,78 @@ TEST_F(NWUDPSocketOnLoopback, ReadyAssociationHasNoDeadline) {
     EXPECT_EQ(socket.status().recoveries, 0);
     EXPECT_EQ(node.receive(), Bytes{1});
     EXPECT_EQ(node.receive(), Bytes{2});
+}
+
+TEST(IPv4HostLookupTest, AddressesAndNamesGiveIPv4OnlyAndIPv6IsRefusedPlainly) {
+    const auto text = [](const IPv4HostLookup& found) {
+        char buffer[INET_ADDRSTRLEN] = {};
+        return found.address
+                   ? std::string(::inet_ntop(AF_INET, &*found.address, buffer, sizeof buffer))
+                   : found.error;
+    };
+    EXPECT_EQ(text(lookUpIPv4Host("10.0.0.255")), "10.0.0.255");
+    EXPECT_EQ(text(lookUpIPv4Host("localhost")), "127.0.0.1");
+    EXPECT_EQ(text(lookUpIPv4Host("::1")), "Art-Net needs an IPv4 address; ::1 is IPv6.");
+    EXPECT_FALSE(parseIPv4Address("localhost"));
+}
+
+// Names resolve through a lookup the test controls; it answers from another thread.
+class NWUDPSocketWithNames : public NWUDPSocketOnLoopback {
+protected:
+    NWUDPSocketWithNames() {
+        lookup->answer = [l = lookup.get()](const std::string& host) {
+            ++l->calls;
+            l->gate.wait();
+            return host == "node.example" ? IPv4HostLookup{parseIPv4Address("127.0.0.1"), {}}
+                                          : IPv4HostLookup{std::nullopt, host + ": unknown"};
+        };
+    }
+    ~NWUDPSocketWithNames() override {
+        if (lookup->gate.wait_for(0s) != std::future_status::ready)
+            lookup->open.set_value();
+    }
+    bool lookupsReach(int count) {
+        for (int i = 0; i < 200 && lookup->calls < count; ++i)
+            std::this_thread::sleep_for(10ms);
+        return lookup->calls == count;
+    }
+};
+
+TEST_F(NWUDPSocketWithNames, ANameIsLookedUpOncePerChangeOfHostWhileTheAssociationPrepares) {
+    LoopbackReceiver node;
+    socket.send(Bytes{1}, "node.example", node.port());
+    ASSERT_TRUE(eventually([](const auto& s) { return s.stateDescription == "preparing"; }));
+    socket.send(Bytes{2}, "node.example", node.port()); // dropped: no address yet
+    lookup->open.set_value();
+    ASSERT_TRUE(eventually([](const auto& s) { return s.isReady; }));
+    for (int i = 0; i < 8; ++i) { // a change of host and back, then rebuilds
+        socket.send(Bytes{3}, i == 3 ? "127.0.0.1" : "node.example", node.port());
+        drainQueue();
+    }
+    EXPECT_EQ(socket.status().recoveries, 3);
+    EXPECT_TRUE(lookupsReach(2)) << "looked up again after the host changed, not per rebuild";
+    EXPECT_EQ(node.receive(), Bytes{3});
+}
+
+TEST_F(NWUDPSocketWithNames, ANameThatDoesNotResolveIsWaitingAndAskedAgainAfterTheDeadline) {
+    lookup->open.set_value();
+    const std::uint16_t port = closedLoopbackPort();
+    socket.send(Bytes{1}, "127.0.0.1", port);
+    drainQueue();
+    socket.send(Bytes{1}, "nowhere.example", port);
+    ASSERT_TRUE(eventually([](const auto& s) { return s.stateDescription == "waiting"; }));
+    EXPECT_EQ(socket.status().lastError, "nowhere.example: unknown");
+    for (int i = 0; i < 20; ++i) { // the replaced association's report keeps forcing rebuilds
+        socket.send(Bytes{1}, "nowhere.example", port);
+        drainQueue();
+    }
+    EXPECT_EQ(socket.status().recoveries, 20);
+    EXPECT_EQ(socket.status().stateDescription, "waiting");
+    EXPECT_EQ(lookup->calls, 1) << "a rebuild does not ask again";
+
+    clock->advance(3001ms);
+    socket.send(Bytes{1}, "nowhere.example", port);
+    EXPECT_TRUE(lookupsReach(2));
 }
 
 } // namespace

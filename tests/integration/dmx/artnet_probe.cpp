@@ -4,7 +4,8 @@
 //   artnet_probe --host H [--port P] [--universe U] [--frames N] [--interval-ms MS]
 //                [--values 1,2,3] [--poll] [--listen PORT]
 //
-// --listen binds 127.0.0.1:PORT and drains it, so a loopback capture sees a listening node.
+// --listen binds 0.0.0.0:PORT (so broadcasts arrive too), drains it, so a capture sees a
+// listening node, and prints how many datagrams arrived.
 //
 //   artnet_probe --discover BROADCAST [--timeout-ms MS]
 //
@@ -61,15 +62,15 @@ std::vector<std::uint8_t> parseValues(const std::string& text) {
     return values;
 }
 
-// Accepts and discards datagrams on a loopback port until destroyed.
-class LoopbackListener {
+// Accepts and counts datagrams on a port of every address until destroyed.
+class Listener {
 public:
-    explicit LoopbackListener(std::uint16_t port) {
+    explicit Listener(std::uint16_t port) {
         fd_ = ::socket(AF_INET, SOCK_DGRAM, 0);
         sockaddr_in local{};
         local.sin_family = AF_INET;
         local.sin_port = htons(port);
-        local.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        local.sin_addr.s_addr = htonl(INADDR_ANY);
         if (fd_ < 0 || ::bind(fd_, reinterpret_cast<sockaddr*>(&local), sizeof local) != 0) {
             std::perror("artnet_probe: bind");
             std::exit(3);
@@ -78,18 +79,20 @@ public:
             std::uint8_t buffer[2048];
             while (!stop_) {
                 pollfd entry{fd_, POLLIN, 0};
-                if (::poll(&entry, 1, 20) > 0)
-                    (void)::recv(fd_, buffer, sizeof buffer, 0);
+                if (::poll(&entry, 1, 20) > 0 && ::recv(fd_, buffer, sizeof buffer, 0) > 0)
+                    ++received_;
             }
         });
     }
-    ~LoopbackListener() {
+    ~Listener() {
         stop_ = true;
         thread_.join();
         ::close(fd_);
     }
+    int received() const { return received_; }
 
 private:
+    std::atomic<int> received_ = 0;
     int fd_ = -1;
     std::atomic<bool> stop_ = false;
     std::thread thread_;
@@ -202,9 +205,9 @@ int main(int argc, char** argv) {
         return 2;
     }
 
-    std::unique_ptr<LoopbackListener> listener;
+    std::unique_ptr<Listener> listener;
     if (listenPort >= 0)
-        listener = std::make_unique<LoopbackListener>(static_cast<std::uint16_t>(listenPort));
+        listener = std::make_unique<Listener>(static_cast<std::uint16_t>(listenPort));
 
     auto socket = std::make_shared<NWUDPSocket>();
     auto transport = std::make_shared<FixedPort>(socket, static_cast<std::uint16_t>(port));
@@ -221,7 +224,8 @@ int main(int argc, char** argv) {
     settings.routes = {{1, UniverseRoute::Destination::artnet(universe)}};
     for (int frame = 0; frame < frames; ++frame) {
         output.send({{1, values}}, settings);
-        std::this_thread::sleep_for(std::chrono::milliseconds(intervalMs));
+        if (intervalMs > 0)
+            std::this_thread::sleep_for(std::chrono::milliseconds(intervalMs));
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(100)); // let completions land
 
@@ -231,5 +235,8 @@ int main(int argc, char** argv) {
                 static_cast<long long>(status.sendFailures),
                 static_cast<long long>(status.recoveries), status.stateDescription.c_str(),
                 status.lastError.value_or("-").c_str());
+    std::printf("datagramsDropped=%lld\n", static_cast<long long>(status.datagramsDropped));
+    if (listener)
+        std::printf("received=%d\n", listener->received());
     return 0;
 }

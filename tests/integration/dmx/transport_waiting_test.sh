@@ -14,12 +14,12 @@ if [ "${KELVO_IN_NETNS:-}" != 1 ]; then
     KELVO_IN_NETNS=1 exec unshare -n -- "$0" "$@" # loopback deliberately left down
 fi
 
-within=$("$probe" --host 127.0.0.1 --frames 3 --interval-ms 10)
+within=$("$probe" --host 127.0.0.1 --frames 3 --interval-ms 10 | sed -n 1p)
 echo "$within"
 [ "$within" = "packetsSent=3 sendFailures=0 recoveries=0 state=waiting lastError=Network is unreachable" ] ||
     fail "a waiting association must be kept within the deadline"
 
-after=$("$probe" --host 127.0.0.1 --frames 2 --interval-ms 3100)
+after=$("$probe" --host 127.0.0.1 --frames 2 --interval-ms 3100 | sed -n 1p)
 echo "$after"
 [ "$after" = "packetsSent=2 sendFailures=0 recoveries=1 state=waiting lastError=Network is unreachable" ] ||
     fail "the send after the deadline must rebuild, counting a recovery"
