@@ -173,7 +173,7 @@ TEST_F(SenderScans, ProbesRunOffTheCallersThreadAndDisconnectDiscardsAWidgetFoun
     release.set_value();
 
     const auto eventually = [](auto predicate) {
-        for (int i = 0; i < 500; ++i, std::this_thread::sleep_for(10ms))
+        for (int i = 0; i < 1000; ++i, std::this_thread::sleep_for(10ms))
             if (predicate())
                 return true;
         return false;

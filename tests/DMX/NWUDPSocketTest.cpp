@@ -8,7 +8,6 @@
 #include <arpa/inet.h>
 #include <atomic>
 #include <future>
-#include <pthread.h>
 #include <thread>
 
 namespace kelvo {
@@ -46,7 +45,7 @@ protected:
     void releaseQueue() { hold_.set_value(); }
 
     template <typename Predicate> bool eventually(Predicate predicate) {
-        for (int i = 0; i < 200; ++i) {
+        for (int i = 0; i < 1000; ++i) { // a bound for a loaded machine, not a timing rule
             if (predicate(socket.status()))
                 return true;
             std::this_thread::sleep_for(10ms);
@@ -68,34 +67,21 @@ protected:
     std::promise<void> hold_;
 };
 
-TEST_F(NWUDPSocketOnLoopback, StartsIdleAndTheFirstSendConnectsCountsOnePacketAndDelivers) {
-    EXPECT_EQ(socket.status(), UDPTransportStatus{});
+TEST_F(NWUDPSocketOnLoopback, TheFirstSendConnectsCountsOnePacketAndAReadyOneIsKeptForGood) {
     EXPECT_EQ(socket.status().stateDescription, "idle");
     LoopbackReceiver node;
-    const Bytes first = {1, 2, 3};
     holdQueue();
-    socket.send(first, "127.0.0.1", node.port());
-    UDPTransportStatus status = socket.status();
-    EXPECT_EQ(status.packetsSent, 1);
-    EXPECT_EQ(status.recoveries, 0);
-    EXPECT_FALSE(status.isReady);
-    EXPECT_EQ(status.stateDescription, "connecting");
+    socket.send(Bytes{1}, "127.0.0.1", node.port());
+    EXPECT_EQ(socket.status(), (UDPTransportStatus{false, "connecting", 1, 0, {}, 0, 0}));
     releaseQueue();
-    EXPECT_EQ(node.receive(), first) << "a packet handed over before ready is not lost";
-
+    EXPECT_EQ(node.receive(), Bytes{1}) << "a packet handed over before ready is not lost";
     ASSERT_TRUE(eventually([](const auto& s) { return s.isReady; }));
-    status = socket.status();
-    EXPECT_EQ(status.stateDescription, "ready");
-    EXPECT_FALSE(status.lastError);
+    EXPECT_EQ(socket.status().stateDescription, "ready");
 
-    const Bytes second = {4, 5};
-    socket.send(second, "127.0.0.1", node.port());
-    EXPECT_EQ(node.receive(), second);
-    status = socket.status();
-    EXPECT_EQ(status.packetsSent, 2);
-    EXPECT_EQ(status.recoveries, 0);
-    EXPECT_EQ(status.sendFailures, 0);
-    EXPECT_EQ(status.stateDescription, "ready");
+    clock->advance(3600s); // no deadline once ready
+    socket.send(Bytes{2}, "127.0.0.1", node.port());
+    EXPECT_EQ(node.receive(), Bytes{2});
+    EXPECT_EQ(socket.status(), (UDPTransportStatus{true, "ready", 2, 0, {}, 0, 0}));
 }
 
 TEST_F(NWUDPSocketOnLoopback, NewTargetIsNoRecoveryButTheCancelledReportForcesRebuilds) {
@@ -107,8 +93,7 @@ TEST_F(NWUDPSocketOnLoopback, NewTargetIsNoRecoveryButTheCancelledReportForcesRe
     ASSERT_TRUE(socket.status().isReady);
 
     socket.send(Bytes{2}, "127.0.0.2", b.port());
-    EXPECT_EQ(socket.status().recoveries, 0);
-    EXPECT_EQ(socket.status().packetsSent, 2);
+    EXPECT_EQ(socket.status().recoveries, 0) << "a new target";
     EXPECT_EQ(b.receive(), Bytes{2});
     drainQueue();
     // The old association's "cancelled" report landed after the new one was set up, so the
@@ -138,27 +123,17 @@ TEST_F(NWUDPSocketOnLoopback, RefusedSendMarksFailureAndTheNextSendRecovers) {
         socket.send(Bytes{9}, "127.0.0.1", closed);
         drainQueue();
     }
-    UDPTransportStatus status = socket.status();
-    ASSERT_EQ(status.sendFailures, 1);
-    EXPECT_EQ(status.lastError, std::system_category().message(ECONNREFUSED));
-    EXPECT_EQ(status.stateDescription, "failed");
-    EXPECT_FALSE(status.isReady);
-    EXPECT_EQ(status.recoveries, 0);
-
-    const std::int64_t sentBefore = status.packetsSent;
+    const std::int64_t sent = socket.status().packetsSent;
+    const std::string refused = std::system_category().message(ECONNREFUSED);
+    EXPECT_EQ(socket.status(), (UDPTransportStatus{false, "failed", sent, 1, refused, 0, 0}));
     holdQueue();
     socket.send(Bytes{9}, "127.0.0.1", closed);
-    status = socket.status();
-    EXPECT_EQ(status.recoveries, 1);
-    EXPECT_EQ(status.packetsSent, sentBefore + 1);
-    EXPECT_EQ(status.stateDescription, "connecting");
-
+    EXPECT_EQ(socket.status(),
+              (UDPTransportStatus{false, "connecting", sent + 1, 1, refused, 1, 0}));
     releaseQueue();
     drainQueue();
-    status = socket.status();
-    EXPECT_TRUE(status.isReady);
-    EXPECT_FALSE(status.lastError) << "ready clears the last error";
-    EXPECT_EQ(status.sendFailures, 1) << "failures are never reset";
+    EXPECT_EQ(socket.status(), (UDPTransportStatus{true, "ready", sent + 1, 1, {}, 1, 0}))
+        << "ready clears the last error; failures are never reset";
 }
 
 TEST_F(NWUDPSocketOnLoopback, UnreadyAssociationIsKeptForThreeSecondsThenRebuilt) {
@@ -173,9 +148,7 @@ TEST_F(NWUDPSocketOnLoopback, UnreadyAssociationIsKeptForThreeSecondsThenRebuilt
 
     clock->advance(1ms);
     socket.send(Bytes{3}, "127.0.0.1", node.port());
-    EXPECT_EQ(socket.status().recoveries, 1);
-    EXPECT_EQ(socket.status().packetsSent, 3);
-    EXPECT_EQ(socket.status().stateDescription, "connecting");
+    EXPECT_EQ(socket.status(), (UDPTransportStatus{false, "connecting", 3, 0, {}, 1, 0}));
 
     // The new association's deadline starts at its own creation.
     clock->advance(2s);
@@ -188,17 +161,6 @@ TEST_F(NWUDPSocketOnLoopback, UnreadyAssociationIsKeptForThreeSecondsThenRebuilt
         if (auto datagram = node.receive())
             delivered.insert(*datagram);
     EXPECT_EQ(delivered, (std::multiset<Bytes>{{1}, {2}, {3}, {4}}));
-}
-
-TEST_F(NWUDPSocketOnLoopback, ReadyAssociationHasNoDeadline) {
-    LoopbackReceiver node;
-    socket.send(Bytes{1}, "127.0.0.1", node.port());
-    drainQueue();
-    clock->advance(3600s);
-    socket.send(Bytes{2}, "127.0.0.1", node.port());
-    EXPECT_EQ(socket.status().recoveries, 0);
-    EXPECT_EQ(node.receive(), Bytes{1});
-    EXPECT_EQ(node.receive(), Bytes{2});
 }
 
 TEST(IPv4HostLookupTest, AddressesAndNamesGiveIPv4OnlyAndIPv6IsRefusedPlainly) {
@@ -230,7 +192,7 @@ protected:
             lookup->open.set_value();
     }
     bool lookupsReach(int count) {
-        for (int i = 0; i < 200 && lookup->calls < count; ++i)
+        for (int i = 0; i < 1000 && lookup->calls < count; ++i)
             std::this_thread::sleep_for(10ms);
         return lookup->calls == count;
     }

@@ -2,7 +2,7 @@
 // NWUDPSocket) so integration tests can check them with independent Art-Net software.
 //
 //   artnet_probe --host H [--port P] [--universe U] [--frames N] [--interval-ms MS]
-//                [--values 1,2,3] [--poll] [--listen PORT]
+//                [--values 1,2,3] [--listen PORT]
 //
 // --listen binds 0.0.0.0:PORT (so broadcasts arrive too), drains it, so a capture sees a
 // listening node, and prints how many datagrams arrived.
@@ -160,7 +160,6 @@ int main(int argc, char** argv) {
     int frames = 1;
     int intervalMs = 25;
     std::vector<std::uint8_t> values = {255, 128, 0, 64};
-    bool poll = false;
     int listenPort = -1;
     std::string discoverBroadcast;
     int timeoutMs = 3000;
@@ -185,8 +184,6 @@ int main(int argc, char** argv) {
             intervalMs = std::stoi(next());
         else if (arg == "--values")
             values = parseValues(next());
-        else if (arg == "--poll")
-            poll = true;
         else if (arg == "--discover")
             discoverBroadcast = next();
         else if (arg == "--timeout-ms")
@@ -211,8 +208,6 @@ int main(int argc, char** argv) {
 
     auto socket = std::make_shared<NWUDPSocket>();
     auto transport = std::make_shared<FixedPort>(socket, static_cast<std::uint16_t>(port));
-    if (poll)
-        transport->send(ArtNetPacketBuilder::buildArtPollPacket(), host, 0);
 
     LiveDmxOutput output(EnttecSerialSender([](const std::string&) { return nullptr; },
                                             [] { return std::vector<std::string>{}; }),
