@@ -150,6 +150,30 @@ void BM_EnttecFrameToPty(benchmark::State& state) {
 }
 BENCHMARK(BM_EnttecFrameToPty);
 
+// A widget that stopped draining: what the tick pays for a frame that is dropped.
+void BM_EnttecFrameToStalledPty(benchmark::State& state) {
+    int controller = -1, device = -1;
+    char name[256] = {};
+    if (::openpty(&controller, &device, name, nullptr, nullptr) != 0) {
+        state.SkipWithError("openpty failed");
+        return;
+    }
+    PosixSerialPort port(name);
+    port.open();
+    const auto channels = fullUniverse(4);
+    while (port.write(EnttecFrameBuilder::buildSendDmxFrame(channels))) {
+    } // full
+    std::int64_t written = 0;
+    for (auto _ : state)
+        written += port.write(EnttecFrameBuilder::buildSendDmxFrame(channels)) ? 1 : 0;
+    state.SetItemsProcessed(state.iterations());
+    state.counters["written"] = static_cast<double>(written);
+    port.close();
+    ::close(controller);
+    ::close(device);
+}
+BENCHMARK(BM_EnttecFrameToStalledPty);
+
 } // namespace
 
 BENCHMARK_MAIN();

@@ -23,6 +23,10 @@ public:
     std::uint64_t enttecFramesWritten() const {
         return static_cast<std::uint64_t>(enttec.status().framesWritten);
     }
+    /// Frames the widget could not take when they were due.
+    std::uint64_t enttecFramesDropped() const {
+        return static_cast<std::uint64_t>(enttec.status().framesDropped);
+    }
 
     EnttecSerialSender enttec;
     ArtNetSender artnet;

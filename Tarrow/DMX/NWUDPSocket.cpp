@@ -294,13 +294,17 @@ void NWUDPSocket::Shared::connectWhenResolved(const std::string& host,
     // A new host, or a name that did not resolve a while ago: look it up, once.
     name = {host, true, std::nullopt, {}, {}, {association}};
     std::weak_ptr<Shared> self = association->owner();
-    std::thread([self, lookUp = lookUp, post = poster, host] {
-        const IPv4HostLookup result = lookUp(host);
-        post->post([self, host, result] {
-            if (const auto shared = self.lock())
-                shared->lookupFinished(host, result);
-        });
-    }).detach();
+    try {
+        std::thread([self, lookUp = lookUp, post = poster, host] {
+            const IPv4HostLookup result = lookUp(host);
+            post->post([self, host, result] {
+                if (const auto shared = self.lock())
+                    shared->lookupFinished(host, result);
+            });
+        }).detach();
+    } catch (const std::system_error& error) { // no thread to be had: asked again later
+        lookupFinished(host, {std::nullopt, host + ": " + error.what()});
+    }
 }
 
 void NWUDPSocket::Shared::lookupFinished(const std::string& host, const IPv4HostLookup& result) {

@@ -25,8 +25,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <map>
 #include <netinet/in.h>
 #include <poll.h>
+#include <set>
 #include <sstream>
 #include <string>
 #include <sys/socket.h>
@@ -154,49 +156,31 @@ int discover(const std::string& broadcast, int timeoutMs) {
 } // namespace
 
 int main(int argc, char** argv) {
-    std::string host;
-    int port = 6454;
-    std::int64_t universe = 0;
-    int frames = 1;
-    int intervalMs = 25;
-    std::vector<std::uint8_t> values = {255, 128, 0, 64};
-    int listenPort = -1;
-    std::string discoverBroadcast;
-    int timeoutMs = 3000;
-    for (int i = 1; i < argc; ++i) {
-        const std::string arg = argv[i];
-        const auto next = [&]() -> std::string {
-            if (i + 1 >= argc) {
-                std::fprintf(stderr, "artnet_probe: %s needs a value\n", arg.c_str());
-                std::exit(2);
-            }
-            return argv[++i];
-        };
-        if (arg == "--host")
-            host = next();
-        else if (arg == "--port")
-            port = std::stoi(next());
-        else if (arg == "--universe")
-            universe = std::stoll(next());
-        else if (arg == "--frames")
-            frames = std::stoi(next());
-        else if (arg == "--interval-ms")
-            intervalMs = std::stoi(next());
-        else if (arg == "--values")
-            values = parseValues(next());
-        else if (arg == "--discover")
-            discoverBroadcast = next();
-        else if (arg == "--timeout-ms")
-            timeoutMs = std::stoi(next());
-        else if (arg == "--listen")
-            listenPort = std::stoi(next());
-        else {
-            std::fprintf(stderr, "artnet_probe: unknown option %s\n", arg.c_str());
+    // Every option takes a value.
+    const std::set<std::string> known = {"--host",   "--port",        "--universe",
+                                         "--frames", "--interval-ms", "--values",
+                                         "--listen", "--discover",    "--timeout-ms"};
+    std::map<std::string, std::string> options;
+    for (int i = 1; i < argc; i += 2) {
+        if (!known.contains(argv[i]) || i + 1 >= argc) {
+            std::fprintf(stderr, "artnet_probe: unknown option or missing value: %s\n", argv[i]);
             return 2;
         }
+        options[argv[i]] = argv[i + 1];
     }
-    if (!discoverBroadcast.empty())
-        return discover(discoverBroadcast, timeoutMs);
+    const auto option = [&](const char* name, const char* fallback) {
+        const auto found = options.find(name);
+        return found == options.end() ? std::string(fallback) : found->second;
+    };
+    if (options.contains("--discover"))
+        return discover(options["--discover"], std::stoi(option("--timeout-ms", "3000")));
+    const std::string host = option("--host", "");
+    const int port = std::stoi(option("--port", "6454"));
+    const std::int64_t universe = std::stoll(option("--universe", "0"));
+    const int frames = std::stoi(option("--frames", "1"));
+    const int intervalMs = std::stoi(option("--interval-ms", "25"));
+    const std::vector<std::uint8_t> values = parseValues(option("--values", "255,128,0,64"));
+    const int listenPort = std::stoi(option("--listen", "-1"));
     if (host.empty()) {
         std::fprintf(stderr, "artnet_probe: --host is required\n");
         return 2;
