@@ -105,17 +105,6 @@ protected:
     OutputConfiguration configuration{output, store};
 };
 
-TEST_F(OutputConfigurationTest, StoredValuesReplaceOnlyTheirOwnDefaults) {
-    store.routes = std::vector<UniverseRoute>{{2, D::artnet(5)}};
-    store.artnetEnabled = true; // no host stored
-    configuration.load();
-    EXPECT_EQ(configuration.routes(), (std::vector<UniverseRoute>{{2, D::artnet(5)}}));
-    EXPECT_TRUE(configuration.settings().artnetEnabled);
-    EXPECT_EQ(configuration.settings().artnetHost, "127.0.0.1");
-    EXPECT_TRUE(configuration.settings().enttecEnabled);
-    EXPECT_TRUE(configuration.settings().artnetAutoFix);
-}
-
 TEST_F(OutputConfigurationTest, EditorChangesTheFirstRouteSavesAndResendsTheLastFrame) {
     configuration.setArtNetEnabled(true);
     configuration.replaceRoutes({{1, D::enttec()}, {2, D::unmapped()}, {2, D::unmapped()}});

@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # Art-Net hosts the way venues type them, inside a private network and mount namespace:
 # "localhost" where /etc/hosts lists ::1 first still reaches 127.0.0.1 (Art-Net is IPv4 only);
-# a subnet broadcast address works; a send buffer held full by a slow link drops datagrams,
-# which are counted, while the association stays ready.
+# a host with no route leaves the association waiting with the system's reason; a subnet
+# broadcast address works; a send buffer held full by a slow link drops datagrams, which are
+# counted, while the association stays ready.
 #   artnet_host_test.sh PROBE
 set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
@@ -27,6 +28,11 @@ echo "$out"
 grep -qx 'packetsSent=5 sendFailures=0 recoveries=0 state=ready lastError=-' <<<"$out" ||
     fail "localhost must resolve to 127.0.0.1"
 grep -qx 'received=[45]' <<<"$out" || fail "the node on 127.0.0.1 must receive the frames"
+
+out=$("$probe" --host 10.77.0.1 --frames 3 --interval-ms 10 | sed -n 1p)
+echo "$out"
+[ "$out" = "packetsSent=3 sendFailures=0 recoveries=0 state=waiting lastError=Network is unreachable" ] ||
+    fail "no route yet: waiting, kept within the readiness deadline"
 
 ip link add kelvo0 type veth peer name kelvo1
 ip addr add 10.77.0.1/24 dev kelvo0
