@@ -137,9 +137,11 @@ void BM_EnttecFrameToPty(benchmark::State& state) {
     PosixSerialPort port(name);
     port.open();
     const auto channels = fullUniverse(3);
+    std::int64_t dropped = 0;
     for (auto _ : state)
-        port.write(EnttecFrameBuilder::buildSendDmxFrame(channels));
+        dropped += port.write(EnttecFrameBuilder::buildSendDmxFrame(channels)) ? 0 : 1;
     state.SetItemsProcessed(state.iterations());
+    state.counters["dropped"] = static_cast<double>(dropped);
     stop = true;
     drain.join();
     port.close();
@@ -147,6 +149,30 @@ void BM_EnttecFrameToPty(benchmark::State& state) {
     ::close(device);
 }
 BENCHMARK(BM_EnttecFrameToPty);
+
+// A widget that stopped draining: what the tick pays for a frame that is dropped.
+void BM_EnttecFrameToStalledPty(benchmark::State& state) {
+    int controller = -1, device = -1;
+    char name[256] = {};
+    if (::openpty(&controller, &device, name, nullptr, nullptr) != 0) {
+        state.SkipWithError("openpty failed");
+        return;
+    }
+    PosixSerialPort port(name);
+    port.open();
+    const auto channels = fullUniverse(4);
+    while (port.write(EnttecFrameBuilder::buildSendDmxFrame(channels))) {
+    } // full
+    std::int64_t written = 0;
+    for (auto _ : state)
+        written += port.write(EnttecFrameBuilder::buildSendDmxFrame(channels)) ? 1 : 0;
+    state.SetItemsProcessed(state.iterations());
+    state.counters["written"] = static_cast<double>(written);
+    port.close();
+    ::close(controller);
+    ::close(device);
+}
+BENCHMARK(BM_EnttecFrameToStalledPty);
 
 } // namespace
 

@@ -20,4 +20,8 @@ EnttecFrameBuilder::buildSendDmxFrame(std::span<const std::uint8_t> channels) {
     return frame;
 }
 
+std::vector<std::uint8_t> EnttecFrameBuilder::buildGetWidgetParametersRequest() {
+    return {startOfMessage, getWidgetParametersLabel, 0x02, 0x00, 0x00, 0x00, endOfMessage};
+}
+
 } // namespace kelvo

@@ -1,7 +1,6 @@
 #include "DMX/EnttecSerialSender.h"
 
 #include "DMX/EnttecFrameBuilder.h"
-#include "DMX/PosixSerialPort.h"
 
 #include <algorithm>
 #include <cctype>
@@ -54,35 +53,44 @@ private:
 
 } // namespace
 
-EnttecSerialSender::EnttecSerialSender()
-    : EnttecSerialSender(
-          [](const std::string& path) -> std::unique_ptr<SerialPortWriting> {
-              return std::make_unique<PosixSerialPort>(path);
-          },
-          [] { return defaultCandidatePaths(); }) {}
+EnttecSerialSender::EnttecSerialSender() : EnttecSerialSender(EnttecScanning::system()) {}
 
 EnttecSerialSender::EnttecSerialSender(PortFactory portFactory,
-                                       CandidatePathsProvider candidatePathsProvider)
-    : portFactory_(std::move(portFactory)),
-      candidatePathsProvider_(std::move(candidatePathsProvider)) {}
+                                       CandidatePathsProvider candidatePathsProvider, Clock clock)
+    : EnttecSerialSender(EnttecScanning{std::move(portFactory),
+                                        std::move(candidatePathsProvider),
+                                        EnttecScanning::system().identify,
+                                        {}},
+                         std::move(clock)) {}
+
+EnttecSerialSender::EnttecSerialSender(EnttecScanning scanning, Clock clock)
+    : finder_(std::make_unique<EnttecWidgetFinder>(std::move(scanning))), clock_(std::move(clock)) {
+}
+
+std::chrono::nanoseconds EnttecSerialSender::steadyNow() {
+    return std::chrono::steady_clock::now().time_since_epoch();
+}
+
+bool EnttecSerialSender::adoptFound() {
+    std::optional<EnttecWidgetFinder::Found> found = finder_->takeFound();
+    if (!found)
+        return false;
+    port_ = std::move(found->port);
+    connectedPortPath_ = std::move(found->path);
+    return true;
+}
 
 SerialPortWriting* EnttecSerialSender::resolvePort() {
     if (port_ && port_->fileDescriptor() >= 0)
         return port_.get();
-    for (const std::string& path : candidatePathsProvider_()) {
-        std::unique_ptr<SerialPortWriting> candidate = portFactory_(path);
-        if (!candidate)
-            continue;
-        try {
-            candidate->open();
-        } catch (const SerialPortError&) {
-            continue;
-        }
-        port_ = std::move(candidate);
-        connectedPortPath_ = path;
+    if (adoptFound())
         return port_.get();
-    }
-    return nullptr;
+    const std::chrono::nanoseconds now = clock_();
+    if (finder_->isScanning() || (lastScan_ && now - *lastScan_ < rescanInterval))
+        return nullptr;
+    lastScan_ = now;
+    finder_->startScan();
+    return adoptFound() ? port_.get() : nullptr; // a scan that ran inline has its answer
 }
 
 bool EnttecSerialSender::sendDmx(std::span<const std::uint8_t> channels) {
@@ -90,19 +98,34 @@ bool EnttecSerialSender::sendDmx(std::span<const std::uint8_t> channels) {
     if (!port)
         return false;
     try {
-        port->write(EnttecFrameBuilder::buildSendDmxFrame(channels));
-        return true;
+        const bool written = port->write(EnttecFrameBuilder::buildSendDmxFrame(channels));
+        ++(written ? counts_.framesWritten : counts_.framesDropped);
+        return written;
     } catch (const SerialPortError&) {
-        disconnect();
+        ++counts_.writeFailures;
+        dropPort();
         return false;
     }
 }
 
-void EnttecSerialSender::disconnect() {
+EnttecOutputStatus EnttecSerialSender::status() const {
+    EnttecOutputStatus status = counts_;
+    status.devicePath = connectedPortPath_;
+    status.ignoredDevices = finder_->ignoredDevices();
+    return status;
+}
+
+void EnttecSerialSender::dropPort() {
     if (port_ && port_->fileDescriptor() >= 0)
         port_->close();
     port_.reset();
     connectedPortPath_.reset();
+}
+
+void EnttecSerialSender::disconnect() {
+    dropPort();
+    finder_->discardFound();
+    lastScan_.reset();
 }
 
 std::vector<std::string>

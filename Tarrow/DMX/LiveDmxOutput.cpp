@@ -25,8 +25,8 @@ void LiveDmxOutput::send(const DmxFrame& frame, const OutputSettings& settings) 
             }
             break;
         case Kind::enttec:
-            if (enttecEnabled && enttec.sendDmx(buffer->second))
-                ++enttecFrames_;
+            if (enttecEnabled)
+                enttec.sendDmx(buffer->second);
             break;
         case Kind::unmapped:
             break;

@@ -21,14 +21,19 @@ public:
 
     /// Packets handed to the Art-Net transport and frames written to the widget since start.
     std::uint64_t artnetPacketsSent() const { return artnetPackets_; }
-    std::uint64_t enttecFramesWritten() const { return enttecFrames_; }
+    std::uint64_t enttecFramesWritten() const {
+        return static_cast<std::uint64_t>(enttec.status().framesWritten);
+    }
+    /// Frames the widget could not take when they were due.
+    std::uint64_t enttecFramesDropped() const {
+        return static_cast<std::uint64_t>(enttec.status().framesDropped);
+    }
 
     EnttecSerialSender enttec;
     ArtNetSender artnet;
 
 private:
     std::uint64_t artnetPackets_ = 0;
-    std::uint64_t enttecFrames_ = 0;
 };
 
 } // namespace kelvo

@@ -4,10 +4,12 @@
 #include <cerrno>
 #include <cstring>
 #include <mutex>
-#include <netdb.h>
+#include <netinet/in.h>
 #include <sys/socket.h>
 #include <system_error>
+#include <thread>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 namespace kelvo {
@@ -53,10 +55,43 @@ bool isTransientConnectError(int error) {
 
 } // namespace
 
+/// Lets lookup threads, which may outlive the socket, post to its queue while it exists.
+struct NWUDPSocket::QueuePost {
+    std::mutex lock;
+    SerialQueue* queue = nullptr;
+
+    void post(std::function<void()> task) {
+        std::lock_guard guard(lock);
+        if (queue)
+            queue->async(std::move(task));
+    }
+};
+
 struct NWUDPSocket::Shared {
-    explicit Shared(Clock c) : clock(std::move(c)) {}
+    Shared(Clock c, HostLookup l, SerialQueue& queue)
+        : clock(std::move(c)), lookUp(std::move(l)), poster(std::make_shared<QueuePost>()) {
+        poster->queue = &queue;
+    }
 
     const Clock clock;
+    const HostLookup lookUp;
+    const std::shared_ptr<QueuePost> poster;
+
+    // The last host name looked up; the transport queue only.
+    struct NameLookup {
+        std::string host;
+        bool pending = false;
+        std::optional<in_addr> address;
+        std::string error;
+        std::chrono::nanoseconds finishedAt{};
+        std::vector<std::weak_ptr<Association>> waiting;
+    } name;
+
+    // On the transport queue: connects `association` once the host's address is known.
+    void connectWhenResolved(const std::string& host,
+                             const std::shared_ptr<Association>& association);
+    void lookupFinished(const std::string& host, const IPv4HostLookup& result);
+
     mutable std::mutex lock;
     std::shared_ptr<Association> connection;
     std::optional<std::string> connectedHost;
@@ -105,6 +140,11 @@ struct NWUDPSocket::Shared {
         }
     }
 
+    void recordDroppedDatagram() {
+        std::lock_guard guard(lock);
+        ++snapshot.datagramsDropped;
+    }
+
     void recordSendFailure(const std::string& error) {
         std::lock_guard guard(lock);
         ++snapshot.sendFailures;
@@ -142,9 +182,7 @@ public:
     void send(std::span<const std::uint8_t> datagram) {
         const int fd = fd_.load(std::memory_order_acquire);
         if (fd >= 0 && !cancelled_.load(std::memory_order_relaxed)) {
-            if (::send(fd, datagram.data(), datagram.size(), MSG_DONTWAIT | MSG_NOSIGNAL) < 0 &&
-                !isCongestion(errno))
-                complete(errno);
+            transmit(fd, datagram);
             return;
         }
         // Not connected yet: the queue holds the datagram until the association is set up.
@@ -154,10 +192,52 @@ public:
         });
     }
 
-private:
     void report(const UDPAssociationState& state) {
         if (const auto owner = owner_.lock())
             owner->recordState(state);
+    }
+
+    bool isCancelled() const { return cancelled_.load(); }
+    const std::weak_ptr<Shared>& owner() const { return owner_; }
+
+    // On the transport queue, once the address is known.
+    void connectTo(in_addr address) {
+        using Kind = UDPAssociationState::Kind;
+        if (cancelled_.load())
+            return;
+        const int fd = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, IPPROTO_UDP);
+        if (fd < 0) {
+            report({Kind::failed, errorText(errno)});
+            return;
+        }
+        // Best effort: the kernel caps it at net.core.wmem_max.
+        ::setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &sendBufferBytes, sizeof sendBufferBytes);
+        // A broadcast address as the host is allowed (connect() refuses it otherwise).
+        const int on = 1;
+        ::setsockopt(fd, SOL_SOCKET, SO_BROADCAST, &on, sizeof on);
+        sockaddr_in target{};
+        target.sin_family = AF_INET;
+        target.sin_port = htons(port_);
+        target.sin_addr = address;
+        if (::connect(fd, reinterpret_cast<const sockaddr*>(&target), sizeof target) != 0) {
+            const int error = errno;
+            ::close(fd);
+            report(
+                {isTransientConnectError(error) ? Kind::waiting : Kind::failed, errorText(error)});
+            return;
+        }
+        fd_.store(fd, std::memory_order_release);
+        report({Kind::ready, {}});
+    }
+
+private:
+    void transmit(int fd, std::span<const std::uint8_t> datagram) {
+        if (::send(fd, datagram.data(), datagram.size(), MSG_DONTWAIT | MSG_NOSIGNAL) >= 0)
+            return;
+        if (!isCongestion(errno))
+            return complete(errno);
+        if (const auto owner = owner_.lock())
+            owner->recordDroppedDatagram();
     }
 
     // The send completion runs on the queue and holds the socket weakly.
@@ -178,49 +258,13 @@ private:
         // readiness deadline or the rebuild mark replaces the association.
         if (fd < 0)
             return;
-        if (::send(fd, datagram.data(), datagram.size(), MSG_DONTWAIT | MSG_NOSIGNAL) < 0 &&
-            !isCongestion(errno))
-            complete(errno);
+        transmit(fd, datagram);
     }
 
     void connectOnQueue() {
-        using Kind = UDPAssociationState::Kind;
-        report({Kind::setup, {}});
-        addrinfo hints{};
-        hints.ai_family = AF_UNSPEC;
-        hints.ai_socktype = SOCK_DGRAM;
-        hints.ai_protocol = IPPROTO_UDP;
-        addrinfo* found = nullptr;
-        const std::string service = std::to_string(port_);
-        const int lookup = ::getaddrinfo(host_.c_str(), service.c_str(), &hints, &found);
-        if (lookup != 0) {
-            const std::string why = lookup == EAI_SYSTEM ? errorText(errno) : gai_strerror(lookup);
-            report({lookup == EAI_AGAIN ? Kind::waiting : Kind::failed, why});
-            return;
-        }
-        report({Kind::preparing, {}});
-        int lastError = EADDRNOTAVAIL;
-        for (const addrinfo* entry = found; entry; entry = entry->ai_next) {
-            const int fd =
-                ::socket(entry->ai_family, entry->ai_socktype | SOCK_CLOEXEC, entry->ai_protocol);
-            if (fd < 0) {
-                lastError = errno;
-                continue;
-            }
-            // Best effort: the kernel caps it at net.core.wmem_max.
-            ::setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &sendBufferBytes, sizeof sendBufferBytes);
-            if (::connect(fd, entry->ai_addr, entry->ai_addrlen) == 0) {
-                ::freeaddrinfo(found);
-                fd_.store(fd, std::memory_order_release);
-                report({Kind::ready, {}});
-                return;
-            }
-            lastError = errno;
-            ::close(fd);
-        }
-        ::freeaddrinfo(found);
-        report({isTransientConnectError(lastError) ? Kind::waiting : Kind::failed,
-                errorText(lastError)});
+        report({UDPAssociationState::Kind::setup, {}});
+        if (const auto owner = owner_.lock())
+            owner->connectWhenResolved(host_, shared_from_this());
     }
 
     const std::string host_;
@@ -231,15 +275,70 @@ private:
     std::atomic<bool> cancelled_{false};
 };
 
+void NWUDPSocket::Shared::connectWhenResolved(const std::string& host,
+                                              const std::shared_ptr<Association>& association) {
+    using Kind = UDPAssociationState::Kind;
+    association->report({Kind::preparing, {}});
+    if (const auto address = parseIPv4Address(host)) {
+        name = {}; // a name typed again later is looked up again
+        return association->connectTo(*address);
+    }
+    if (name.host == host) {
+        if (name.address)
+            return association->connectTo(*name.address);
+        if (name.pending)
+            return name.waiting.push_back(association);
+        if (clock() - name.finishedAt < failedLookupRetry)
+            return association->report({Kind::waiting, name.error});
+    }
+    // A new host, or a name that did not resolve a while ago: look it up, once.
+    name = {host, true, std::nullopt, {}, {}, {association}};
+    std::weak_ptr<Shared> self = association->owner();
+    try {
+        std::thread([self, lookUp = lookUp, post = poster, host] {
+            const IPv4HostLookup result = lookUp(host);
+            post->post([self, host, result] {
+                if (const auto shared = self.lock())
+                    shared->lookupFinished(host, result);
+            });
+        }).detach();
+    } catch (const std::system_error& error) { // no thread to be had: asked again later
+        lookupFinished(host, {std::nullopt, host + ": " + error.what()});
+    }
+}
+
+void NWUDPSocket::Shared::lookupFinished(const std::string& host, const IPv4HostLookup& result) {
+    if (name.host != host || !name.pending)
+        return; // the host changed meanwhile
+    name.pending = false;
+    name.address = result.address;
+    name.error = result.error;
+    name.finishedAt = clock();
+    for (const auto& waiting : std::exchange(name.waiting, {})) {
+        const auto association = waiting.lock();
+        if (!association || association->isCancelled())
+            continue;
+        if (result.address)
+            association->connectTo(*result.address);
+        else
+            association->report({UDPAssociationState::Kind::waiting, result.error});
+    }
+}
+
 std::chrono::nanoseconds NWUDPSocket::steadyNow() {
     return std::chrono::steady_clock::now().time_since_epoch();
 }
 
-NWUDPSocket::NWUDPSocket(Clock clock)
-    : shared_(std::make_shared<Shared>(std::move(clock))),
-      queue_(std::make_unique<SerialQueue>(queueLabel)) {}
+NWUDPSocket::NWUDPSocket(Clock clock, HostLookup lookUp)
+    : queue_(std::make_unique<SerialQueue>(queueLabel)) {
+    shared_ = std::make_shared<Shared>(std::move(clock), std::move(lookUp), *queue_);
+}
 
-NWUDPSocket::~NWUDPSocket() = default;
+NWUDPSocket::~NWUDPSocket() {
+    // A lookup still running finds no queue to answer to.
+    std::lock_guard guard(shared_->poster->lock);
+    shared_->poster->queue = nullptr;
+}
 
 UDPTransportStatus NWUDPSocket::status() const {
     std::lock_guard guard(shared_->lock);

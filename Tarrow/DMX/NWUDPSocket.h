@@ -1,5 +1,6 @@
 #pragma once
 
+#include "DMX/IPv4HostLookup.h"
 #include "DMX/UDPSending.h"
 #include "DMX/UDPTransportStatus.h"
 #include "Support/SerialQueue.h"
@@ -30,17 +31,25 @@ struct UDPAssociationState {
 /// counts a recovery. State reports are not tied to one association: the cancelled report of
 /// a replaced association marks its successor for rebuild as well, so after one rebuild the
 /// next send rebuilds again. The health monitor's recovery count relies on this.
+///
+/// Art-Net is IPv4 only. A host name is looked up on a thread of its own once per change of
+/// host, not per association; while the lookup runs the association is "preparing", and a
+/// name that does not resolve leaves it "waiting" (asked again at most every
+/// `failedLookupRetry`). Broadcast addresses work: the socket may broadcast.
 class NWUDPSocket final : public UDPSending {
 public:
     static constexpr std::chrono::duration<double> readinessDeadline{3.0};
+    static constexpr std::chrono::duration<double> failedLookupRetry{3.0};
     static constexpr const char* queueLabel = "kelvo.bridge.artnet-udp";
     static constexpr std::uint16_t defaultPort = 6454;
 
     /// Monotonic time; tests pass a clock they move themselves.
     using Clock = std::function<std::chrono::nanoseconds()>;
     static std::chrono::nanoseconds steadyNow();
+    /// Blocking name lookup, run on a thread of its own.
+    using HostLookup = std::function<IPv4HostLookup(const std::string& host)>;
 
-    explicit NWUDPSocket(Clock clock = steadyNow);
+    explicit NWUDPSocket(Clock clock = steadyNow, HostLookup lookUp = lookUpIPv4Host);
     ~NWUDPSocket() override;
     NWUDPSocket(const NWUDPSocket&) = delete;
     NWUDPSocket& operator=(const NWUDPSocket&) = delete;
@@ -56,6 +65,7 @@ public:
 
     class Association;
     struct Shared;
+    struct QueuePost;
 
 private:
     std::shared_ptr<Association> resolveConnection(const std::string& host, std::uint16_t port);

@@ -30,7 +30,8 @@ private:
     std::string path_;
 };
 
-/// A serial device that takes whole frames. Both operations throw `SerialPortError`.
+/// A serial device that takes whole frames without ever blocking its caller. `open` and
+/// `write` throw `SerialPortError`.
 class SerialPortWriting {
 public:
     virtual ~SerialPortWriting() = default;
@@ -39,8 +40,10 @@ public:
     /// -1 while closed.
     virtual int fileDescriptor() const = 0;
     virtual void open() = 0;
-    /// Opens first if closed; the frame goes out in one write.
-    virtual void write(std::span<const std::uint8_t> frame) = 0;
+    /// Opens first if closed. True when the device took the frame; false when it cannot take
+    /// it now (its buffer is full): the frame is dropped whole, never cut. Throws
+    /// `writeFailed` when the device is gone or broken.
+    [[nodiscard]] virtual bool write(std::span<const std::uint8_t> frame) = 0;
     virtual void close() = 0;
 };
 

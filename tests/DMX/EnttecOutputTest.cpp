@@ -3,228 +3,157 @@
 #include "DMX/PosixSerialPort.h"
 
 #include "support/PseudoTerminal.h"
+#include "support/TemporaryDirectory.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
-#include <filesystem>
 #include <fstream>
+#include <future>
 #include <numeric>
+#include <sys/ioctl.h>
 #include <termios.h>
-#include <unistd.h>
+#include <thread>
 
 namespace kelvo {
 namespace {
 
 namespace fs = std::filesystem;
+using namespace std::chrono_literals;
 using Bytes = std::vector<std::uint8_t>;
 using testing::ElementsAre;
 using testing_support::PseudoTerminal;
 
-bool isOpenDescriptor(int fd) {
-    return ::fcntl(fd, F_GETFD) != -1;
-}
-
-TEST(EnttecFrame, LayoutAndLengthForEmptyShortAndOversizedInput) {
+TEST(EnttecFrame, LayoutForEmptyShortAndOversizedInputAndTheParametersRequest) {
     EXPECT_THAT(EnttecFrameBuilder::buildSendDmxFrame(Bytes{}),
                 ElementsAre(0x7E, 0x06, 0x01, 0x00, 0x00, 0xE7));
     EXPECT_THAT(EnttecFrameBuilder::buildSendDmxFrame(Bytes{10, 20, 30}),
                 ElementsAre(0x7E, 0x06, 0x04, 0x00, 0x00, 10, 20, 30, 0xE7));
-
     Bytes channels(600);
     std::iota(channels.begin(), channels.end(), 0);
     const Bytes frame = EnttecFrameBuilder::buildSendDmxFrame(channels);
     ASSERT_EQ(frame.size(), 518u);
     EXPECT_THAT(Bytes(frame.begin(), frame.begin() + 5), ElementsAre(0x7E, 0x06, 0x01, 0x02, 0x00));
     EXPECT_EQ(Bytes(frame.begin() + 5, frame.end() - 1),
-              Bytes(channels.begin(), channels.begin() + 512));
+              Bytes(channels.begin(), channels.end() - 88));
     EXPECT_EQ(frame.back(), 0xE7);
+    EXPECT_THAT(EnttecFrameBuilder::buildGetWidgetParametersRequest(),
+                ElementsAre(0x7E, 0x03, 0x02, 0x00, 0x00, 0x00, 0xE7));
 }
 
-TEST(PosixSerialPortOnPty, OpensRaw57600AndDeliversWholeFrames) {
+TEST(PosixSerialPortOnPty, OpensRawExclusiveNonBlockingWithoutFlowControl) {
     PseudoTerminal pty;
     PosixSerialPort port(pty.devicePath());
-    EXPECT_EQ(port.fileDescriptor(), -1);
     port.open();
-    ASSERT_GE(port.fileDescriptor(), 0);
-
+    const int fd = port.fileDescriptor();
     termios settings{};
-    ASSERT_EQ(::tcgetattr(port.fileDescriptor(), &settings), 0);
+    ASSERT_EQ(::tcgetattr(fd, &settings), 0);
     EXPECT_EQ(::cfgetospeed(&settings), B57600);
     EXPECT_EQ(::cfgetispeed(&settings), B57600);
     EXPECT_EQ(settings.c_lflag & (ICANON | ECHO | ISIG | IEXTEN), 0u);
     EXPECT_EQ(settings.c_oflag & OPOST, 0u); // 0x0A must not become 0D 0A
-    EXPECT_EQ(settings.c_iflag & (ICRNL | IXON | ISTRIP), 0u);
-    EXPECT_EQ(settings.c_cflag & CSIZE, static_cast<tcflag_t>(CS8));
-    EXPECT_EQ(::fcntl(port.fileDescriptor(), F_GETFL) & O_NONBLOCK, 0);
+    EXPECT_EQ(settings.c_iflag & (ICRNL | IXON | IXOFF | ISTRIP), 0u);
+    EXPECT_EQ(settings.c_cflag & (CSIZE | CRTSCTS), static_cast<tcflag_t>(CS8));
+    EXPECT_NE(::fcntl(fd, F_GETFL) & O_NONBLOCK, 0);
+    int exclusive = 0;
+    EXPECT_EQ(::ioctl(fd, TIOCGEXCL, &exclusive), 0);
+    EXPECT_EQ(exclusive, 1);
 
     Bytes channels(512);
     for (std::size_t i = 0; i < channels.size(); ++i)
-        channels[i] = static_cast<std::uint8_t>(i * 7); // includes 0x0A, 0x0D, 0x11, 0x13, 0x7F
+        channels[i] = static_cast<std::uint8_t>(i * 7); // includes 0x0A, 0x0D, 0x11, 0x13
     const Bytes frame = EnttecFrameBuilder::buildSendDmxFrame(channels);
-    port.write(frame);
-    port.write(frame);
-    EXPECT_EQ(pty.read(frame.size() * 2), [&] {
-        Bytes twice = frame;
-        twice.insert(twice.end(), frame.begin(), frame.end());
-        return twice;
-    }());
+    ASSERT_TRUE(port.write(frame));
+    EXPECT_EQ(pty.read(frame.size()), frame);
+}
+
+TEST(PosixSerialPortOnPty, WidgetThatStopsDrainingNeverBlocksAndNeverGetsACutFrame) {
+    // A hang guard, not a timing assert: a blocking write would never return.
+    std::promise<void> finished;
+    std::thread watchdog([done = finished.get_future()] {
+        if (done.wait_for(60s) == std::future_status::timeout) {
+            std::fprintf(stderr, "a write blocked on a widget that stopped draining\n");
+            std::abort();
+        }
+    });
+    PseudoTerminal widget;
+    PosixSerialPort port(widget.devicePath());
+    std::map<bool, int> outcomes;
+    for (int i = 0; i < 1000; ++i) // ~500 kB: far beyond what the terminal buffers
+        ++outcomes[port.write(EnttecFrameBuilder::buildSendDmxFrame(Bytes(512, std::uint8_t(i))))];
+    finished.set_value();
+    watchdog.join();
+    EXPECT_GT(outcomes[false], 0);
+
+    // Once drained it takes frames again; what arrived is whole frames only (the one the
+    // driver took in part was completed before any later frame).
+    const Bytes last = {0x7E, 0x06, 0x01, 0x00, 0x00, 0xE7};
+    Bytes stream;
+    const auto drain = [&] {
+        const Bytes chunk = widget.readSome();
+        stream.insert(stream.end(), chunk.begin(), chunk.end());
+        return !chunk.empty();
+    };
+    while (!port.write(last))
+        ASSERT_TRUE(drain());
+    while (stream.size() < last.size() || !std::equal(last.begin(), last.end(), stream.end() - 6))
+        ASSERT_TRUE(drain());
+    std::size_t frames = 0;
+    for (std::size_t at = 0; at < stream.size(); ++frames) {
+        ASSERT_EQ(stream[at], 0x7E) << "a cut frame at byte " << at;
+        at += 4 + (stream[at + 2] | (stream[at + 3] << 8));
+        ASSERT_EQ(stream[at++], 0xE7);
+    }
+    EXPECT_EQ(frames, std::size_t(outcomes[true]) + 1);
 }
 
 TEST(PosixSerialPortOnPty, FailuresCarryTheOperatorTexts) {
-    PosixSerialPort missing("/nonexistent/ttyUSB9");
-    try {
-        missing.open();
-        FAIL() << "opened a missing device";
-    } catch (const SerialPortError& error) {
-        EXPECT_EQ(error.kind(), SerialPortError::Kind::openFailed);
-        EXPECT_STREQ(error.what(), "Failed to open serial port at /nonexistent/ttyUSB9");
-    }
-
-    // A regular file opens but is no terminal: not a serial port.
-    const fs::path file =
-        fs::temp_directory_path() / ("kelvo-not-a-tty-" + std::to_string(::getpid()));
-    std::ofstream(file) << "x";
-    PosixSerialPort notATerminal(file.string());
-    EXPECT_THROW(notATerminal.open(), SerialPortError);
-    EXPECT_EQ(notATerminal.fileDescriptor(), -1);
-    fs::remove(file);
+    const auto failure = [](auto action) -> std::string {
+        try {
+            action();
+        } catch (const SerialPortError& error) {
+            return error.what();
+        }
+        return "no failure";
+    };
+    EXPECT_EQ(failure([] { PosixSerialPort("/nonexistent/ttyUSB9").open(); }),
+              "Failed to open serial port at /nonexistent/ttyUSB9");
+    test::TemporaryDirectory folder;
+    std::ofstream(folder / "file") << "x"; // opens, but is no terminal
+    EXPECT_EQ(failure([&] { PosixSerialPort((folder / "file").string()).open(); }),
+              "Failed to open serial port at " + (folder / "file").string());
 
     PseudoTerminal pty;
     PosixSerialPort port(pty.devicePath());
     port.open();
-    pty.closeController();
-    try {
-        port.write(Bytes{1, 2, 3});
-        FAIL() << "write to a hung-up terminal succeeded";
-    } catch (const SerialPortError& error) {
-        EXPECT_EQ(error.kind(), SerialPortError::Kind::writeFailed);
-        EXPECT_EQ(std::string(error.what()),
-                  "Failed to write to serial port at " + pty.devicePath());
-    }
+    pty.closeController(); // unplugged
+    EXPECT_EQ(failure([&] {
+                  (void)port.write(Bytes{1, 2, 3});
+              }),
+              "Failed to write to serial port at " + pty.devicePath());
 }
 
-class EnttecSenderOnPty : public testing::Test {
-protected:
-    EnttecSerialSender makeSender(std::vector<std::string> candidates) {
-        return EnttecSerialSender(
-            [this](const std::string& path) {
-                ++portsMade[path];
-                return std::make_unique<PosixSerialPort>(path);
-            },
-            [this, candidates] {
-                ++scans;
-                return candidates;
-            });
-    }
-
-    std::map<std::string, int> portsMade;
-    int scans = 0;
-};
-
-TEST_F(EnttecSenderOnPty, SkipsAnUnopenableCandidateAndRemembersTheOneThatOpens) {
-    PseudoTerminal widget;
-    EnttecSerialSender sender = makeSender({"/nonexistent/ttyUSB0", widget.devicePath()});
-
-    ASSERT_TRUE(sender.sendDmx(Bytes{1, 2, 3}));
-    EXPECT_EQ(sender.connectedPortPath(), widget.devicePath());
-    ASSERT_TRUE(sender.sendDmx(Bytes{4, 5}));
-    EXPECT_EQ(scans, 1) << "an open port is reused, not rescanned";
-    EXPECT_EQ(portsMade[widget.devicePath()], 1);
-    EXPECT_THAT(widget.read(9 + 8), ElementsAre(0x7E, 0x06, 0x04, 0x00, 0x00, 1, 2, 3, 0xE7, //
-                                                0x7E, 0x06, 0x03, 0x00, 0x00, 4, 5, 0xE7));
-}
-
-TEST_F(EnttecSenderOnPty, NothingOpensMeansNoFrameAndAScanEveryFrame) {
-    EnttecSerialSender sender = makeSender({"/nonexistent/a", "/nonexistent/b"});
-    EXPECT_FALSE(sender.sendDmx(Bytes{1}));
-    EXPECT_FALSE(sender.sendDmx(Bytes{1}));
-    EXPECT_EQ(scans, 2);
-    EXPECT_EQ(sender.resolvePort(), nullptr);
-    EXPECT_FALSE(sender.connectedPortPath());
-}
-
-TEST_F(EnttecSenderOnPty, FailedWriteDropsThePortAndTheNextFrameRescans) {
-    PseudoTerminal first;
-    PseudoTerminal second;
-    EnttecSerialSender sender = makeSender({first.devicePath(), second.devicePath()});
-    ASSERT_TRUE(sender.sendDmx(Bytes{1, 2}));
-    const int firstDescriptor = sender.resolvePort()->fileDescriptor();
-
-    first.closeController(); // the widget is unplugged
-    EXPECT_FALSE(sender.sendDmx(Bytes{3, 4}));
-    EXPECT_FALSE(sender.connectedPortPath());
-    EXPECT_FALSE(isOpenDescriptor(firstDescriptor)) << "the dropped port's descriptor leaked";
-    // The hung-up device cannot be opened again (its number stays taken while we hold it,
-    // so no other terminal can appear under that path).
-
-    ASSERT_TRUE(sender.sendDmx(Bytes{5, 6}));
-    EXPECT_EQ(scans, 2);
-    EXPECT_EQ(sender.connectedPortPath(), second.devicePath());
-    EXPECT_THAT(second.read(8), ElementsAre(0x7E, 0x06, 0x03, 0x00, 0x00, 5, 6, 0xE7));
-}
-
-TEST_F(EnttecSenderOnPty, DisconnectClosesTheDescriptorAtOnce) {
-    PseudoTerminal widget;
-    EnttecSerialSender sender = makeSender({widget.devicePath()});
-    ASSERT_TRUE(sender.sendDmx(Bytes{1}));
-    const int descriptor = sender.resolvePort()->fileDescriptor();
-    ASSERT_TRUE(isOpenDescriptor(descriptor));
-
-    sender.disconnect();
-    EXPECT_FALSE(isOpenDescriptor(descriptor));
-    EXPECT_FALSE(sender.connectedPortPath());
-    EXPECT_EQ(scans, 1);
-    ASSERT_TRUE(sender.sendDmx(Bytes{2}));
-    EXPECT_EQ(scans, 2) << "the next frame scans again";
-}
-
-class CandidatePaths : public testing::Test {
-protected:
-    void SetUp() override {
-        root = fs::temp_directory_path() /
-               ("kelvo-serial-" + std::to_string(::getpid()) + "-" +
-                testing::UnitTest::GetInstance()->current_test_info()->name());
-        fs::remove_all(root);
-        fs::create_directories(root / "dev");
-        fs::create_directories(root / "by-id");
-        folders = {(root / "dev").string(), (root / "by-id").string()};
-    }
-    void TearDown() override { fs::remove_all(root); }
-
-    void device(const std::string& name) { std::ofstream(root / "dev" / name) << ""; }
-    void link(const std::string& name, const std::string& target) {
-        fs::create_symlink(root / "dev" / target, root / "by-id" / name);
-    }
-    std::string dev(const std::string& name) const { return (root / "dev" / name).string(); }
-    std::string byID(const std::string& name) const { return (root / "by-id" / name).string(); }
-
-    fs::path root;
-    SerialDeviceFolders folders;
-};
-
-TEST_F(CandidatePaths, FixedPathThenMacNamesThenWidgetLinksThenTtyUSBThenTtyACM) {
+TEST(CandidatePaths, FixedPathThenMacNamesThenMakerLinksThenTtyUSBThenTtyACMEachDeviceOnce) {
+    test::TemporaryDirectory root;
+    fs::create_directories(root / "dev");
+    fs::create_directories(root / "by-id");
     for (const char* name : {"ttyACM0", "ttyUSB1", "cu.usbmodem14", "ttyUSB0", "cu.usbserial-A9",
                              "ttyS0", "cu.Bluetooth", "tty.usbserial-A9", "ttyUSB10", "null"})
-        device(name);
-    link("usb-FTDI_FT232R_USB_UART_A1-if00-port0", "ttyUSB1");
-    link("usb-ENTTEC_DMX_USB_PRO_EN1-if00-port0", "ttyUSB0");
+        std::ofstream(root.path() / "dev" / name) << "";
+    const auto link = [&](const std::string& name, const char* target) {
+        fs::create_symlink(root.path() / "dev" / target, root.path() / "by-id" / name);
+        return (root.path() / "by-id" / name).string();
+    };
+    const std::string ftdi = link("usb-FTDI_FT232R_USB_UART_A1-if00-port0", "ttyUSB1");
+    const std::string enttec = link("usb-ENTTEC_DMX_USB_PRO_EN1-if00-port0", "ttyUSB0");
     link("usb-Arduino_Uno_85-if00", "ttyACM0");
+    const auto dev = [&](const char* name) { return (root.path() / "dev" / name).string(); };
 
-    EXPECT_THAT(EnttecSerialSender::defaultCandidatePaths(folders),
+    EXPECT_THAT(EnttecSerialSender::defaultCandidatePaths(
+                    {(root / "dev").string(), (root / "by-id").string()}),
                 ElementsAre("/dev/cu.usbserial-EN419206", dev("cu.usbmodem14"),
-                            dev("cu.usbserial-A9"), byID("usb-ENTTEC_DMX_USB_PRO_EN1-if00-port0"),
-                            byID("usb-FTDI_FT232R_USB_UART_A1-if00-port0"), dev("ttyUSB10"),
-                            dev("ttyACM0")));
-}
-
-TEST_F(CandidatePaths, LowerCaseMakerNamesCountAndMissingFoldersGiveOnlyTheFixedPath) {
-    device("ttyUSB0");
-    link("usb-enttec_open_dmx-if00", "ttyUSB0");
-    EXPECT_THAT(EnttecSerialSender::defaultCandidatePaths(folders),
-                ElementsAre("/dev/cu.usbserial-EN419206", byID("usb-enttec_open_dmx-if00")));
-
+                            dev("cu.usbserial-A9"), enttec, ftdi, dev("ttyUSB10"), dev("ttyACM0")));
     EXPECT_THAT(EnttecSerialSender::defaultCandidatePaths({"/nonexistent/dev", "/nonexistent/id"}),
                 ElementsAre("/dev/cu.usbserial-EN419206"));
 }

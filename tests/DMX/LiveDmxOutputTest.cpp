@@ -18,15 +18,9 @@ using namespace testing_support;
 
 class FanOut : public testing::Test {
 protected:
-    EnttecSerialSender fakeEnttec(std::vector<std::string> candidates = {"/dev/ttyUSB0"}) {
-        return EnttecSerialSender(
-            [this](const std::string& path) {
-                return std::make_unique<FakeSerialPort>(path, serial);
-            },
-            [this, candidates] {
-                ++serial.scans;
-                return candidates;
-            });
+    EnttecSerialSender fakeEnttec() {
+        serial.plugged = {"/dev/ttyUSB0"};
+        return EnttecSerialSender(fakeScanning(serial));
     }
 
     // Universe, sequence and payload of each ArtDmx sent.
@@ -94,43 +88,15 @@ TEST_F(FanOut, SwitchesOffSendNothingAndLeaveTheSequenceAlone) {
     EXPECT_EQ(serial.scans, 0);
 }
 
-TEST_F(FanOut, RouteWithoutBufferIsSkippedAndBufferWithoutRouteGoesNowhere) {
+TEST_F(FanOut, FailingOrFullWidgetNeverStopsArtNet) {
     settings.artnetEnabled = true;
-    settings.routes = {{1, D::enttec()}, {2, D::artnet(0)}};
-    output.send({{5, {1, 2}}}, settings);
-    EXPECT_TRUE(transport->sent.empty());
-    EXPECT_EQ(serial.scans, 0);
-}
-
-TEST_F(FanOut, FailingWidgetNeverStopsArtNetAndIsRescannedNextFrame) {
-    LiveDmxOutput twoWidgets{fakeEnttec({"/dev/ttyUSB0", "/dev/ttyUSB1"}), transport};
-    settings.artnetEnabled = true;
-    settings.routes = {{1, D::enttec()}, {1, D::artnet(3)}};
+    settings.routes = {{1, D::enttec()}, {1, D::artnet(3)}, {2, D::enttec()}, {2, D::artnet(4)}};
+    serial.fullDevices = {"/dev/ttyUSB0"};
+    output.send({{1, {7}}}, settings);
     serial.failingWrites = {"/dev/ttyUSB0"};
-
-    twoWidgets.send({{1, {7}}}, settings);
-    EXPECT_EQ(transport->sent.size(), 1u) << "Art-Net still served after the widget failed";
-    EXPECT_FALSE(twoWidgets.enttec.connectedPortPath());
-    EXPECT_THAT(serial.closed, ElementsAre("/dev/ttyUSB0"));
-
-    serial.failingWrites.clear();
-    serial.unopenable = {"/dev/ttyUSB0"};
-    twoWidgets.send({{1, {8}}}, settings);
-    EXPECT_EQ(serial.scans, 2);
-    EXPECT_EQ(twoWidgets.enttec.connectedPortPath(), "/dev/ttyUSB1");
-    EXPECT_THAT(serial.frames["/dev/ttyUSB1"],
-                ElementsAre(EnttecFrameBuilder::buildSendDmxFrame(Bytes{8})));
-    EXPECT_EQ(transport->sent.size(), 2u);
-}
-
-TEST_F(FanOut, NoWidgetMeansNoFrameButArtNetFlows) {
-    LiveDmxOutput noWidget{fakeEnttec({}), transport};
-    settings.artnetEnabled = true;
-    settings.routes = {{1, D::enttec()}, {1, D::artnet(0)}};
-    noWidget.send({{1, {1}}}, settings);
-    noWidget.send({{1, {1}}}, settings);
-    EXPECT_EQ(serial.scans, 2) << "scanned again every frame, no back-off";
-    EXPECT_EQ(transport->sent.size(), 2u);
+    output.send({{2, {8}}}, settings);
+    EXPECT_EQ(transport->sent.size(), 2u) << "every Art-Net route served";
+    EXPECT_EQ(output.enttec.status(), (EnttecOutputStatus{std::nullopt, 0, 1, 1, {}}));
 }
 
 class OutputConfigurationTest : public FanOut {
@@ -138,33 +104,6 @@ protected:
     MemorySettingsStore store;
     OutputConfiguration configuration{output, store};
 };
-
-TEST_F(OutputConfigurationTest, DefaultsWhenNothingIsStored) {
-    configuration.load();
-    EXPECT_EQ(configuration.settings(), OutputSettings{});
-    EXPECT_FALSE(configuration.settings().artnetEnabled);
-    EXPECT_EQ(configuration.settings().artnetHost, "127.0.0.1");
-    EXPECT_TRUE(configuration.settings().artnetAutoFix);
-    EXPECT_TRUE(configuration.settings().enttecEnabled);
-    EXPECT_THAT(configuration.mappedArtNetUniverses(), ElementsAre(0));
-}
-
-TEST_F(OutputConfigurationTest, StoredValuesReplaceOnlyTheirOwnDefaults) {
-    store.routes = std::vector<UniverseRoute>{{2, D::artnet(5)}};
-    store.artnetEnabled = true; // no host stored
-    store.enttecEnabled = false;
-    configuration.load();
-    EXPECT_EQ(configuration.routes(), (std::vector<UniverseRoute>{{2, D::artnet(5)}}));
-    EXPECT_TRUE(configuration.settings().artnetEnabled);
-    EXPECT_EQ(configuration.settings().artnetHost, "127.0.0.1");
-    EXPECT_FALSE(configuration.settings().enttecEnabled);
-    EXPECT_TRUE(configuration.settings().artnetAutoFix);
-
-    store.routes = std::vector<UniverseRoute>{};
-    configuration.load();
-    EXPECT_TRUE(configuration.routes().empty()) << "a stored empty table is a table";
-    EXPECT_TRUE(configuration.mappedArtNetUniverses().empty());
-}
 
 TEST_F(OutputConfigurationTest, EditorChangesTheFirstRouteSavesAndResendsTheLastFrame) {
     configuration.setArtNetEnabled(true);

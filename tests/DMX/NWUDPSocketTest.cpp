@@ -5,9 +5,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <arpa/inet.h>
 #include <atomic>
 #include <future>
-#include <pthread.h>
 #include <thread>
 
 namespace kelvo {
@@ -45,7 +45,7 @@ protected:
     void releaseQueue() { hold_.set_value(); }
 
     template <typename Predicate> bool eventually(Predicate predicate) {
-        for (int i = 0; i < 200; ++i) {
+        for (int i = 0; i < 1000; ++i) { // a bound for a loaded machine, not a timing rule
             if (predicate(socket.status()))
                 return true;
             std::this_thread::sleep_for(10ms);
@@ -54,38 +54,34 @@ protected:
     }
 
     std::shared_ptr<ManualClock> clock = std::make_shared<ManualClock>();
-    NWUDPSocket socket{[clock = clock] { return clock->now(); }};
+    // Shared with lookup threads, which may outlive the test.
+    struct Lookup {
+        NWUDPSocket::HostLookup answer = lookUpIPv4Host;
+        std::atomic<int> calls = 0;
+        std::promise<void> open;
+        std::shared_future<void> gate = open.get_future().share();
+    };
+    std::shared_ptr<Lookup> lookup = std::make_shared<Lookup>();
+    NWUDPSocket socket{[clock = clock] { return clock->now(); },
+                       [lookup = lookup](const std::string& host) { return lookup->answer(host); }};
     std::promise<void> hold_;
 };
 
-TEST_F(NWUDPSocketOnLoopback, StartsIdleAndTheFirstSendConnectsCountsOnePacketAndDelivers) {
-    EXPECT_EQ(socket.status(), UDPTransportStatus{});
+TEST_F(NWUDPSocketOnLoopback, TheFirstSendConnectsCountsOnePacketAndAReadyOneIsKeptForGood) {
     EXPECT_EQ(socket.status().stateDescription, "idle");
     LoopbackReceiver node;
-    const Bytes first = {1, 2, 3};
     holdQueue();
-    socket.send(first, "127.0.0.1", node.port());
-    UDPTransportStatus status = socket.status();
-    EXPECT_EQ(status.packetsSent, 1);
-    EXPECT_EQ(status.recoveries, 0);
-    EXPECT_FALSE(status.isReady);
-    EXPECT_EQ(status.stateDescription, "connecting");
+    socket.send(Bytes{1}, "127.0.0.1", node.port());
+    EXPECT_EQ(socket.status(), (UDPTransportStatus{false, "connecting", 1, 0, {}, 0, 0}));
     releaseQueue();
-    EXPECT_EQ(node.receive(), first) << "a packet handed over before ready is not lost";
-
+    EXPECT_EQ(node.receive(), Bytes{1}) << "a packet handed over before ready is not lost";
     ASSERT_TRUE(eventually([](const auto& s) { return s.isReady; }));
-    status = socket.status();
-    EXPECT_EQ(status.stateDescription, "ready");
-    EXPECT_FALSE(status.lastError);
+    EXPECT_EQ(socket.status().stateDescription, "ready");
 
-    const Bytes second = {4, 5};
-    socket.send(second, "127.0.0.1", node.port());
-    EXPECT_EQ(node.receive(), second);
-    status = socket.status();
-    EXPECT_EQ(status.packetsSent, 2);
-    EXPECT_EQ(status.recoveries, 0);
-    EXPECT_EQ(status.sendFailures, 0);
-    EXPECT_EQ(status.stateDescription, "ready");
+    clock->advance(3600s); // no deadline once ready
+    socket.send(Bytes{2}, "127.0.0.1", node.port());
+    EXPECT_EQ(node.receive(), Bytes{2});
+    EXPECT_EQ(socket.status(), (UDPTransportStatus{true, "ready", 2, 0, {}, 0, 0}));
 }
 
 TEST_F(NWUDPSocketOnLoopback, NewTargetIsNoRecoveryButTheCancelledReportForcesRebuilds) {
@@ -97,8 +93,7 @@ TEST_F(NWUDPSocketOnLoopback, NewTargetIsNoRecoveryButTheCancelledReportForcesRe
     ASSERT_TRUE(socket.status().isReady);
 
     socket.send(Bytes{2}, "127.0.0.2", b.port());
-    EXPECT_EQ(socket.status().recoveries, 0);
-    EXPECT_EQ(socket.status().packetsSent, 2);
+    EXPECT_EQ(socket.status().recoveries, 0) << "a new target";
     EXPECT_EQ(b.receive(), Bytes{2});
     drainQueue();
     // The old association's "cancelled" report landed after the new one was set up, so the
@@ -128,27 +123,17 @@ TEST_F(NWUDPSocketOnLoopback, RefusedSendMarksFailureAndTheNextSendRecovers) {
         socket.send(Bytes{9}, "127.0.0.1", closed);
         drainQueue();
     }
-    UDPTransportStatus status = socket.status();
-    ASSERT_EQ(status.sendFailures, 1);
-    EXPECT_EQ(status.lastError, std::system_category().message(ECONNREFUSED));
-    EXPECT_EQ(status.stateDescription, "failed");
-    EXPECT_FALSE(status.isReady);
-    EXPECT_EQ(status.recoveries, 0);
-
-    const std::int64_t sentBefore = status.packetsSent;
+    const std::int64_t sent = socket.status().packetsSent;
+    const std::string refused = std::system_category().message(ECONNREFUSED);
+    EXPECT_EQ(socket.status(), (UDPTransportStatus{false, "failed", sent, 1, refused, 0, 0}));
     holdQueue();
     socket.send(Bytes{9}, "127.0.0.1", closed);
-    status = socket.status();
-    EXPECT_EQ(status.recoveries, 1);
-    EXPECT_EQ(status.packetsSent, sentBefore + 1);
-    EXPECT_EQ(status.stateDescription, "connecting");
-
+    EXPECT_EQ(socket.status(),
+              (UDPTransportStatus{false, "connecting", sent + 1, 1, refused, 1, 0}));
     releaseQueue();
     drainQueue();
-    status = socket.status();
-    EXPECT_TRUE(status.isReady);
-    EXPECT_FALSE(status.lastError) << "ready clears the last error";
-    EXPECT_EQ(status.sendFailures, 1) << "failures are never reset";
+    EXPECT_EQ(socket.status(), (UDPTransportStatus{true, "ready", sent + 1, 1, {}, 1, 0}))
+        << "ready clears the last error; failures are never reset";
 }
 
 TEST_F(NWUDPSocketOnLoopback, UnreadyAssociationIsKeptForThreeSecondsThenRebuilt) {
@@ -163,9 +148,7 @@ TEST_F(NWUDPSocketOnLoopback, UnreadyAssociationIsKeptForThreeSecondsThenRebuilt
 
     clock->advance(1ms);
     socket.send(Bytes{3}, "127.0.0.1", node.port());
-    EXPECT_EQ(socket.status().recoveries, 1);
-    EXPECT_EQ(socket.status().packetsSent, 3);
-    EXPECT_EQ(socket.status().stateDescription, "connecting");
+    EXPECT_EQ(socket.status(), (UDPTransportStatus{false, "connecting", 3, 0, {}, 1, 0}));
 
     // The new association's deadline starts at its own creation.
     clock->advance(2s);
@@ -180,15 +163,76 @@ TEST_F(NWUDPSocketOnLoopback, UnreadyAssociationIsKeptForThreeSecondsThenRebuilt
     EXPECT_EQ(delivered, (std::multiset<Bytes>{{1}, {2}, {3}, {4}}));
 }
 
-TEST_F(NWUDPSocketOnLoopback, ReadyAssociationHasNoDeadline) {
+TEST(IPv4HostLookupTest, AddressesAndNamesGiveIPv4OnlyAndIPv6IsRefusedPlainly) {
+    const auto text = [](const IPv4HostLookup& found) {
+        char buffer[INET_ADDRSTRLEN] = {};
+        return found.address
+                   ? std::string(::inet_ntop(AF_INET, &*found.address, buffer, sizeof buffer))
+                   : found.error;
+    };
+    EXPECT_EQ(text(lookUpIPv4Host("10.0.0.255")), "10.0.0.255");
+    EXPECT_EQ(text(lookUpIPv4Host("localhost")), "127.0.0.1");
+    EXPECT_EQ(text(lookUpIPv4Host("::1")), "Art-Net needs an IPv4 address; ::1 is IPv6.");
+    EXPECT_FALSE(parseIPv4Address("localhost"));
+}
+
+// Names resolve through a lookup the test controls; it answers from another thread.
+class NWUDPSocketWithNames : public NWUDPSocketOnLoopback {
+protected:
+    NWUDPSocketWithNames() {
+        lookup->answer = [l = lookup.get()](const std::string& host) {
+            ++l->calls;
+            l->gate.wait();
+            return host == "node.example" ? IPv4HostLookup{parseIPv4Address("127.0.0.1"), {}}
+                                          : IPv4HostLookup{std::nullopt, host + ": unknown"};
+        };
+    }
+    ~NWUDPSocketWithNames() override {
+        if (lookup->gate.wait_for(0s) != std::future_status::ready)
+            lookup->open.set_value();
+    }
+    bool lookupsReach(int count) {
+        for (int i = 0; i < 1000 && lookup->calls < count; ++i)
+            std::this_thread::sleep_for(10ms);
+        return lookup->calls == count;
+    }
+};
+
+TEST_F(NWUDPSocketWithNames, ANameIsLookedUpOncePerChangeOfHostWhileTheAssociationPrepares) {
     LoopbackReceiver node;
-    socket.send(Bytes{1}, "127.0.0.1", node.port());
+    socket.send(Bytes{1}, "node.example", node.port());
+    ASSERT_TRUE(eventually([](const auto& s) { return s.stateDescription == "preparing"; }));
+    socket.send(Bytes{2}, "node.example", node.port()); // dropped: no address yet
+    lookup->open.set_value();
+    ASSERT_TRUE(eventually([](const auto& s) { return s.isReady; }));
+    for (int i = 0; i < 8; ++i) { // a change of host and back, then rebuilds
+        socket.send(Bytes{3}, i == 3 ? "127.0.0.1" : "node.example", node.port());
+        drainQueue();
+    }
+    EXPECT_EQ(socket.status().recoveries, 3);
+    EXPECT_TRUE(lookupsReach(2)) << "looked up again after the host changed, not per rebuild";
+    EXPECT_EQ(node.receive(), Bytes{3});
+}
+
+TEST_F(NWUDPSocketWithNames, ANameThatDoesNotResolveIsWaitingAndAskedAgainAfterTheDeadline) {
+    lookup->open.set_value();
+    const std::uint16_t port = closedLoopbackPort();
+    socket.send(Bytes{1}, "127.0.0.1", port);
     drainQueue();
-    clock->advance(3600s);
-    socket.send(Bytes{2}, "127.0.0.1", node.port());
-    EXPECT_EQ(socket.status().recoveries, 0);
-    EXPECT_EQ(node.receive(), Bytes{1});
-    EXPECT_EQ(node.receive(), Bytes{2});
+    socket.send(Bytes{1}, "nowhere.example", port);
+    ASSERT_TRUE(eventually([](const auto& s) { return s.stateDescription == "waiting"; }));
+    EXPECT_EQ(socket.status().lastError, "nowhere.example: unknown");
+    for (int i = 0; i < 20; ++i) { // the replaced association's report keeps forcing rebuilds
+        socket.send(Bytes{1}, "nowhere.example", port);
+        drainQueue();
+    }
+    EXPECT_EQ(socket.status().recoveries, 20);
+    EXPECT_EQ(socket.status().stateDescription, "waiting");
+    EXPECT_EQ(lookup->calls, 1) << "a rebuild does not ask again";
+
+    clock->advance(3001ms);
+    socket.send(Bytes{1}, "nowhere.example", port);
+    EXPECT_TRUE(lookupsReach(2));
 }
 
 } // namespace

@@ -1,11 +1,13 @@
 #pragma once
 
+#include "DMX/EnttecWidgetFinder.h"
 #include "DMX/OutputSettings.h"
 #include "DMX/SerialPortWriting.h"
 #include "DMX/UDPSending.h"
 
 #include <map>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -29,8 +31,13 @@ public:
 /// What happened to the fake serial devices, by path.
 struct SerialBench {
     std::map<std::string, std::vector<std::vector<std::uint8_t>>> frames;
+    std::vector<std::string> plugged; ///< the candidates, in order
     std::vector<std::string> unopenable;
     std::vector<std::string> failingWrites;
+    std::vector<std::string> fullDevices; ///< take no frame now
+    std::vector<std::string> notWidgets;  ///< identified as something else
+    std::map<std::string, int> identified;
+    std::mutex lock; ///< held while a port opens or closes: scans may run on a worker
     std::vector<std::string> opened;
     std::vector<std::string> closed;
     int scans = 0;
@@ -39,9 +46,11 @@ struct SerialBench {
 class FakeSerialPort final : public SerialPortWriting {
 public:
     FakeSerialPort(std::string path, SerialBench& bench) : path_(std::move(path)), bench_(bench) {}
+    ~FakeSerialPort() override { close(); }
     const std::string& path() const override { return path_; }
     int fileDescriptor() const override { return fd_; }
     void open() override {
+        std::lock_guard guard(bench_.lock);
         if (fd_ >= 0)
             return;
         if (std::count(bench_.unopenable.begin(), bench_.unopenable.end(), path_))
@@ -49,13 +58,17 @@ public:
         fd_ = 42;
         bench_.opened.push_back(path_);
     }
-    void write(std::span<const std::uint8_t> frame) override {
+    bool write(std::span<const std::uint8_t> frame) override {
         open();
         if (std::count(bench_.failingWrites.begin(), bench_.failingWrites.end(), path_))
             throw SerialPortError::writeFailed(path_);
+        if (std::count(bench_.fullDevices.begin(), bench_.fullDevices.end(), path_))
+            return false;
         bench_.frames[path_].emplace_back(frame.begin(), frame.end());
+        return true;
     }
     void close() override {
+        std::lock_guard guard(bench_.lock);
         if (fd_ >= 0)
             bench_.closed.push_back(path_);
         fd_ = -1;
@@ -66,6 +79,25 @@ private:
     SerialBench& bench_;
     int fd_ = -1;
 };
+
+/// Scans the bench's devices on the caller's thread; `identify` replaces the real rules.
+inline EnttecScanning fakeScanning(
+    SerialBench& bench, EnttecScanning::Runner run = [](auto task) { task(); }) {
+    return {[&bench](const std::string& path) -> std::unique_ptr<SerialPortWriting> {
+                return std::make_unique<FakeSerialPort>(path, bench);
+            },
+            [&bench] {
+                ++bench.scans;
+                return bench.plugged;
+            },
+            [&bench](const std::string& path, SerialPortWriting&) {
+                ++bench.identified[path];
+                return std::count(bench.notWidgets.begin(), bench.notWidgets.end(), path)
+                           ? WidgetVerdict::notWidget
+                           : WidgetVerdict::widget;
+            },
+            std::move(run)};
+}
 
 /// A settings store in memory that logs each write in order.
 class MemorySettingsStore final : public OutputSettingsStore {

@@ -2,35 +2,24 @@
 
 #include <gtest/gtest.h>
 
-#include <unordered_set>
-
 namespace kelvo {
 namespace {
 
 using D = UniverseRoute::Destination;
 
-TEST(UniverseRouteJson, RoundTripsEveryCase) {
+TEST(UniverseRouteJson, RoundTripsEveryCaseAndReadsTheDocumentedForm) {
     const std::vector<UniverseRoute> routes = {
         {1, D::enttec()}, {2, D::artnet(0)}, {7, D::artnet(32767)}, {3, D::unmapped()}};
-    const std::string json = encodeUniverseRoutes(routes);
-    EXPECT_NE(json.find(R"({"destination":{"artnet":{"universe":0}},"virtualUniverse":2})"),
-              std::string::npos)
-        << json;
-    EXPECT_NE(json.find(R"("enttec":{})"), std::string::npos);
-    EXPECT_NE(json.find(R"("unmapped":{})"), std::string::npos);
-    EXPECT_EQ(decodeUniverseRoutes(json), routes);
+    EXPECT_EQ(decodeUniverseRoutes(encodeUniverseRoutes(routes)), routes);
+    EXPECT_EQ(
+        decodeUniverseRoutes(
+            R"([{"virtualUniverse":2,"destination":{"artnet":{"universe":0}}},
+                      {"virtualUniverse":1,"destination":{"enttec":{}}},
+                      {"virtualUniverse":3,"destination":{"unmapped":{}}}])"),
+        (std::vector<UniverseRoute>{{2, D::artnet(0)}, {1, D::enttec()}, {3, D::unmapped()}}));
 }
 
-TEST(UniverseRouteJson, DecodesTheDocumentedExamples) {
-    const auto routes = decodeUniverseRoutes(
-        R"([{"virtualUniverse":2,"destination":{"artnet":{"universe":0}}},
-            {"virtualUniverse":1,"destination":{"enttec":{}}}])");
-    ASSERT_TRUE(routes);
-    EXPECT_EQ(*routes, (std::vector<UniverseRoute>{{2, D::artnet(0)}, {1, D::enttec()}}));
-    EXPECT_EQ(decodeUniverseRoutes("[]"), std::vector<UniverseRoute>{});
-}
-
-TEST(UniverseRouteJson, DestinationNeedsExactlyOneKey) {
+TEST(UniverseRouteJson, AnyBadEntryDiscardsTheWholeList) {
     for (const char* json :
          {R"([{"virtualUniverse":1,"destination":{}}])",
           R"([{"virtualUniverse":1,"destination":{"enttec":{},"unmapped":{}}}])"}) {
@@ -38,9 +27,6 @@ TEST(UniverseRouteJson, DestinationNeedsExactlyOneKey) {
         EXPECT_EQ(decodeUniverseRoutes(json, &error), std::nullopt) << json;
         EXPECT_EQ(error, "Invalid number of keys found, expected one.");
     }
-}
-
-TEST(UniverseRouteJson, AnyBadEntryDiscardsTheWholeList) {
     const char* hostile[] = {
         "",
         "{",
@@ -82,15 +68,6 @@ TEST(UniverseRouteTable, DefaultsAndMappedUniverses) {
     const std::vector<UniverseRoute> routes = {
         {1, D::artnet(5)}, {2, D::enttec()}, {3, D::artnet(1)}, {4, D::artnet(5)}};
     EXPECT_EQ(mappedArtNetUniverses(routes), (std::vector<std::int64_t>{5, 1, 5}));
-}
-
-TEST(UniverseRouteValue, EqualityAndHashCompareCaseThenUniverse) {
-    EXPECT_EQ(D::enttec(), D::enttec());
-    EXPECT_NE(D::artnet(0), D::unmapped());
-    EXPECT_NE(D::artnet(0), D::artnet(1));
-    std::unordered_set<UniverseRoute> set = {
-        {1, D::artnet(0)}, {1, D::artnet(0)}, {1, D::enttec()}};
-    EXPECT_EQ(set.size(), 2u);
 }
 
 TEST(UniverseRouteDesk, DescribesTheFirstMatchingRoute) {

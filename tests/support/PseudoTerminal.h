@@ -23,9 +23,12 @@ public:
     PseudoTerminal& operator=(const PseudoTerminal&) = delete;
 
     const std::string& devicePath() const { return path_; }
+    int controllerDescriptor() const { return controller_; }
 
     /// Reads exactly `count` bytes, waiting at most two seconds; fewer on timeout.
     std::vector<std::uint8_t> read(std::size_t count);
+    /// What one read returns once bytes are there (waiting at most two seconds).
+    std::vector<std::uint8_t> readSome();
     /// Hangs up: later writes on the device side fail.
     void closeController();
 
@@ -62,6 +65,14 @@ inline std::vector<std::uint8_t> PseudoTerminal::read(std::size_t count) {
             break;
         bytes.insert(bytes.end(), chunk, chunk + got);
     }
+    return bytes;
+}
+
+inline std::vector<std::uint8_t> PseudoTerminal::readSome() {
+    pollfd entry{controller_, POLLIN, 0};
+    std::vector<std::uint8_t> bytes(4096);
+    const ssize_t got = ::poll(&entry, 1, 2000) > 0 ? ::read(controller_, bytes.data(), 4096) : 0;
+    bytes.resize(got > 0 ? static_cast<std::size_t>(got) : 0);
     return bytes;
 }
 

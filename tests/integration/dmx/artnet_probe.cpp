@@ -2,9 +2,10 @@
 // NWUDPSocket) so integration tests can check them with independent Art-Net software.
 //
 //   artnet_probe --host H [--port P] [--universe U] [--frames N] [--interval-ms MS]
-//                [--values 1,2,3] [--poll] [--listen PORT]
+//                [--values 1,2,3] [--listen PORT]
 //
-// --listen binds 127.0.0.1:PORT and drains it, so a loopback capture sees a listening node.
+// --listen binds 0.0.0.0:PORT (so broadcasts arrive too), drains it, so a capture sees a
+// listening node, and prints how many datagrams arrived.
 //
 //   artnet_probe --discover BROADCAST [--timeout-ms MS]
 //
@@ -24,8 +25,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <map>
 #include <netinet/in.h>
 #include <poll.h>
+#include <set>
 #include <sstream>
 #include <string>
 #include <sys/socket.h>
@@ -61,15 +64,15 @@ std::vector<std::uint8_t> parseValues(const std::string& text) {
     return values;
 }
 
-// Accepts and discards datagrams on a loopback port until destroyed.
-class LoopbackListener {
+// Accepts and counts datagrams on a port of every address until destroyed.
+class Listener {
 public:
-    explicit LoopbackListener(std::uint16_t port) {
+    explicit Listener(std::uint16_t port) {
         fd_ = ::socket(AF_INET, SOCK_DGRAM, 0);
         sockaddr_in local{};
         local.sin_family = AF_INET;
         local.sin_port = htons(port);
-        local.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        local.sin_addr.s_addr = htonl(INADDR_ANY);
         if (fd_ < 0 || ::bind(fd_, reinterpret_cast<sockaddr*>(&local), sizeof local) != 0) {
             std::perror("artnet_probe: bind");
             std::exit(3);
@@ -78,18 +81,20 @@ public:
             std::uint8_t buffer[2048];
             while (!stop_) {
                 pollfd entry{fd_, POLLIN, 0};
-                if (::poll(&entry, 1, 20) > 0)
-                    (void)::recv(fd_, buffer, sizeof buffer, 0);
+                if (::poll(&entry, 1, 20) > 0 && ::recv(fd_, buffer, sizeof buffer, 0) > 0)
+                    ++received_;
             }
         });
     }
-    ~LoopbackListener() {
+    ~Listener() {
         stop_ = true;
         thread_.join();
         ::close(fd_);
     }
+    int received() const { return received_; }
 
 private:
+    std::atomic<int> received_ = 0;
     int fd_ = -1;
     std::atomic<bool> stop_ = false;
     std::thread thread_;
@@ -151,65 +156,42 @@ int discover(const std::string& broadcast, int timeoutMs) {
 } // namespace
 
 int main(int argc, char** argv) {
-    std::string host;
-    int port = 6454;
-    std::int64_t universe = 0;
-    int frames = 1;
-    int intervalMs = 25;
-    std::vector<std::uint8_t> values = {255, 128, 0, 64};
-    bool poll = false;
-    int listenPort = -1;
-    std::string discoverBroadcast;
-    int timeoutMs = 3000;
-    for (int i = 1; i < argc; ++i) {
-        const std::string arg = argv[i];
-        const auto next = [&]() -> std::string {
-            if (i + 1 >= argc) {
-                std::fprintf(stderr, "artnet_probe: %s needs a value\n", arg.c_str());
-                std::exit(2);
-            }
-            return argv[++i];
-        };
-        if (arg == "--host")
-            host = next();
-        else if (arg == "--port")
-            port = std::stoi(next());
-        else if (arg == "--universe")
-            universe = std::stoll(next());
-        else if (arg == "--frames")
-            frames = std::stoi(next());
-        else if (arg == "--interval-ms")
-            intervalMs = std::stoi(next());
-        else if (arg == "--values")
-            values = parseValues(next());
-        else if (arg == "--poll")
-            poll = true;
-        else if (arg == "--discover")
-            discoverBroadcast = next();
-        else if (arg == "--timeout-ms")
-            timeoutMs = std::stoi(next());
-        else if (arg == "--listen")
-            listenPort = std::stoi(next());
-        else {
-            std::fprintf(stderr, "artnet_probe: unknown option %s\n", arg.c_str());
+    // Every option takes a value.
+    const std::set<std::string> known = {"--host",   "--port",        "--universe",
+                                         "--frames", "--interval-ms", "--values",
+                                         "--listen", "--discover",    "--timeout-ms"};
+    std::map<std::string, std::string> options;
+    for (int i = 1; i < argc; i += 2) {
+        if (!known.contains(argv[i]) || i + 1 >= argc) {
+            std::fprintf(stderr, "artnet_probe: unknown option or missing value: %s\n", argv[i]);
             return 2;
         }
+        options[argv[i]] = argv[i + 1];
     }
-    if (!discoverBroadcast.empty())
-        return discover(discoverBroadcast, timeoutMs);
+    const auto option = [&](const char* name, const char* fallback) {
+        const auto found = options.find(name);
+        return found == options.end() ? std::string(fallback) : found->second;
+    };
+    if (options.contains("--discover"))
+        return discover(options["--discover"], std::stoi(option("--timeout-ms", "3000")));
+    const std::string host = option("--host", "");
+    const int port = std::stoi(option("--port", "6454"));
+    const std::int64_t universe = std::stoll(option("--universe", "0"));
+    const int frames = std::stoi(option("--frames", "1"));
+    const int intervalMs = std::stoi(option("--interval-ms", "25"));
+    const std::vector<std::uint8_t> values = parseValues(option("--values", "255,128,0,64"));
+    const int listenPort = std::stoi(option("--listen", "-1"));
     if (host.empty()) {
         std::fprintf(stderr, "artnet_probe: --host is required\n");
         return 2;
     }
 
-    std::unique_ptr<LoopbackListener> listener;
+    std::unique_ptr<Listener> listener;
     if (listenPort >= 0)
-        listener = std::make_unique<LoopbackListener>(static_cast<std::uint16_t>(listenPort));
+        listener = std::make_unique<Listener>(static_cast<std::uint16_t>(listenPort));
 
     auto socket = std::make_shared<NWUDPSocket>();
     auto transport = std::make_shared<FixedPort>(socket, static_cast<std::uint16_t>(port));
-    if (poll)
-        transport->send(ArtNetPacketBuilder::buildArtPollPacket(), host, 0);
 
     LiveDmxOutput output(EnttecSerialSender([](const std::string&) { return nullptr; },
                                             [] { return std::vector<std::string>{}; }),
@@ -221,7 +203,8 @@ int main(int argc, char** argv) {
     settings.routes = {{1, UniverseRoute::Destination::artnet(universe)}};
     for (int frame = 0; frame < frames; ++frame) {
         output.send({{1, values}}, settings);
-        std::this_thread::sleep_for(std::chrono::milliseconds(intervalMs));
+        if (intervalMs > 0)
+            std::this_thread::sleep_for(std::chrono::milliseconds(intervalMs));
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(100)); // let completions land
 
@@ -231,5 +214,8 @@ int main(int argc, char** argv) {
                 static_cast<long long>(status.sendFailures),
                 static_cast<long long>(status.recoveries), status.stateDescription.c_str(),
                 status.lastError.value_or("-").c_str());
+    std::printf("datagramsDropped=%lld\n", static_cast<long long>(status.datagramsDropped));
+    if (listener)
+        std::printf("received=%d\n", listener->received());
     return 0;
 }

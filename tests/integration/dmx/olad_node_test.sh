@@ -2,7 +2,7 @@
 [ -n "${KELVO_TRACE:-}" ] && set -x
 # OLA's olad as the Art-Net node: it answers our ArtPoll with a 239-byte ArtPollReply that our
 # parser reads, and OLA's own recorder reads back exactly the channel values LiveDmxOutput
-# sent on the universe the node reported.
+# sent on the universe the node reported. Port 0 is given: the transport must use 6454.
 #
 # Topology, all created here and torn down on exit: this script runs in a private network
 # namespace (10.201.0.1) joined by a veth pair to a second namespace where olad runs
@@ -94,7 +94,7 @@ ip netns exec "$node_ns" env --default-signal=INT ola_recorder --record "$work/s
 recorder=$!
 wait_for_line "$work/recorder.log" "Recording" 10 || fail "ola_recorder did not start"
 sleep 0.3
-status=$("$probe" --host "$node_ip" --universe "$universe" --frames 10 --interval-ms 25 --values "$values")
+status=$("$probe" --host "$node_ip" --port 0 --universe "$universe" --frames 10 --interval-ms 25 --values "$values")
 echo "$status"
 [[ "$status" == "packetsSent=10 sendFailures=0 recoveries=0 state=ready"* ]] || fail "transport status"
 sleep 0.3
