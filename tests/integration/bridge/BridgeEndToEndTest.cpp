@@ -31,6 +31,29 @@ int run(const std::vector<std::string>& arguments, const std::string& output) {
     return pid > 0 ? waitForExit(pid) : -1;
 }
 
+/// Starts `arguments` with stdout a pipe whose reader has gone, stderr to `errors`.
+pid_t spawnIntoClosedPipe(std::vector<std::string> arguments, const std::string& errors) {
+    int ends[2];
+    if (::pipe(ends) != 0)
+        return -1;
+    std::vector<char*> argv;
+    for (std::string& argument : arguments)
+        argv.push_back(argument.data());
+    argv.push_back(nullptr);
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, ends[1], 1);
+    posix_spawn_file_actions_addclose(&actions, ends[0]);
+    posix_spawn_file_actions_addopen(&actions, 2, errors.c_str(), O_WRONLY | O_CREAT, 0644);
+    pid_t pid = -1;
+    if (::posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ) != 0)
+        pid = -1;
+    posix_spawn_file_actions_destroy(&actions);
+    ::close(ends[0]);
+    ::close(ends[1]);
+    return pid;
+}
+
 /// A private cache, settings and Downloads folder seeded with the demo show, and a track.
 class BridgeEndToEnd : public testing::Test {
 protected:
@@ -121,6 +144,47 @@ TEST_F(BridgeEndToEnd, ArtDmxFollowsTheBeat) {
         intervals.push_back(peaks[i] - peaks[i - 1]);
     std::nth_element(intervals.begin(), intervals.begin() + intervals.size() / 2, intervals.end());
     EXPECT_NEAR(intervals[intervals.size() / 2], 0.5, 0.05) << "median time between light peaks";
+}
+
+TEST_F(BridgeEndToEnd, SpinningScriptHoldsTheLastLookAndSaysSo) {
+    // The development engine, whose steps spin forever after the first two seconds.
+    std::ofstream(dir / "data" / "KelvoBridge" / "engine.js")
+        << readText(std::string(KELVO_SOURCE_DIR) + "/devcloud/harness/engine.js")
+        << readText(std::string(KELVO_SOURCE_DIR) + "/bench/harnesses/step_spins.js");
+    testing_support::LoopbackReceiver node("127.0.0.1", 6454);
+    const pid_t bridge =
+        spawn({KELVO_BRIDGE, "--headless", "--audio-file", track, "--artnet", "on", "--artnet-host",
+               "127.0.0.1", "--enttec", "off", "--route", "1=artnet:0", "--run-seconds", "7"},
+              dir / "bridge.log");
+    ASSERT_GT(bridge, 0);
+    const auto start = Clock::now();
+    std::vector<Received> late;
+    while (Clock::now() - start < std::chrono::seconds(8)) {
+        const auto datagram = node.receive(500);
+        const double seconds = std::chrono::duration<double>(Clock::now() - start).count();
+        if (datagram && seconds > 4 && seconds < 7)
+            late.push_back({seconds, *datagram});
+    }
+    ASSERT_EQ(waitForExit(bridge), 0) << readText(dir / "bridge.log");
+    EXPECT_NE(readText(dir / "bridge.log")
+                  .find("Lighting engine script stopped responding — holding the last look"),
+              std::string::npos)
+        << readText(dir / "bridge.log");
+    EXPECT_GT(late.size(), 150u) << "about 60 packets a second go on";
+    for (const Received& packet : late)
+        ASSERT_TRUE(std::equal(packet.bytes.begin() + 18, packet.bytes.end(),
+                               late.front().bytes.begin() + 18, late.front().bytes.end()))
+            << "the last look holds, at " << packet.seconds << " s";
+}
+
+TEST_F(BridgeEndToEnd, ClosedStdoutDoesNotEndTheBridge) {
+    const pid_t bridge =
+        spawnIntoClosedPipe({KELVO_BRIDGE, "--headless", "--audio-file", track, "--artnet", "off",
+                             "--enttec", "off", "--run-seconds", "2.5"},
+                            dir / "bridge.err");
+    ASSERT_GT(bridge, 0);
+    EXPECT_EQ(waitForExit(bridge), 0) << "status lines into a closed pipe\n"
+                                      << readText(dir / "bridge.err");
 }
 
 TEST_F(BridgeEndToEnd, SigtermDuringARecordingLeavesAFinishedWav) {
