@@ -4,13 +4,31 @@
 #include "Engine/Script/RepeatedLineLimiter.h"
 #include "Engine/Script/ScriptString.h"
 
+#include <jsc/jsc.h>
+
 #include <cstdio>
 #include <mutex>
 
 namespace kelvo::script {
 
+namespace {
+
+// JavaScriptCore stops optimised code that overruns its time limit by signalling the thread,
+// and that was seen to deadlock: the signal sender waiting for a thread that spins on. With
+// polling traps the compiled loops check for themselves and every timeout lands. Options must
+// be set before the first context exists.
+JSGlobalContextRef createContext() {
+    static const bool pollingTraps = jsc_options_set_boolean("usePollingTraps", TRUE);
+    if (!pollingTraps)
+        std::fputs("JavaScriptCore has no polling traps: a hanging script may not be stopped\n",
+                   stderr);
+    return JSGlobalContextCreate(nullptr);
+}
+
+} // namespace
+
 ScriptContext::ScriptContext()
-    : context_(JSGlobalContextCreate(nullptr)), handler_(&ScriptContext::printToStandardOutput) {}
+    : context_(createContext()), handler_(&ScriptContext::printToStandardOutput) {}
 
 ScriptContext::~ScriptContext() {
     // The group may outlive this object while the collector holds it.
