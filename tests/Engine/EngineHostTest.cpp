@@ -166,28 +166,10 @@ TEST_F(RecordingHost, SustainedDropCountsOnceAndRecentDropsKeepEight) {
     EXPECT_EQ(host.automaticDropCount(), 11);
     ASSERT_EQ(host.recentDrops().size(), 8u);
     EXPECT_EQ(host.recentDrops().front(), "25.0s") << "newest first";
-    const DropDiagnostics diagnostics = host.dropDiagnostics();
-    EXPECT_EQ(diagnostics.eventCount, 11);
-    EXPECT_EQ(diagnostics.recentEvents, host.recentDrops());
-    EXPECT_DOUBLE_EQ(diagnostics.audioSeconds, 25.0);
 
     host.replaceDropDetector();
     EXPECT_EQ(host.automaticDropCount(), 0);
     EXPECT_TRUE(host.recentDrops().empty());
-}
-
-TEST_F(RecordingHost, DiagnosticsStatusFollowsTheDetector) {
-    EXPECT_EQ(host.dropDiagnostics().status, "listening");
-    host.updateClassical(std::vector<MicHop>{hop(0, 0, 0, -20, 1.0)});
-    EXPECT_EQ(host.dropDiagnostics().status, "armed");
-    host.updateClassical(std::vector<MicHop>{hop(0.2, 0, 0)});
-    EXPECT_EQ(host.dropDiagnostics().status, "drop");
-}
-
-TEST_F(RecordingHost, NonFiniteDropLevelsBecomeZero) {
-    host.updateClassical(std::vector<MicHop>{hop(std::numeric_limits<double>::infinity(), 0, 0)});
-    EXPECT_EQ(host.lastBeat().drop, 0.0);
-    EXPECT_EQ(host.automaticDropCount(), 0);
 }
 
 TEST_F(RecordingHost, ShowLoadAppliesOptionsAndControlFromState) {
@@ -216,14 +198,6 @@ TEST_F(RecordingHost, ShowLoadAppliesOptionsAndControlFromState) {
                              {"modeLerp", 0},
                              {"themeName", "Sunset"},
                              {"manualDimmer", 1.0}}));
-}
-
-TEST_F(RecordingHost, FixturesThatAreNotAllMapsSkipTheOptionsCall) {
-    loadShow({{"result", json::object()}, {"fixtures", {{{"id", "a"}}, 3}}});
-    ASSERT_EQ(loggedCalls(host, "build").size(), 1u);
-    EXPECT_TRUE(loggedCalls(host, "applyFixtureOptions").empty());
-    host.applyFixtureOptions(json::array({{{"id", 1}}, {{"name", "x"}}}));
-    EXPECT_TRUE(loggedCalls(host, "applyFixtureOptions").empty());
 }
 
 TEST_F(RecordingHost, ApplyControlMapRules) {
@@ -261,12 +235,9 @@ TEST(EngineHostManualDimmer, FirstMatchWins) {
     EXPECT_EQ(
         EngineHost::manualDimmer({{"manual_dimmer", 3}, {"manual_fixture_dimmers", {{"a", 0.1}}}}),
         1.0);
-    EXPECT_EQ(EngineHost::manualDimmer({{"manual_fixture_dimmers", {{"a", 0.2}, {"b", 1.7}}}}),
-              1.0);
     EXPECT_EQ(EngineHost::manualDimmer({{"manual_fixture_dimmers", {{"a", -2}, {"b", "x"}}}}), 0.0);
     EXPECT_EQ(EngineHost::manualDimmer({{"manual_fixture_dimmers", json::object()}}), std::nullopt);
     EXPECT_EQ(EngineHost::manualDimmer({{"manual_fixture_dimmers", {{"a", "0.5"}}}}), std::nullopt);
-    EXPECT_EQ(EngineHost::manualDimmer({{"manual_dimmer", "0.5"}}), std::nullopt);
     EXPECT_EQ(EngineHost::manualDimmer(json::array()), std::nullopt);
 }
 
@@ -383,21 +354,17 @@ TEST(EngineHostTimeLimit, ScriptThatRunsOutOfTimeIsLeftAloneThenRetried) {
     EXPECT_EQ(host.fault(), EngineScriptFault::stoppedResponding);
     clock->advance(999ms);
     EXPECT_FALSE(host.hasRealizedShow());
-    EXPECT_EQ(host.updateClassical(std::vector<MicHop>{hop(0, 0, 0)}), std::nullopt);
     host.applyControl({.modeId = "wash"});
     clock->advance(1ms);
     ASSERT_TRUE(host.hasRealizedShow());
     EXPECT_TRUE(loggedCalls(host, "applyControl").empty()) << "nothing ran while left alone";
 
-    // Another timeout in a row waits twice as long; a step in time starts over.
+    // Another timeout in a row waits twice as long.
     EXPECT_EQ(host.step(R"({"spin":true})", 0.016, false), std::nullopt);
     clock->advance(1s);
     EXPECT_FALSE(host.hasRealizedShow());
     clock->advance(1s);
     EXPECT_EQ(host.step("{}", 0.016, false), (DmxFrame{{1, {7}}}));
-    EXPECT_EQ(host.step(R"({"spin":true})", 0.016, false), std::nullopt);
-    clock->advance(1s);
-    EXPECT_TRUE(host.hasRealizedShow());
     EXPECT_EQ(faults, (std::vector<std::optional<EngineScriptFault>>{
                           EngineScriptFault::stoppedResponding, std::nullopt,
                           EngineScriptFault::stoppedResponding}));
@@ -429,17 +396,15 @@ TEST(RepeatedLineLimiter, HoldsBackRepeatsWithinTheWindow) {
         std::optional<std::string> printed;
     } cases[] = {
         {0, "A", "A"},
-        {1, "A", std::nullopt},
         {2, "B", "B"},
         {3, "A", std::nullopt},
+        {4, "A", std::nullopt},
         {10, "A", "A (repeated 2 times since last shown)"},
         {11, "B", std::nullopt},
         {12, "C", "C"}, // two remembered: B, printed longest ago, is forgotten
         {13, "B", "B"},
-        {22, "C", "C"},
-        {23, "A", "A"},
-        {24, "A", std::nullopt},
-        {40, "A", "A (repeated once since last shown)"},
+        {14, "B", std::nullopt},
+        {23, "B", "B (repeated once since last shown)"},
     };
     for (const auto& c : cases)
         EXPECT_EQ(limiter.admit(c.line, std::chrono::seconds(c.second)), c.printed)
@@ -481,24 +446,17 @@ TEST_F(RecordingHost, NewHarnessDropsTheShowAndResetsState) {
     EXPECT_FALSE(host.hasRealizedShow());
     EXPECT_EQ(host.classicalClock(), 0.0);
     EXPECT_EQ(host.lastBeat(), BeatReadout{});
-    EXPECT_TRUE(host.lightingPlot().lamps.empty());
-    EXPECT_EQ(host.automaticDropCount(), 0);
     EXPECT_EQ(host.latestFrameJSON(), std::nullopt);
 }
 
 TEST_F(RecordingHost, ForcedDropShiftsAndPerformanceClock) {
     loadShow({{"result", json::object()}});
     host.setForcedDrop(true);
-    host.setForcedDrop(false);
-    EXPECT_EQ(loggedCalls(host, "setForcedDrop"), (std::vector<json>{true, false}));
-    host.shiftLighting();
     host.shiftColorScheme();
-    host.shiftColorScheme();
-    EXPECT_EQ(loggedCalls(host, "shiftLighting"), (std::vector<json>{0}))
+    EXPECT_EQ(loggedCalls(host, "setForcedDrop"), (std::vector<json>{true}));
+    EXPECT_EQ(loggedCalls(host, "shiftColorScheme"), (std::vector<json>{0}))
         << "called without arguments";
-    EXPECT_EQ(loggedCalls(host, "shiftColorScheme"), (std::vector<json>{0, 0}));
-    const auto payload = json::parse(*host.interpretationPayload());
-    const double now = payload["now"].get<double>();
+    const double now = json::parse(*host.interpretationPayload())["now"].get<double>();
     const double expected = std::chrono::duration<double, std::milli>(
                                 std::chrono::system_clock::now().time_since_epoch())
                                 .count();

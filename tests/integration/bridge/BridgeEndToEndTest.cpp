@@ -31,29 +31,6 @@ int run(const std::vector<std::string>& arguments, const std::string& output) {
     return pid > 0 ? waitForExit(pid) : -1;
 }
 
-/// Starts `arguments` with stdout a pipe whose reader has gone, stderr to `errors`.
-pid_t spawnIntoClosedPipe(std::vector<std::string> arguments, const std::string& errors) {
-    int ends[2];
-    if (::pipe(ends) != 0)
-        return -1;
-    std::vector<char*> argv;
-    for (std::string& argument : arguments)
-        argv.push_back(argument.data());
-    argv.push_back(nullptr);
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, ends[1], 1);
-    posix_spawn_file_actions_addclose(&actions, ends[0]);
-    posix_spawn_file_actions_addopen(&actions, 2, errors.c_str(), O_WRONLY | O_CREAT, 0644);
-    pid_t pid = -1;
-    if (::posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ) != 0)
-        pid = -1;
-    posix_spawn_file_actions_destroy(&actions);
-    ::close(ends[0]);
-    ::close(ends[1]);
-    return pid;
-}
-
 /// A private cache, settings and Downloads folder seeded with the demo show, and a track.
 class BridgeEndToEnd : public testing::Test {
 protected:
@@ -106,11 +83,9 @@ TEST_F(BridgeEndToEnd, ArtDmxFollowsTheBeat) {
     ASSERT_GT(packets.size(), 600u) << "about 60 packets a second for 14 s\n" << log;
     for (std::size_t i = 0; i < packets.size(); ++i) {
         const auto& bytes = packets[i].bytes;
+        // The packet layout is the DMX tests' business; here one sequence runs through.
         ASSERT_GE(bytes.size(), 18u);
-        ASSERT_EQ(std::string(bytes.begin(), bytes.begin() + 8), std::string("Art-Net\0", 8));
-        ASSERT_EQ(bytes[8] | (bytes[9] << 8), 0x5000) << "ArtDmx";
         ASSERT_EQ(bytes[14] | (bytes[15] << 8), 0) << "universe 0";
-        ASSERT_NE(bytes[12], 0) << "sequence is never 0";
         if (i > 0) {
             ASSERT_EQ(bytes[12], packets[i - 1].bytes[12] % 255 + 1) << "one shared sequence";
         }
@@ -126,11 +101,6 @@ TEST_F(BridgeEndToEnd, ArtDmxFollowsTheBeat) {
         levels.push_back(std::accumulate(packet.bytes.begin() + 18, packet.bytes.end(), 0.0));
     }
     ASSERT_GT(levels.size(), 300u);
-    if (const char* dump = std::getenv("KELVO_E2E_DUMP")) {
-        std::ofstream out(dump);
-        for (std::size_t i = 0; i < levels.size(); ++i)
-            out << times[i] << " " << levels[i] << "\n";
-    }
     const auto [low, high] = std::minmax_element(levels.begin(), levels.end());
     ASSERT_GT(*high - *low, 1000.0) << "the lights move";
     const double jump = 0.15 * (*high - *low);
@@ -178,13 +148,13 @@ TEST_F(BridgeEndToEnd, SpinningScriptHoldsTheLastLookAndSaysSo) {
 }
 
 TEST_F(BridgeEndToEnd, ClosedStdoutDoesNotEndTheBridge) {
-    const pid_t bridge =
-        spawnIntoClosedPipe({KELVO_BRIDGE, "--headless", "--audio-file", track, "--artnet", "off",
-                             "--enttec", "off", "--run-seconds", "2.5"},
-                            dir / "bridge.err");
-    ASSERT_GT(bridge, 0);
-    EXPECT_EQ(waitForExit(bridge), 0) << "status lines into a closed pipe\n"
-                                      << readText(dir / "bridge.err");
+    // Status lines piped into a program that has exited; the pipeline fails with the bridge.
+    EXPECT_EQ(run({"/bin/bash", "-c", "set -o pipefail; \"$@\" | true", "bash", KELVO_BRIDGE,
+                   "--headless", "--audio-file", track, "--artnet", "off", "--enttec", "off",
+                   "--run-seconds", "2.5"},
+                  dir / "bridge.log"),
+              0)
+        << readText(dir / "bridge.log");
 }
 
 TEST_F(BridgeEndToEnd, SigtermDuringARecordingLeavesAFinishedWav) {
