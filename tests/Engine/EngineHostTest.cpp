@@ -359,12 +359,15 @@ TEST(EngineHostTimeLimit, ScriptThatRunsOutOfTimeIsLeftAloneThenRetried) {
     ASSERT_TRUE(host.hasRealizedShow());
     EXPECT_TRUE(loggedCalls(host, "applyControl").empty()) << "nothing ran while left alone";
 
-    // Another timeout in a row waits twice as long.
+    // Another timeout in a row waits twice as long; a step in time starts over.
     EXPECT_EQ(host.step(R"({"spin":true})", 0.016, false), std::nullopt);
     clock->advance(1s);
     EXPECT_FALSE(host.hasRealizedShow());
     clock->advance(1s);
     EXPECT_EQ(host.step("{}", 0.016, false), (DmxFrame{{1, {7}}}));
+    EXPECT_EQ(host.step(R"({"spin":true})", 0.016, false), std::nullopt);
+    clock->advance(1s);
+    EXPECT_TRUE(host.hasRealizedShow()) << "a step in time started the delays over";
     EXPECT_EQ(faults, (std::vector<std::optional<EngineScriptFault>>{
                           EngineScriptFault::stoppedResponding, std::nullopt,
                           EngineScriptFault::stoppedResponding}));
