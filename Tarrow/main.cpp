@@ -62,6 +62,8 @@ int main(int argc, char** argv) {
     action.sa_flags = SA_RESTART;
     sigaction(SIGINT, &action, nullptr);
     sigaction(SIGTERM, &action, nullptr);
+    // Status lines piped into a program that exits must not end the show.
+    std::signal(SIGPIPE, SIG_IGN);
 
     kelvo::HeadlessBridge bridge(kelvo::HeadlessBridge::makeModel(parsed.options), parsed.options);
     QObject::connect(&app, &QCoreApplication::aboutToQuit, &bridge,

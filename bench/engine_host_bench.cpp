@@ -1,4 +1,6 @@
 #include "Engine/EngineHost.h"
+#include "Engine/Script/ScriptContext.h"
+#include "Engine/Script/ScriptString.h"
 
 #include <benchmark/benchmark.h>
 
@@ -66,5 +68,20 @@ BENCHMARK(BM_DmxJsonToBuffers)
     ->Unit(benchmark::kMicrosecond)
     ->Repetitions(5)
     ->ReportAggregatesOnly(true);
+
+// One call into a trivial script function, with the execution time limit every host call runs
+// under (argument 1) and without it (0): what bounding each call costs.
+static void BM_ScriptCall(benchmark::State& state) {
+    kelvo::script::ScriptContext context;
+    if (state.range(0))
+        context.setTimeLimit(std::chrono::milliseconds(10));
+    context.evaluate("function f(x) { return x + 1; }");
+    const kelvo::script::ScriptString name("f");
+    const kelvo::script::Value self = context.global();
+    const kelvo::script::Value argument = context.number(1);
+    for (auto _ : state)
+        benchmark::DoNotOptimize(self.call(name, {argument}).ref());
+}
+BENCHMARK(BM_ScriptCall)->Arg(0)->Arg(1)->Repetitions(5)->ReportAggregatesOnly(true);
 
 BENCHMARK_MAIN();

@@ -2,6 +2,7 @@
 
 #include "DMX/NWUDPSocket.h"
 #include "Engine/ArtNetVariants.h"
+#include "Engine/BundledHarness.h"
 #include "Engine/ModelVariants.h"
 #include "Support/ChangeNotification.h"
 #include "Support/Logging.h"
@@ -162,8 +163,18 @@ void AppModel::bootstrap() {
 
     outputs_.load();
 
+    // The status line says when the script fails, hangs or had to be replaced, until it runs.
+    disconnect(&engine_, &EngineHost::faultChanged, this, nullptr);
+    connect(&engine_, &EngineHost::faultChanged, this, [this](auto previous, auto current) {
+        if (current)
+            setStatusMessage(QString::fromUtf8(description(*current)));
+        else if (previous && statusMessage_ == QString::fromUtf8(description(*previous)))
+            setStatusMessage({});
+    });
     if (const std::optional<QByteArray> harness = cache_->loadHarnessJS())
         engine_.loadHarness(std::string_view(harness->constData(), std::size_t(harness->size())));
+    else
+        engine_.loadHarness(bundledHarnessScript());
     if (const std::optional<QByteArray> snapshot = cache_->loadShowSnapshot())
         engine_.loadCachedShow(
             std::string_view(snapshot->constData(), std::size_t(snapshot->size())));

@@ -1,5 +1,6 @@
 #include "Engine/EngineHost.h"
 
+#include "Engine/BundledHarness.h"
 #include "Engine/Script/ScriptContext.h"
 #include "Engine/Script/ScriptString.h"
 #include "Engine/Script/ScriptValue.h"
@@ -103,10 +104,49 @@ std::string formatSeconds(double seconds) {
     return text;
 }
 
+/// Loading a show may take longer than one call of a running show.
+class LoadTimeLimit {
+public:
+    LoadTimeLimit(ScriptContext& context, const ScriptTimeLimits& limits)
+        : context_(context), limits_(limits) {
+        context_.setTimeLimit(limits_.load);
+    }
+    ~LoadTimeLimit() { context_.setTimeLimit(limits_.call); }
+    LoadTimeLimit(const LoadTimeLimit&) = delete;
+    LoadTimeLimit& operator=(const LoadTimeLimit&) = delete;
+
+private:
+    ScriptContext& context_;
+    const ScriptTimeLimits& limits_;
+};
+
+constexpr const char* stepFailedText = "Lighting engine script error — holding the last look.";
+constexpr const char* stoppedRespondingText =
+    "Lighting engine script stopped responding — holding the last look and retrying.";
+constexpr const char* loadTookTooLongText =
+    "Lighting engine script took too long to load — running the built-in engine.";
+
 } // namespace
 
-EngineHost::EngineHost()
-    : scripts_(std::make_unique<Scripts>()), names_(std::make_unique<Names>()) {}
+const char* description(EngineScriptFault fault) {
+    switch (fault) {
+    case EngineScriptFault::stepFailed:
+        return stepFailedText;
+    case EngineScriptFault::stoppedResponding:
+        return stoppedRespondingText;
+    case EngineScriptFault::loadTookTooLong:
+        return loadTookTooLongText;
+    }
+    return stepFailedText;
+}
+
+EngineHost::EngineHost(QObject* parent)
+    : EngineHost(std::make_shared<SteadyMonotonicClock>(), ScriptTimeLimits{}, parent) {}
+
+EngineHost::EngineHost(std::shared_ptr<const MonotonicClock> clock, ScriptTimeLimits limits,
+                       QObject* parent)
+    : QObject(parent), clock_(std::move(clock)), limits_(limits),
+      scripts_(std::make_unique<Scripts>()), names_(std::make_unique<Names>()) {}
 
 EngineHost::~EngineHost() {
     releaseScriptObjects();
@@ -133,9 +173,56 @@ static std::optional<std::string> stringify(ScriptContext& context, const Value&
     return text.toString();
 }
 
-void EngineHost::loadHarness(std::string_view source) {
+bool EngineHost::scriptMayRun() {
+    if (!context_)
+        return false;
+    if (!context_->isSuspended())
+        return true;
+    if (!retryAt_ || clock_->now() < *retryAt_)
+        return false;
+    retryAt_.reset();
+    context_->resume();
+    return true;
+}
+
+Value EngineHost::readySession() {
+    if (!scriptMayRun())
+        return {};
+    return scripts_->session.view();
+}
+
+void EngineHost::scriptTimedOut() {
+    retryAt_ = clock_->now() + retryDelay_;
+    retryDelay_ = std::min(retryDelay_ * 2, longestRetryDelay);
+    setFaults(EngineScriptFault::stoppedResponding, loadFault_);
+}
+
+void EngineHost::setFaults(std::optional<EngineScriptFault> run,
+                           std::optional<EngineScriptFault> load) {
+    const std::optional<EngineScriptFault> before = fault();
+    runFault_ = run;
+    loadFault_ = load;
+    if (fault() != before)
+        emit faultChanged(before, fault());
+}
+
+bool EngineHost::loadHarness(std::string_view source) {
+    if (tryLoadHarness(source)) {
+        setFaults(std::nullopt, std::nullopt);
+        return true;
+    }
+    // A harness that hangs at load would hang every start from the cache.
+    tryLoadHarness(bundledHarnessScript());
+    setFaults(std::nullopt, EngineScriptFault::loadTookTooLong);
+    return false;
+}
+
+bool EngineHost::tryLoadHarness(std::string_view source) {
     const Names& n = *names_;
     auto context = std::make_unique<ScriptContext>();
+    bool ranOutOfTime = false;
+    context->setTimeoutHandler([&ranOutOfTime] { ranOutOfTime = true; });
+    context->setTimeLimit(limits_.load);
 
     Value performance = context->newObject();
     ScriptString nowName("now");
@@ -148,6 +235,8 @@ void EngineHost::loadHarness(std::string_view source) {
 
     releaseScriptObjects();
     context_ = std::move(context);
+    retryAt_.reset();
+    retryDelay_ = firstRetryDelay;
     classicalClock_ = 0;
     lastNormalizedBands_ = {};
     lastBeat_ = {};
@@ -169,12 +258,22 @@ void EngineHost::loadHarness(std::string_view source) {
             scripts_->dropDetectorConstructor = ProtectedValue(detector);
     }
     replaceDropDetector();
+    if (ranOutOfTime) {
+        releaseScriptObjects();
+        context_.reset();
+        return false;
+    }
+    context_->setTimeoutHandler([this] { scriptTimedOut(); });
+    context_->setTimeLimit(limits_.call);
+    return true;
 }
 
 void EngineHost::replaceDropDetector() {
+    // While the script is left alone the old detector stays; only the counts start over.
     const Value constructor = scripts_->dropDetectorConstructor.view();
-    scripts_->dropDetector =
-        constructor.isPresent() ? ProtectedValue(constructor.construct()) : ProtectedValue();
+    if (!context_ || !context_->isSuspended())
+        scripts_->dropDetector =
+            constructor.isPresent() ? ProtectedValue(constructor.construct()) : ProtectedValue();
     dropArmed_ = false;
     automaticDropCount_ = 0;
     recentDrops_.clear();
@@ -205,9 +304,10 @@ EngineHost::fixturePositionsFromSubset(std::string_view subsetJSON) {
 }
 
 void EngineHost::loadCachedShow(std::string_view subsetJSON) {
-    const Value session = scripts_->session.view();
-    if (!context_ || !session.isPresent() || !isValidUTF8(subsetJSON))
+    const Value session = readySession();
+    if (!session.isPresent() || !isValidUTF8(subsetJSON))
         return;
+    const LoadTimeLimit limit(*context_, limits_);
     const Value subset = context_->evaluate("(" + std::string(subsetJSON) + ")");
     session.call(names_->loadShow, {subset});
     fixturePositions_ = fixturePositionsFromSubset(subsetJSON);
@@ -216,13 +316,14 @@ void EngineHost::loadCachedShow(std::string_view subsetJSON) {
 std::optional<std::string> EngineHost::loadShow(const nlohmann::json& activeShow,
                                                 const nlohmann::json& controlState) {
     const Names& n = *names_;
-    const Value session = scripts_->session.view();
-    if (!context_ || !session.isPresent())
+    const Value session = readySession();
+    if (!session.isPresent())
         return std::nullopt;
     const Value engine = context_->global().get(n.bridgeEngine);
     const Value build = engine.get(n.buildShowSnapshotSubset);
     if (!engine.isPresent() || !build.isPresent())
         return std::nullopt;
+    const LoadTimeLimit limit(*context_, limits_);
 
     const Value show = context_->parseJSON(scriptText(activeShow));
     const Value control = context_->parseJSON(scriptText(controlState));
@@ -251,8 +352,8 @@ std::optional<std::string> EngineHost::loadShow(const nlohmann::json& activeShow
 }
 
 void EngineHost::applyFixtureOptions(const nlohmann::json& fixtures) {
-    const Value session = scripts_->session.view();
-    if (!context_ || !session.isPresent() || !fixtures.is_array())
+    const Value session = readySession();
+    if (!session.isPresent() || !fixtures.is_array())
         return;
     nlohmann::json list = nlohmann::json::array();
     for (const nlohmann::json& fixture : fixtures) {
@@ -273,8 +374,8 @@ void EngineHost::applyFixtureOptions(const nlohmann::json& fixtures) {
 }
 
 void EngineHost::applyControl(const EngineControl& control) {
-    const Value session = scripts_->session.view();
-    if (!context_ || !session.isPresent())
+    const Value session = readySession();
+    if (!session.isPresent())
         return;
     nlohmann::ordered_json map = nlohmann::ordered_json::object();
     if (control.themes)
@@ -315,9 +416,9 @@ std::optional<double> EngineHost::manualDimmer(const nlohmann::json& controlStat
     return clampUnit(*largest);
 }
 
-bool EngineHost::hasRealizedShow() const {
-    const Value session = scripts_->session.view();
-    if (!context_ || !session.isPresent())
+bool EngineHost::hasRealizedShow() {
+    const Value session = readySession();
+    if (!session.isPresent())
         return false;
     const Value director = session.get(names_->director);
     if (!director.isPresent())
@@ -326,21 +427,21 @@ bool EngineHost::hasRealizedShow() const {
 }
 
 void EngineHost::setForcedDrop(bool on) {
-    const Value session = scripts_->session.view();
-    if (!context_ || !session.isPresent())
+    const Value session = readySession();
+    if (!session.isPresent())
         return;
     session.call(names_->setForcedDrop, {context_->boolean(on)});
 }
 
 void EngineHost::shiftLighting() {
-    const Value session = scripts_->session.view();
-    if (context_ && session.isPresent())
+    const Value session = readySession();
+    if (session.isPresent())
         session.call(names_->shiftLighting);
 }
 
 void EngineHost::shiftColorScheme() {
-    const Value session = scripts_->session.view();
-    if (context_ && session.isPresent())
+    const Value session = readySession();
+    if (session.isPresent())
         session.call(names_->shiftColorScheme);
 }
 
@@ -355,7 +456,7 @@ bool EngineHost::updateFrame(const MicHop& hop, bool& beat, bool& downbeat) {
     const Names& n = *names_;
     const Value tracker = scripts_->beatTracker.view();
     const Value normalizer = scripts_->bandNormalizer.view();
-    if (!context_ || !tracker.isPresent() || !normalizer.isPresent())
+    if (!scriptMayRun() || !tracker.isPresent() || !normalizer.isPresent())
         return false;
     ScriptContext& js = *context_;
     // The clock and the decibel window never see a negative duration; the detector and the
@@ -420,7 +521,7 @@ bool EngineHost::updateFrame(const MicHop& hop, bool& beat, bool& downbeat) {
 }
 
 std::optional<std::string> EngineHost::updateClassical(std::span<const MicHop> hops) {
-    if (!context_ || hops.empty())
+    if (!scriptMayRun() || hops.empty())
         return std::nullopt;
     bool beat = false, downbeat = false, produced = false;
     for (const MicHop& hop : hops)
@@ -440,7 +541,7 @@ std::optional<std::string> EngineHost::updateClassical(std::span<const MicHop> h
 
 std::optional<std::string> EngineHost::latestFrameJSON() {
     const Value frame = scripts_->lastFrame.view();
-    if (!context_ || !frame.isPresent())
+    if (!scriptMayRun() || !frame.isPresent())
         return std::nullopt;
     frame.set(names_->beat, context_->boolean(false));
     frame.set(names_->downbeat, context_->boolean(false));
@@ -456,7 +557,16 @@ std::optional<DmxFrame> EngineHost::step(std::string_view frameJSON, double dt,
         return std::nullopt;
     ScriptContext& js = *context_;
     const Value frame = js.evaluate("(" + std::string(frameJSON) + ")");
+    const std::uint64_t exceptionsBefore = js.exceptionCount();
     const Value result = scripts_->session.view().call(n.step, {frame, js.number(dt)});
+    if (js.isSuspended())
+        return std::nullopt; // ran out of time: already reported
+    if (js.exceptionCount() != exceptionsBefore) {
+        setFaults(EngineScriptFault::stepFailed, loadFault_);
+        return std::nullopt;
+    }
+    retryDelay_ = firstRetryDelay;
+    setFaults(std::nullopt, loadFault_);
 
     if (refreshVisuals) {
         // Plot: at most 14 fixtures, evenly strided, each at its known position.
@@ -503,9 +613,11 @@ std::optional<DmxFrame> EngineHost::step(std::string_view frameJSON, double dt,
 
     const Value dmx = result.get(n.dmx);
     if (!dmx.isObject())
-        return DmxFrame{};
+        return std::nullopt;
     const std::optional<std::string> text = stringify(js, dmx, n.json, n.stringify);
-    return text ? parseDmxBuffersJSON(*text) : DmxFrame{};
+    if (!text)
+        return std::nullopt;
+    return parseDmxBuffersJSON(*text);
 }
 
 DropDiagnostics EngineHost::dropDiagnostics() const {

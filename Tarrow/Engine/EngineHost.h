@@ -5,10 +5,13 @@
 #include "DMX/DmxFrame.h"
 #include "Engine/DropDiagnostics.h"
 #include "Engine/LightingPlot.h"
+#include "Engine/MonotonicClock.h"
 #include "Show/ShowOptions.h"
 
+#include <QObject>
 #include <nlohmann/json.hpp>
 
+#include <chrono>
 #include <map>
 #include <memory>
 #include <optional>
@@ -22,6 +25,7 @@ namespace kelvo {
 namespace script {
 class ScriptContext;
 class ProtectedValue;
+class Value;
 } // namespace script
 
 /// Live control handed to the director session; every field may be absent.
@@ -34,17 +38,45 @@ struct EngineControl {
     std::optional<double> manualDimmer = std::nullopt;
 };
 
+/// Why the harness script is not lighting the show as it should.
+enum class EngineScriptFault {
+    stepFailed,        ///< its step threw
+    stoppedResponding, ///< a call ran out of time; the script is left alone for a while
+    loadTookTooLong,   ///< the harness ran out of time at load; the built-in one runs instead
+};
+
+/// The operator-facing text of a fault.
+const char* description(EngineScriptFault fault);
+
+/// How long the script may run. Each call while the show runs must leave a 60 Hz tick on time;
+/// loading the harness, its constructors and a show may take longer.
+struct ScriptTimeLimits {
+    std::chrono::microseconds call = std::chrono::milliseconds(10);
+    std::chrono::microseconds load = std::chrono::seconds(1);
+};
+
 /// Hosts the harness script in JavaScriptCore: runs the classical audio chain hop by hop, drives
 /// the director session and turns its results into DMX buffers, the plot and the live scheme.
 /// Main thread only. No operation throws; script exceptions are printed and swallowed.
-class EngineHost {
+///
+/// Every call into the script is bounded in time. After a call runs out, the script is left
+/// alone (every operation is a no-op, `step` yields nothing, so the last buffers keep going out)
+/// for `firstRetryDelay`, doubling with each further timeout up to `longestRetryDelay`; a step
+/// that finishes in time starts over.
+class EngineHost : public QObject {
+    Q_OBJECT
 public:
-    EngineHost();
-    ~EngineHost();
-    EngineHost(const EngineHost&) = delete;
-    EngineHost& operator=(const EngineHost&) = delete;
+    static constexpr MonotonicClock::Duration firstRetryDelay = std::chrono::seconds(1);
+    static constexpr MonotonicClock::Duration longestRetryDelay = std::chrono::seconds(8);
 
-    void loadHarness(std::string_view source);
+    explicit EngineHost(QObject* parent = nullptr);
+    EngineHost(std::shared_ptr<const MonotonicClock> clock, ScriptTimeLimits limits,
+               QObject* parent = nullptr);
+    ~EngineHost() override;
+
+    /// Loads the harness. One that runs out of time at load is not used: the built-in engine is
+    /// loaded instead and false returned.
+    bool loadHarness(std::string_view source);
     void loadCachedShow(std::string_view subsetJSON);
     /// Builds the show subset in the script, loads it and applies fixture options and control
     /// state; the subset as UTF-8 JSON for the cache, or nullopt.
@@ -52,7 +84,7 @@ public:
                                         const nlohmann::json& controlState);
     void applyControl(const EngineControl& control);
     void applyFixtureOptions(const nlohmann::json& fixtures);
-    bool hasRealizedShow() const;
+    bool hasRealizedShow();
     void setForcedDrop(bool on);
     /// The session's "shiftLighting" and "shiftColorScheme" (no arguments); nothing without a
     /// session.
@@ -65,7 +97,8 @@ public:
     std::optional<std::string> updateClassical(std::span<const MicHop> hops);
     /// The last beat frame again with its beat flags cleared, for ticks without new audio.
     std::optional<std::string> latestFrameJSON();
-    /// One session step; nullopt without a realized show.
+    /// One session step; nullopt without a realized show, or when the step threw, ran out of
+    /// time or gave no `dmx` object (the caller keeps its last buffers).
     std::optional<DmxFrame> step(std::string_view frameJSON, double dt, bool refreshVisuals);
 
     DropDiagnostics dropDiagnostics() const;
@@ -80,6 +113,8 @@ public:
     bool dropArmed() const { return dropArmed_; }
     bool hasContext() const { return context_ != nullptr; }
     bool hasSession() const;
+    /// The fault shown to the operator: a running fault before a load fault.
+    std::optional<EngineScriptFault> fault() const { return runFault_ ? runFault_ : loadFault_; }
 
     /// The manual dimmer a control-state map asks for: "manual_dimmer", else the largest of
     /// "manual_fixture_dimmers", clamped to 0...1; nullopt when neither gives a number.
@@ -91,14 +126,34 @@ public:
 
     static constexpr std::size_t maximumRecentDrops = 8;
 
+signals:
+    /// The fault shown to the operator changed; either may be absent.
+    void faultChanged(std::optional<EngineScriptFault> previous,
+                      std::optional<EngineScriptFault> current);
+
 private:
     struct Names;
     struct Scripts;
 
+    /// Loads within the load limit; false when the script ran out of time.
+    bool tryLoadHarness(std::string_view source);
+    /// True when a context exists and may be called now; ends a back-off that is over.
+    bool scriptMayRun();
+    /// The director session when it may be called now, else absent. Every session call goes
+    /// through here.
+    script::Value readySession();
+    void scriptTimedOut();
+    void setFaults(std::optional<EngineScriptFault> run, std::optional<EngineScriptFault> load);
     /// One hop through the classical chain; false when it produced no beat frame.
     bool updateFrame(const MicHop& hop, bool& beat, bool& downbeat);
     void releaseScriptObjects();
 
+    std::shared_ptr<const MonotonicClock> clock_;
+    ScriptTimeLimits limits_;
+    std::optional<MonotonicClock::Duration> retryAt_; // left alone until then after a timeout
+    MonotonicClock::Duration retryDelay_ = firstRetryDelay;
+    std::optional<EngineScriptFault> runFault_;
+    std::optional<EngineScriptFault> loadFault_;
     std::unique_ptr<script::ScriptContext> context_;
     std::unique_ptr<Scripts> scripts_; // session, trackers, detector: all die before the context
     bool dropArmed_ = false;

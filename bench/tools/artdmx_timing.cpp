@@ -3,7 +3,8 @@
 //   artdmx-timing SECONDS [--universe U] [--rises]
 // It listens for SECONDS after the first packet (waiting at most 30 s for it); the first
 // packet's CLOCK_REALTIME lets a script measure start-up. With --rises it also lists when
-// channel 1 went from 0 to lit (CLOCK_REALTIME ns), to time light against sound.
+// channel 1 went from 0 to lit (CLOCK_REALTIME ns), to time light against sound. The rate of
+// every universe heard is reported too.
 #include <algorithm>
 #include <arpa/inet.h>
 #include <chrono>
@@ -11,6 +12,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <map>
 #include <netinet/in.h>
 #include <poll.h>
 #include <string>
@@ -61,6 +63,7 @@ int main(int argc, char** argv) {
         return 1;
     }
     std::vector<double> arrivals, rises;
+    std::map<int, std::vector<double>> arrivalsByUniverse;
     bool lit = false;
     double first = -1;
     const double start = realtimeSeconds();
@@ -76,8 +79,10 @@ int main(int argc, char** argv) {
         const ssize_t size = ::recv(fd, buffer.data(), buffer.size(), 0);
         const double at = realtimeSeconds();
         if (size < 18 || std::memcmp(buffer.data(), "Art-Net", 8) != 0 ||
-            (buffer[8] | (buffer[9] << 8)) != 0x5000 ||
-            (buffer[14] | (buffer[15] << 8)) != universe)
+            (buffer[8] | (buffer[9] << 8)) != 0x5000)
+            continue;
+        arrivalsByUniverse[buffer[14] | (buffer[15] << 8)].push_back(at);
+        if ((buffer[14] | (buffer[15] << 8)) != universe)
             continue;
         if (first < 0)
             first = at;
@@ -94,12 +99,23 @@ int main(int argc, char** argv) {
     }
     const double span = arrivals.size() > 1 ? arrivals.back() - arrivals.front() : 0;
     std::printf("{\"packets\":%zu,\"rateHz\":%.3f,\"intervalP50Ms\":%.3f,\"deviationP99Ms\":%.3f,"
-                "\"deviationMaxMs\":%.3f,\"firstPacketRealtimeNs\":%.0f}\n",
+                "\"deviationMaxMs\":%.3f,\"firstPacketRealtimeNs\":%.0f",
                 arrivals.size(), span > 0 ? double(arrivals.size() - 1) / span : 0,
                 percentile(intervals, 0.5) * 1e3, percentile(deviations, 0.99) * 1e3,
                 deviations.empty() ? 0
                                    : *std::max_element(deviations.begin(), deviations.end()) * 1e3,
                 first > 0 ? first * 1e9 : -1.0);
+    // Each universe's packets between the first and the last of the measured universe.
+    std::printf(",\"universeRatesHz\":{");
+    for (auto entry = arrivalsByUniverse.begin(); entry != arrivalsByUniverse.end(); ++entry) {
+        const auto within =
+            std::count_if(entry->second.begin(), entry->second.end(), [&](double t) {
+                return span > 0 && t > arrivals.front() && t <= arrivals.back();
+            });
+        std::printf("%s\"%d\":%.3f", entry == arrivalsByUniverse.begin() ? "" : ",", entry->first,
+                    span > 0 ? double(within) / span : 0);
+    }
+    std::printf("}}\n");
     if (listRises) {
         std::printf("rises");
         for (const double at : rises)

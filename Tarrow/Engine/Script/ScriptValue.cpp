@@ -31,8 +31,12 @@ JSObjectRef Value::object() const {
     return isObject() ? JSValueToObject(context_->get(), value_, nullptr) : nullptr;
 }
 
+JSObjectRef Value::runnableObject() const {
+    return context_ && !context_->isSuspended() ? object() : nullptr;
+}
+
 Value Value::get(const ScriptString& key) const {
-    const JSObjectRef self = object();
+    const JSObjectRef self = runnableObject();
     if (!self)
         return {};
     JSValueRef exception = nullptr;
@@ -45,7 +49,7 @@ Value Value::get(const ScriptString& key) const {
 }
 
 Value Value::at(unsigned index) const {
-    const JSObjectRef self = object();
+    const JSObjectRef self = runnableObject();
     if (!self)
         return {};
     JSValueRef exception = nullptr;
@@ -58,7 +62,7 @@ Value Value::at(unsigned index) const {
 }
 
 void Value::set(const ScriptString& key, const Value& value) const {
-    const JSObjectRef self = object();
+    const JSObjectRef self = runnableObject();
     if (!self)
         return;
     JSValueRef exception = nullptr;
@@ -69,7 +73,7 @@ void Value::set(const ScriptString& key, const Value& value) const {
 }
 
 double Value::toNumber() const {
-    if (!context_ || !value_)
+    if (!context_ || !value_ || context_->isSuspended())
         return std::nan("");
     JSValueRef exception = nullptr;
     const double result = JSValueToNumber(context_->get(), value_, &exception);
@@ -85,7 +89,7 @@ bool Value::toBoolean() const {
 }
 
 std::optional<std::string> Value::toString() const {
-    if (!context_ || !value_)
+    if (!context_ || !value_ || context_->isSuspended())
         return std::nullopt;
     JSValueRef exception = nullptr;
     JSStringRef string = JSValueToStringCopy(context_->get(), value_, &exception);
@@ -107,7 +111,7 @@ bool Value::boolean(const ScriptString& key) const {
 }
 
 Value Value::callAsFunction(const Value& self, std::initializer_list<Value> arguments) const {
-    const JSObjectRef function = object();
+    const JSObjectRef function = runnableObject();
     if (!function || !JSObjectIsFunction(context_->get(), function))
         return {};
     JSValueRef argv[8];
@@ -132,7 +136,7 @@ Value Value::call(const ScriptString& method, std::initializer_list<Value> argum
 }
 
 Value Value::construct() const {
-    const JSObjectRef constructor = object();
+    const JSObjectRef constructor = runnableObject();
     if (!constructor || !JSObjectIsConstructor(context_->get(), constructor))
         return {};
     JSValueRef exception = nullptr;

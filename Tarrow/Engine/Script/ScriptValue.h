@@ -12,6 +12,8 @@ class ScriptContext;
 class ScriptString;
 
 /// A non-owning view of one script value, used within a single host call on the main thread.
+/// While its context is suspended (a call ran out of time) every operation that could run script
+/// code is skipped and yields absent.
 /// The collector scans the stack, so views held in locals stay alive; anything kept across
 /// calls must be a `ProtectedValue`. A default-constructed view is "absent".
 class Value {
@@ -57,6 +59,8 @@ public:
 
 private:
     JSObjectRef object() const;
+    /// The object, unless the context is suspended: reads, writes and calls may run script code.
+    JSObjectRef runnableObject() const;
 
     ScriptContext* context_ = nullptr;
     JSValueRef value_ = nullptr;

@@ -4,7 +4,8 @@
 //   mid  -> the frame is a downbeat when > 0
 //   all  -> the normaliser returns nothing when < -200
 // The session's interpretation payload returns the call log. A show with "stepPalette" returns
-// the step's number and dt as its colour palette: [[steps, dt, 0]].
+// the step's number and dt as its colour palette: [[steps, dt, 0]]. A step given a frame with
+// "throw" throws, one with "spin" never returns.
 var log = [];
 function record(name, value) { log.push([name, value]); }
 
@@ -70,7 +71,8 @@ var BridgeEngine = {
     this.step = function (frame, dt) {
       record("step", [frame, dt]);
       self.steps += 1;
-      if (self.show && self.show.throwInStep) throw new Error("step exploded");
+      if (frame && frame.throw) throw new Error("step exploded");
+      if (frame && frame.spin) for (;;) {}
       if (self.show && self.show.stepPalette) {
         var result = JSON.parse(JSON.stringify(self.show.result));
         result.color_palette = [[self.steps, dt, 0]];
@@ -82,7 +84,6 @@ var BridgeEngine = {
   buildShowSnapshotSubset: function (activeShow, controlState) {
     record("build", [activeShow.name, controlState]);
     return { name: activeShow.name, fixtures: activeShow.fixtures || [],
-             result: activeShow.result, throwInStep: activeShow.throwInStep,
-             stepPalette: activeShow.stepPalette };
+             result: activeShow.result, stepPalette: activeShow.stepPalette };
   }
 };

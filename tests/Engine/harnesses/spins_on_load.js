@@ -1,0 +1,2 @@
+// Never finishes loading.
+for (;;) {}
