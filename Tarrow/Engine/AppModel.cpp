@@ -1,5 +1,6 @@
 #include "Engine/AppModel.h"
 
+#include "Engine/CaptureKeeper.h"
 #include "Engine/ModelVariants.h"
 
 #include <QDebug>
@@ -18,15 +19,38 @@ template <typename T> bool assign(T& field, T value) {
 
 } // namespace
 
-/// The capture as the engine loop sees it.
+/// The capture as the engine loop sees it, and what keeps it running while the loop wants it.
 class AppModel::CaptureHopSource final : public HopSource {
 public:
-    explicit CaptureHopSource(MicCapture& mic) : mic_(mic) {}
+    explicit CaptureHopSource(AppModel& model)
+        : mic_(*model.mic_), keeper_(*model.environment_.timers, keeperHooks(model)) {}
     bool isCapturing() const override { return mic_.isCapturing(); }
     std::vector<MicHop> takePendingHops() override { return mic_.takePendingHops(); }
+    CaptureKeeper& keeper() { return keeper_; }
 
 private:
+    static CaptureKeeper::Hooks keeperHooks(AppModel& model) {
+        CaptureKeeper::Hooks hooks;
+        hooks.startCapture = [&model] {
+            model.audioSelection_->applyAudioInputSelection(false);
+            model.engine_.replaceDropDetector();
+            model.mic_->start(model.audioSelection_->activeAudioDeviceUID(),
+                              model.captureChannelCount());
+        };
+        hooks.isCapturingOrStarting = [&model] { return model.mic_->isCapturing(); };
+        hooks.unavailable = [&model](const QString& reason) {
+            model.setStatusMessage(QString(audioUnavailablePrefix) + reason);
+        };
+        hooks.started = [&model] {
+            // The complaint about the input is stale once it listens again.
+            if (model.statusMessage_.startsWith(QLatin1String(audioUnavailablePrefix)))
+                model.setStatusMessage({});
+        };
+        return hooks;
+    }
+
     MicCapture& mic_;
+    CaptureKeeper keeper_;
 };
 
 AppModel::AppModel(AppModelEnvironment environment, QObject* parent)
@@ -36,7 +60,7 @@ AppModel::AppModel(AppModelEnvironment environment, QObject* parent)
       audioMonitor_(new AudioInputDeviceMonitor(environment_.audio.deviceLayer, this)),
       audioSelection_(nullptr),
       dmxOutput_(std::move(environment_.enttec), environment_.artnetTransport),
-      outputs_(dmxOutput_, *cache_), hopSource_(std::make_unique<CaptureHopSource>(*mic_)),
+      outputs_(dmxOutput_, *cache_), hopSource_(std::make_unique<CaptureHopSource>(*this)),
       engineLoop_(engine_, *hopSource_, *environment_.clock, *this),
       tickScheduler_(std::chrono::nanoseconds(1'000'000'000) / 60, this),
       dropHold_(
@@ -155,9 +179,10 @@ void AppModel::startEngineLoop() {
     engineLoopWanted_ = true;
     switch (environment_.microphone->status()) {
     case MicrophoneAuthorizationStatus::authorized:
-        if (!startCapture())
-            return;
+        // The lights never wait for the audio: without capture the loop ticks on silent hops
+        // while the keeper says why and tries again.
         loopRunning_ = true;
+        hopSource_->keeper().keep();
         if (environment_.runTickTimer)
             tickScheduler_.start([this] { tick(); });
         return;
@@ -190,6 +215,7 @@ void AppModel::stopEngineLoop() {
     dropHold_.releaseAll();
     tickScheduler_.stop();
     loopRunning_ = false;
+    hopSource_->keeper().release();
     engineLoop_.forgetLastTickTime();
     engine_.replaceDropDetector();
     mic_->stop();
@@ -208,18 +234,7 @@ void AppModel::resumeCaptureIfLost() {
 }
 
 bool AppModel::startCapture() {
-    audioSelection_->applyAudioInputSelection(false);
-    engine_.replaceDropDetector();
-    try {
-        mic_->start(audioSelection_->activeAudioDeviceUID(), captureChannelCount());
-    } catch (const std::exception& error) {
-        setStatusMessage(QString(audioUnavailablePrefix) + QString::fromUtf8(error.what()));
-        return false;
-    }
-    // The complaint about the input is stale once it listens again.
-    if (statusMessage_.startsWith(QLatin1String(audioUnavailablePrefix)))
-        setStatusMessage({});
-    return true;
+    return hopSource_->keeper().attempt();
 }
 
 void AppModel::tick() {
@@ -261,8 +276,9 @@ void AppModel::toggleAudioRecording() {
         recorder.stop();
         return;
     }
-    if (!mic_->isCapturing())
-        stopEngineLoop();
+    // A running loop keeps lighting: capture gets one more try now instead of a restart.
+    if (loopRunning_)
+        startCapture();
     pendingRecordingStart_ = true;
     startEngineLoop();
     if (requestingAudioPermission_)
