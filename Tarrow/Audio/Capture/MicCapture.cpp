@@ -45,25 +45,18 @@ void MicCapture::start(const std::optional<std::string>& deviceUID,
     chunker_ = chunker;
     recordingChannels_ = std::min(channelCount.value_or(format.channelCount), format.channelCount);
 
-    auto run = std::make_shared<int>(0);
-    std::weak_ptr<void> weakRun = run;
+    auto run = std::make_shared<HopRing>(rate, HopChunker::hopFrames);
+    std::weak_ptr<HopRing> weakRun = run;
     AudioRecordingWriter* writer = &recording_->writer();
     const auto channels = static_cast<std::uint32_t>(std::max(recordingChannels_, 0));
-    RenderReceiver receiver = [this, writer, channels, chunker, weakRun](AudioBufferListView list,
-                                                                         std::uint32_t frames) {
+    // The audio thread: nothing here allocates, locks or waits for another thread.
+    RenderReceiver receiver = [writer, channels, chunker, hops = run](AudioBufferListView list,
+                                                                      std::uint32_t frames) {
         writer->capture(list, frames, channels);
-        std::vector<MicHop> hops = chunker->pushMono(list, frames);
-        if (hops.empty())
-            return;
-        // `this` outlives every call: the destructor stops the stream first.
-        QMetaObject::invokeMethod(
-            this,
-            [this, weakRun, hops = std::move(hops)]() mutable {
-                const auto current = weakRun.lock();
-                if (current && current == run_)
-                    publish(std::move(hops));
-            },
-            Qt::QueuedConnection);
+        chunker->pushMono(list, frames,
+                          [&hops](const BandDecibelLevels& levels, std::span<const float> samples) {
+                              hops->push(levels, samples);
+                          });
     };
     auto changed = [this, weakRun] {
         QMetaObject::invokeMethod(
@@ -77,7 +70,7 @@ void MicCapture::start(const std::optional<std::string>& deviceUID,
     setCapturing(true);
 }
 
-void MicCapture::configurationChanged(const std::weak_ptr<void>& run) {
+void MicCapture::configurationChanged(const std::weak_ptr<HopRing>& run) {
     const auto current = run.lock();
     if (!current || current != run_ || !stream_ || stream_->isRunning())
         return;
@@ -105,6 +98,15 @@ void MicCapture::publish(std::vector<MicHop> hops) {
     pendingHops_.insert(pendingHops_.end(), std::make_move_iterator(hops.begin()),
                         std::make_move_iterator(hops.end()));
     setBandLevels(newest);
+}
+
+void MicCapture::collectHops() {
+    if (!run_)
+        return;
+    const std::size_t before = pendingHops_.size();
+    droppedHops_ += run_->takeInto(pendingHops_);
+    if (pendingHops_.size() > before)
+        setBandLevels(pendingHops_.back().levels);
 }
 
 void MicCapture::setCapturing(bool capturing) {

@@ -3,6 +3,7 @@
 #include "Audio/BandDecibelLevels.h"
 #include "Audio/Capture/AudioInputStream.h"
 #include "Audio/Capture/HopChunker.h"
+#include "Audio/Capture/HopRing.h"
 #include "Audio/MicHop.h"
 #include "Audio/Recording/AudioRecordingController.h"
 
@@ -16,8 +17,9 @@
 namespace kelvo {
 
 /// Owns the live audio input: starts a run on the chosen device, hands every buffer to the
-/// WAV writer and the hop chunker on the audio thread, and queues finished hops on the main
-/// thread for the engine loop. All state here is main-thread only.
+/// WAV writer and the hop chunker on the audio thread, and passes finished hops to the main
+/// thread through the run's `HopRing`, where the engine loop takes them each tick. The audio
+/// thread neither allocates nor locks. All other state here is main-thread only.
 class MicCapture : public QObject {
     Q_OBJECT
     Q_PROPERTY(bool isCapturing READ isCapturing NOTIFY isCapturingChanged)
@@ -39,14 +41,25 @@ public:
     void stop();
     /// Appends hops to `pendingHops` and shows the newest levels.
     void publish(std::vector<MicHop> hops);
+    /// Moves the hops the audio thread has queued since the last call into `pendingHops`.
+    void collectHops();
 
     /// Replaces where capture comes from; takes effect at the next start.
     void setBackend(std::shared_ptr<AudioInputBackend> backend) { backend_ = std::move(backend); }
 
     const BandDecibelLevels& bandLevels() const { return bandLevels_; }
-    std::vector<MicHop>& pendingHops() { return pendingHops_; }
+    /// The hops delivered and not yet taken, including those the audio thread just queued.
+    std::vector<MicHop>& pendingHops() {
+        collectHops();
+        return pendingHops_;
+    }
     /// Moves the queued hops out, leaving the queue empty.
-    std::vector<MicHop> takePendingHops() { return std::exchange(pendingHops_, {}); }
+    std::vector<MicHop> takePendingHops() {
+        collectHops();
+        return std::exchange(pendingHops_, {});
+    }
+    /// Hops lost because the main thread did not take them for longer than a ring holds.
+    std::uint64_t droppedHops() const { return droppedHops_; }
     bool isCapturing() const { return isCapturing_; }
     int recordingChannels() const { return recordingChannels_; }
     double sampleRate() const { return sampleRate_; }
@@ -60,7 +73,7 @@ signals:
     void isCapturingChanged();
 
 private:
-    void configurationChanged(const std::weak_ptr<void>& run);
+    void configurationChanged(const std::weak_ptr<HopRing>& run);
     void setCapturing(bool capturing);
     void setBandLevels(const BandDecibelLevels& levels);
 
@@ -71,8 +84,10 @@ private:
     std::vector<MicHop> pendingHops_;
     std::unique_ptr<AudioInputStream> stream_;
     std::shared_ptr<HopChunker> chunker_;
-    // Identity of the current run; hops and notices of other runs are dropped.
-    std::shared_ptr<void> run_;
+    // The current run's hops, and its identity: notices of other runs are dropped, and the
+    // hops of a stopped or replaced run go with its ring.
+    std::shared_ptr<HopRing> run_;
+    std::uint64_t droppedHops_ = 0;
     std::optional<std::string> activeDeviceUID_;
     double sampleRate_;
     bool isCapturing_ = false;
