@@ -70,9 +70,7 @@ TEST_F(AudioRecordingControllerTest, StartFailuresAreExplained) {
 
 TEST_F(AudioRecordingControllerTest, AWriterFailureStopsTheRecordingWithItsText) {
     controller.start(48000, 2, dir.path());
-    const_cast<SerialQueue&>(controller.writer().queue()).async([this] {
-        controller.writer().fail("No space left on device");
-    });
+    controller.writer().async([this] { controller.writer().fail("No space left on device"); });
     ASSERT_TRUE(test::pumpUntil([&] { return !controller.isRecording(); }));
     EXPECT_EQ(controller.errorMessage(),
               QStringLiteral("Recording stopped: No space left on device"));
@@ -99,13 +97,23 @@ TEST_F(AudioRecordingControllerTest, ADiskThatCannotKeepUpStopsTheRecordingWithI
     EXPECT_EQ(test::u32At(bytes, 40), 41u * 48000 * 6) << "everything before the overload was kept";
 }
 
+TEST_F(AudioRecordingControllerTest, ALastPartThatCannotBeClosedIsShownAfterStop) {
+    controller.start(48000, 2, dir.path());
+    // Its side file cannot be removed: a non-empty folder stands in its place.
+    const auto side = WAVRecordingFile::recoveryURLFor(*controller.firstFile());
+    std::filesystem::remove(side);
+    std::filesystem::create_directories(side / "x");
+    controller.stop();
+    ASSERT_TRUE(test::pumpUntil([&] { return controller.errorMessage().has_value(); }));
+    EXPECT_EQ(controller.errorMessage(), QStringLiteral("Recording stopped: Is a directory"));
+    EXPECT_FALSE(controller.message().has_value()) << "nothing claims it was saved";
+}
+
 TEST_F(AudioRecordingControllerTest, AFailureOfAnEarlierRecordingIsIgnored) {
     controller.start(48000, 2, dir.path());
     // The first recording's writer fails; its notice is still queued for the main thread
     // when the operator stops and starts again.
-    const_cast<SerialQueue&>(controller.writer().queue()).sync([this] {
-        controller.writer().fail("Input/output error");
-    });
+    controller.writer().sync([this] { controller.writer().fail("Input/output error"); });
     controller.stop();
     TemporaryDirectory second;
     controller.start(48000, 2, second.path());

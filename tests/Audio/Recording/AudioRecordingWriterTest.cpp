@@ -118,7 +118,7 @@ TEST(AudioRecordingWriter, OnlyTheFirstFailureCounts) {
     AudioRecordingWriter writer;
     Failures failures;
     writer.start(48000, 1, dir.path(), failures.handler());
-    const_cast<SerialQueue&>(writer.queue()).sync([&] {
+    writer.sync([&] {
         writer.fail("first");
         writer.fail("second");
     });
