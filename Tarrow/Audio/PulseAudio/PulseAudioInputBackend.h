@@ -12,6 +12,10 @@ namespace kelvo {
 /// channels, fragments of at most 512 frames).
 class PulseAudioInputBackend : public AudioInputBackend {
 public:
+    static constexpr const char* noInputText = "No audio input is available";
+    static constexpr const char* monitorRefusedText =
+        "No audio input is connected (the speakers’ monitor is not an input)";
+
     /// While the layer has no server, each start tries to reach it at once and, failing,
     /// reports why.
     explicit PulseAudioInputBackend(std::shared_ptr<PulseAudioDeviceLayer> layer);
