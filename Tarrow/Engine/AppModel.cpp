@@ -20,35 +20,58 @@ template <typename T> bool assign(T& field, T value) {
 } // namespace
 
 /// The capture as the engine loop sees it, and what keeps it running while the loop wants it.
+/// Capture may start later than asked (the audio server is reached off the main thread): its
+/// outcome clears or sets the complaint and finishes a recording start that waited for it.
 class AppModel::CaptureHopSource final : public HopSource {
 public:
     explicit CaptureHopSource(AppModel& model)
-        : mic_(*model.mic_), keeper_(*model.environment_.timers, keeperHooks(model)) {}
+        : model_(model), mic_(*model.mic_), keeper_(*model.environment_.timers, keeperHooks()) {
+        QObject::connect(&mic_, &MicCapture::isCapturingChanged, &model, [this] {
+            if (mic_.isCapturing())
+                captureStarted();
+        });
+        QObject::connect(&mic_, &MicCapture::startFailed, &model,
+                         [this](const QString& reason) { captureFailed(reason); });
+    }
     bool isCapturing() const override { return mic_.isCapturing(); }
     std::vector<MicHop> takePendingHops() override { return mic_.takePendingHops(); }
     CaptureKeeper& keeper() { return keeper_; }
 
 private:
-    static CaptureKeeper::Hooks keeperHooks(AppModel& model) {
+    CaptureKeeper::Hooks keeperHooks() {
         CaptureKeeper::Hooks hooks;
-        hooks.startCapture = [&model] {
-            model.audioSelection_->applyAudioInputSelection(false);
-            model.engine_.replaceDropDetector();
-            model.mic_->start(model.audioSelection_->activeAudioDeviceUID(),
-                              model.captureChannelCount());
+        hooks.startCapture = [this] {
+            model_.audioSelection_->applyAudioInputSelection(false);
+            model_.engine_.replaceDropDetector();
+            mic_.start(model_.audioSelection_->activeAudioDeviceUID(),
+                       model_.captureChannelCount());
         };
-        hooks.isCapturingOrStarting = [&model] { return model.mic_->isCapturing(); };
-        hooks.unavailable = [&model](const QString& reason) {
-            model.setStatusMessage(QString(audioUnavailablePrefix) + reason);
-        };
-        hooks.started = [&model] {
-            // The complaint about the input is stale once it listens again.
-            if (model.statusMessage_.startsWith(QLatin1String(audioUnavailablePrefix)))
-                model.setStatusMessage({});
-        };
+        hooks.isCapturingOrStarting = [this] { return mic_.isCapturing() || mic_.isStarting(); };
+        hooks.unavailable = [this](const QString& reason) { captureFailed(reason); };
         return hooks;
     }
 
+    void captureStarted() {
+        // The complaint about the input is stale once it listens again.
+        if (model_.statusMessage_.startsWith(QLatin1String(audioUnavailablePrefix)))
+            model_.setStatusMessage({});
+        if (model_.pendingRecordingStart_ && !model_.requestingAudioPermission_) {
+            model_.pendingRecordingStart_ = false;
+            mic_.recording().start(static_cast<int>(mic_.sampleRate()), mic_.recordingChannels());
+        }
+    }
+
+    void captureFailed(const QString& reason) {
+        model_.setStatusMessage(QString(audioUnavailablePrefix) + reason);
+        if (model_.pendingRecordingStart_ && !model_.requestingAudioPermission_ &&
+            !mic_.isStarting()) {
+            model_.pendingRecordingStart_ = false;
+            model_.setStatusMessage(recordingNeedsInputText);
+            mic_.recording().setMessage(QString(recordingNeedsInputText));
+        }
+    }
+
+    AppModel& model_;
     MicCapture& mic_;
     CaptureKeeper keeper_;
 };
@@ -212,6 +235,8 @@ void AppModel::startEngineLoop() {
 
 void AppModel::stopEngineLoop() {
     engineLoopWanted_ = false;
+    // A recording that waited for capture is not started by a later one.
+    pendingRecordingStart_ = false;
     dropHold_.releaseAll();
     tickScheduler_.stop();
     loopRunning_ = false;
@@ -276,12 +301,13 @@ void AppModel::toggleAudioRecording() {
         recorder.stop();
         return;
     }
+    pendingRecordingStart_ = true;
     // A running loop keeps lighting: capture gets one more try now instead of a restart.
     if (loopRunning_)
         startCapture();
-    pendingRecordingStart_ = true;
     startEngineLoop();
-    if (requestingAudioPermission_)
+    // Waiting for permission, or for a capture start under way: its outcome decides.
+    if (requestingAudioPermission_ || !pendingRecordingStart_ || mic_->isStarting())
         return;
     pendingRecordingStart_ = false;
     if (mic_->isCapturing()) {

@@ -32,7 +32,6 @@ bool CaptureKeeper::attempt() {
         hooks_.unavailable(QString::fromUtf8(error.what()));
         return false;
     }
-    hooks_.started();
     return true;
 }
 

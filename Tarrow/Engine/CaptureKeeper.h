@@ -25,14 +25,12 @@ public:
         std::function<bool()> isCapturingOrStarting;
         /// Capture cannot start: the operator-facing reason.
         std::function<void(const QString& reason)> unavailable;
-        /// A start went through (a start under way may still fail later).
-        std::function<void()> started;
     };
 
     CaptureKeeper(TimerFactory& timers, Hooks hooks);
 
     /// From now on capture is wanted: one attempt now, then one every `retryInterval` while it
-    /// is not running. True when capture runs or is starting.
+    /// neither runs nor is starting. True when capture runs or is starting.
     bool keep();
     /// Capture is no longer wanted; no more attempts.
     void release();

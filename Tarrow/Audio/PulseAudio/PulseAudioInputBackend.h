@@ -21,6 +21,7 @@ public:
     explicit PulseAudioInputBackend(std::shared_ptr<PulseAudioDeviceLayer> layer);
     std::unique_ptr<AudioInputStream>
     openStream(const std::optional<std::string>& deviceUID) override;
+    bool mayWaitForServer() const override { return true; }
 
 private:
     std::shared_ptr<PulseAudioDeviceLayer> layer_;

@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <future>
 #include <thread>
 
 namespace kelvo {
@@ -125,6 +126,46 @@ TEST_F(MicCaptureTest, AStreamThatFailsStopsCapture) {
     std::thread([&] { backend->last->configurationChanged(); }).join();
     test::pumpFor(std::chrono::milliseconds(30));
     EXPECT_TRUE(capture.isCapturing());
+}
+
+TEST_F(MicCaptureTest, ABackendThatMayWaitIsOpenedOffTheMainThread) {
+    backend->waits = true;
+    std::promise<void> gate;
+    backend->beforeOpen = [held = gate.get_future().share()] { held.wait(); };
+    capture.start("a", std::nullopt);
+    EXPECT_TRUE(capture.isStarting()) << "start returned while the backend was held";
+    EXPECT_FALSE(capture.isCapturing());
+    gate.set_value();
+    ASSERT_TRUE(test::pumpUntil([&] { return capture.isCapturing(); }));
+    EXPECT_FALSE(capture.isStarting());
+    EXPECT_EQ(capture.activeDeviceUID(), "a");
+
+    // Stopped while under way: the late run is stopped, never taken.
+    std::promise<void> entered, second;
+    backend->beforeOpen = [&entered, held = second.get_future().share()] {
+        entered.set_value();
+        held.wait();
+    };
+    capture.start("b", std::nullopt);
+    entered.get_future().wait();
+    capture.stop();
+    EXPECT_FALSE(capture.isStarting());
+    second.set_value();
+    ASSERT_TRUE(
+        test::pumpUntil([&] { return backend->opened.size() == 2 && !backend->last->running; }));
+    test::pumpFor(std::chrono::milliseconds(30));
+    EXPECT_FALSE(capture.isCapturing());
+
+    // A failure arrives as a signal with its text.
+    backend->beforeOpen = nullptr;
+    backend->failStart = true;
+    QString reason;
+    QObject::connect(&capture, &MicCapture::startFailed, [&](const QString& r) { reason = r; });
+    capture.start("c", std::nullopt);
+    ASSERT_TRUE(test::pumpUntil([&] { return !reason.isEmpty(); }));
+    EXPECT_EQ(reason, "The device is busy");
+    EXPECT_FALSE(capture.isStarting());
+    EXPECT_FALSE(capture.isCapturing());
 }
 
 TEST_F(MicCaptureTest, TheRecorderSeesEveryBufferAndStopsWithCapture) {

@@ -3,6 +3,7 @@
 #include "Audio/PulseAudio/PulseAudioDeviceLayer.h"
 #include "Audio/PulseAudio/PulseAudioInputBackend.h"
 
+#include "support/CaptureStart.h"
 #include "support/PulseAudioServer.h"
 #include "support/QtEventLoop.h"
 #include "support/RequiredTool.h"
@@ -63,8 +64,7 @@ TEST_F(PulseAudioCaptureTest, CapturedHopsMatchAnOfflineAnalysisInOrderWithoutGa
         server.loadPipeSource("djm", "device.description='DJM-A9' device.bus=usb", rate, channels);
     ASSERT_TRUE(djm);
     MicCapture capture(std::make_shared<PulseAudioInputBackend>(layer));
-    capture.start("djm", 2);
-    ASSERT_TRUE(capture.isCapturing());
+    ASSERT_EQ(test::startCapture(capture, "djm", 2), std::nullopt);
     EXPECT_EQ(capture.sampleRate(), rate);
     EXPECT_EQ(capture.recordingChannels(), 2);
 
@@ -114,8 +114,7 @@ TEST_F(PulseAudioCaptureTest, RemovingTheSourceStopsCapture) {
         "codec", "device.description='USB Audio CODEC' device.bus=usb", 48000, 2);
     ASSERT_TRUE(source);
     MicCapture capture(std::make_shared<PulseAudioInputBackend>(layer));
-    capture.start("codec", std::nullopt);
-    ASSERT_TRUE(capture.isCapturing());
+    ASSERT_EQ(test::startCapture(capture, "codec"), std::nullopt);
     ASSERT_TRUE(server.unloadModule(source->module));
     ASSERT_TRUE(test::pumpUntil([&] { return !capture.isCapturing(); }));
     EXPECT_EQ(capture.bandLevels(), BandDecibelLevels::silent());
@@ -128,8 +127,7 @@ TEST_F(PulseAudioCaptureTest, EachChannelOfAFourChannelInterfaceArrivesAsItLeftI
                               channels, "aux0,aux1,aux2,aux3");
     ASSERT_TRUE(quad);
     MicCapture capture(std::make_shared<PulseAudioInputBackend>(layer));
-    capture.start("quad", std::nullopt);
-    ASSERT_TRUE(test::pumpUntil([&] { return capture.isCapturing(); }));
+    ASSERT_EQ(test::startCapture(capture, "quad"), std::nullopt);
     ASSERT_EQ(capture.recordingChannels(), channels);
     test::TemporaryDirectory dir;
     capture.recording().start(rate, channels, dir.path());
@@ -164,13 +162,8 @@ TEST_F(PulseAudioCaptureTest, EachChannelOfAFourChannelInterfaceArrivesAsItLeftI
 TEST_F(PulseAudioCaptureTest, TheSpeakersMonitorIsNoInput) {
     // The only source is the speakers' monitor, which the server offers as its default input.
     MicCapture capture(std::make_shared<PulseAudioInputBackend>(layer));
-    try {
-        capture.start(std::nullopt, std::nullopt);
-        FAIL() << "capture opened the monitor";
-    } catch (const AudioInputException& e) {
-        EXPECT_STREQ(e.what(),
-                     "No audio input is connected (the speakers’ monitor is not an input)");
-    }
+    EXPECT_EQ(test::startCapture(capture, std::nullopt),
+              "No audio input is connected (the speakers’ monitor is not an input)");
     EXPECT_FALSE(capture.isCapturing());
 }
 
