@@ -1,5 +1,5 @@
-// Audio-thread cost per 512-frame buffer, the hop hand-over delay to the main thread, and
-// the WAV part append on the writer thread.
+// Audio-thread cost per 512-frame buffer with what it allocates and the locks it takes, the hop
+// hand-over to the main thread, and the WAV part append on the writer thread.
 #include "Audio/Capture/HopChunker.h"
 #include "Audio/Capture/MicCapture.h"
 #include "Audio/Recording/AudioRecordingWriter.h"
@@ -9,29 +9,41 @@
 
 #include <QCoreApplication>
 #include <QEventLoop>
-#include <QThread>
 #include <QTimer>
 
 #include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cmath>
+#include <cstdarg>
 #include <cstdlib>
-#include <deque>
 #include <filesystem>
-#include <mutex>
+#include <linux/futex.h>
+#include <pthread.h>
+#include <sys/syscall.h>
 #include <thread>
 
-// Every heap allocation of this program (C++ `new` and Qt's own malloc alike) is counted per
-// thread, so the benchmarks can say what the audio thread allocates.
+// Every heap allocation and every lock of this program is counted per thread, so the
+// benchmarks can say what the audio thread does: `malloc` and friends (C++ `new` and Qt's own
+// allocations alike); `pthread_mutex_lock`, tried first so that a lock held by another thread
+// counts as a wait; and futex waits made through `syscall`, which is how Qt's own mutexes and
+// wait conditions block.
 namespace {
 thread_local std::uint64_t heapAllocations = 0;
-}
+thread_local std::uint64_t locksTaken = 0;
+thread_local std::uint64_t lockWaits = 0;
+} // namespace
+
 extern "C" {
 void* __libc_malloc(std::size_t);
 void* __libc_calloc(std::size_t, std::size_t);
 void* __libc_realloc(void*, std::size_t);
 void __libc_free(void*);
+int realMutexLock(pthread_mutex_t*);
+int realMutexTryLock(pthread_mutex_t*);
+__asm__(".symver realMutexLock, __pthread_mutex_lock@GLIBC_2.2.5");
+__asm__(".symver realMutexTryLock, __pthread_mutex_trylock@GLIBC_2.2.5");
+
 void* malloc(std::size_t size) noexcept {
     ++heapAllocations;
     return __libc_malloc(size);
@@ -46,6 +58,37 @@ void* realloc(void* pointer, std::size_t size) noexcept {
 }
 void free(void* pointer) noexcept {
     __libc_free(pointer);
+}
+int pthread_mutex_lock(pthread_mutex_t* mutex) noexcept {
+    ++locksTaken;
+    if (realMutexTryLock(mutex) == 0)
+        return 0;
+    ++lockWaits;
+    return realMutexLock(mutex);
+}
+long syscall(long number, ...) noexcept {
+    va_list args;
+    va_start(args, number);
+    long a[6];
+    for (long& arg : a)
+        arg = va_arg(args, long);
+    va_end(args);
+    if (number == SYS_futex && ((a[1] & FUTEX_CMD_MASK) == FUTEX_WAIT ||
+                                (a[1] & FUTEX_CMD_MASK) == FUTEX_WAIT_BITSET))
+        ++lockWaits;
+    long result;
+    register long r10 __asm__("r10") = a[3];
+    register long r8 __asm__("r8") = a[4];
+    register long r9 __asm__("r9") = a[5];
+    __asm__ volatile("syscall"
+                     : "=a"(result)
+                     : "a"(number), "D"(a[0]), "S"(a[1]), "d"(a[2]), "r"(r10), "r"(r8), "r"(r9)
+                     : "rcx", "r11", "memory");
+    if (result < 0 && result > -4096) {
+        errno = static_cast<int>(-result);
+        return -1;
+    }
+    return result;
 }
 }
 
@@ -104,10 +147,26 @@ private:
     int channels_;
 };
 
-// The capture callback itself, per 512-frame buffer while recording: the writer's copy and
-// hand-over to "Kelvo.wav-writer", the mono mix, the hop cut, one spectrum and the queued
-// hand-over of the hop to the capture's thread (here a second thread with an event loop,
-// standing in for the main thread).
+struct AudioThreadCounts {
+    std::uint64_t buffers = 0, allocations = 0, locks = 0, waits = 0;
+    template <typename Call> void measure(Call call) {
+        const std::uint64_t a = heapAllocations, l = locksTaken, w = lockWaits;
+        call();
+        allocations += heapAllocations - a;
+        locks += locksTaken - l;
+        waits += lockWaits - w;
+        ++buffers;
+    }
+    void report(benchmark::State& state) const {
+        state.counters["allocations_per_buffer"] = double(allocations) / double(buffers);
+        state.counters["locks_per_buffer"] = double(locks) / double(buffers);
+        state.counters["lock_waits_per_buffer"] = double(waits) / double(buffers);
+    }
+};
+
+// The capture callback itself, per 512-frame buffer while recording: the writer's copy into
+// its ring, the mono mix, the hop cut, one spectrum and the hop into the run's ring. The main
+// thread takes the hops now and then, and the writer thread empties its ring on its own.
 void BM_AudioThreadPerBuffer(benchmark::State& state) {
     application();
     const int channels = static_cast<int>(state.range(0));
@@ -120,44 +179,27 @@ void BM_AudioThreadPerBuffer(benchmark::State& state) {
         state.SkipWithError("recording did not start");
         return;
     }
-    QThread mainThread;
-    mainThread.start();
-    capture->moveToThread(&mainThread);
     const RenderReceiver receiver = backend->last->receiver;
-    AudioRecordingWriter& writer = capture->recording().writer();
-
     const auto audio = signal(512, static_cast<std::size_t>(channels));
     const AudioBuffer buffer{static_cast<std::uint32_t>(channels), audio.data()};
-    std::uint64_t buffers = 0, allocations = 0;
+    AudioThreadCounts counts;
     for (auto _ : state) {
-        const std::uint64_t before = heapAllocations;
-        receiver(AudioBufferListView(&buffer, 1), 512);
-        allocations += heapAllocations - before;
-        // At the real pace (a buffer every 10.7 ms) the writer is idle again, asleep, when the
-        // next buffer comes: each hand-over wakes it and finds its spare block returned.
-        state.PauseTiming();
-        writer.waitUntilIdle();
-        if (++buffers % 256 == 0)
-            QMetaObject::invokeMethod(
-                capture.get(), [&] { capture->takePendingHops(); }, Qt::BlockingQueuedConnection);
-        state.ResumeTiming();
+        counts.measure([&] { receiver(AudioBufferListView(&buffer, 1), 512); });
+        if (counts.buffers % 64 == 0) {
+            state.PauseTiming();
+            capture->takePendingHops();
+            capture->recording().writer().waitUntilIdle();
+            state.ResumeTiming();
+        }
     }
-    state.counters["allocations_per_buffer"] = double(allocations) / double(buffers);
-    QMetaObject::invokeMethod(
-        capture.get(),
-        [&] {
-            capture->stop();
-            capture->moveToThread(application().thread());
-        },
-        Qt::BlockingQueuedConnection);
-    mainThread.quit();
-    mainThread.wait();
+    counts.report(state);
+    capture->stop();
     capture.reset();
     std::filesystem::remove_all(folder);
 }
 BENCHMARK(BM_AudioThreadPerBuffer)->Arg(2)->Arg(16)->Unit(benchmark::kMicrosecond);
 
-// The writer's part of the callback alone: the copy and the hand-over to its queue.
+// The writer's part of the callback alone: the copy into its ring.
 void BM_WriterHandOver(benchmark::State& state) {
     const auto channels = static_cast<std::uint32_t>(state.range(0));
     const auto folder = scratchFolder();
@@ -165,17 +207,16 @@ void BM_WriterHandOver(benchmark::State& state) {
     writer.start(48000, static_cast<int>(channels), folder, {});
     const auto audio = signal(512, channels);
     const AudioBuffer buffer{channels, audio.data()};
-    std::uint64_t buffers = 0, allocations = 0;
+    AudioThreadCounts counts;
     for (auto _ : state) {
-        const std::uint64_t before = heapAllocations;
-        writer.capture(AudioBufferListView(&buffer, 1), 512, channels);
-        allocations += heapAllocations - before;
-        ++buffers;
-        state.PauseTiming();
-        writer.waitUntilIdle();
-        state.ResumeTiming();
+        counts.measure([&] { writer.capture(AudioBufferListView(&buffer, 1), 512, channels); });
+        if (writer.pendingSamples() > AudioRecordingWriter::maximumPendingSamples / 2) {
+            state.PauseTiming();
+            writer.waitUntilIdle();
+            state.ResumeTiming();
+        }
     }
-    state.counters["allocations_per_buffer"] = double(allocations) / double(buffers);
+    counts.report(state);
     writer.stop();
     writer.waitUntilIdle();
     std::filesystem::remove_all(folder);
@@ -188,10 +229,12 @@ void BM_HopChunkerPerBuffer(benchmark::State& state) {
     HopChunker chunker(std::make_unique<BandEnergyExtractor>(48000), 48000);
     const auto audio = signal(512, channels);
     const AudioBuffer buffer{channels, audio.data()};
-    for (auto _ : state) {
-        auto hops = chunker.pushMono(AudioBufferListView(&buffer, 1), 512);
-        benchmark::DoNotOptimize(hops);
-    }
+    for (auto _ : state)
+        chunker.pushMono(AudioBufferListView(&buffer, 1), 512,
+                         [](const BandDecibelLevels& levels, std::span<const float> samples) {
+                             benchmark::DoNotOptimize(levels);
+                             benchmark::DoNotOptimize(samples.data());
+                         });
 }
 BENCHMARK(BM_HopChunkerPerBuffer)->Arg(2)->Arg(16)->Unit(benchmark::kMicrosecond);
 
@@ -207,26 +250,22 @@ void BM_WavPartAppend(benchmark::State& state) {
 }
 BENCHMARK(BM_WavPartAppend)->Unit(benchmark::kMicrosecond);
 
-/// A capture stream on its own thread delivering 512-frame buffers at the real-time pace.
+/// A capture stream on its own thread delivering 512-frame buffers at the real-time pace, one
+/// hop each; buffer k's arrival time is kept in `arrivals[k]` (nanoseconds, steady clock).
 class PacedStream : public AudioInputStream {
 public:
-    explicit PacedStream(std::function<void()> beforeBuffer)
-        : beforeBuffer_(std::move(beforeBuffer)) {}
+    explicit PacedStream(std::vector<std::atomic<std::int64_t>>& arrivals) : arrivals_(arrivals) {}
     ~PacedStream() override { stop(); }
     CaptureFormat format() const override { return {48000, 2}; }
     void start(RenderReceiver receiver, std::function<void()>) override {
         running_ = true;
         thread_ = std::thread([this, receiver = std::move(receiver)] {
-            const auto base = signal(512, 2);
-            std::vector<float> audio(base.size());
+            const auto audio = signal(512, 2);
             const AudioBuffer buffer{2, audio.data()};
             auto due = std::chrono::steady_clock::now();
-            for (std::size_t k = 0; running_; ++k) {
-                // A level that changes every buffer, so every hop is published as a change.
-                const float gain = 1.0f + 0.01f * static_cast<float>(k % 50);
-                std::transform(base.begin(), base.end(), audio.begin(),
-                               [gain](float x) { return x * gain; });
-                beforeBuffer_();
+            for (std::size_t k = 0; running_ && k < arrivals_.size(); ++k) {
+                arrivals_[k].store(std::chrono::steady_clock::now().time_since_epoch().count(),
+                                   std::memory_order_relaxed);
                 receiver(AudioBufferListView(&buffer, 1), 512);
                 due += std::chrono::microseconds(10667);
                 std::this_thread::sleep_until(due);
@@ -241,65 +280,76 @@ public:
     bool isRunning() const override { return running_; }
 
 private:
-    std::function<void()> beforeBuffer_;
+    std::vector<std::atomic<std::int64_t>>& arrivals_;
     std::atomic<bool> running_{false};
     std::thread thread_;
 };
 
 class PacedBackend : public AudioInputBackend {
 public:
-    std::function<void()> beforeBuffer;
+    std::vector<std::atomic<std::int64_t>> arrivals = std::vector<std::atomic<std::int64_t>>(470);
     std::unique_ptr<AudioInputStream> openStream(const std::optional<std::string>&) override {
-        return std::make_unique<PacedStream>(beforeBuffer);
+        return std::make_unique<PacedStream>(arrivals);
     }
 };
 
-// From a buffer's arrival on the audio thread to its hop in the main thread's queue, with a
-// 60 Hz timer draining the queue as the engine loop does.
+void reportMicroseconds(benchmark::State& state, const std::string& name,
+                        std::vector<double> values) {
+    if (values.empty())
+        return;
+    std::sort(values.begin(), values.end());
+    state.counters[name + "_median_us"] = values[values.size() / 2];
+    state.counters[name + "_p99_us"] = values[values.size() * 99 / 100];
+    state.counters[name + "_max_us"] = values.back();
+}
+
+/// Pops the newly readable hops and returns, for each, the time since its buffer arrived.
+std::vector<double> takeAges(MicCapture& capture, PacedBackend& backend, std::size_t& taken) {
+    std::vector<double> ages;
+    const auto now = std::chrono::steady_clock::now().time_since_epoch().count();
+    for (std::size_t n = capture.takePendingHops().size(); n > 0; --n, ++taken)
+        ages.push_back(double(now - backend.arrivals[taken].load(std::memory_order_relaxed)) /
+                       1000.0);
+    return ages;
+}
+
+// Hop hand-over, at the real pace of 48 kHz: (a) from a buffer's arrival on the audio thread
+// until its hop can be read on the main thread, which looks all the time; (b) the age of each
+// hop when a 60 Hz timer on the main thread takes it, as the engine loop does.
 void BM_HopHandOverDelay(benchmark::State& state) {
     application();
-
-    std::mutex mutex;
-    std::deque<std::chrono::steady_clock::time_point> arrivals;
-    std::vector<double> delays;
     auto backend = std::make_shared<PacedBackend>();
-    backend->beforeBuffer = [&] {
-        std::lock_guard lock(mutex);
-        arrivals.push_back(std::chrono::steady_clock::now());
-    };
     MicCapture capture(backend);
-    QObject::connect(&capture, &MicCapture::bandLevelsChanged, [&] {
-        const auto now = std::chrono::steady_clock::now();
-        std::lock_guard lock(mutex);
-        for (std::size_t i = 0; i < capture.pendingHops().size() && !arrivals.empty(); ++i) {
-            delays.push_back(
-                std::chrono::duration<double, std::micro>(now - arrivals.front()).count());
-            arrivals.pop_front();
-        }
-        capture.pendingHops().clear();
-    });
-    QTimer engineLoop;
-    engineLoop.setTimerType(Qt::PreciseTimer);
-    engineLoop.setInterval(16);
-    QObject::connect(&engineLoop, &QTimer::timeout, [&] { capture.takePendingHops(); });
-
+    std::vector<double> visible, atTick;
     for (auto _ : state) {
-        delays.clear();
+        std::size_t taken = 0;
         capture.start(std::nullopt, std::nullopt);
-        engineLoop.start();
+        while (taken < backend->arrivals.size()) {
+            for (double age : takeAges(capture, *backend, taken))
+                visible.push_back(age);
+            std::this_thread::yield();
+        }
+        capture.stop();
+
+        taken = 0;
+        capture.start(std::nullopt, std::nullopt);
+        QTimer engineLoop;
+        engineLoop.setTimerType(Qt::PreciseTimer);
+        engineLoop.setInterval(16);
         QEventLoop loop;
-        QTimer::singleShot(5000, &loop, &QEventLoop::quit);
+        QObject::connect(&engineLoop, &QTimer::timeout, [&] {
+            for (double age : takeAges(capture, *backend, taken))
+                atTick.push_back(age);
+            if (taken >= backend->arrivals.size())
+                loop.quit();
+        });
+        engineLoop.start();
         loop.exec();
-        engineLoop.stop();
         capture.stop();
     }
-    std::sort(delays.begin(), delays.end());
-    if (!delays.empty()) {
-        state.counters["hops"] = static_cast<double>(delays.size());
-        state.counters["median_us"] = delays[delays.size() / 2];
-        state.counters["p99_us"] = delays[delays.size() * 99 / 100];
-        state.counters["max_us"] = delays.back();
-    }
+    state.counters["hops"] = static_cast<double>(visible.size());
+    reportMicroseconds(state, "visible", visible);
+    reportMicroseconds(state, "at_tick", atTick);
 }
 BENCHMARK(BM_HopHandOverDelay)->Iterations(1)->Unit(benchmark::kMillisecond);
 

@@ -2,12 +2,16 @@
 
 #include "Engine/EngineHost.h"
 
+#include <QLoggingCategory>
+
 #include <algorithm>
 #include <functional>
 
 namespace kelvo {
 
 namespace {
+
+Q_LOGGING_CATEGORY(lcEngineLoop, "kelvo.engine")
 
 /// Pushes one level; false when the trace came out as it was (a full trace of equal values
 /// receiving that value again, as in long silence).
@@ -22,6 +26,19 @@ bool pushTrace(std::vector<double>& trace, double level) {
 }
 
 } // namespace
+
+std::size_t EngineLoop::capBacklog(std::vector<MicHop>& hops) {
+    double seconds = 0;
+    std::size_t kept = 0;
+    for (auto hop = hops.rbegin(); hop != hops.rend(); ++hop, ++kept) {
+        seconds += hop->dt;
+        if (seconds > maximumBacklogSeconds + 1e-9)
+            break;
+    }
+    const std::size_t dropped = hops.size() - kept;
+    hops.erase(hops.begin(), hops.begin() + static_cast<std::ptrdiff_t>(dropped));
+    return dropped;
+}
 
 EngineLoop::EngineLoop(EngineHost& engine, HopSource& hops, const MonotonicClock& clock,
                        EngineLoopListener& listener)
@@ -43,7 +60,12 @@ void EngineLoop::tick() {
             const MicHop silent{BandDecibelLevels::silent(), dt, {}, silentHopSampleRate};
             frame = engine_.updateClassical(std::span<const MicHop>(&silent, 1));
         } else {
-            const std::vector<MicHop> hops = hops_.takePendingHops();
+            std::vector<MicHop> hops = hops_.takePendingHops();
+            if (const std::size_t dropped = capBacklog(hops)) {
+                droppedHops_ += dropped;
+                qCWarning(lcEngineLoop)
+                    << "Engine loop: left out" << dropped << "hops of audio queued during a stall";
+            }
             frame = hops.empty() ? engine_.latestFrameJSON() : engine_.updateClassical(hops);
         }
         if (frame) {

@@ -41,6 +41,9 @@ public:
     static constexpr double minimumDt = 0.001;
     static constexpr int visualRefreshInterval = 5;
     static constexpr double silentHopSampleRate = 44100;
+    /// After a stall, only the newest this many seconds of queued audio are fed; the engine
+    /// would otherwise take seconds of music in one step and jump.
+    static constexpr double maximumBacklogSeconds = 0.5;
 
     EngineLoop(EngineHost& engine, HopSource& hops, const MonotonicClock& clock,
                EngineLoopListener& listener);
@@ -54,6 +57,11 @@ public:
     const DmxFrame& lastEngineBuffers() const { return lastEngineBuffers_; }
     const MicBandTrace& micTrace() const { return micTrace_; }
     const BeatReadout& beatReadout() const { return beatReadout_; }
+    /// Hops left out because they were older than the newest half second of a backlog.
+    std::uint64_t droppedHops() const { return droppedHops_; }
+
+    /// Drops all but the newest `maximumBacklogSeconds` of `hops`; returns how many went.
+    static std::size_t capBacklog(std::vector<MicHop>& hops);
 
 private:
     EngineHost& engine_;
@@ -63,6 +71,7 @@ private:
 
     std::optional<MonotonicClock::Duration> lastTickTime_;
     std::uint64_t tickCount_ = 0;
+    std::uint64_t droppedHops_ = 0;
     double lastDt_ = nominalDt;
     DmxFrame lastEngineBuffers_;
     MicBandTrace micTrace_;

@@ -131,17 +131,40 @@ TEST_F(AppModelTest, DeskTakesItsChannelsAndThePreviewShowsIt) {
     EXPECT_EQ(transport->sent.back().datagram[18], 255);
 }
 
-TEST_F(AppModelTest, CaptureFailureKeepsTheLoopStoppedAndSaysWhy) {
+TEST_F(AppModelTest, WithoutAudioTheLoopLightsOnAndCaptureIsRetriedEveryTwoSeconds) {
+    seedCache();
     backend->failStart = true;
     auto model = makeModel();
+    enableArtNet(*model);
     model->bootstrap();
-    EXPECT_FALSE(model->isEngineLoopRunning());
+    EXPECT_TRUE(model->isEngineLoopRunning());
     EXPECT_EQ(model->statusMessage(), "Audio input unavailable: The device is busy");
+    model->tick();
+    EXPECT_EQ(transport->sent.size(), 1u) << "the cached show goes out on silent hops";
 
     model->toggleAudioRecording();
+    EXPECT_TRUE(model->isEngineLoopRunning()) << "the recording toggle never stops the loop";
     EXPECT_EQ(model->statusMessage(), "Recording needs an available audio input.");
     EXPECT_EQ(model->mic().recording().message(),
               QString("Recording needs an available audio input."));
+
+    const std::size_t opened = backend->opened.size();
+    timers->advance(std::chrono::milliseconds(1999));
+    EXPECT_EQ(backend->opened.size(), opened);
+    backend->failStart = false;
+    timers->advance(std::chrono::milliseconds(1));
+    EXPECT_TRUE(model->mic().isCapturing());
+    EXPECT_EQ(model->statusMessage(), "Recording needs an available audio input.")
+        << "only the audio complaint is cleared";
+
+    // A stream that dies while the device list stays as it was is retried as well.
+    backend->last->running = false;
+    backend->last->configurationChanged();
+    ASSERT_TRUE(test::pumpUntil([&] { return !model->mic().isCapturing(); }));
+    timers->advance(std::chrono::milliseconds(2000));
+    EXPECT_TRUE(model->mic().isCapturing());
+    model->stopEngineLoop();
+    EXPECT_EQ(timers->activeCount(), 0) << "a stopped loop retries nothing";
 }
 
 TEST_F(AppModelTest, PermissionIsAskedOnceAndARefusalIsExplained) {
@@ -328,25 +351,13 @@ TEST_F(AppModelTest, LostCaptureResumesWhenTheDeviceLayerReportsBack) {
     backend->failStart = true; // no audio server yet
     auto model = makeModel(devices);
     model->bootstrap();
-    EXPECT_FALSE(model->isEngineLoopRunning());
     EXPECT_EQ(model->statusMessage(), "Audio input unavailable: The device is busy");
 
-    // The server is reached: the layer reports back and the loop starts as start-up wanted.
+    // The server is reached: the layer reports back and capture starts without waiting.
     backend->failStart = false;
     devices->listener();
-    ASSERT_TRUE(test::pumpUntil([&] { return model->isEngineLoopRunning(); }));
-    EXPECT_TRUE(model->mic().isCapturing());
-    EXPECT_EQ(model->statusMessage(), "");
-
-    // The stream dies with the server; its return brings capture back on the same device.
-    backend->last->running = false;
-    backend->last->configurationChanged();
-    ASSERT_TRUE(test::pumpUntil([&] { return !model->mic().isCapturing(); }));
-    EXPECT_TRUE(model->isEngineLoopRunning()) << "the loop keeps lighting on silent hops";
-    const std::size_t opened = backend->opened.size();
-    devices->listener();
     ASSERT_TRUE(test::pumpUntil([&] { return model->mic().isCapturing(); }));
-    EXPECT_EQ(backend->opened.size(), opened + 1);
+    EXPECT_EQ(model->statusMessage(), "");
     EXPECT_EQ(backend->opened.back(), "builtin");
 
     // A loop the operator stopped stays stopped.

@@ -130,6 +130,20 @@ TEST_F(EngineLoopTest, CapturedHopsAreDrainedAndRepeatedFramesFillTheGaps) {
     EXPECT_EQ(listener.frames.size(), 2u);
 }
 
+TEST_F(EngineLoopTest, AStallsBacklogIsCutToTheNewestHalfSecond) {
+    realizeShow();
+    hops.capturing = true;
+    for (int i = 0; i < 80; ++i)
+        hops.pending.push_back(levelHop(i == 79 ? 1 : 0)); // 0.8 s, the beat last
+    loop.tick();
+    EXPECT_NEAR(engine.classicalClock(), 0.5, 1e-9);
+    EXPECT_EQ(loop.droppedHops(), 30u);
+    EXPECT_TRUE(loop.beatReadout().beat) << "the newest hops are the ones fed";
+    hops.pending = {levelHop(0), levelHop(0)};
+    loop.tick();
+    EXPECT_EQ(loop.droppedHops(), 30u);
+}
+
 TEST_F(EngineLoopTest, BeatReadoutPublishedOnlyOnChange) {
     realizeShow();
     hops.capturing = true;

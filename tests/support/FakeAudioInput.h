@@ -2,6 +2,8 @@
 
 #include "Audio/Capture/AudioInputStream.h"
 
+#include <atomic>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -33,22 +35,29 @@ public:
 
     RenderReceiver receiver;
     std::function<void()> configurationChanged;
-    bool running = false;
+    std::atomic<bool> running{false};
 
 private:
     CaptureFormat format_;
     bool failStart_;
 };
 
+/// A backend the test configures. With `waits`, it is opened on the capture's set-up thread,
+/// after `beforeOpen` (which may hold it there).
 class FakeAudioBackend : public AudioInputBackend {
 public:
     CaptureFormat format{48000, 2};
     bool failStart = false;
+    bool waits = false;
+    std::function<void()> beforeOpen;
     std::optional<std::string> missingUID;
     FakeAudioStream* last = nullptr;
     std::vector<std::optional<std::string>> opened;
 
+    bool mayWaitForServer() const override { return waits; }
     std::unique_ptr<AudioInputStream> openStream(const std::optional<std::string>& uid) override {
+        if (beforeOpen)
+            beforeOpen();
         opened.push_back(uid);
         if (uid && uid == missingUID)
             throw AudioInputException("Audio input device not found (" + *uid + ")");

@@ -98,18 +98,26 @@ public:
     }
 
     /// A source fed through a FIFO (float32le). `properties` is the source_properties text,
-    /// e.g. "device.description='DJM-A9' device.bus=usb".
+    /// e.g. "device.description='DJM-A9' device.bus=usb"; `channelMap` e.g. "aux0,aux1".
     struct PipeSource {
         int module = -1;
         std::filesystem::path fifo;
     };
     std::optional<PipeSource> loadPipeSource(const std::string& name, const std::string& properties,
-                                             int rate, int channels) {
+                                             int rate, int channels,
+                                             const std::string& channelMap = {}) {
         const auto fifo = dir_ / (name + ".fifo");
-        const auto output = pactl(
-            {"load-module", "module-pipe-source", "source_name=" + name, "file=" + fifo.string(),
-             "format=float32le", "rate=" + std::to_string(rate),
-             "channels=" + std::to_string(channels), "source_properties=\"" + properties + "\""});
+        std::vector<std::string> arguments = {"load-module",
+                                              "module-pipe-source",
+                                              "source_name=" + name,
+                                              "file=" + fifo.string(),
+                                              "format=float32le",
+                                              "rate=" + std::to_string(rate),
+                                              "channels=" + std::to_string(channels),
+                                              "source_properties=\"" + properties + "\""};
+        if (!channelMap.empty())
+            arguments.push_back("channel_map=" + channelMap);
+        const auto output = pactl(arguments);
         if (!output)
             return std::nullopt;
         return PipeSource{std::stoi(*output), fifo};

@@ -48,6 +48,9 @@ public:
     /// has not started yet. Throws `AudioInputException`.
     virtual std::unique_ptr<AudioInputStream>
     openStream(const std::optional<std::string>& deviceUID) = 0;
+    /// Whether opening and starting a stream may wait for an audio server; such a backend is
+    /// never opened on the main thread.
+    virtual bool mayWaitForServer() const { return false; }
 };
 
 } // namespace kelvo

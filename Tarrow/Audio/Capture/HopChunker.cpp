@@ -12,39 +12,18 @@ HopChunker::HopChunker(std::unique_ptr<BandEnergyExtractor> extractor, double sa
 
 std::vector<MicHop> HopChunker::pushMono(AudioBufferListView list, std::uint32_t frameCount) {
     std::vector<MicHop> hops;
-    const std::uint32_t total = totalChannels(list);
-    const std::uint32_t mixed =
-        channelCount_ ? std::min(static_cast<std::uint32_t>(*channelCount_), total) : total;
-    if (mixed < 1 || frameCount == 0)
-        return hops;
-
-    for (std::uint32_t f = 0; f < frameCount; ++f) {
-        float sum = 0.0f;
-        std::uint32_t base = 0;
-        for (const AudioBuffer& buffer : list) {
-            if (!buffer.data)
-                continue;
-            const std::uint32_t n = buffer.numberChannels;
-            const float* frame = buffer.data + static_cast<std::size_t>(f) * n;
-            for (std::uint32_t k = 0; k < n && k < mixed - base; ++k)
-                sum += frame[k];
-            base += n;
-            if (base >= mixed)
-                break;
-        }
-        carry_[carried_++] = sum / static_cast<float>(mixed);
-        if (carried_ == hopFrames)
-            hops.push_back(completeHop());
-    }
+    pushMono(list, frameCount,
+             [&](const BandDecibelLevels& levels, std::span<const float> samples) {
+                 hops.push_back(
+                     MicHop{levels, hopSeconds_, {samples.begin(), samples.end()}, sampleRate_});
+             });
     return hops;
 }
 
-MicHop HopChunker::completeHop() {
+void HopChunker::analyseCarry() {
     extractor_->appendHopToRing(carry_);
     extractor_->updateSpectrum();
     carried_ = 0;
-    return MicHop{extractor_->levels(), hopSeconds_,
-                  std::vector<float>(carry_.begin(), carry_.end()), sampleRate_};
 }
 
 } // namespace kelvo

@@ -1,6 +1,7 @@
 #include "Audio/Devices/AudioInputDeviceMonitor.h"
 
 #include "Audio/Devices/AudioInputSelection.h"
+#include "Support/SerialQueue.h"
 
 #include <QMetaObject>
 #include <QPointer>
@@ -17,6 +18,8 @@ AudioInputDeviceMonitor::AudioInputDeviceMonitor(std::shared_ptr<AudioDeviceLaye
 AudioInputDeviceMonitor::~AudioInputDeviceMonitor() {
     if (listening_)
         layer_->setChangeListener({});
+    // A listing under way finishes; the list it posts dies with this object's events.
+    lister_.reset();
 }
 
 void AudioInputDeviceMonitor::refresh() {
@@ -25,7 +28,26 @@ void AudioInputDeviceMonitor::refresh() {
             this, [this] { refresh(); }, Qt::QueuedConnection);
         return;
     }
-    std::vector<AudioInputDeviceInfo> inputs = listInputDevices(*layer_);
+    apply(listInputDevices(*layer_));
+}
+
+void AudioInputDeviceMonitor::refreshInBackground() {
+    if (!lister_) { // not listening yet: made with the listener
+        refresh();
+        return;
+    }
+    if (listingQueued_.exchange(true))
+        return;
+    lister_->async([this] {
+        listingQueued_.store(false);
+        std::vector<AudioInputDeviceInfo> inputs = listInputDevices(*layer_);
+        QMetaObject::invokeMethod(
+            this, [this, inputs = std::move(inputs)]() mutable { apply(std::move(inputs)); },
+            Qt::QueuedConnection);
+    });
+}
+
+void AudioInputDeviceMonitor::apply(std::vector<AudioInputDeviceInfo> inputs) {
     if (inputs != devices_) {
         devices_ = std::move(inputs);
         emit devicesChanged(devices_);
@@ -34,12 +56,11 @@ void AudioInputDeviceMonitor::refresh() {
 }
 
 bool AudioInputDeviceMonitor::startListening() {
-    // The layer calls from its own thread; the notice hops to ours. The destructor removes
-    // the listener before the monitor goes, and Qt drops notices still queued for it.
-    listening_ = layer_->setChangeListener([this] {
-        QMetaObject::invokeMethod(
-            this, [this] { refresh(); }, Qt::QueuedConnection);
-    });
+    // The layer calls from its own thread. The destructor removes the listener and ends the
+    // listing thread before the monitor goes.
+    if (!lister_)
+        lister_ = std::make_unique<SerialQueue>("kelvo.audio-devices");
+    listening_ = layer_->setChangeListener([this] { refreshInBackground(); });
     if (!listening_)
         layer_->setChangeListener({});
     return listening_;

@@ -5,13 +5,18 @@
 
 #include <QObject>
 
+#include <atomic>
 #include <memory>
 #include <vector>
 
 namespace kelvo {
 
+class SerialQueue;
+
 /// Lists the audio inputs and follows the list as devices come and go. Lives on the main
-/// thread; the layer's change notices are moved there.
+/// thread. After the first listing, changes are listed on the "kelvo.audio-devices" thread, so
+/// an audio server that is slow to answer never holds up the main thread; the list is handed
+/// back to it.
 class AudioInputDeviceMonitor : public QObject {
     Q_OBJECT
 
@@ -24,6 +29,9 @@ public:
 
     /// Lists the devices now when called on the monitor's thread, else on it, later.
     void refresh();
+    /// Lists the devices on the listing thread and hands the list back; from any thread.
+    /// Changes that come while a listing is under way are covered by one more listing.
+    void refreshInBackground();
     /// Follows device-list changes; true when the layer can deliver them.
     bool startListening();
     bool isListening() const { return listening_; }
@@ -42,9 +50,13 @@ signals:
     void listed();
 
 private:
+    void apply(std::vector<AudioInputDeviceInfo> inputs);
+
     std::shared_ptr<AudioDeviceLayer> layer_;
     std::vector<AudioInputDeviceInfo> devices_;
     bool listening_ = false;
+    std::atomic<bool> listingQueued_{false};
+    std::unique_ptr<SerialQueue> lister_;
 };
 
 } // namespace kelvo

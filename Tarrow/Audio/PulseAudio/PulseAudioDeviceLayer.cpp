@@ -95,14 +95,16 @@ void sinkRate(pa_context*, const pa_sink_info* info, int eol, void* userdata) {
 
 struct FormatQuery {
     const PulseAudioConnection* connection;
-    std::optional<CaptureFormat> format;
+    std::optional<PulseAudioDeviceLayer::SourceFormat> format;
 };
 
 void sourceFormatListed(pa_context*, const pa_source_info* info, int eol, void* userdata) {
     auto* query = static_cast<FormatQuery*>(userdata);
     if (eol == 0 && info)
-        query->format = CaptureFormat{static_cast<double>(info->sample_spec.rate),
-                                      static_cast<int>(info->sample_spec.channels)};
+        query->format =
+            PulseAudioDeviceLayer::SourceFormat{{static_cast<double>(info->sample_spec.rate),
+                                                 static_cast<int>(info->sample_spec.channels)},
+                                                info->monitor_of_sink != PA_INVALID_INDEX};
     else
         query->connection->signal();
 }
@@ -281,43 +283,28 @@ std::optional<std::pair<std::string, bool>> PulseAudioDeviceLayer::parseID(const
 }
 
 std::vector<AudioDeviceRecord> PulseAudioDeviceLayer::devices() {
-    if (const auto connection = current()) {
-        Listing listing{connection.get(), {}};
-        bool answered = false;
-        {
-            PulseAudioConnection::Lock lock(*connection);
-            pa_context* context = connection->context();
-            answered =
-                connection->await(
-                    pa_context_get_source_info_list(context, &sourceListed, &listing)) &&
-                connection->await(pa_context_get_sink_info_list(context, &sinkListed, &listing));
-        }
-        if (answered && !listing.failed) {
-            std::lock_guard guard(stateMutex_);
-            lastDevices_ = listing.records;
-            return listing.records;
-        }
-        if (!answered)
-            lost(connection.get());
-    }
-    // A partial or missing answer would look as if devices had been unplugged.
+    Listing listing{nullptr, {}};
+    const bool answered = withConnection([&](const PulseAudioConnection& connection) {
+        listing.connection = &connection;
+        pa_context* context = connection.context();
+        return connection.await(
+                   pa_context_get_source_info_list(context, &sourceListed, &listing)) &&
+               connection.await(pa_context_get_sink_info_list(context, &sinkListed, &listing));
+    });
     std::lock_guard guard(stateMutex_);
+    if (answered && !listing.failed)
+        lastDevices_ = listing.records;
+    // A partial or missing answer would look as if devices had been unplugged.
     return lastDevices_;
 }
 
 PulseAudioDeviceLayer::DefaultNames PulseAudioDeviceLayer::defaultNames() {
-    const auto connection = current();
-    if (!connection)
-        return {};
-    Defaults defaults{connection.get(), {}, {}};
-    bool answered = false;
-    {
-        PulseAudioConnection::Lock lock(*connection);
-        answered = connection->await(
-            pa_context_get_server_info(connection->context(), &serverInfo, &defaults));
-    }
-    if (!answered)
-        lost(connection.get());
+    Defaults defaults{nullptr, {}, {}};
+    withConnection([&](const PulseAudioConnection& connection) {
+        defaults.connection = &connection;
+        return connection.await(
+            pa_context_get_server_info(connection.context(), &serverInfo, &defaults));
+    });
     return {defaults.source, defaults.sink};
 }
 
@@ -338,23 +325,18 @@ std::optional<double> PulseAudioDeviceLayer::nominalSampleRate(const std::string
             return it->second;
     }
     const auto parsed = parseID(id);
-    const auto connection = current();
     // An empty name is refused before it reaches the server; that is no lost connection.
-    if (!parsed || parsed->first.empty() || !connection)
+    if (!parsed || parsed->first.empty())
         return std::nullopt;
-    RateQuery query{connection.get(), {}};
-    bool answered = false;
-    {
-        PulseAudioConnection::Lock lock(*connection);
-        pa_context* context = connection->context();
-        answered = connection->await(
-            parsed->second ? pa_context_get_source_info_by_name(context, parsed->first.c_str(),
-                                                                &sourceRate, &query)
-                           : pa_context_get_sink_info_by_name(context, parsed->first.c_str(),
-                                                              &sinkRate, &query));
-    }
-    if (!answered)
-        lost(connection.get());
+    RateQuery query{nullptr, {}};
+    withConnection([&](const PulseAudioConnection& connection) {
+        query.connection = &connection;
+        pa_context* context = connection.context();
+        const char* name = parsed->first.c_str();
+        return connection.await(
+            parsed->second ? pa_context_get_source_info_by_name(context, name, &sourceRate, &query)
+                           : pa_context_get_sink_info_by_name(context, name, &sinkRate, &query));
+    });
     return query.rate;
 }
 
@@ -368,23 +350,17 @@ std::vector<AudioSampleRateRange> PulseAudioDeviceLayer::availableSampleRates(co
     return {};
 }
 
-std::optional<CaptureFormat>
+std::optional<PulseAudioDeviceLayer::SourceFormat>
 PulseAudioDeviceLayer::sourceFormat(const std::optional<std::string>& sourceName) {
-    const auto connection = current();
-    if (!connection)
-        return std::nullopt;
-    FormatQuery query{connection.get(), {}};
     const std::string name = sourceName.value_or("@DEFAULT_SOURCE@");
     if (name.empty())
         return std::nullopt;
-    bool answered = false;
-    {
-        PulseAudioConnection::Lock lock(*connection);
-        answered = connection->await(pa_context_get_source_info_by_name(
-            connection->context(), name.c_str(), &sourceFormatListed, &query));
-    }
-    if (!answered)
-        lost(connection.get());
+    FormatQuery query{nullptr, {}};
+    withConnection([&](const PulseAudioConnection& connection) {
+        query.connection = &connection;
+        return connection.await(pa_context_get_source_info_by_name(
+            connection.context(), name.c_str(), &sourceFormatListed, &query));
+    });
     return query.format;
 }
 

@@ -10,6 +10,7 @@
 #include <memory>
 #include <mutex>
 #include <thread>
+#include <utility>
 
 namespace kelvo {
 
@@ -57,9 +58,14 @@ public:
     std::optional<std::string> connectNow();
     static constexpr std::chrono::milliseconds quickAttempt{1000};
 
+    /// A source's own format, and whether it is a sink's monitor (playback fed back in).
+    struct SourceFormat {
+        CaptureFormat format;
+        bool isMonitor = false;
+    };
     /// The format a record stream on this source (absent: the default source) delivers
-    /// without conversion, monitors included: the input's own format.
-    std::optional<CaptureFormat> sourceFormat(const std::optional<std::string>& sourceName);
+    /// without conversion: the input's own format.
+    std::optional<SourceFormat> sourceFormat(const std::optional<std::string>& sourceName);
 
     /// The transport a source or sink with these properties counts as.
     static AudioClockTransport transportFromProperties(const char* bus, const char* formFactor);
@@ -78,6 +84,22 @@ private:
     static void subscriptionEvent(pa_context*, pa_subscription_event_type_t, uint32_t, void*);
     /// The working connection, or null while there is none.
     std::shared_ptr<PulseAudioConnection> current() const;
+    /// Runs `queries(connection)` on the working connection with its loop locked; they issue
+    /// operations and `await` them. Without a connection it is false; a false answer marks the
+    /// connection lost, so the background thread replaces it.
+    template <typename Queries> bool withConnection(Queries queries) {
+        const std::shared_ptr<PulseAudioConnection> connection = current();
+        if (!connection)
+            return false;
+        bool answered = false;
+        {
+            PulseAudioConnection::Lock lock(*connection);
+            answered = queries(std::as_const(*connection));
+        }
+        if (!answered)
+            lost(connection.get());
+        return answered;
+    }
     /// Marks `connection` as failed (if it is still the current one) for the retry thread.
     void lost(const PulseAudioConnection* connection);
     enum class Attempt { alreadyConnected, connected, failed };

@@ -23,14 +23,17 @@ PulseAudioInputBackend::openStream(const std::optional<std::string>& deviceUID) 
     if (id)
         if (const auto parsed = PulseAudioDeviceLayer::parseID(*id))
             source = parsed->first;
-    // Without a configured format, the source's own (the default input may be a monitor).
-    std::optional<CaptureFormat> format =
-        AudioInputDeviceConfigurator::captureFormat(*layer_, deviceUID);
-    if (!format)
-        format = layer_->sourceFormat(source);
-    if (!format)
-        throw AudioInputException("No audio input is available");
-    return std::make_unique<PulseAudioInputStream>(source, *format);
+    // Absent a named device, the server's default source, which is often the speakers'
+    // monitor: playback fed back in is no input of the room, and the tile would call it
+    // "Microphone".
+    const std::optional<PulseAudioDeviceLayer::SourceFormat> own = layer_->sourceFormat(source);
+    if (!own)
+        throw AudioInputException(noInputText);
+    if (own->isMonitor)
+        throw AudioInputException(monitorRefusedText);
+    const CaptureFormat format =
+        AudioInputDeviceConfigurator::captureFormat(*layer_, deviceUID).value_or(own->format);
+    return std::make_unique<PulseAudioInputStream>(source, format);
 }
 
 } // namespace kelvo

@@ -12,11 +12,16 @@ namespace kelvo {
 /// channels, fragments of at most 512 frames).
 class PulseAudioInputBackend : public AudioInputBackend {
 public:
+    static constexpr const char* noInputText = "No audio input is available";
+    static constexpr const char* monitorRefusedText =
+        "No audio input is connected (the speakers’ monitor is not an input)";
+
     /// While the layer has no server, each start tries to reach it at once and, failing,
     /// reports why.
     explicit PulseAudioInputBackend(std::shared_ptr<PulseAudioDeviceLayer> layer);
     std::unique_ptr<AudioInputStream>
     openStream(const std::optional<std::string>& deviceUID) override;
+    bool mayWaitForServer() const override { return true; }
 
 private:
     std::shared_ptr<PulseAudioDeviceLayer> layer_;

@@ -2,6 +2,8 @@
 
 #include "Audio/Devices/AudioInputDeviceConfigurator.h"
 
+#include <algorithm>
+
 namespace kelvo {
 
 PulseAudioInputStream::PulseAudioInputStream(std::optional<std::string> sourceName,
@@ -21,6 +23,7 @@ void PulseAudioInputStream::start(RenderReceiver receiver,
     connection_ = std::make_unique<PulseAudioConnection>("Kelvo Bridge capture", "Kelvo.audio");
     receiver_ = std::move(receiver);
     configurationChanged_ = std::move(configurationChanged);
+    silence_.assign(std::size_t{fragmentFrames} * std::size_t(format_.channelCount), 0.0f);
 
     pa_sample_spec spec{};
     spec.format = PA_SAMPLE_FLOAT32LE;
@@ -46,7 +49,12 @@ void PulseAudioInputStream::start(RenderReceiver receiver,
             attr.tlength = attr.prebuf = attr.minreq = static_cast<std::uint32_t>(-1);
             // Small fragments: a hop is never held back by the server's buffering.
             attr.fragsize = fragmentFrames * frameBytes;
-            auto flags = static_cast<pa_stream_flags_t>(PA_STREAM_ADJUST_LATENCY);
+            // Channel k of the stream is channel k of the source: no remapping by position
+            // names and no remixing, so a mixer's channels reach the recording and the
+            // analysis apart, as they left it.
+            auto flags = static_cast<pa_stream_flags_t>(PA_STREAM_ADJUST_LATENCY |
+                                                        PA_STREAM_NO_REMAP_CHANNELS |
+                                                        PA_STREAM_NO_REMIX_CHANNELS);
             // A chosen device must not be swapped for another behind our back: when it goes,
             // the stream fails and capture stops, and the device rules choose again.
             if (sourceName_)
@@ -105,11 +113,20 @@ void PulseAudioInputStream::readable(pa_stream* stream, std::size_t, void* userd
         std::size_t bytes = 0;
         if (pa_stream_peek(stream, &data, &bytes) < 0 || bytes == 0)
             return;
-        // A hole (no data) is skipped: nothing was captured there.
         if (data) {
             const AudioBuffer buffer{channels, static_cast<const float*>(data)};
             self->receiver_(AudioBufferListView(&buffer, 1),
                             static_cast<std::uint32_t>(bytes / frameBytes));
+        } else {
+            // A hole: the server had nothing for this stretch. It is heard as silence, so the
+            // recording and the analysis keep time with the room.
+            const AudioBuffer silence{channels, self->silence_.data()};
+            for (std::size_t frames = bytes / frameBytes; frames > 0;) {
+                const auto n =
+                    static_cast<std::uint32_t>(std::min<std::size_t>(frames, fragmentFrames));
+                self->receiver_(AudioBufferListView(&silence, 1), n);
+                frames -= n;
+            }
         }
         pa_stream_drop(stream);
     }

@@ -7,6 +7,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace kelvo {
 
@@ -34,6 +35,8 @@ private:
     std::unique_ptr<PulseAudioConnection> connection_;
     pa_stream* stream_ = nullptr;
     RenderReceiver receiver_;
+    // One fragment of zeros, made before the stream starts, played for holes in the input.
+    std::vector<float> silence_;
     std::function<void()> configurationChanged_;
     std::atomic<bool> running_{false};
 };

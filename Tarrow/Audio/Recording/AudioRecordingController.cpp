@@ -61,6 +61,7 @@ void AudioRecordingController::start(int sampleRate, int channels,
         return;
     }
     session_ = session;
+    stoppedSession_ = QUuid();
     setErrorMessage(std::nullopt);
     setMessage(std::nullopt);
     setFirstFile(first);
@@ -72,6 +73,7 @@ void AudioRecordingController::stop(std::optional<QString> reason) {
     if (!isRecording_)
         return;
     writer_->stop();
+    stoppedSession_ = session_;
     session_ = QUuid::createUuid();
     setStartedAt(std::nullopt);
     setMessage(reason.value_or(QString::fromUtf8(savedText)));
@@ -79,6 +81,12 @@ void AudioRecordingController::stop(std::optional<QString> reason) {
 }
 
 void AudioRecordingController::writerFailed(const QUuid& session, const QString& description) {
+    if (session == stoppedSession_) {
+        // The last part of a stopped recording could not be closed: it is not "saved".
+        setMessage(std::nullopt);
+        setErrorMessage(QString::fromUtf8(stoppedPrefix) + description);
+        return;
+    }
     if (session != session_ || !isRecording_)
         return;
     session_ = QUuid::createUuid();

@@ -84,6 +84,8 @@ private:
     std::optional<std::filesystem::path> firstFile_;
     std::optional<QString> errorMessage_;
     QUuid session_ = QUuid::createUuid();
+    // The recording `stop` ended last: a failure to close its last part still reaches the tile.
+    QUuid stoppedSession_;
 };
 
 } // namespace kelvo

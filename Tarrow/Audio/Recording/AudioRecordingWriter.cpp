@@ -2,13 +2,14 @@
 
 #include "Audio/Recording/RecordingError.h"
 #include "Audio/Recording/RecordingPartNaming.h"
+#include "Support/SerialQueue.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <cmath>
 #include <csignal>
 #include <cstdio>
-#include <vector>
+#include <pthread.h>
 
 namespace kelvo {
 
@@ -20,12 +21,26 @@ void ignoreFileSizeSignal() {
     std::call_once(once, [] { std::signal(SIGXFSZ, SIG_IGN); });
 }
 
+// Writes go to disk in pieces of at most this many samples, so a backlog costs little memory.
+constexpr std::size_t drainChunkSamples = 1 << 16;
+
 } // namespace
 
 AudioRecordingWriter::AudioRecordingWriter(double segmentSeconds, Clock now)
     : segmentSeconds_(segmentSeconds),
       now_(now ? std::move(now) : Clock([] { return std::chrono::system_clock::now(); })) {
     ignoreFileSizeSignal();
+    thread_ = std::thread([this] { run(); });
+}
+
+AudioRecordingWriter::~AudioRecordingWriter() {
+    stop();
+    {
+        std::lock_guard lock(tasksMutex_);
+        stopping_ = true;
+    }
+    wake_.notify_one();
+    thread_.join();
 }
 
 std::int64_t AudioRecordingWriter::segmentFramesFor(double segmentSeconds, int sampleRate,
@@ -38,9 +53,50 @@ std::int64_t AudioRecordingWriter::segmentFramesFor(double segmentSeconds, int s
     return std::min(wanted, WAVRecordingFile::maximumPartDataBytes / frameBytes);
 }
 
-AudioRecordingWriter::~AudioRecordingWriter() {
-    stop();
-    waitUntilIdle();
+void AudioRecordingWriter::run() {
+    ::pthread_setname_np(::pthread_self(), SerialQueue::threadName(queueLabel).c_str());
+    std::unique_lock lock(tasksMutex_);
+    for (;;) {
+        // While recording, the ring is emptied on a short period: the audio thread never
+        // wakes this thread, as waking it would take a lock.
+        if (accepting())
+            wake_.wait_for(lock, drainInterval, [this] { return stopping_ || !tasks_.empty(); });
+        else
+            wake_.wait(lock, [this] { return stopping_ || !tasks_.empty(); });
+        std::deque<std::function<void()>> tasks = std::move(tasks_);
+        tasks_.clear();
+        const bool stopping = stopping_;
+        lock.unlock();
+        drain();
+        for (std::function<void()>& task : tasks)
+            task();
+        tasks.clear(); // release captures outside the lock
+        lock.lock();
+        if (stopping && tasks_.empty())
+            return;
+    }
+}
+
+void AudioRecordingWriter::async(std::function<void()> task) {
+    {
+        std::lock_guard lock(tasksMutex_);
+        tasks_.push_back(std::move(task));
+    }
+    wake_.notify_one();
+}
+
+void AudioRecordingWriter::sync(const std::function<void()>& task) {
+    std::mutex doneMutex;
+    std::condition_variable doneSignal;
+    bool done = false;
+    async([&] {
+        task();
+        std::lock_guard lock(doneMutex);
+        done = true;
+        doneSignal.notify_one();
+    });
+    std::unique_lock lock(doneMutex);
+    doneSignal.wait(lock, [&] { return done; });
 }
 
 std::filesystem::path AudioRecordingWriter::start(int sampleRate, int channels,
@@ -48,8 +104,16 @@ std::filesystem::path AudioRecordingWriter::start(int sampleRate, int channels,
                                                   FailureHandler failure) {
     std::filesystem::path first;
     std::optional<RecordingFileError> error;
-    queue_.sync([&] {
+    sync([&] {
         closePartIgnoringErrors();
+        // A copy the audio thread began before the last stop must not spill into this
+        // recording: wait it out, then forget whatever is left in the ring.
+        while (producing_.load(std::memory_order_seq_cst))
+            std::this_thread::yield();
+        ringTail_.store(ringHead_.load(std::memory_order_acquire), std::memory_order_release);
+        overloaded_.store(false, std::memory_order_relaxed);
+        if (!ring_)
+            ring_.reset(new float[ringSamples]);
         firstError_.reset();
         failure_ = std::move(failure);
         directory_ = directory;
@@ -64,9 +128,7 @@ std::filesystem::path AudioRecordingWriter::start(int sampleRate, int channels,
             error = e;
             return;
         }
-        std::lock_guard lock(lock_);
-        accepting_ = true;
-        overloadReported_ = false;
+        accepting_.store(true, std::memory_order_seq_cst);
     });
     if (error)
         throw *error;
@@ -86,45 +148,43 @@ void AudioRecordingWriter::openNextPart() {
     }
 }
 
-void AudioRecordingWriter::closePartIgnoringErrors() {
+void AudioRecordingWriter::closePart() {
     if (!file_)
         return;
+    // Forgotten even when closing fails: a part is closed once.
+    const std::unique_ptr<WAVRecordingFile> file = std::move(file_);
+    file->close();
+}
+
+void AudioRecordingWriter::closePartIgnoringErrors() {
+    const std::filesystem::path url = file_ ? file_->url() : std::filesystem::path();
     try {
-        file_->close();
+        closePart();
     } catch (const RecordingFileError& e) {
-        std::fprintf(stderr, "Kelvo.wav-writer: closing %s failed: %s\n", file_->url().c_str(),
-                     e.what());
+        std::fprintf(stderr, "Kelvo.wav-writer: closing %s failed: %s\n", url.c_str(), e.what());
     }
-    file_.reset();
 }
 
 void AudioRecordingWriter::capture(AudioBufferListView list, std::uint32_t frames,
                                    std::uint32_t channels) {
-    std::unique_lock lock(lock_);
-    if (!accepting_ || overloadReported_)
-        return;
-    const std::int64_t n = static_cast<std::int64_t>(frames) * channels;
-    if (n == 0)
-        return;
-    if (pendingSamples_ + n > maximumPendingSamples) {
-        overloadReported_ = true;
-        lock.unlock();
-        queue_.async([this] { fail(std::string(description(RecordingError::writerOverloaded))); });
+    producing_.store(true, std::memory_order_seq_cst);
+    const std::uint64_t n = std::uint64_t{frames} * channels;
+    if (n == 0 || !accepting_.load(std::memory_order_seq_cst) ||
+        overloaded_.load(std::memory_order_relaxed)) {
+        producing_.store(false, std::memory_order_release);
         return;
     }
-    pendingSamples_ += n;
-    std::unique_ptr<PendingBlock> block;
-    if (!spare_.empty()) {
-        block = std::move(spare_.back());
-        spare_.pop_back();
+    const std::uint64_t head = ringHead_.load(std::memory_order_relaxed);
+    if (head - ringTail_.load(std::memory_order_acquire) + n >
+        std::uint64_t(maximumPendingSamples)) {
+        // The disk is too far behind: this buffer is dropped and the writer stops the recording
+        // once what came before is written.
+        overloaded_.store(true, std::memory_order_relaxed);
+        producing_.store(false, std::memory_order_release);
+        return;
     }
-    lock.unlock();
-
-    if (!block)
-        block = std::make_unique<PendingBlock>();
-    block->count = n;
-    std::vector<float>& samples = block->samples;
-    samples.assign(static_cast<std::size_t>(n), 0.0f);
+    float* const ring = ring_.get();
+    constexpr std::uint64_t mask = ringSamples - 1;
     std::uint32_t base = 0;
     for (const AudioBuffer& buffer : list) {
         if (base >= channels)
@@ -135,36 +195,49 @@ void AudioRecordingWriter::capture(AudioBufferListView list, std::uint32_t frame
         const std::uint32_t take = std::min(stride, channels - base);
         for (std::uint32_t f = 0; f < frames; ++f) {
             const float* in = buffer.data + static_cast<std::size_t>(f) * stride;
-            float* out = samples.data() + static_cast<std::size_t>(f) * channels + base;
+            const std::uint64_t out = head + std::uint64_t{f} * channels + base;
             for (std::uint32_t k = 0; k < take; ++k)
-                out[k] = in[k];
+                ring[(out + k) & mask] = in[k];
         }
         base += stride;
     }
-
-    // The queue runs every task it was given, so the block always comes back.
-    queue_.async([this, raw = block.release()] { writeBlock(raw); });
+    // Channels the list does not have are recorded as silence.
+    for (; base < channels; ++base)
+        for (std::uint32_t f = 0; f < frames; ++f)
+            ring[(head + std::uint64_t{f} * channels + base) & mask] = 0.0f;
+    ringHead_.store(head + n, std::memory_order_release);
+    producing_.store(false, std::memory_order_release);
 }
 
-void AudioRecordingWriter::writeBlock(PendingBlock* raw) {
-    std::unique_ptr<PendingBlock> block(raw);
-    if (beforeAppend_)
+void AudioRecordingWriter::drain() {
+    const std::uint64_t tail = ringTail_.load(std::memory_order_relaxed);
+    if (tail == ringHead_.load(std::memory_order_acquire) &&
+        !overloaded_.load(std::memory_order_relaxed))
+        return;
+    if (beforeAppend_ && !firstError_)
         beforeAppend_();
-    if (!firstError_) {
-        try {
-            append(block->samples);
-        } catch (const RecordingFileError& e) {
-            fail(e.what());
+    const std::uint64_t head = ringHead_.load(std::memory_order_acquire);
+    constexpr std::uint64_t mask = ringSamples - 1;
+    for (std::uint64_t from = tail; from < head;) {
+        const auto count = static_cast<std::size_t>(std::min<std::uint64_t>(
+            head - from, std::max<std::size_t>(drainChunkSamples / std::max(channels_, 1), 1) *
+                             std::max(channels_, 1)));
+        if (!firstError_) {
+            // Copied out whole, so a frame that wraps round the ring's end stays one frame.
+            scratch_.resize(count);
+            for (std::size_t i = 0; i < count; ++i)
+                scratch_[i] = ring_[(from + i) & mask];
+            try {
+                append(scratch_);
+            } catch (const RecordingFileError& e) {
+                fail(e.what());
+            }
         }
+        from += count;
+        ringTail_.store(from, std::memory_order_release);
     }
-    finishPending(std::move(block));
-}
-
-void AudioRecordingWriter::finishPending(std::unique_ptr<PendingBlock> block) {
-    std::lock_guard lock(lock_);
-    pendingSamples_ -= block->count;
-    if (spare_.size() < maximumSpare)
-        spare_.push_back(std::move(block));
+    if (overloaded_.load(std::memory_order_relaxed) && !firstError_)
+        fail(std::string(description(RecordingError::writerOverloaded)));
 }
 
 void AudioRecordingWriter::append(std::span<const float> interleaved) {
@@ -174,8 +247,7 @@ void AudioRecordingWriter::append(std::span<const float> interleaved) {
     std::size_t offset = 0;
     while (remainingFrames > 0) {
         if (file_->frames() >= segmentFrames_) {
-            file_->close();
-            file_.reset();
+            closePart();
             openNextPart();
         }
         const std::int64_t room = segmentFrames_ - file_->frames();
@@ -190,10 +262,7 @@ void AudioRecordingWriter::append(std::span<const float> interleaved) {
 void AudioRecordingWriter::fail(const std::string& message) {
     if (firstError_)
         return;
-    {
-        std::lock_guard lock(lock_);
-        accepting_ = false;
-    }
+    accepting_.store(false, std::memory_order_seq_cst);
     closePartIgnoringErrors();
     firstError_ = message;
     if (failure_)
@@ -201,43 +270,33 @@ void AudioRecordingWriter::fail(const std::string& message) {
 }
 
 void AudioRecordingWriter::stop() {
-    {
-        std::lock_guard lock(lock_);
-        accepting_ = false;
-    }
-    queue_.async([this] {
-        if (!file_)
-            return;
+    accepting_.store(false, std::memory_order_seq_cst);
+    async([this] {
+        drain();
         try {
-            file_->close();
+            closePart();
         } catch (const RecordingFileError& e) {
             fail(e.what());
         }
-        file_.reset();
     });
 }
 
 void AudioRecordingWriter::waitUntilIdle() {
-    queue_.sync([] {});
+    sync([this] { drain(); });
 }
 
 void AudioRecordingWriter::setBeforeAppendHook(std::function<void()> hook) {
-    queue_.sync([&] { beforeAppend_ = std::move(hook); });
-}
-
-bool AudioRecordingWriter::accepting() const {
-    std::lock_guard lock(lock_);
-    return accepting_;
+    sync([&] { beforeAppend_ = std::move(hook); });
 }
 
 std::int64_t AudioRecordingWriter::pendingSamples() const {
-    std::lock_guard lock(lock_);
-    return pendingSamples_;
+    return static_cast<std::int64_t>(ringHead_.load(std::memory_order_acquire) -
+                                     ringTail_.load(std::memory_order_acquire));
 }
 
 std::optional<std::string> AudioRecordingWriter::firstError() {
     std::optional<std::string> error;
-    queue_.sync([&] { error = firstError_; });
+    sync([&] { error = firstError_; });
     return error;
 }
 

@@ -2,24 +2,28 @@
 
 #include "Audio/AudioBufferListView.h"
 #include "Audio/Recording/WAVRecordingFile.h"
-#include "Support/SerialQueue.h"
 
+#include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <cstdint>
+#include <deque>
 #include <filesystem>
 #include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace kelvo {
 
 /// Moves captured audio from the audio thread to disk without ever blocking the audio
-/// thread: `capture` copies the buffer and queues it; the "Kelvo.wav-writer" thread writes it
-/// into hourly `WAVRecordingFile` parts. At most `maximumPendingSamples` may wait for the disk;
-/// beyond that the recording stops and keeps what was written.
+/// thread: `capture` copies the buffer into a preallocated single-producer ring, taking no lock
+/// and allocating nothing; the "Kelvo.wav-writer" thread empties the ring every few
+/// milliseconds into hourly `WAVRecordingFile` parts. At most `maximumPendingSamples` may wait
+/// for the disk; beyond that the recording stops and keeps what was written.
 class AudioRecordingWriter {
 public:
     using Clock = std::function<std::chrono::system_clock::time_point()>;
@@ -29,6 +33,8 @@ public:
     static constexpr std::int64_t maximumPendingSamples = 4000000;
     static constexpr double defaultSegmentSeconds = 3600;
     static constexpr const char* queueLabel = "Kelvo.wav-writer";
+    /// How often the writer thread empties the ring while recording.
+    static constexpr std::chrono::milliseconds drainInterval{10};
 
     explicit AudioRecordingWriter(double segmentSeconds = defaultSegmentSeconds, Clock now = {});
     /// Closes the current part after writing everything queued.
@@ -40,59 +46,69 @@ public:
     /// Returns the first part's location; throws `RecordingFileError` when it cannot be opened.
     std::filesystem::path start(int sampleRate, int channels,
                                 const std::filesystem::path& directory, FailureHandler failure);
-    /// Audio thread: copies the first `channels` channels of the buffer list, interleaved, and
-    /// queues them for the disk. Never blocks on the disk.
+    /// Audio thread: copies the first `channels` channels of the buffer list, interleaved, into
+    /// the ring (missing channels as silence). Never blocks, locks or allocates.
     void capture(AudioBufferListView list, std::uint32_t frames, std::uint32_t channels);
-    /// Stops accepting audio; audio already queued is written, then the part is closed.
+    /// Stops accepting audio; audio already queued is written, then the part is closed. A
+    /// failing close reaches the failure handler of the recording it ends.
     void stop();
 
-    /// Writer queue: writes interleaved samples, cutting parts at exactly `segmentFrames`.
+    /// Writer thread: writes interleaved samples, cutting parts at exactly `segmentFrames`.
     void append(std::span<const float> interleaved);
-    /// Writer queue: stops the recording on the first error; later errors are ignored.
+    /// Writer thread: stops the recording on the first error; later errors are ignored.
     void fail(const std::string& message);
 
-    /// Waits until everything queued so far has been done.
+    /// Runs `task` on the writer thread, after what is queued so far.
+    void async(std::function<void()> task);
+    /// Runs `task` on the writer thread and waits for it; not from the writer thread.
+    void sync(const std::function<void()>& task);
+    /// Waits until everything captured or queued so far has been done.
     void waitUntilIdle();
-    /// Runs on the writer thread before each queued append (tests hold the disk with it).
+    /// Runs on the writer thread before each write of captured audio (tests hold the disk).
     void setBeforeAppendHook(std::function<void()> hook);
 
-    bool accepting() const;
+    bool accepting() const { return accepting_.load(std::memory_order_acquire); }
+    /// Samples captured and not yet written.
     std::int64_t pendingSamples() const;
-    /// Writer-queue state, read through the queue.
+    /// Writer-thread state, read through the writer thread.
     std::optional<std::string> firstError();
     std::int64_t segmentFrames() const { return segmentFrames_; }
     /// Frames per part: the segment length at the sample rate, or fewer when that many
     /// frames would not fit in one WAV file.
     static std::int64_t segmentFramesFor(double segmentSeconds, int sampleRate, int channels);
-    const SerialQueue& queue() const { return queue_; }
 
 private:
-    /// One buffer's copy on its way to the disk. Blocks are recycled, so after the first few
-    /// buffers the copy allocates nothing and the queued task holds only two pointers, which
-    /// `std::function` keeps in place; what remains is the queue's own node, one per 16 tasks.
-    struct PendingBlock {
-        std::vector<float> samples;
-        std::int64_t count = 0;
-    };
+    // The ring holds `maximumPendingSamples` and more: a power of two, so positions wrap by mask.
+    static constexpr std::size_t ringSamples = std::size_t{1} << 22;
+    static_assert(ringSamples >= std::size_t(maximumPendingSamples));
 
+    void run();
+    /// Writer thread: writes what the ring holds (or discards it after a failure); reports an
+    /// overload once the audio before it is on disk.
+    void drain();
     void openNextPart();
+    void closePart();
     void closePartIgnoringErrors();
-    /// Writer queue: writes a block handed over by `capture` (the task owns it).
-    void writeBlock(PendingBlock* block);
-    void finishPending(std::unique_ptr<PendingBlock> block);
 
     const double segmentSeconds_;
     const Clock now_;
 
-    mutable std::mutex lock_;
-    bool accepting_ = false;
-    bool overloadReported_ = false;
-    std::int64_t pendingSamples_ = 0;
-    // Blocks already written, kept for reuse so the audio thread rarely allocates.
-    std::vector<std::unique_ptr<PendingBlock>> spare_;
-    static constexpr std::size_t maximumSpare = 64;
+    // Ring shared with the audio thread. Memory orders: the audio thread writes samples, then
+    // stores `ringHead_` with release; the writer loads it with acquire before reading them.
+    // The writer stores `ringTail_` with release once the samples are written; the audio thread
+    // loads it with acquire before reusing that space. `accepting_` and `producing_` are
+    // sequentially consistent so that a start waits out a copy begun before the last stop: the
+    // audio thread sets `producing_` then reads `accepting_`; a stop clears `accepting_` and the
+    // next start reads `producing_`, so one of them always sees the other.
+    std::unique_ptr<float[]> ring_;
+    std::atomic<std::uint64_t> ringHead_{0};
+    std::atomic<std::uint64_t> ringTail_{0};
+    std::atomic<bool> accepting_{false};
+    std::atomic<bool> producing_{false};
+    // Set by the audio thread when a buffer did not fit; the writer thread reports it.
+    std::atomic<bool> overloaded_{false};
 
-    // Writer queue only.
+    // Writer thread only.
     std::unique_ptr<WAVRecordingFile> file_;
     std::filesystem::path directory_;
     int sampleRate_ = 0;
@@ -101,8 +117,14 @@ private:
     FailureHandler failure_;
     std::optional<std::string> firstError_;
     std::function<void()> beforeAppend_;
+    std::vector<float> scratch_;
 
-    SerialQueue queue_{queueLabel};
+    // Tasks for the writer thread.
+    std::mutex tasksMutex_;
+    std::condition_variable wake_;
+    std::deque<std::function<void()>> tasks_;
+    bool stopping_ = false;
+    std::thread thread_;
 };
 
 } // namespace kelvo

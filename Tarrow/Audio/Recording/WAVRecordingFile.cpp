@@ -53,6 +53,34 @@ void fsyncOrThrow(int fd) {
         throwErrno(errno);
 }
 
+// Makes a file's creation, renaming or removal in `folder` durable, not only its contents.
+void syncFolder(const std::filesystem::path& folder) {
+    const int fd =
+        ::open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fd < 0)
+        throwErrno(errno);
+    const int result = ::fsync(fd);
+    const int code = errno;
+    ::close(fd);
+    if (result != 0)
+        throwErrno(code);
+}
+
+// Opens an existing regular file for recovery: never through a symbolic link, and never a
+// FIFO or device, which could block or be something else entirely.
+int openRegularFile(const std::filesystem::path& path, int access) {
+    const int fd = ::open(path.c_str(), access | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+    if (fd < 0)
+        return -1;
+    struct stat info {};
+    if (::fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) {
+        ::close(fd);
+        errno = EINVAL;
+        return -1;
+    }
+    return fd;
+}
+
 // Temporary file, flushed, then renamed over the target: a reader sees the old file or
 // the complete new one, never a torn one.
 void writeFileAtomically(const std::filesystem::path& target, const std::string& contents) {
@@ -185,6 +213,8 @@ WAVRecordingFile::WAVRecordingFile(std::filesystem::path url, int sampleRate, in
         writeFileAtomically(
             recoveryURL_,
             WAVRecoveryMetadata{url_.filename().string(), sampleRate, channels}.encode());
+        // The part and its side file survive a power cut from here on.
+        syncFolder(url_.parent_path());
     } catch (...) {
         ::close(fd_);
         fd_ = -1;
@@ -261,6 +291,7 @@ void WAVRecordingFile::close() {
         throwErrno(errno);
     if (::unlink(recoveryURL_.c_str()) != 0 && errno != ENOENT)
         throwErrno(errno);
+    syncFolder(url_.parent_path());
 }
 
 bool WAVRecordingFile::isRecordingFileName(std::string_view name) {
@@ -280,7 +311,7 @@ bool WAVRecordingFile::isRecordingFileName(std::string_view name) {
 namespace {
 
 void repairPart(const std::filesystem::path& wav, int channels, int sampleRate) {
-    const int fd = ::open(wav.c_str(), O_WRONLY | O_CLOEXEC);
+    const int fd = openRegularFile(wav, O_WRONLY);
     if (fd < 0)
         throwErrno(errno);
     struct Closer {
@@ -307,7 +338,7 @@ void repairPart(const std::filesystem::path& wav, int channels, int sampleRate) 
 }
 
 std::optional<std::string> readSmallFile(const std::filesystem::path& path) {
-    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    const int fd = openRegularFile(path, O_RDONLY);
     if (fd < 0)
         return std::nullopt;
     std::string contents;
@@ -354,7 +385,14 @@ void WAVRecordingFile::recoverInterrupted(const std::filesystem::path& folder) {
         } catch (const RecordingFileError&) {
             continue;
         }
-        ::unlink(it->path().c_str());
+        if (::unlink(it->path().c_str()) == 0) {
+            try {
+                syncFolder(folder);
+            } catch (const RecordingFileError&) {
+                // The repair itself is on disk; at worst the side file comes back and the
+                // next start repairs the part again.
+            }
+        }
     }
 }
 

@@ -79,8 +79,21 @@ TEST(WAVRecovery, LeavesEverythingElseAlone) {
     writeSideFile(dir, "2026-01-01_00-00-03.wav",
                   WAVRecoveryMetadata{"2026-01-01_00-00-03.wav", 48000, 2}.encode());
 
+    // A WAV that is a symbolic link (to a file outside), and a side file that is one.
+    TemporaryDirectory outside;
+    writeBytes(outside / "victim", staleWav(5));
+    std::filesystem::create_symlink(outside / "victim", dir / "2026-01-01_00-00-04.wav");
+    writeSideFile(dir, "2026-01-01_00-00-04.wav",
+                  WAVRecoveryMetadata{"2026-01-01_00-00-04.wav", 48000, 2}.encode());
+    writeBytes(dir / "2026-01-01_00-00-05.wav", staleWav(5));
+    writeText(outside / "side", WAVRecoveryMetadata{"2026-01-01_00-00-05.wav", 48000, 2}.encode());
+    std::filesystem::create_symlink(outside / "side",
+                                    dir / ".2026-01-01_00-00-05.wav.recovery.json");
+
     WAVRecordingFile::recoverInterrupted(dir.path());
 
+    EXPECT_EQ(readBytes(outside / "victim").size(), 49u);
+    EXPECT_EQ(readBytes(dir / "2026-01-01_00-00-05.wav").size(), 49u);
     EXPECT_EQ(readBytes(dir / "song.wav").size(), 49u);
     EXPECT_TRUE(std::filesystem::exists(dir / ".song.wav.recovery.json"));
     EXPECT_EQ(readBytes(dir / "2026-01-01_00-00-00.wav").size(), 49u);

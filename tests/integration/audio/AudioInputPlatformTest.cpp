@@ -3,6 +3,7 @@
 #include "Audio/Capture/MicCapture.h"
 #include "Audio/Devices/AudioInputDeviceMonitor.h"
 
+#include "support/CaptureStart.h"
 #include "support/PulseAudioServer.h"
 #include "support/QtEventLoop.h"
 #include "support/RequiredTool.h"
@@ -24,12 +25,9 @@ TEST(AudioInputPlatform, WithoutAServerListsNothingAndCaptureSaysWhy) {
         EXPECT_TRUE(platform.deviceLayer->devices().empty());
 
         MicCapture capture(platform.backend);
-        try {
-            capture.start(std::nullopt, std::nullopt);
-            ADD_FAILURE() << "started without a server";
-        } catch (const AudioInputException& e) {
-            EXPECT_EQ(std::string(e.what()).rfind("Audio server unavailable (", 0), 0u) << e.what();
-        }
+        const auto failure = test::startCapture(capture, std::nullopt);
+        ASSERT_TRUE(failure.has_value()) << "started without a server";
+        EXPECT_EQ(failure->rfind("Audio server unavailable (", 0), 0u) << *failure;
         EXPECT_FALSE(capture.isCapturing());
     }
     ::unsetenv("PULSE_SERVER");
@@ -56,8 +54,7 @@ TEST(AudioInputPlatform, AServerThatComesLaterIsListedAndCapturedFrom) {
     EXPECT_EQ(monitor.devices()[0].uid, "djm");
 
     MicCapture capture(platform.backend);
-    capture.start("djm", 2);
-    EXPECT_TRUE(capture.isCapturing());
+    EXPECT_EQ(test::startCapture(capture, "djm", 2), std::nullopt);
 }
 
 TEST(AudioInputPlatform, AnAudioFileReplacesTheDevices) {

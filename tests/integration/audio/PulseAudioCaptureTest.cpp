@@ -3,6 +3,7 @@
 #include "Audio/PulseAudio/PulseAudioDeviceLayer.h"
 #include "Audio/PulseAudio/PulseAudioInputBackend.h"
 
+#include "support/CaptureStart.h"
 #include "support/PulseAudioServer.h"
 #include "support/QtEventLoop.h"
 #include "support/RequiredTool.h"
@@ -63,8 +64,7 @@ TEST_F(PulseAudioCaptureTest, CapturedHopsMatchAnOfflineAnalysisInOrderWithoutGa
         server.loadPipeSource("djm", "device.description='DJM-A9' device.bus=usb", rate, channels);
     ASSERT_TRUE(djm);
     MicCapture capture(std::make_shared<PulseAudioInputBackend>(layer));
-    capture.start("djm", 2);
-    ASSERT_TRUE(capture.isCapturing());
+    ASSERT_EQ(test::startCapture(capture, "djm", 2), std::nullopt);
     EXPECT_EQ(capture.sampleRate(), rate);
     EXPECT_EQ(capture.recordingChannels(), 2);
 
@@ -114,43 +114,57 @@ TEST_F(PulseAudioCaptureTest, RemovingTheSourceStopsCapture) {
         "codec", "device.description='USB Audio CODEC' device.bus=usb", 48000, 2);
     ASSERT_TRUE(source);
     MicCapture capture(std::make_shared<PulseAudioInputBackend>(layer));
-    capture.start("codec", std::nullopt);
-    ASSERT_TRUE(capture.isCapturing());
+    ASSERT_EQ(test::startCapture(capture, "codec"), std::nullopt);
     ASSERT_TRUE(server.unloadModule(source->module));
     ASSERT_TRUE(test::pumpUntil([&] { return !capture.isCapturing(); }));
     EXPECT_EQ(capture.bandLevels(), BandDecibelLevels::silent());
 }
 
-TEST_F(PulseAudioCaptureTest, TheDefaultInputHearsAWavPlayedIntoTheSpeakers) {
-    // The only source is the speakers' monitor, which the server uses as its default input.
-    test::TemporaryDirectory dir;
-    const int rate = 48000;
-    std::vector<float> bass(rate * 2 * 2);
-    for (std::size_t f = 0; f < bass.size() / 2; ++f)
-        bass[f * 2] = bass[f * 2 + 1] =
-            static_cast<float>(0.5 * std::sin(2 * std::numbers::pi * 80 * double(f) / rate));
-    const auto wav = dir / "bass.wav";
-    ASSERT_TRUE(test::writeSoundFile(wav, bass, rate, 2, SF_FORMAT_WAV | SF_FORMAT_FLOAT));
-
+TEST_F(PulseAudioCaptureTest, EachChannelOfAFourChannelInterfaceArrivesAsItLeftIt) {
+    const int rate = 48000, channels = 4;
+    const auto quad =
+        server.loadPipeSource("quad", "device.description='USB Audio 4x4' device.bus=usb", rate,
+                              channels, "aux0,aux1,aux2,aux3");
+    ASSERT_TRUE(quad);
     MicCapture capture(std::make_shared<PulseAudioInputBackend>(layer));
-    capture.start(std::nullopt, std::nullopt);
-    ASSERT_TRUE(capture.isCapturing());
-    EXPECT_EQ(capture.sampleRate(), rate);
-    EXPECT_EQ(capture.activeDeviceUID(), std::nullopt);
+    ASSERT_EQ(test::startCapture(capture, "quad"), std::nullopt);
+    ASSERT_EQ(capture.recordingChannels(), channels);
+    test::TemporaryDirectory dir;
+    capture.recording().start(rate, channels, dir.path());
 
-    const std::string play = "PULSE_SERVER='" + server.serverAddress() + "' paplay '" +
-                             wav.string() + "' >/dev/null 2>&1";
-    std::thread player([&] { EXPECT_EQ(std::system(play.c_str()), 0) << "paplay failed"; });
-    // Loud bass arrives: the low band dominates.
-    const bool heard = test::pumpUntil(
+    const std::vector<float> levels = {0.1f, 0.2f, 0.3f, 0.4f};
+    std::vector<float> track;
+    for (int f = 0; f < rate; ++f)
+        track.insert(track.end(), levels.begin(), levels.end());
+    std::thread writer([&] { test::writeToFifo(quad->fifo, track, channels, rate, 4.0); });
+    std::vector<MicHop> hops;
+    test::pumpUntil(
         [&] {
-            capture.takePendingHops();
-            return capture.bandLevels().low > -60 && capture.bandLevels().lowDominance > 0.6;
+            for (auto& hop : capture.takePendingHops())
+                hops.push_back(std::move(hop));
+            return hops.size() >= 80;
         },
         std::chrono::seconds(10));
-    player.join();
-    EXPECT_TRUE(heard) << "low " << capture.bandLevels().low << " dominance "
-                       << capture.bandLevels().lowDominance;
+    writer.join();
+    capture.stop();
+    capture.recording().writer().waitUntilIdle();
+
+    ASSERT_GE(hops.size(), 80u);
+    EXPECT_NEAR(hops[40].samples[100], 0.25f, 1e-6) << "the analysis hears the mean";
+    const test::SoundFile recorded = test::readSoundFile(*capture.recording().firstFile());
+    ASSERT_EQ(recorded.channels, channels);
+    ASSERT_GT(recorded.frames, rate / 2);
+    const std::size_t middle = std::size_t(recorded.frames / 2) * channels;
+    for (int c = 0; c < channels; ++c)
+        EXPECT_NEAR(recorded.samples[middle + c], levels[c], 1e-6) << "channel " << c + 1;
+}
+
+TEST_F(PulseAudioCaptureTest, TheSpeakersMonitorIsNoInput) {
+    // The only source is the speakers' monitor, which the server offers as its default input.
+    MicCapture capture(std::make_shared<PulseAudioInputBackend>(layer));
+    EXPECT_EQ(test::startCapture(capture, std::nullopt),
+              "No audio input is connected (the speakers’ monitor is not an input)");
+    EXPECT_FALSE(capture.isCapturing());
 }
 
 TEST(AudioFileInput, PlaysTheFileInRealTimeAndLoops) {

@@ -5,6 +5,7 @@
 #include "Audio/PulseAudio/PulseAudioDeviceLayer.h"
 #include "Audio/PulseAudio/PulseAudioInputBackend.h"
 
+#include "support/CaptureStart.h"
 #include "support/PulseAudioServer.h"
 #include "support/QtEventLoop.h"
 #include "support/RequiredTool.h"
@@ -104,7 +105,9 @@ TEST_F(PulseAudioDevicesTest, HotPlugMovesARealCaptureAndResetsThePreference) {
          [&](const QString& message) { status = message; }});
     model.startAudioDeviceMonitoring(monitor);
     ASSERT_EQ(model.activeAudioDeviceUID(), "mic");
-    capture.start(model.activeAudioDeviceUID(), model.captureChannelCount());
+    ASSERT_EQ(
+        test::startCapture(capture, model.activeAudioDeviceUID(), model.captureChannelCount()),
+        std::nullopt);
     model.setPreferMicrophoneOverUSB(true);
     auto capturingFrom = [&](const std::string& uid) {
         return test::pumpUntil(
@@ -131,7 +134,7 @@ TEST_F(PulseAudioDevicesTest, HotPlugMovesARealCaptureAndResetsThePreference) {
     ASSERT_TRUE(djm);
     ASSERT_TRUE(capturingFrom("djm"));
     model.selectAudioInputDevice("mic");
-    EXPECT_EQ(capture.activeDeviceUID(), "mic");
+    ASSERT_TRUE(capturingFrom("mic"));
     const auto codec = server.loadPipeSource("codec", codecProperties, 48000, 2);
     ASSERT_TRUE(codec);
     ASSERT_TRUE(test::pumpUntil([&] { return model.audioInputDevices().size() == 3; }));
