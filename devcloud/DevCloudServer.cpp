@@ -1,7 +1,9 @@
 #include "DevCloudServer.h"
 
+#include "AdminRoutes.h"
 #include "FrontDoor.h"
 #include "Options.h"
+#include "PageRoutes.h"
 #include "ShowUpdatesHub.h"
 
 #include <QUrlQuery>
@@ -69,6 +71,8 @@ std::optional<QString> DevCloudServer::listen(const QHostAddress& address, quint
     router_ = std::make_unique<HttpRouter>(faults_, QStringLiteral("http://") +
                                                         authority(address, door_->serverPort()));
     addApiRoutes(*router_, cloud_, settings_.api);
+    addAdminRoutes(*router_, cloud_, faults_, *hub_, settings_.adminSecret);
+    addPageRoutes(*router_, cloud_, [this] { return hub_->connectedCount(); });
     http_.bind(door_);
     return std::nullopt;
 }
