@@ -1,6 +1,7 @@
 #include "FrontDoor.h"
 
 #include "FaultInjector.h"
+#include "RequestHead.h"
 
 #include <QPointer>
 #include <QTcpSocket>
@@ -16,29 +17,6 @@ namespace {
 
 constexpr qint64 maximumHeadBytes = 64 * 1024;
 constexpr int headTimeoutMs = 15'000;
-
-struct Head {
-    QByteArray target;
-    bool websocketUpgrade = false;
-};
-
-std::optional<Head> parseHead(const QByteArray& bytes) {
-    const qsizetype end = bytes.indexOf("\r\n\r\n");
-    if (end < 0)
-        return std::nullopt;
-    const QList<QByteArray> lines = bytes.left(end).split('\n');
-    Head head;
-    const QList<QByteArray> requestLine = lines.value(0).trimmed().split(' ');
-    head.target = requestLine.value(1);
-    for (qsizetype i = 1; i < lines.size(); ++i) {
-        const qsizetype colon = lines[i].indexOf(':');
-        if (colon > 0 &&
-            lines[i].left(colon).trimmed().compare("upgrade", Qt::CaseInsensitive) == 0)
-            head.websocketUpgrade =
-                lines[i].mid(colon + 1).toLower().contains(QByteArrayLiteral("websocket"));
-    }
-    return head;
-}
 
 QByteArray reason(int status) {
     switch (status) {
@@ -91,7 +69,7 @@ void FrontDoor::incomingConnection(qintptr descriptor) {
 }
 
 void FrontDoor::examine(QTcpSocket* socket) {
-    const std::optional<Head> head = parseHead(socket->peek(maximumHeadBytes));
+    const std::optional<RequestHead> head = parseRequestHead(socket->peek(maximumHeadBytes));
     if (!head) {
         if (socket->bytesAvailable() >= maximumHeadBytes) {
             socket->disconnect(this);
