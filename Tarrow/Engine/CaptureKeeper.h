@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Engine/Timer.h"
+#include "Support/Timer.h"
 
 #include <QString>
 

@@ -5,8 +5,8 @@
 #include "DMX/DmxFrame.h"
 #include "Engine/DropDiagnostics.h"
 #include "Engine/LightingPlot.h"
-#include "Engine/MonotonicClock.h"
 #include "Show/ShowOptions.h"
+#include "Support/MonotonicClock.h"
 
 #include <QObject>
 #include <nlohmann/json.hpp>
