@@ -210,10 +210,12 @@ TEST(ShowPatchBlueprint, MissingFloorSizeSpansTheFixtures) {
 
     // Positions at the ends of the number range stay finite.
     a["x"] = 1e308;
-    b["x"] = -1e308;
+    b["x"] = 1.5e308;
+    a["y"] = -1e308;
+    b["y"] = 1e308;
     const auto patch = build(snapshotWith({a, b}));
-    EXPECT_TRUE(std::isfinite(patch->blueprint.floorWidth));
-    EXPECT_EQ(patch->blueprint.markers.at(0).x, 0);
+    EXPECT_TRUE(std::isfinite(patch->blueprint.floorDepth));
+    EXPECT_EQ(patch->blueprint.markers.at(0), (ShowBlueprint::Marker{1.25e308, 0, "G"}));
 }
 
 TEST(ShowPatchJson, EncodesCamelCaseKeysAndRoundTrips) {
