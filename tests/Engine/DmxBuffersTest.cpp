@@ -53,8 +53,8 @@ TEST(DmxBuffersJson, OneNonArrayValueSpoilsTheMap) {
 
 TEST(DmxBuffersJson, MalformedTextIsEmpty) {
     for (const char* text : {R"({"1":[1,2)", R"({"1":[1,]})", R"({"1":[1]}x)", R"({"1" [1]})",
-                             R"({"1":[-]})", R"({"1":[1e]})", R"({"1":[-inf]})", "{\"1\n\":[1]}",
-                             R"({"1":[tru]})", R"({"1":[{"a":"]}"]})"})
+                             R"({"1":[-]})", R"({"1":[1e]})", R"({"1":[-inf]})",
+                             "{\"1\":[1],\"x\n\":[2]}", R"({"1":[tru]})", R"({"1":[{"a":"]}"]})"})
         EXPECT_EQ(parseDmxBuffersJSON(text), DmxFrame{}) << text;
 }
 
