@@ -52,13 +52,12 @@ json demoThemesForEngine() {
 }
 
 /// Mono audio cut into hops with levels from the real extractor, as the capture delivers them.
-std::vector<MicHop> hopsOf(const testing::SyntheticDanceTrack& track) {
-    const double rate = track.spec().sampleRate;
+std::vector<MicHop> hopsOf(const std::vector<float>& samples, double rate = 48000) {
     BandEnergyExtractor extractor(rate);
     constexpr std::size_t hop = BandEnergyExtractor::hopSize;
     std::vector<MicHop> hops;
-    for (std::size_t i = 0; i + hop <= track.samples().size(); i += hop) {
-        extractor.appendHopToRing(std::span<const float, hop>(track.samples().data() + i, hop));
+    for (std::size_t i = 0; i + hop <= samples.size(); i += hop) {
+        extractor.appendHopToRing(std::span<const float, hop>(samples.data() + i, hop));
         extractor.updateSpectrum();
         hops.push_back({extractor.levels(), double(hop) / rate, {}, rate});
     }
@@ -190,12 +189,16 @@ TEST_F(HarnessContract, UniversesAndChannelsFollowTheDefinitionsAndTheFixtureOpt
             EXPECT_EQ(channel(dmx, p, "blue"), 153);
         }
     }
-    host_.applyControl({.themeName = "Ocean"}); // (0, 0.4, 1)
-    const auto ocean = run(host_, 1, 10).back();
+    // A theme edited in the cloud reaches the lights.
+    const ThemeOption lime{"Lime", {{0.2, 1, 0}}, {}, false, false};
+    json themes = demoThemesForEngine();
+    themes.push_back(lime.enginePayload());
+    host_.applyControl({.themeName = "Lime", .themes = themes});
+    const auto limed = run(host_, 1, 10).back();
     const Patched& par = enabled_.front();
-    EXPECT_EQ(std::vector({channel(ocean, par, "red"), channel(ocean, par, "green"),
-                           channel(ocean, par, "blue")}),
-              std::vector({0, 102, 255}));
+    EXPECT_EQ(std::vector({channel(limed, par, "red"), channel(limed, par, "green"),
+                           channel(limed, par, "blue")}),
+              std::vector({51, 255, 0}));
 
     json fixtures = demoBootstrap()["active_show"]["fixtures"];
     for (json& f : fixtures)
@@ -208,7 +211,7 @@ TEST_F(HarnessContract, UniversesAndChannelsFollowTheDefinitionsAndTheFixtureOpt
 }
 
 TEST_F(HarnessContract, EveryModeLightsEachEnabledFixtureAndOnlyThose) {
-    const auto hops = hopsOf(testing::SyntheticDanceTrack({.bpm = 128, .seconds = 9}));
+    const auto hops = hopsOf(testing::SyntheticDanceTrack({.bpm = 128, .seconds = 9}).samples());
     std::map<std::int64_t, std::set<std::size_t>> owned; // channel indexes of enabled fixtures
     for (const Patched& p : enabled_)
         for (int c = 0; c < p.width; ++c)
@@ -251,13 +254,15 @@ TEST_F(HarnessContract, EveryModeLightsEachEnabledFixtureAndOnlyThose) {
     }
 }
 
-TEST_F(HarnessContract, ManualDimmerScalesEveryDimmer) {
+TEST_F(HarnessContract, ManualDimmerAndABlendTowardsBlackoutScaleEveryDimmer) {
     // Each compared at the same point of a bar: the strobe heads punch the downbeat.
     const auto full = run(host_, 5).back();
-    host_.applyControl({.manualDimmer = 0.5});
-    const auto halved = run(host_, 5, 120).back();
+    host_.applyControl({.modeId = "static", .modeTo = "blackout", .modeLerp = 0.5});
+    const auto blended = run(host_, 5, 120).back();
+    host_.applyControl({.modeId = "static", .manualDimmer = 0.5});
+    const auto halved = run(host_, 5, 240).back();
     host_.applyControl({.manualDimmer = 0.0});
-    const auto dark = run(host_, 5, 240).back();
+    const auto dark = run(host_, 5, 360).back();
     for (const Patched& p : enabled_) {
         for (const char* kind : {"dimmer", "red", "green", "blue"}) {
             // Without a dimmer channel the colour carries the intensity.
@@ -265,6 +270,7 @@ TEST_F(HarnessContract, ManualDimmerScalesEveryDimmer) {
                 continue;
             EXPECT_EQ(channel(dark, p, kind), 0) << p.id << " " << kind;
             EXPECT_NEAR(channel(halved, p, kind), channel(full, p, kind) / 2.0, 1.0) << p.id;
+            EXPECT_NEAR(channel(blended, p, kind), channel(full, p, kind) / 2.0, 1.0) << p.id;
         }
     }
 }
@@ -319,7 +325,7 @@ TEST_F(HarnessContract, AnAutomaticDropFiresOnceWhenTheBassReturnsAfterTheWarmUp
     host.loadHarness(harnessSource());
     std::vector<double> drops;
     double armedAt = -1;
-    for (const MicHop& hop : hopsOf(track)) {
+    for (const MicHop& hop : hopsOf(track.samples())) {
         const int count = host.automaticDropCount();
         host.updateClassical(std::span(&hop, 1));
         if (host.automaticDropCount() != count)
@@ -338,6 +344,28 @@ TEST_F(HarnessContract, AnAutomaticDropFiresOnceWhenTheBassReturnsAfterTheWarmUp
     char expected[16];
     std::snprintf(expected, sizeof expected, "%.1fs", drops[0]);
     EXPECT_EQ(host.dropDiagnostics().recentEvents, std::vector<std::string>{expected});
+}
+
+TEST_F(HarnessContract, TheTempoFollowsTheNextTrackAndTheBeatsStopWithTheMusic) {
+    // A DJ cuts from a 128 BPM track to a 140 BPM one at 20 s; the music stops at 40 s.
+    std::vector<float> mix = testing::SyntheticDanceTrack({.bpm = 128, .seconds = 20}).samples();
+    const auto next = testing::SyntheticDanceTrack({.bpm = 140, .seconds = 20}).samples();
+    mix.insert(mix.end(), next.begin(), next.end());
+    auto hops = hopsOf(mix);
+    hops.resize(hops.size() + 500, {BandDecibelLevels::silent(), 512.0 / 48000, {}, 48000});
+    EngineHost host;
+    host.loadHarness(harnessSource());
+    double lastBeat = 0;
+    for (const MicHop& hop : hops) {
+        host.updateClassical(std::span(&hop, 1));
+        const double clock = host.classicalClock();
+        if (clock >= 28 && clock < 40) {
+            ASSERT_NEAR(host.lastBeat().bpm, 140, 1.0) << "at " << clock << " s";
+        }
+        lastBeat = host.lastBeat().beat ? clock : lastBeat;
+    }
+    EXPECT_GT(lastBeat, 39.0);
+    EXPECT_LT(lastBeat, 43.0) << "the flywheel runs on for at most the silence timeout";
 }
 
 } // namespace

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <map>
 
 namespace kelvo {
 namespace {
@@ -86,17 +87,16 @@ TEST(ShowPatchAddressing, UniverseAndAddressDefaultToOne) {
                                            fixtureRow("ok", 4, 300),
                                            fixtureRow("whole", 2.0, 17.0)}));
     ASSERT_TRUE(patch);
-    for (const char* id : {"zero", "neg", "missing", "text", "frac"}) {
-        SCOPED_TRACE(id);
-        const auto* f = findFixture(*patch, id);
-        ASSERT_TRUE(f);
-        EXPECT_EQ(f->universe, 1);
-        EXPECT_EQ(f->address, 1);
-    }
-    EXPECT_EQ(findFixture(*patch, "ok")->universe, 4);
-    EXPECT_EQ(findFixture(*patch, "ok")->address, 300);
-    EXPECT_EQ(findFixture(*patch, "whole")->universe, 2);
-    EXPECT_EQ(findFixture(*patch, "whole")->address, 17);
+    std::map<std::string, std::pair<std::int64_t, std::int64_t>> placedAt;
+    for (const char* id : {"zero", "neg", "missing", "text", "frac", "ok", "whole"})
+        placedAt[id] = {findFixture(*patch, id)->universe, findFixture(*patch, id)->address};
+    EXPECT_EQ(placedAt, (decltype(placedAt){{"zero", {1, 1}},
+                                            {"neg", {1, 1}},
+                                            {"missing", {1, 1}},
+                                            {"text", {1, 1}},
+                                            {"frac", {1, 1}},
+                                            {"ok", {4, 300}},
+                                            {"whole", {2, 17}}}));
 }
 
 TEST(ShowPatchWidth, TheManualDimmersOptionsOrTheDefinitionAtLeastOne) {
@@ -210,10 +210,12 @@ TEST(ShowPatchBlueprint, MissingFloorSizeSpansTheFixtures) {
 
     // Positions at the ends of the number range stay finite.
     a["x"] = 1e308;
-    b["x"] = -1e308;
+    b["x"] = 1.5e308;
+    a["y"] = -1e308;
+    b["y"] = 1e308;
     const auto patch = build(snapshotWith({a, b}));
-    EXPECT_TRUE(std::isfinite(patch->blueprint.floorWidth));
-    EXPECT_EQ(patch->blueprint.markers.at(0).x, 0);
+    EXPECT_TRUE(std::isfinite(patch->blueprint.floorDepth));
+    EXPECT_EQ(patch->blueprint.markers.at(0), (ShowBlueprint::Marker{1.25e308, 0, "G"}));
 }
 
 TEST(ShowPatchJson, EncodesCamelCaseKeysAndRoundTrips) {
