@@ -78,6 +78,7 @@ TEST(LaunchArguments, BadInputSaysWhatIsWrong) {
         {"--route 1=artnet:", "Cannot read the route"},
         {"--route x=enttec", "Cannot read the route"},
         {"--route 1enttec", "Cannot read the route"},
+        {"--route 1=dmx", "Cannot read the route"},
         {"--run-seconds -1", "--run-seconds needs a positive number"},
         {"--run-seconds abc", "--run-seconds needs a positive number"},
     };

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <fstream>
 
 namespace kelvo {
@@ -69,7 +70,7 @@ TEST_F(AppModelTest, EmptyCacheStillStartsTheLoopAndCapture) {
     EXPECT_TRUE(model->statusMessage().isEmpty());
 }
 
-TEST_F(AppModelTest, DamagedWorkspaceFileDoesNotStopStartUp) {
+TEST_F(AppModelTest, DamagedWorkspaceFileDoesNotStopStartUpAndAHarnessAloneIsNoWorkspace) {
     seedCache();
     std::ofstream(dir / "cache" / "workspace_ui.json") << "{\"shows\": [ broken";
     auto model = makeModel();
@@ -78,6 +79,11 @@ TEST_F(AppModelTest, DamagedWorkspaceFileDoesNotStopStartUp) {
     EXPECT_TRUE(model->shows().empty());
     EXPECT_TRUE(model->isEngineLoopRunning());
     EXPECT_TRUE(model->engine().hasRealizedShow());
+
+    std::filesystem::remove(dir / "cache" / "show_snapshot.json");
+    auto harnessOnly = makeModel();
+    harnessOnly->bootstrap();
+    EXPECT_FALSE(harnessOnly->hasOfflineWorkspace());
 }
 
 TEST_F(AppModelTest, CachedShowLightsItsRouteAndTheDeskTakesItsChannels) {
@@ -144,6 +150,7 @@ TEST_F(AppModelTest, StoppingTheLoopReleasesEveryDropHold) {
     model->bootstrap();
     model->beginForcedDrop(DropHoldSource::pointer);
     model->beginForcedDrop(DropHoldSource::keyboard);
+    EXPECT_EQ(model->statusSnapshot().dropStatus, "held");
     model->stopEngineLoop();
     EXPECT_FALSE(model->isDropHeld());
     EXPECT_EQ(timers->activeCount(), 0);
