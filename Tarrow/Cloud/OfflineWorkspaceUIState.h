@@ -12,14 +12,15 @@ namespace kelvo {
 
 /// The dashboard selections that make the cached show usable without the cloud.
 struct OfflineWorkspaceUIState {
-    std::vector<ShowOption> shows;
-    std::optional<std::string> selectedShowId;
-    std::vector<LightingModeOption> lightingModes;
-    std::string selectedModeId;
-    std::vector<ThemeOption> themes;
-    std::string selectedThemeName;
-    std::optional<std::string> selectedModeTo;
-    std::optional<double> selectedModeLerp;
+    // Defaulted, so a state can be written with designated initialisers.
+    std::vector<ShowOption> shows = {};
+    std::optional<std::string> selectedShowId = {};
+    std::vector<LightingModeOption> lightingModes = {};
+    std::string selectedModeId = {};
+    std::vector<ThemeOption> themes = {};
+    std::string selectedThemeName = {};
+    std::optional<std::string> selectedModeTo = {};
+    std::optional<double> selectedModeLerp = {};
 
     friend bool operator==(const OfflineWorkspaceUIState&,
                            const OfflineWorkspaceUIState&) = default;

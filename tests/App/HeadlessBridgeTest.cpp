@@ -102,7 +102,6 @@ TEST_F(HeadlessBridgeTest, LaunchSettingsAreSavedAndInForceBeforeTheFirstTick) {
     // choice prefers.
     EXPECT_EQ(backend->opened, (std::vector<std::optional<std::string>>{"mic"}));
     AppModel& model = bridge->model();
-    EXPECT_EQ(model.audioSelection().activeAudioDeviceUID(), "mic");
 
     backend->last->deliver(std::vector<float>(2 * 512, 0.25f));
     test::pumpFor(std::chrono::milliseconds(20));

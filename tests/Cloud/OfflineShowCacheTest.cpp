@@ -92,8 +92,11 @@ TEST_F(OfflineShowCacheFiles, WorkspaceWrittenLaterKeepsTheNewestAndReportsFailu
     cache.flushPendingWrites();
     EXPECT_EQ(OfflineShowCache(base()).loadWorkspaceUI(), state);
 
+    // A folder that cannot be made fails every save; written later, the failure is announced.
     writeFile(temp.filePath("plain-file"), "x");
     OfflineShowCache blocked(temp.filePath("plain-file/KelvoBridge"));
+    EXPECT_THROW(blocked.savePatch(samplePatch("s")), OfflineCacheError);
+    EXPECT_THROW(blocked.saveHarnessJS("a", "b"), OfflineCacheError);
     QString reason;
     QObject::connect(&blocked, &OfflineShowCache::workspaceSaveFailed,
                      [&](const QString& text) { reason = text; });
@@ -120,23 +123,18 @@ TEST_F(OfflineShowCacheFiles, WorkspaceOptionalKeysMayBeMissingRequiredOnesMayNo
     const QString path = cache.supportDir() + "/workspace_ui.json";
     writeFile(path, R"({"shows":[],"lightingModes":[],"selectedModeId":"blackout","themes":[],
                         "selectedThemeName":"Rave"})");
-    const auto minimal = cache.loadWorkspaceUI();
-    ASSERT_TRUE(minimal);
-    EXPECT_EQ(minimal->selectedModeLerp, std::nullopt);
-    EXPECT_EQ(minimal->selectedModeTo, std::nullopt);
-    EXPECT_EQ(minimal->selectedShowId, std::nullopt);
-    EXPECT_EQ(minimal->selectedModeId, "blackout");
-
-    writeFile(path, R"({"shows":[],"lightingModes":[],"themes":[],"selectedThemeName":"Rave"})");
-    EXPECT_EQ(cache.loadWorkspaceUI(), std::nullopt);
-    writeFile(path, R"({"shows":{},"lightingModes":[],"selectedModeId":"b","themes":[],
-                        "selectedThemeName":"Rave"})");
-    EXPECT_EQ(cache.loadWorkspaceUI(), std::nullopt);
-    writeFile(path, R"({"shows":[],"lightingModes":[],"selectedModeId":"b","themes":[],
-                        "selectedThemeName":"Rave","selectedModeLerp":"half"})");
-    EXPECT_EQ(cache.loadWorkspaceUI(), std::nullopt);
-    writeFile(path, "{\"shows\":[");
-    EXPECT_EQ(cache.loadWorkspaceUI(), std::nullopt);
+    EXPECT_EQ(cache.loadWorkspaceUI(),
+              (OfflineWorkspaceUIState{.selectedModeId = "blackout", .selectedThemeName = "Rave"}));
+    for (const char* damaged :
+         {R"({"shows":[],"lightingModes":[],"themes":[],"selectedThemeName":"Rave"})",
+          R"({"shows":{},"lightingModes":[],"selectedModeId":"b","themes":[],
+                 "selectedThemeName":"Rave"})",
+          R"({"shows":[],"lightingModes":[],"selectedModeId":"b","themes":[],
+                 "selectedThemeName":"Rave","selectedModeLerp":"half"})",
+          "{\"shows\":["}) {
+        writeFile(path, damaged);
+        EXPECT_EQ(cache.loadWorkspaceUI(), std::nullopt) << damaged;
+    }
 }
 
 TEST_F(OfflineShowCacheFiles, OfflineRuntimeNeedsBothHarnessAndSnapshot) {
@@ -151,16 +149,16 @@ TEST_F(OfflineShowCacheFiles, OfflineRuntimeNeedsBothHarnessAndSnapshot) {
 }
 
 TEST(OfflineShowCachePatchNames, KeepLettersDigitsAndHyphensOfAnyScript) {
-    EXPECT_EQ(OfflineShowCache::patchFileName("Show 1"), "Show_1.json");
-    EXPECT_EQ(OfflineShowCache::patchFileName("é-2"), QString::fromUtf8("é-2.json"));
-    EXPECT_EQ(OfflineShowCache::patchFileName("ab/c d"), "ab_c_d.json");
-    EXPECT_EQ(OfflineShowCache::patchFileName("../etc/passwd"), "___etc_passwd.json");
-    EXPECT_EQ(OfflineShowCache::patchFileName("e\xcc\x81"), QString::fromUtf8("e\xcc\x81.json"));
-    EXPECT_EQ(OfflineShowCache::patchFileName("舞台٣"), QString::fromUtf8("舞台٣.json"));
-    EXPECT_EQ(OfflineShowCache::patchFileName("a\xf0\x9f\x8e\x89.b"),
-              "a__b.json"); // 🎉 is one scalar
-    EXPECT_EQ(OfflineShowCache::patchFileName("x_y\ttab\\"), "x_y_tab_.json");
-    EXPECT_EQ(OfflineShowCache::patchFileName(""), ".json");
+    for (const auto& [id, name] : std::vector<std::pair<const char*, const char*>>{
+             {"Show 1", "Show_1.json"},
+             {"é-2", "é-2.json"},
+             {"../etc/passwd", "___etc_passwd.json"},
+             {"e\xcc\x81", "e\xcc\x81.json"},
+             {"舞台٣", "舞台٣.json"},
+             {"a\xf0\x9f\x8e\x89.b", "a__b.json"}, // 🎉 is one scalar
+             {"x_y\ttab\\", "x_y_tab_.json"},
+             {"", ".json"}})
+        EXPECT_EQ(OfflineShowCache::patchFileName(id), QString::fromUtf8(name)) << id;
 
     // Ids too long for a file name keep their start plus a digest of the whole id.
     const std::string longId(300, 'a');
@@ -187,15 +185,6 @@ TEST_F(OfflineShowCacheFiles, PatchesOfSanitisedIdsLandInThePatchFolderAndMayCol
     const std::string longId(400, 'z');
     cache.savePatch(samplePatch(longId));
     EXPECT_EQ(cache.loadPatch(longId), samplePatch(longId));
-}
-
-TEST_F(OfflineShowCacheFiles, FolderThatCannotBeCreatedFailsTheSave) {
-    writeFile(temp.filePath("plain-file"), "x");
-    OfflineShowCache blocked(temp.filePath("plain-file/KelvoBridge"));
-    EXPECT_THROW(blocked.saveWorkspaceUI(sampleWorkspace()), OfflineCacheError);
-    EXPECT_THROW(blocked.savePatch(samplePatch("s")), OfflineCacheError);
-    EXPECT_THROW(blocked.saveHarnessJS("a", "b"), OfflineCacheError);
-    EXPECT_FALSE(blocked.hasOfflineRuntime());
 }
 
 /// Caps the size of files this process may write, so that a write fails half-way as on a full
