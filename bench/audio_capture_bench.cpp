@@ -73,8 +73,8 @@ long syscall(long number, ...) noexcept {
     for (long& arg : a)
         arg = va_arg(args, long);
     va_end(args);
-    if (number == SYS_futex && ((a[1] & FUTEX_CMD_MASK) == FUTEX_WAIT ||
-                                (a[1] & FUTEX_CMD_MASK) == FUTEX_WAIT_BITSET))
+    if (number == SYS_futex &&
+        ((a[1] & FUTEX_CMD_MASK) == FUTEX_WAIT || (a[1] & FUTEX_CMD_MASK) == FUTEX_WAIT_BITSET))
         ++lockWaits;
     long result;
     register long r10 __asm__("r10") = a[3];

@@ -29,12 +29,16 @@ class AppModel::CaptureHopSource final : public HopSource {
 public:
     explicit CaptureHopSource(AppModel& model)
         : model_(model), mic_(*model.mic_), keeper_(*model.environment_.timers, keeperHooks()) {
-        QObject::connect(&mic_, &MicCapture::isCapturingChanged, &model, [this] {
+        started_ = QObject::connect(&mic_, &MicCapture::isCapturingChanged, &model, [this] {
             if (mic_.isCapturing())
                 captureStarted();
         });
-        QObject::connect(&mic_, &MicCapture::startFailed, &model,
-                         [this](const QString& reason) { captureFailed(reason); });
+        failed_ = QObject::connect(&mic_, &MicCapture::startFailed, &model,
+                                   [this](const QString& reason) { captureFailed(reason); });
+    }
+    ~CaptureHopSource() override {
+        QObject::disconnect(started_);
+        QObject::disconnect(failed_);
     }
     bool isCapturing() const override { return mic_.isCapturing(); }
     std::vector<MicHop> takePendingHops() override { return mic_.takePendingHops(); }
@@ -77,6 +81,8 @@ private:
     AppModel& model_;
     MicCapture& mic_;
     CaptureKeeper keeper_;
+    QMetaObject::Connection started_;
+    QMetaObject::Connection failed_;
 };
 
 AppModel::AppModel(AppModelEnvironment environment, QObject* parent)

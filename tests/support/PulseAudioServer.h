@@ -42,16 +42,7 @@ public:
             ::setenv("PULSE_SERVER", server_.c_str(), 1);
     }
     ~PulseAudioServer() {
-        if (pid_ > 0) {
-            ::kill(pid_, SIGTERM);
-            for (int i = 0; i < 100 && pid_ > 0; ++i) {
-                if (::waitpid(pid_, nullptr, WNOHANG) == pid_)
-                    pid_ = -1;
-                else
-                    std::this_thread::sleep_for(std::chrono::milliseconds(20));
-            }
-            kill(); // SIGKILL when it is still there
-        }
+        kill(); // everything it keeps is in its temporary folder
         ::unsetenv("PULSE_SERVER");
     }
     PulseAudioServer(const PulseAudioServer&) = delete;

@@ -35,36 +35,34 @@ protected:
     }
 };
 
-TEST_F(ConfiguratorTest, AnUnknownDeviceIsNotFound) {
+TEST_F(ConfiguratorTest, OnlyInputsOnThePlaybackClockAreSwitchedToItsRate) {
+    const std::string mismatch = "Audio input is 44100 Hz but playback is 48000 Hz, so the meter "
+                                 "stays silent. The input can't switch to match.";
+    struct Case {
+        const char* name;
+        AudioClockTransport transport;
+        double rate;
+        std::vector<AudioSampleRateRange> ranges;
+        std::string message;
+        bool switched;
+    };
+    const Case cases[] = {
+        {"USB Audio CODEC", T::usb, 44100, {}, "", false},
+        {"Dock Input", T::thunderbolt, 44100, {{44100, 44100}, {47999.6, 47999.6}}, "", true},
+        {"Dock Input", T::thunderbolt, 44100, {{44100, 44100}, {88200, 96000}}, mismatch, false},
+        {"Microphone", T::builtIn, 47999.2, {}, "", false}, // within 1 Hz
+        {"Studio Display", T::usb, 44100, {}, "", true},
+    };
+    for (const Case& c : cases) {
+        layer.records.clear();
+        layer.rateWrites.clear();
+        layer.addOutput("speakers", 48000);
+        layer.addInput("in", c.name, c.transport, 2, c.rate);
+        layer.ranges["in"] = c.ranges;
+        EXPECT_EQ(messageOf("in"), c.message) << c.name;
+        EXPECT_EQ(layer.rateWrites.size(), c.switched ? 1u : 0u) << c.name;
+    }
     EXPECT_EQ(messageOf("gone"), "Audio input device not found (gone)");
-}
-
-TEST_F(ConfiguratorTest, AUSBInputKeepsItsOwnClock) {
-    layer.addInput("usb", "USB Audio CODEC", T::usb, 2, 44100);
-    EXPECT_EQ(messageOf("usb"), "");
-    EXPECT_TRUE(layer.rateWrites.empty());
-}
-
-TEST_F(ConfiguratorTest, AThunderboltInputIsSwitchedToThePlaybackRate) {
-    layer.addInput("tb", "Dock Input", T::thunderbolt, 2, 44100);
-    layer.ranges["tb"] = {{44100, 44100}, {47999.6, 47999.6}};
-    EXPECT_EQ(messageOf("tb"), "");
-    ASSERT_EQ(layer.rateWrites.size(), 1u);
-    EXPECT_EQ(layer.rateWrites[0], (std::pair<std::string, double>{"tb", 48000}));
-}
-
-TEST_F(ConfiguratorTest, AThunderboltInputWithoutTheRateFailsWithTheMismatchText) {
-    layer.addInput("tb", "Dock Input", T::thunderbolt, 2, 44100);
-    layer.ranges["tb"] = {{44100, 44100}, {88200, 96000}};
-    EXPECT_EQ(messageOf("tb"), "Audio input is 44100 Hz but playback is 48000 Hz, so the meter "
-                               "stays silent. The input can't switch to match.");
-    EXPECT_TRUE(layer.rateWrites.empty());
-}
-
-TEST_F(ConfiguratorTest, RatesWithinOneHertzAreLeftAlone) {
-    layer.addInput("mic", "Microphone", T::builtIn, 1, 47999.2);
-    EXPECT_EQ(messageOf("mic"), "");
-    EXPECT_TRUE(layer.rateWrites.empty());
 }
 
 TEST_F(ConfiguratorTest, ARateThatNeverSettlesFailsAfterOneAndAHalfSeconds) {

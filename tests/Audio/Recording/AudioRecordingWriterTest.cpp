@@ -157,18 +157,5 @@ TEST(AudioRecordingWriter, StopsWithTheOverloadTextWhenTheDiskFallsBehind) {
     EXPECT_EQ(b.size(), 44u + 417u * 4800 * 6);
 }
 
-TEST(AudioRecordingWriter, RepairsInterruptedPartsBeforeTheFirstPart) {
-    TemporaryDirectory dir;
-    const auto h = WAVRecordingFile::header(0, 48000, 1);
-    test::writeBytes(dir / "REC_old.wav", {h.begin(), h.end()});
-    std::ofstream(dir / "REC_old.wav", std::ios::app | std::ios::binary) << "abcd";
-    test::writeText(dir / ".REC_old.wav.recovery.json",
-                    WAVRecoveryMetadata{"REC_old.wav", 48000, 1}.encode());
-    AudioRecordingWriter writer;
-    writer.start(48000, 1, dir.path(), {});
-    EXPECT_EQ(u32At(readBytes(dir / "REC_old.wav"), 40), 3u);
-    EXPECT_FALSE(std::filesystem::exists(dir / ".REC_old.wav.recovery.json"));
-}
-
 } // namespace
 } // namespace kelvo

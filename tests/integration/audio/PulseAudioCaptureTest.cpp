@@ -65,13 +65,6 @@ TEST_F(PulseAudioCaptureTest, CapturedHopsMatchAnOfflineAnalysisInOrderWithoutGa
     ASSERT_TRUE(djm);
     MicCapture capture(std::make_shared<PulseAudioInputBackend>(layer));
     ASSERT_EQ(test::startCapture(capture, "djm", 2), std::nullopt);
-    EXPECT_EQ(capture.sampleRate(), rate);
-    EXPECT_EQ(capture.recordingChannels(), 2);
-
-    test::TemporaryDirectory dir;
-    capture.recording().start(rate, capture.recordingChannels(), dir.path());
-    ASSERT_TRUE(capture.recording().isRecording());
-
     const auto track = testTrack(rate, channels, 3.0);
     const auto expected = offlineHops(track, rate, channels);
     std::thread writer([&] { test::writeToFifo(djm->fifo, track, channels, rate, 2.0); });
@@ -95,18 +88,6 @@ TEST_F(PulseAudioCaptureTest, CapturedHopsMatchAnOfflineAnalysisInOrderWithoutGa
         EXPECT_NEAR(captured[i].levels.onset, expected[i].levels.onset, 1e-6) << i;
         EXPECT_DOUBLE_EQ(captured[i].dt, 512.0 / rate);
     }
-    EXPECT_EQ(capture.bandLevels(), captured.back().levels);
-
-    // The recording holds the same audio, read back by libsndfile.
-    capture.stop();
-    capture.recording().writer().waitUntilIdle();
-    const test::SoundFile recorded = test::readSoundFile(*capture.recording().firstFile());
-    EXPECT_EQ(recorded.sampleRate, rate);
-    EXPECT_EQ(recorded.channels, 2);
-    EXPECT_EQ(recorded.format, SF_FORMAT_WAV | SF_FORMAT_PCM_24);
-    ASSERT_GE(recorded.frames, static_cast<sf_count_t>(track.size() / channels));
-    for (std::size_t i = 0; i < track.size(); i += 997)
-        ASSERT_NEAR(recorded.samples[i], track[i], 1.0 / 8388607 + 1e-7) << i;
 }
 
 TEST_F(PulseAudioCaptureTest, RemovingTheSourceStopsCapture) {
@@ -193,13 +174,6 @@ TEST(AudioFileInput, PlaysTheFileInRealTimeAndLoops) {
     // Hop 22 starts 11264 frames in; the file is 11025 frames, so it starts 239 frames into
     // the second pass (FLAC holds 24 bits).
     EXPECT_NEAR(hops[22].samples[0], (track[239 * 2] + track[239 * 2 + 1]) / 2, 1e-6);
-}
-
-TEST(AudioFileInput, AnUnreadableFileFailsToStart) {
-    test::qtApplication();
-    MicCapture capture(std::make_shared<AudioFileInputBackend>("/nonexistent/take.wav"));
-    EXPECT_THROW(capture.start(std::nullopt, std::nullopt), AudioInputException);
-    EXPECT_FALSE(capture.isCapturing());
 }
 
 } // namespace

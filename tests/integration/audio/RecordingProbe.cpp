@@ -1,11 +1,13 @@
 // Records a known stereo signal at 48 kHz through the WAV writer until it is killed, the
-// time is up or the disk refuses. Prints "part <path>" once, "frames <n>" after every
-// buffer handed to the writer, and "failed: <text>" (exit 3) when the recording stops.
+// time is up or the disk refuses. Prints "pid <pid>" and "part <path>" once, "frames <n>"
+// after every buffer handed to the writer, and "failed: <text>" (exit 3) when the recording
+// stops.
 //
 //   kelvo_recording_probe <folder> [--seconds S] [--fast] [--file-size-limit BYTES]
 #include "Audio/Recording/AudioRecordingWriter.h"
 
 #include <sys/resource.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <cmath>
@@ -48,6 +50,7 @@ int main(int argc, char** argv) {
         }
     }
 
+    std::printf("pid %d\n", static_cast<int>(::getpid()));
     std::atomic<bool> failed{false};
     kelvo::AudioRecordingWriter writer;
     try {
