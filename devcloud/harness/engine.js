@@ -302,6 +302,13 @@ var BridgeEngine = (function () {
     var BT_PHASE_JUMP_VOTES = 8;
     // Analyses in a row (about 1.5 s) a new tempo must win before it replaces the current one.
     var BT_TEMPO_CHANGE_VOTES = 16;
+    // Until the history spans this long the reading is young: a new tempo wins after a couple
+    // of analyses, so a wrong first guess does not hold for seconds.
+    var BT_YOUNG_SECONDS = 8;
+    var BT_YOUNG_CHANGE_VOTES = 2;
+    // Half or double the current tempo is the same pulse: it must win this many times longer.
+    var BT_OCTAVE_CHANGE_FACTOR = 4;
+    var BT_HALF_BEAT_WEIGHT = 0.5;
 
     function BeatFrame() {
         this.bpm = 0;
@@ -501,16 +508,20 @@ var BridgeEngine = (function () {
         var frac = lag - i;
         return this.acf[i] * (1 - frac) + this.acf[i + 1] * frac;
     };
-    BeatTracker.prototype.combScore = function (bpm, maxLag) {
+    // The half-beat lag counts too: real music subdivides its beat in two, so a reading at 4/3
+    // or 3/2 of the tempo (whose half lag falls between the eighths) loses to the true one.
+    // The confidence reads the beat multiples alone (halfWeight 0).
+    BeatTracker.prototype.combScore = function (bpm, maxLag, halfWeight) {
         var lag = 60 / bpm / this.hop;
-        var score = 0;
-        var used = 0;
+        var half = halfWeight === undefined ? BT_HALF_BEAT_WEIGHT : halfWeight;
+        var score = half * this.acfAt(lag / 2);
+        var used = half;
         for (var k = 1; k <= BT_COMB; k++) {
             if (k * lag >= maxLag) break;
             score += this.acfAt(k * lag);
             used += 1;
         }
-        return used > 0 ? score / used : -Infinity;
+        return used > half ? score / used : -Infinity;
     };
     // Running autocorrelation with exponential forgetting: every hop adds its product with each
     // earlier hop up to the longest lag, so the cost is spread evenly over the hops.
@@ -564,7 +575,7 @@ var BridgeEngine = (function () {
         var doubled = this.refine(bestBpm * 2, maxLag);
         if (bestBpm * 2 <= BT_MAX_BPM && this.combScore(doubled, maxLag) >= 0.6 * best) bestBpm = doubled;
         bestBpm = this.peakAtMultiple(this.refine(bestBpm, maxLag), maxLag);
-        var confidence = clamp01(this.combScore(bestBpm, maxLag) / energy);
+        var confidence = clamp01(this.combScore(bestBpm, maxLag, 0) / energy);
         if (settled) this.adoptTempo(bestBpm, confidence);
         if (this.period <= 0) return;
         if (!kickMusic) {
@@ -624,7 +635,11 @@ var BridgeEngine = (function () {
             this.candidate = period;
             this.candidateVotes = 1;
         }
-        if (this.candidateVotes >= BT_TEMPO_CHANGE_VOTES) {
+        var ratio = this.candidate / this.period;
+        var octave = Math.abs(ratio - 2) <= 0.06 || Math.abs(ratio - 0.5) <= 0.015;
+        var needed = this.written * this.hop < BT_YOUNG_SECONDS ? BT_YOUNG_CHANGE_VOTES
+            : octave ? BT_OCTAVE_CHANGE_FACTOR * BT_TEMPO_CHANGE_VOTES : BT_TEMPO_CHANGE_VOTES;
+        if (this.candidateVotes >= needed) {
             this.period = this.candidate;
             this.candidateVotes = 0;
         }

@@ -7,7 +7,13 @@
 // its best method per file is the one with the highest F ±70 ms (then ±35 ms).
 //
 //   kelvo-beat-compare [--work DIR] [--aubio PATH] [--python PATH] [--check]
+//   kelvo-beat-compare --trace FILE.wav
 //
+// --trace runs only the harness on a recording and prints, one a line, "beat T" for each beat,
+// "bpm T BPM" every quarter second and "drop T" where the drop detector fires; the real-music
+// comparison (real-music.py beside this file) reads it.
+//
+// Without --check the real recordings follow (real-music.py beside this file, with mir_eval).
 // With --check the exit status is 1 when the harness is less accurate than aubio's best on any
 // file (a larger BPM error than both aubio BPMs, or a lower F-measure than any method reaches),
 // so the comparison can run as a test.
@@ -20,10 +26,12 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <memory>
+#include <sndfile.h>
 #include <span>
 #include <string>
 #include <string_view>
@@ -109,29 +117,80 @@ std::vector<double> after(const std::vector<double>& times, double start) {
     return out;
 }
 
-Result runHarness(const SyntheticDanceTrack& track, const std::string& harness) {
-    Result result;
+/// Feeds mono samples through the band extractor and the harness, hop by hop.
+template <typename OnHop>
+void feedHarness(const std::vector<float>& samples, double sampleRate, const std::string& harness,
+                 OnHop&& onHop) {
     kelvo::EngineHost host;
     host.loadHarness(harness);
-    kelvo::BandEnergyExtractor extractor(track.spec().sampleRate);
-    const auto& samples = track.samples();
+    kelvo::BandEnergyExtractor extractor(sampleRate);
     constexpr std::size_t hopSize = kelvo::BandEnergyExtractor::hopSize;
-    std::vector<double> settled;
     for (std::size_t i = 0; i + hopSize <= samples.size(); i += hopSize) {
         extractor.appendHopToRing(std::span<const float, hopSize>(samples.data() + i, hopSize));
         extractor.updateSpectrum();
         kelvo::MicHop hop;
         hop.levels = extractor.levels();
-        hop.dt = static_cast<double>(hopSize) / track.spec().sampleRate;
-        hop.sampleRate = track.spec().sampleRate;
+        hop.dt = static_cast<double>(hopSize) / sampleRate;
+        hop.sampleRate = sampleRate;
         host.updateClassical(std::span<const kelvo::MicHop>(&hop, 1));
-        if (host.lastBeat().beat) {
-            result.beats.push_back(host.classicalClock());
-        }
-        if (host.classicalClock() >= settleSeconds) {
-            settled.push_back(host.lastBeat().bpm);
-        }
+        onHop(host);
     }
+}
+
+/// Prints the harness's beats, tempo and drops on a recording (any channel count, mixed down).
+int traceRecording(const std::string& path, const std::string& harness) {
+    SF_INFO info{};
+    SNDFILE* file = sf_open(path.c_str(), SFM_READ, &info);
+    if (file == nullptr) {
+        std::fprintf(stderr, "kelvo-beat-compare: cannot read %s: %s\n", path.c_str(),
+                     sf_strerror(nullptr));
+        return 1;
+    }
+    std::vector<float> frames(static_cast<std::size_t>(info.frames) *
+                              static_cast<std::size_t>(info.channels));
+    const sf_count_t read = sf_readf_float(file, frames.data(), info.frames);
+    sf_close(file);
+    std::vector<float> mono(static_cast<std::size_t>(read));
+    for (std::size_t i = 0; i < mono.size(); ++i) {
+        float sum = 0;
+        for (int c = 0; c < info.channels; ++c) {
+            sum +=
+                frames[i * static_cast<std::size_t>(info.channels) + static_cast<std::size_t>(c)];
+        }
+        mono[i] = sum / static_cast<float>(info.channels);
+    }
+    double nextTempo = 0;
+    bool dropping = false;
+    feedHarness(mono, info.samplerate, harness, [&](const kelvo::EngineHost& host) {
+        const double t = host.classicalClock();
+        const auto& beat = host.lastBeat();
+        if (beat.beat) {
+            std::printf("beat %.4f\n", t);
+        }
+        if (t >= nextTempo) {
+            std::printf("bpm %.3f %.3f\n", t, beat.bpm);
+            nextTempo += 0.25;
+        }
+        if (beat.drop >= 1 && !dropping) {
+            std::printf("drop %.3f\n", t);
+        }
+        dropping = beat.drop >= 1;
+    });
+    return 0;
+}
+
+Result runHarness(const SyntheticDanceTrack& track, const std::string& harness) {
+    Result result;
+    std::vector<double> settled;
+    feedHarness(track.samples(), track.spec().sampleRate, harness,
+                [&](const kelvo::EngineHost& host) {
+                    if (host.lastBeat().beat) {
+                        result.beats.push_back(host.classicalClock());
+                    }
+                    if (host.classicalClock() >= settleSeconds) {
+                        settled.push_back(host.lastBeat().bpm);
+                    }
+                });
     result.bpm = median(settled);
     return result;
 }
@@ -185,10 +244,13 @@ int main(int argc, char** argv) {
     // python3-aubio is Debian's, for Debian's interpreter.
     std::string python = "/usr/bin/python3";
     bool check = false;
+    std::string trace;
     for (int i = 1; i < argc; ++i) {
         const std::string_view arg = argv[i];
         if (arg == "--check") {
             check = true;
+        } else if (arg == "--trace" && i + 1 < argc) {
+            trace = argv[++i];
         } else if (arg == "--work" && i + 1 < argc) {
             work = argv[++i];
         } else if (arg == "--aubio" && i + 1 < argc) {
@@ -197,18 +259,21 @@ int main(int argc, char** argv) {
             python = argv[++i];
         } else {
             std::fputs("usage: kelvo-beat-compare [--work DIR] [--aubio PATH] [--python PATH] "
-                       "[--check]\n",
+                       "[--check]\n       kelvo-beat-compare --trace FILE.wav\n",
                        stderr);
             return 2;
         }
     }
-    std::filesystem::create_directories(work);
     const std::string source = KELVO_SOURCE_DIR;
     const std::string harness = readFile(source + "/devcloud/harness/engine.js");
     if (harness.empty()) {
         std::fputs("kelvo-beat-compare: cannot read devcloud/harness/engine.js\n", stderr);
         return 1;
     }
+    if (!trace.empty()) {
+        return traceRecording(trace, harness);
+    }
+    std::filesystem::create_directories(work);
     const std::string aubioBeats =
         shellQuote(python) + " " + shellQuote(source + "/tools/beatcompare/aubio-beats.py");
 
@@ -292,5 +357,19 @@ int main(int argc, char** argv) {
     }
     std::printf("\naubio F ±70 ms / ±35 ms by onset method (default through aubiotrack):\n\n%s",
                 methodTable.c_str());
+    if (!check) {
+        // The real recordings beside the generated files, scored by mir_eval.
+        std::printf("\nReal recordings (tools/beatcompare/real-music.json), scored by mir_eval:\n");
+        std::fflush(stdout);
+        const std::string self = std::filesystem::read_symlink("/proc/self/exe").string();
+        const std::string real =
+            shellQuote(python) + " " + shellQuote(source + "/tools/beatcompare/real-music.py") +
+            " --binary " + shellQuote(self) + " --work " + shellQuote(work + "/real");
+        if (const int status = std::system(real.c_str()); status != 0) {
+            std::fprintf(stderr, "kelvo-beat-compare: the real-music comparison failed (%d)\n",
+                         status);
+            ++failures;
+        }
+    }
     return failures == 0 ? 0 : 1;
 }

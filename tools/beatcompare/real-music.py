@@ -1,0 +1,184 @@
+"""Scores the development harness's beat tracker beside aubio's on real recordings (the game
+music listed in real-music.json), with mir_eval, and prints Markdown tables: tuning and
+held-out files apart.
+
+   /usr/bin/python3 real-music.py --binary kelvo-beat-compare [--work DIR] [--excerpt SECONDS]
+                                  [--only NAME[,NAME...]] [--check]
+
+Beats are judged after the first 8 seconds: F-measure (±70 ms), CMLt and AMLt. The tempo is
+held when the harness reads the reference tempo, its half or its double within 2 %; the longest
+stretch it reads another ratio is the "longest jump". bpm-tools and `aubio tempo` give their
+tempo for the whole file. Drops: where the harness's drop detector fires.
+
+With --check the exit status is 1 when the harness's mean AMLt falls below aubio's, and 77 when
+none of the music is installed (so a test skips rather than fails), except under CI=true.
+"""
+
+import argparse
+import json
+import os
+import statistics
+import subprocess
+import sys
+
+import mir_eval
+import numpy
+
+HERE = os.path.dirname(os.path.abspath(__file__))
+SETTLE_S = 8.0
+TEMPO_TOLERANCE = 0.02
+TEMPO_STEP_S = 0.25  # the harness trace's tempo interval
+SAMPLE_RATE = 48000
+
+
+def run(command, stdin=None):
+    return subprocess.run(command, stdin=stdin, capture_output=True, text=True, check=True).stdout
+
+
+def decode(track, work, excerpt):
+    wav = os.path.join(work, track["name"] + ".wav")
+    command = ["sox", "-q", "-G", track["path"], "-r", str(SAMPLE_RATE), "-c", "1", "-b", "16", wav]
+    if excerpt:
+        command += ["trim", "0", str(excerpt)]
+    run(command)
+    return wav
+
+
+def harness(binary, wav):
+    beats, tempo, drops = [], [], []
+    for line in run([binary, "--trace", wav]).splitlines():
+        fields = line.split()
+        if fields[0] == "beat":
+            beats.append(float(fields[1]))
+        elif fields[0] == "bpm":
+            tempo.append((float(fields[1]), float(fields[2])))
+        elif fields[0] == "drop":
+            drops.append(float(fields[1]))
+    return numpy.array(beats), tempo, drops
+
+
+def aubio_beats(wav):
+    return numpy.array([float(x) for x in run(["aubiotrack", "-i", wav]).split()])
+
+
+def aubio_tempo(wav):
+    lines = run(["aubio", "tempo", "-i", wav]).split()
+    return float(lines[-2]) if len(lines) >= 2 else 0.0
+
+
+def bpm_tools(wav):
+    raw = subprocess.run(["sox", "-q", wav, "-t", "raw", "-r", "44100", "-e", "float", "-c", "1", "-"],
+                         capture_output=True, check=True).stdout
+    out = subprocess.run(["bpm", "-m", "90", "-x", "180", "-f", "%.2f"], input=raw,
+                         capture_output=True, check=True).stdout
+    return float(out.decode().strip() or 0)
+
+
+def duration(wav):
+    return float(run(["soxi", "-D", wav]).strip())
+
+
+def scores(estimated, reference):
+    estimated = estimated[estimated >= SETTLE_S]
+    f = mir_eval.beat.f_measure(reference, estimated)
+    _, cmlt, _, amlt = mir_eval.beat.continuity(reference, estimated)
+    return f, cmlt, amlt
+
+
+def tempo_hold(tempo, bpm):
+    """Share of the tempo readings after the settling time at the reference tempo (or its half
+    or double) within 2 %, and the longest run of readings that are not, in seconds."""
+    settled = [value for t, value in tempo if t >= SETTLE_S]
+    if not settled:
+        return 0.0, 0.0
+    held, longest, run_length = 0, 0, 0
+    for value in settled:
+        ok = any(abs(value - bpm * k) <= TEMPO_TOLERANCE * bpm * k for k in (0.5, 1, 2))
+        held += ok
+        run_length = 0 if ok else run_length + 1
+        longest = max(longest, run_length)
+    return held / len(settled), longest * TEMPO_STEP_S
+
+
+def mean(values):
+    return statistics.fmean(values) if values else 0.0
+
+
+def main():
+    parser = argparse.ArgumentParser()
+    parser.add_argument("--binary", required=True)
+    parser.add_argument("--work", default="/tmp/kelvo-beat-compare-real")
+    parser.add_argument("--excerpt", type=float, default=0)
+    parser.add_argument("--only", default="")
+    parser.add_argument("--check", action="store_true")
+    args = parser.parse_args()
+    os.makedirs(args.work, exist_ok=True)
+    with open(os.path.join(HERE, "real-music.json")) as f:
+        tracks = json.load(f)["tracks"]
+    if args.only:
+        wanted = args.only.split(",")
+        tracks = [t for t in tracks if t["name"] in wanted]
+    missing = [t for t in tracks if not os.path.exists(t["path"])]
+    for t in missing:
+        print("real-music: %s is not installed (Debian package %s)" % (t["path"], t["package"]),
+              file=sys.stderr)
+    if missing and os.environ.get("CI") == "true":
+        return 1  # CI installs the music (scripts/setup): missing there is a fault
+    tracks = [t for t in tracks if t not in missing]
+    if not tracks:
+        return 77
+
+    header = ("| file | BPM: reference / bpm-tools / aubio tempo / ours (median) "
+              "| ours: tempo held / longest jump | F: ours / aubio | CMLt: ours / aubio "
+              "| AMLt: ours / aubio | drops fired (break?) |\n|---|---|---|---|---|---|---|")
+    rows = {False: [], True: []}
+    totals = {False: [], True: []}
+    for track in tracks:
+        wav = decode(track, args.work, args.excerpt)
+        bpm = float(track["bpm"])
+        length = duration(wav)
+        reference = numpy.arange(0, length, 60.0 / bpm)
+        reference = reference[reference >= SETTLE_S]
+        ours, tempo, drops = harness(args.binary, wav)
+        theirs = aubio_beats(wav)
+        our_scores = scores(ours, reference)
+        their_scores = scores(theirs, reference)
+        held, longest = tempo_hold(tempo, bpm)
+        our_bpm = statistics.median([v for t, v in tempo if t >= SETTLE_S] or [0])
+        fired = ", ".join("%.1f s" % d for d in drops) or "none"
+        rows[track["held_out"]].append(
+            "| %s | %.0f / %.1f / %.1f / %.1f | %.1f %% / %.2f s | %.3f / %.3f | %.3f / %.3f "
+            "| %.3f / %.3f | %s (%s) |" % (
+                track["name"], bpm, bpm_tools(wav), aubio_tempo(wav), our_bpm, 100 * held, longest,
+                our_scores[0], their_scores[0], our_scores[1], their_scores[1], our_scores[2],
+                their_scores[2], fired, "yes" if track["has_break"] else "no"))
+        totals[track["held_out"]].append((held, longest, our_scores, their_scores,
+                                          bool(drops) and not track["has_break"]))
+        sys.stdout.flush()
+
+    failed = False
+    for held_out in (False, True):
+        if not rows[held_out]:
+            continue
+        t = totals[held_out]
+        print("\n%s files%s:\n" % ("Held-out" if held_out else "Tuning",
+                                   " (first %.0f s)" % args.excerpt if args.excerpt else ""))
+        print(header)
+        print("\n".join(rows[held_out]))
+        print("| **mean** | | %.1f %% / %.2f s (worst) | %.3f / %.3f | %.3f / %.3f | %.3f / %.3f "
+              "| %d false |" % (
+                  100 * mean([x[0] for x in t]), max(x[1] for x in t),
+                  mean([x[2][0] for x in t]), mean([x[3][0] for x in t]),
+                  mean([x[2][1] for x in t]), mean([x[3][1] for x in t]),
+                  mean([x[2][2] for x in t]), mean([x[3][2] for x in t]),
+                  sum(x[4] for x in t)))
+        if mean([x[2][2] for x in t]) < mean([x[3][2] for x in t]):
+            failed = True
+    if args.check and failed:
+        print("real-music: the harness's AMLt falls below aubio's", file=sys.stderr)
+        return 1
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
