@@ -98,13 +98,13 @@ void HeadlessBridge::start() {
         std::fprintf(out_, "No cached show: the engine waits for a harness and a show (outputs "
                            "hold their last state).\n");
     std::fflush(out_);
-    lastStatusTime_ = std::chrono::steady_clock::now();
+    lastStatusTime_ = model_->clock().now();
     lastStatus_ = model_->statusSnapshot();
     statusTimer_.start();
 }
 
 void HeadlessBridge::printStatus() {
-    const auto now = std::chrono::steady_clock::now();
+    const MonotonicClock::Duration now = model_->clock().now();
     const AppStatusSnapshot status = model_->statusSnapshot();
     const BridgeStatusSample sample{
         .seconds = std::chrono::duration<double>(now - lastStatusTime_).count(),

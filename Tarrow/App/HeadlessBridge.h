@@ -7,7 +7,6 @@
 #include <QObject>
 #include <QTimer>
 
-#include <chrono>
 #include <cstdio>
 #include <memory>
 
@@ -41,7 +40,7 @@ private:
     LaunchOptions options_;
     std::FILE* out_;
     QTimer statusTimer_;
-    std::chrono::steady_clock::time_point lastStatusTime_;
+    MonotonicClock::Duration lastStatusTime_{};
     AppStatusSnapshot lastStatus_;
     bool stopped_ = false;
     QMetaObject::Connection pendingDevice_; // waits for an --audio-device not yet connected

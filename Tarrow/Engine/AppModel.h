@@ -246,6 +246,8 @@ public:
     const std::optional<ShowPatch>& showPatch() const { return showPatch_; }
     std::uint64_t tickCount() const { return engineLoop_.tickCount(); }
     AppStatusSnapshot statusSnapshot() const;
+    /// The one monotonic clock the model and its components read.
+    const MonotonicClock& clock() const { return *environment_.clock; }
 
     // Components
     EngineHost& engine() { return engine_; }
