@@ -1,4 +1,5 @@
 #include "DMX/ArtNetHealth.h"
+#include "Support/Overloaded.h"
 
 namespace kelvo {
 
@@ -61,8 +62,6 @@ constexpr const char* noUniverses = "none";
 // Fix summaries.
 constexpr const char* adoptHostSummary = "Point Art-Net output at ";
 constexpr const char* remapSummary = "Send Art-Net ";
-
-template <class... Handlers> struct Overloaded : Handlers... { using Handlers::operator()...; };
 
 std::string nodeAtAddress(const ArtNetNode& node) {
     return artnetNodeName(node) + nodeAt + node.ip;

@@ -1,4 +1,5 @@
 #include "Audio/Devices/AudioInputDeviceTypes.h"
+#include "Support/Overloaded.h"
 
 #include <cmath>
 
@@ -9,9 +10,6 @@ namespace {
 std::string wholeHertz(double hz) {
     return std::to_string(static_cast<long long>(std::llround(hz)));
 }
-
-template <class... Ts> struct Overloaded : Ts... { using Ts::operator()...; };
-template <class... Ts> Overloaded(Ts...) -> Overloaded<Ts...>;
 
 } // namespace
 
