@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Cloud/DeviceTokenStore.h"
 #include "Cloud/OfflineWorkspaceUIState.h"
 #include "DMX/OutputSettings.h"
 #include "DMX/UniverseRoute.h"
@@ -30,7 +31,7 @@ public:
 /// Everything needed to start the last show without the network (harness, show snapshot,
 /// dashboard selections, show patches) in the cache folder, and the small settings (device
 /// tokens, universe routes, output switches) in the user settings. No network work here.
-class OfflineShowCache : public OutputSettingsStore {
+class OfflineShowCache : public OutputSettingsStore, public DeviceTokenStore {
 public:
     static constexpr const char* legacyTokenKey = "kelvo.bridge.device_token";
     static constexpr const char* tokenKeyPrefix = "kelvo.bridge.device_token.";
@@ -108,10 +109,10 @@ public:
     std::optional<std::string> nonEmptyToken(const QString& key) const;
     /// The server's token. The first read for the production server adopts a token stored
     /// under the legacy key and moves it to the per-server key.
-    std::optional<std::string> authToken(const QUrl& server);
-    void saveAuthToken(const std::string& token, const QUrl& server);
+    std::optional<std::string> authToken(const QUrl& server) override;
+    void saveAuthToken(const std::string& token, const QUrl& server) override;
     /// Forgets the server's token (and the legacy one when it belongs to this server).
-    void clearAuthToken(const QUrl& server);
+    void clearAuthToken(const QUrl& server) override;
 
 private:
     QString cacheFolderPath() const;
