@@ -8,6 +8,9 @@ namespace kelvo {
 
 namespace {
 
+// GCC 12 destroys the argument temporaries of a call inside a co_await expression twice when
+// the coroutine suspends, so every task below is made in its own statement and then awaited.
+
 // Each runs after its request was built, holding everything by value: the client that started
 // it may be gone by the time the answer arrives.
 
@@ -15,7 +18,8 @@ QCoro::Task<QByteArray> perform(std::shared_ptr<URLRequestPerforming> session,
                                 std::optional<HTTPRequest> request, CancellationToken cancel) {
     if (!request)
         throw BridgeAPIError::invalidResponse();
-    const HTTPResponse response = co_await session->data(std::move(*request), cancel);
+    QCoro::Task<HTTPResponse> answer = session->data(std::move(*request), cancel);
+    const HTTPResponse response = co_await std::move(answer);
     cancel.throwIfCancelled();
     if (!response.statusCode)
         throw BridgeAPIError::invalidResponse();

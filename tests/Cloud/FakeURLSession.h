@@ -38,12 +38,17 @@ public:
 
     /// Answers the oldest held request (a transport failure without `answer`).
     void releaseHeld(std::optional<HTTPResponse> answer = std::nullopt) {
+        std::erase_if(held_, [](const auto& held) { return held->event.hasFired(); });
         auto held = held_.front();
         held_.pop_front();
         held->answer = std::move(answer);
         held->event.fire();
     }
-    std::size_t heldCount() const { return held_.size(); }
+    /// Requests still waiting (cancelled ones have ended).
+    std::size_t heldCount() const {
+        return std::size_t(std::count_if(held_.begin(), held_.end(),
+                                         [](const auto& held) { return !held->event.hasFired(); }));
+    }
 
     std::vector<HTTPRequest> requests;
 
