@@ -1,5 +1,7 @@
 #include "App/HeadlessBridge.h"
 
+#include "Cloud/DisconnectNotifier.h"
+#include "Cloud/QtURLSession.h"
 #include "DMX/NWUDPSocket.h"
 
 #include <algorithm>
@@ -26,7 +28,25 @@ std::unique_ptr<AppModel> HeadlessBridge::makeModel(const LaunchOptions& options
     environment.audio = AudioInputPlatform::make(audioFile);
     environment.artnetTransport = std::make_shared<NWUDPSocket>();
     environment.serverURL = QUrl(QString::fromStdString(options.serverURL));
+    environment.http = std::make_shared<QtURLSession>();
+    environment.leaving = std::make_shared<ThreadedDisconnectNotifier>();
     return std::make_unique<AppModel>(std::move(environment));
+}
+
+int HeadlessBridge::signOut(const LaunchOptions& options, std::FILE* out) {
+    const QUrl server(QString::fromStdString(options.serverURL));
+    OfflineShowCache settings(OfflineShowCache::openUserSettings(),
+                              BridgeServerConfig::productionURL());
+    const std::optional<std::string> token = settings.authToken(server);
+    if (!token) {
+        std::fprintf(out, "This bridge is not linked to %s.\n", options.serverURL.c_str());
+        return 0;
+    }
+    ThreadedDisconnectNotifier().notifyAndWait(server, *token, CloudSession::quitDisconnectTimeout);
+    settings.clearAuthToken(server);
+    std::fprintf(out, "Signed out of %s; run with --pair to link this bridge again.\n",
+                 options.serverURL.c_str());
+    return 0;
 }
 
 void HeadlessBridge::persistLaunchSettings(OfflineShowCache& settings,
@@ -83,7 +103,14 @@ void HeadlessBridge::start() {
     persistLaunchSettings(model_->cache(), options_);
     if (options_.audioDeviceUID)
         chooseAudioDevice(*options_.audioDeviceUID);
+    // A venue server may have no browser: the operator opens the page on a phone.
+    connect(model_.get(), &AppModel::pairingPageReady, this, [this](const QUrl& page) {
+        std::fprintf(out_, "%s\n%s\n", approvalPagePrompt, page.toString().toUtf8().constData());
+        std::fflush(out_);
+    });
     model_->bootstrap();
+    if (options_.pairOnStart)
+        model_->startPairing();
     if (options_.recordOnStart)
         model_->toggleAudioRecording();
     if (!model_->engine().hasRealizedShow())
@@ -108,7 +135,13 @@ void HeadlessBridge::printStatus() {
     sample.enttecFrames = model_->dmxOutput().enttecFramesWritten() - lastEnttecFrames_;
     sample.capturing = model_->mic().isCapturing();
     sample.recording = model_->mic().recording().isRecording();
-    sample.statusMessage = model_->statusMessage().toStdString();
+    if (model_->cloudSession())
+        sample.connectionStatus = connectionStatusText(model_->connectionStatus());
+    // The message is repeated only when it changes, so a long one does not fill the log.
+    if (model_->statusMessage() != lastPrintedStatus_) {
+        lastPrintedStatus_ = model_->statusMessage();
+        sample.statusMessage = lastPrintedStatus_.toStdString();
+    }
     lastStatusTime_ = now;
     lastTicks_ = model_->tickCount();
     lastArtNetPackets_ = model_->dmxOutput().artnetPacketsSent();

@@ -32,6 +32,12 @@ public:
     /// Writes the command-line output settings under the dashboard's settings keys, from where
     /// start-up loads them.
     static void persistLaunchSettings(OfflineShowCache& settings, const LaunchOptions& options);
+    /// `--sign-out`: tells the server the bridge leaves (at most 2 s), forgets its token and
+    /// says so; the exit status.
+    static int signOut(const LaunchOptions& options, std::FILE* out = stdout);
+
+    static constexpr const char* approvalPagePrompt =
+        "Open this page on any device to approve the bridge:";
 
 private:
     void printStatus();
@@ -45,6 +51,7 @@ private:
     std::uint64_t lastTicks_ = 0;
     std::uint64_t lastArtNetPackets_ = 0;
     std::uint64_t lastEnttecFrames_ = 0;
+    QString lastPrintedStatus_;
     bool stopped_ = false;
     QMetaObject::Connection pendingDevice_; // waits for an --audio-device not yet connected
 };

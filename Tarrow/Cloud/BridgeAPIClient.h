@@ -31,6 +31,7 @@ public:
         : baseURL_(std::move(baseURL)), session_(std::move(session)) {}
 
     const QUrl& baseURL() const { return baseURL_; }
+    const std::shared_ptr<URLRequestPerforming>& session() const { return session_; }
 
     QCoro::Task<BridgeAPIVersionResponse> fetchAPIVersion(CancellationToken cancel = {}) const;
     QCoro::Task<PairingStartResponse> startPairing(CancellationToken cancel = {}) const;

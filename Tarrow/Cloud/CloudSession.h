@@ -102,6 +102,8 @@ public:
     const std::optional<QUrl>& appUpdateDownloadURL() const { return appUpdateDownloadURL_; }
     const QUrl& serverURL() const { return environment_.serverURL; }
     BridgeAPIClient client() const { return {environment_.serverURL, environment_.http}; }
+    /// Cancelled when the session goes away: for work the owner starts on the session's behalf.
+    CancellationToken lifetimeToken() const { return lifetime(); }
     bool isPairing() const { return pairing_ != nullptr; }
     bool isAutoConnecting() const { return autoConnect_ != nullptr; }
     bool isHeartbeatRunning() const { return heartbeat_ != nullptr; }

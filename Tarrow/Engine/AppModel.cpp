@@ -63,6 +63,7 @@ AppModel::AppModel(AppModelEnvironment environment, QObject* parent)
     if (environment_.audio.deviceListUnavailable)
         qInfo().noquote() << "Audio devices:"
                           << QString::fromStdString(*environment_.audio.deviceListUnavailable);
+    makeCloudLink();
 }
 
 AppModel::~AppModel() {
@@ -125,22 +126,21 @@ void AppModel::bootstrap() {
 
     restoreWorkspaceUIFromCache();
 
-    const bool offline = cache_->hasOfflineRuntime();
-    if (offline != hasOfflineWorkspace_) {
-        hasOfflineWorkspace_ = offline;
-        emit hasOfflineWorkspaceChanged();
-    }
+    refreshOfflineWorkspace();
 
     pushThemesToEngine();
     refreshDropDiagnostics();
     // Audio device monitoring started with the model, before this first capture start.
     startEngineLoop();
-    // The Art-Net health monitor starts here once the bridge has discovery and health; the
-    // cloud connection and update check follow it.
+    // The Art-Net health monitor starts here once the bridge has discovery and health.
+    // The cloud comes last, in the background: the cached show is already lighting the venue.
+    autoConnect();
+    refreshAppUpdateNotice();
 }
 
 void AppModel::applicationWillTerminate() {
     mic_->stop();
+    notifyDisconnectSync(CloudSession::quitDisconnectTimeout);
 }
 
 // Engine loop

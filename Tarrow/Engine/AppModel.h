@@ -5,6 +5,7 @@
 #include "Audio/Devices/AudioInputDeviceMonitor.h"
 #include "Audio/Devices/AudioInputSelectionModel.h"
 #include "Cloud/BridgeServerConfig.h"
+#include "Cloud/CloudSession.h"
 #include "Cloud/OfflineShowCache.h"
 #include "DMX/LiveDmxOutput.h"
 #include "DMX/OutputConfiguration.h"
@@ -15,6 +16,7 @@
 #include "Engine/LiveControl.h"
 #include "Engine/MicrophoneAuthorization.h"
 #include "Engine/MonotonicClock.h"
+#include "Engine/ShowDownload.h"
 #include "Engine/TickScheduler.h"
 #include "Engine/Timer.h"
 #include "Show/ShowOptions.h"
@@ -45,15 +47,25 @@ struct AppModelEnvironment {
     bool runTickTimer = true;
     /// The server chosen from the launch arguments (`BridgeServerConfig::resolve`).
     QUrl serverURL = BridgeServerConfig::productionURL();
+    /// The HTTP transport of the cloud link; without one the model never talks to a cloud.
+    std::shared_ptr<URLRequestPerforming> http;
+    std::shared_ptr<CloudScheduler> cloudScheduler = std::make_shared<QtCloudScheduler>();
+    /// Tells the cloud at quit that the bridge leaves.
+    std::shared_ptr<DisconnectNotifying> leaving;
 };
 
-class AppModel : public QObject, private EngineLoopListener {
+class AppModel : public QObject, private EngineLoopListener, private ShowDownloadTarget {
     Q_OBJECT
     // Every property notifies only when its value changes. Records are handed to the dashboard
     // as QVariant maps and lists, built when read.
     Q_PROPERTY(QString statusMessage READ statusMessage NOTIFY statusMessageChanged)
     Q_PROPERTY(QString serverURLString READ serverURLString NOTIFY serverURLStringChanged)
     Q_PROPERTY(bool hasOfflineWorkspace READ hasOfflineWorkspace NOTIFY hasOfflineWorkspaceChanged)
+    // Cloud link
+    Q_PROPERTY(QString connectionStatus READ connectionStatusText NOTIFY connectionStatusChanged)
+    Q_PROPERTY(QVariant sessionInfo READ sessionInfoVariant NOTIFY sessionInfoChanged)
+    Q_PROPERTY(QVariant appUpdateDownloadURL READ appUpdateDownloadURLVariant NOTIFY
+                   appUpdateDownloadURLChanged)
     // Outputs
     Q_PROPERTY(
         bool artnetEnabled READ artnetEnabled WRITE setArtNetEnabled NOTIFY artnetEnabledChanged)
@@ -107,8 +119,25 @@ public:
     /// Start-up from the cache: settings, harness, show, workspace, themes, engine loop, audio
     /// devices. Lighting runs before any network exists.
     void bootstrap();
-    /// At quit: stop capture, which closes a running recording.
+    /// At quit: stop capture, which closes a running recording, then tell the cloud the bridge
+    /// leaves (waiting at most 2 s).
     void applicationWillTerminate();
+
+    // Cloud link (the flows live in CloudSession and ShowDownload)
+    void startPairing();
+    void autoConnect();
+    void reauthenticate();
+    void notifyDisconnectSync(std::chrono::milliseconds timeout);
+    void refreshAppUpdateNotice();
+    QCoro::Task<> fetchShowAndHarness(std::string token);
+    /// Applies a runtime bootstrap payload; throws the parser's error or BootstrapViewDataError.
+    void applyBootstrap(const QByteArray& payload);
+    void recordShowPatch(const ShowPatch& patch) override;
+    /// Absent when the model was built without a cloud transport.
+    CloudSession* cloudSession() { return cloud_.get(); }
+    ConnectionStatus connectionStatus() const {
+        return cloud_ ? cloud_->connectionStatus() : ConnectionStatus::disconnected;
+    }
 
     // Engine loop
     void startEngineLoop();
@@ -230,6 +259,11 @@ signals:
     void deskLevelsChanged();
     void deskGrandMasterChanged();
     void deskBlackoutChanged();
+    void connectionStatusChanged();
+    void sessionInfoChanged();
+    void appUpdateDownloadURLChanged();
+    /// The pairing approval page: the window opens it in the browser, headless prints it.
+    void pairingPageReady(const QUrl& url);
 
 private:
     class CaptureHopSource;
@@ -258,6 +292,23 @@ private:
     QVariantList themesVariant() const;
     QString selectedThemeNameText() const { return QString::fromStdString(selectedThemeName()); }
     QVariantMap dropDiagnosticsVariant() const;
+    QString connectionStatusText() const {
+        return QString::fromLatin1(kelvo::connectionStatusText(connectionStatus()));
+    }
+    QVariant sessionInfoVariant() const;
+    QVariant appUpdateDownloadURLVariant() const;
+
+    // Cloud link wiring
+    void makeCloudLink();
+    /// A cloud outcome for the status line; an empty one clears only the cloud's own text.
+    void showCloudStatus(const QString& message);
+    void resetAfterSignOut();
+    void refreshOfflineWorkspace();
+    // ShowDownloadTarget
+    void applyParsedBootstrap(const nlohmann::json& bootstrap) override;
+    const std::vector<ThemeOption>& currentThemes() const override { return themes_; }
+    void replaceThemes(std::vector<ThemeOption> themes) override;
+    void showDownloadFinished() override;
 
     /// Announces each output property that differs from `before`.
     void publishOutputSettings(const OutputSettings& before);
@@ -321,6 +372,10 @@ private:
     std::vector<ThemeOption> themes_;
     std::optional<ShowPatch> showPatch_;
     std::optional<OfflineWorkspaceUIState> lastSavedWorkspace_;
+    QString lastCloudStatus_;
+    // Last, and torn down first: their flows refer to everything above.
+    std::unique_ptr<ShowDownload> showDownload_;
+    std::unique_ptr<CloudSession> cloud_;
 };
 
 } // namespace kelvo
