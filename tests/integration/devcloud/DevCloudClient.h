@@ -1,0 +1,109 @@
+#pragma once
+
+#include "support/QtEventLoop.h"
+
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+#include <QTcpSocket>
+#include <QWebSocket>
+
+#include <nlohmann/json.hpp>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace kelvo::test {
+
+struct HttpResult {
+    int status = 0;
+    QNetworkReply::NetworkError error = QNetworkReply::NoError;
+    QByteArray body;
+
+    nlohmann::json json() const { return nlohmann::json::parse(body.toStdString()); }
+};
+
+/// Plain HTTP calls as the bridge makes them, on the test's event loop.
+class DevCloudClient {
+public:
+    explicit DevCloudClient(std::string baseUrl) : baseUrl_(std::move(baseUrl)) { qtApplication(); }
+
+    HttpResult send(const QByteArray& method, const std::string& path,
+                    const std::string& token = {}, const QByteArray& body = {},
+                    int timeoutMs = 10'000) {
+        QNetworkRequest request(QUrl(QString::fromStdString(baseUrl_ + "/" + path)));
+        request.setTransferTimeout(timeoutMs);
+        if (!token.empty())
+            request.setRawHeader("Authorization", "Bearer " + QByteArray::fromStdString(token));
+        if (!body.isEmpty())
+            request.setHeader(QNetworkRequest::ContentTypeHeader, "application/json");
+        std::unique_ptr<QNetworkReply> reply(manager_.sendCustomRequest(request, method, body));
+        pumpUntil([&] { return reply->isFinished(); }, std::chrono::milliseconds(timeoutMs + 5000));
+        return {reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt(), reply->error(),
+                reply->readAll()};
+    }
+
+    /// The status line's code of a web-socket upgrade request, read from the raw answer.
+    int upgradeStatus(const std::string& pathAndQuery) {
+        const QUrl base(QString::fromStdString(baseUrl_));
+        QTcpSocket socket;
+        socket.connectToHost(base.host(), quint16(base.port()));
+        socket.write("GET /" + QByteArray::fromStdString(pathAndQuery) +
+                     " HTTP/1.1\r\nHost: " + base.authority().toLatin1() +
+                     "\r\nUpgrade: websocket\r\nConnection: Upgrade\r\n"
+                     "Sec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\n"
+                     "Sec-WebSocket-Version: 13\r\n\r\n");
+        QByteArray answer;
+        pumpUntil([&] {
+            answer += socket.readAll();
+            return answer.contains("\r\n") || socket.state() == QAbstractSocket::UnconnectedState;
+        });
+        const QList<QByteArray> statusLine = answer.left(answer.indexOf("\r\n")).split(' ');
+        return statusLine.value(1).toInt();
+    }
+
+    const std::string& baseUrl() const { return baseUrl_; }
+
+private:
+    std::string baseUrl_;
+    QNetworkAccessManager manager_;
+};
+
+/// One bridge's show-updates socket, collecting what the cloud pushes.
+class ShowUpdatesListener {
+public:
+    ShowUpdatesListener(const std::string& baseUrl, const std::string& token) {
+        QObject::connect(&socket_, &QWebSocket::textMessageReceived,
+                         [this](const QString& text) { messages.push_back(text.toStdString()); });
+        QString url = QString::fromStdString(baseUrl);
+        url.replace(QStringLiteral("http://"), QStringLiteral("ws://"));
+        socket_.open(QUrl(url + QStringLiteral("/ws/show-updates?role=runtime&token=") +
+                          QString::fromStdString(token)));
+    }
+
+    bool waitOpen() {
+        return pumpUntil([&] { return socket_.state() == QAbstractSocket::ConnectedState; });
+    }
+
+    /// The next message of `type` received after the first `skip` messages, as JSON.
+    std::optional<nlohmann::json> waitFor(const std::string& type, size_t skip = 0) {
+        std::optional<nlohmann::json> found;
+        pumpUntil([&] {
+            for (size_t i = skip; i < messages.size() && !found; ++i) {
+                auto message = nlohmann::json::parse(messages[i], nullptr, false);
+                if (message.is_object() && message.value("type", "") == type)
+                    found = message;
+            }
+            return found.has_value();
+        });
+        return found;
+    }
+
+    QWebSocket& socket() { return socket_; }
+    std::vector<std::string> messages;
+
+private:
+    QWebSocket socket_;
+};
+
+} // namespace kelvo::test

@@ -1,0 +1,200 @@
+#include "DevCloudClient.h"
+
+#include "support/DevCloudProcess.h"
+#include "support/TemporaryDirectory.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+
+namespace kelvo {
+namespace {
+
+using test::DevCloudClient;
+using test::DevCloudProcess;
+using test::HttpResult;
+
+const std::string validToken = "kdt_test_valid";
+const std::string revokedToken = "kdt_test_revoked";
+
+class DevCloudServer : public testing::Test {
+protected:
+    /// Starts the server with a state file in the test's directory and the two test tokens.
+    void start(std::vector<std::string> options = {}) {
+        options.insert(options.end(), {"--state", state, "--device-token", validToken,
+                                       "--revoked-token", revokedToken});
+        cloud = std::make_unique<DevCloudProcess>(KELVO_DEVCLOUD, options, dir / "cloud.log");
+        ASSERT_TRUE(cloud->running()) << cloud->output();
+        client = std::make_unique<DevCloudClient>(cloud->baseUrl());
+    }
+
+    HttpResult send(const QByteArray& method, const std::string& path,
+                    const std::string& token = validToken, const QByteArray& body = {}) {
+        return client->send(method, path, token, body);
+    }
+
+    test::TemporaryDirectory dir;
+    std::string state = dir / "state.json";
+    std::unique_ptr<DevCloudProcess> cloud;
+    std::unique_ptr<DevCloudClient> client;
+};
+
+TEST_F(DevCloudServer, EveryBridgeEndpointChecksTheBearerToken) {
+    start();
+    struct Endpoint {
+        QByteArray method;
+        std::string path;
+        QByteArray body;
+        int status;
+    };
+    const std::vector<Endpoint> endpoints{
+        {"GET", "api/auth/me", {}, 200},
+        {"GET", "api/runtime/bootstrap", {}, 200},
+        {"GET", "api/runtime/active-show", {}, 200},
+        {"GET", "api/config", {}, 200},
+        {"GET", "api/shows/show-demo", {}, 200},
+        {"POST", "api/shows/show-demo/activate", {}, 200},
+        {"PATCH", "api/control-state", R"({"theme_name":"Ocean"})", 200},
+        {"POST", "api/runtime/interpretation-tree", R"({"tree":{"mode":"x","children":[]}})", 204},
+        {"POST", "api/bridge/disconnect", {}, 204},
+    };
+    for (const Endpoint& endpoint : endpoints) {
+        SCOPED_TRACE(endpoint.path);
+        EXPECT_EQ(send(endpoint.method, endpoint.path, "", endpoint.body).status, 401);
+        EXPECT_EQ(send(endpoint.method, endpoint.path, "kdt_nobody", endpoint.body).status, 401);
+        EXPECT_EQ(send(endpoint.method, endpoint.path, revokedToken, endpoint.body).status, 403);
+        EXPECT_EQ(send(endpoint.method, endpoint.path, validToken, endpoint.body).status,
+                  endpoint.status);
+    }
+    const std::string socketPath = "ws/show-updates?role=runtime&token=";
+    EXPECT_EQ(client->upgradeStatus(socketPath + "kdt_nobody"), 401);
+    EXPECT_EQ(client->upgradeStatus(socketPath + revokedToken), 403);
+    EXPECT_EQ(client->upgradeStatus(socketPath + validToken), 101);
+    // The unauthenticated parts.
+    EXPECT_EQ(send("GET", "api/health", "").json()["api_version"], "devcloud");
+    EXPECT_EQ(send("GET", "bridge-harness/v1/manifest.json", "").json()["harnessMajor"], 1);
+    EXPECT_EQ(send("GET", "bridge-harness/v1/engine.js", "").status, 200);
+    EXPECT_EQ(send("GET", "bridge-harness/v1/..%2Fmanifest.json", "").status, 404);
+}
+
+TEST_F(DevCloudServer, BadRequestsAreRefusedWithTheReason) {
+    start();
+    struct Case {
+        QByteArray method;
+        std::string path;
+        QByteArray body;
+        int status;
+        std::string error;
+    };
+    const std::vector<Case> cases{
+        {"PATCH", "api/control-state", "[1]", 400, "the control state must be a JSON object"},
+        {"PATCH", "api/control-state", "{", 400, "the body is not JSON"},
+        {"PATCH", "api/control-state", R"({"mode":7})", 400, "mode must be a string"},
+        {"PATCH", "api/control-state", R"({"volume":1})", 400, "unknown control-state key volume"},
+        {"POST", "api/shows/show-retired/activate", {}, 404, "no such show"},
+        {"GET", "api/bridge/pairing/status", {}, 400, "the query needs the pairing code: ?code=…"},
+        {"DELETE", "api/config", {}, 405, "method not allowed on this path"},
+    };
+    for (const Case& bad : cases) {
+        SCOPED_TRACE(bad.path + " " + bad.body.toStdString());
+        const HttpResult result = send(bad.method, bad.path, validToken, bad.body);
+        EXPECT_EQ(result.status, bad.status);
+        EXPECT_EQ(result.json()["error"], bad.error);
+    }
+}
+
+TEST_F(DevCloudServer, AutoApprovedPairingHandsOutAWorkingToken) {
+    start({"--auto-approve"});
+    const auto started = send("POST", "api/bridge/pairing/start", "", "{}").json();
+    const std::string code = started["code"];
+    EXPECT_EQ(started["browser_url"], cloud->baseUrl() + "/pair?code=" + code);
+    EXPECT_TRUE(started["expires_at"].is_string());
+
+    const auto status = send("GET", "api/bridge/pairing/status?code=" + code, "").json();
+    ASSERT_EQ(status["status"], "complete");
+    EXPECT_EQ(status["show_id"], "show-demo");
+    EXPECT_EQ(send("GET", "api/auth/me", status["device_token"]).json()["is_bridge"], true);
+    EXPECT_EQ(send("GET", "api/bridge/pairing/status?code=NOPE-NOPE", "").json()["status"],
+              "unknown");
+}
+
+TEST_F(DevCloudServer, PairingCodesExpire) {
+    start({"--pairing-ttl", "1"});
+    const std::string code = send("POST", "api/bridge/pairing/start", "", "{}").json()["code"];
+    EXPECT_EQ(send("GET", "api/bridge/pairing/status?code=" + code, "").json()["status"],
+              "pending");
+    test::pumpFor(std::chrono::milliseconds(1300));
+    EXPECT_EQ(send("GET", "api/bridge/pairing/status?code=" + code, "").json()["status"],
+              "expired");
+}
+
+TEST_F(DevCloudServer, StateSurvivesARestart) {
+    start({"--auto-approve"});
+    const std::string code = send("POST", "api/bridge/pairing/start", "", "{}").json()["code"];
+    const std::string paired =
+        send("GET", "api/bridge/pairing/status?code=" + code, "").json()["device_token"];
+    ASSERT_EQ(
+        send("PATCH", "api/control-state", paired, R"({"mode":"chase","mode_lerp":0.25})").status,
+        200);
+    ASSERT_EQ(send("POST", "api/shows/show-warehouse/activate", paired).status, 200);
+    cloud.reset();
+
+    cloud = std::make_unique<DevCloudProcess>(
+        KELVO_DEVCLOUD, std::vector<std::string>{"--state", state}, dir / "again.log");
+    ASSERT_TRUE(cloud->running()) << cloud->output();
+    client = std::make_unique<DevCloudClient>(cloud->baseUrl());
+    const auto bootstrap = send("GET", "api/runtime/bootstrap", paired).json();
+    EXPECT_EQ(bootstrap["control_state"]["mode"], "chase");
+    EXPECT_EQ(bootstrap["control_state"]["mode_lerp"], 0.25);
+    EXPECT_EQ(bootstrap["active_show"]["summary"]["id"], "show-warehouse");
+    EXPECT_EQ(bootstrap["shows"][1]["active"], true);
+    EXPECT_EQ(send("GET", "api/auth/me", revokedToken).status, 403);
+}
+
+TEST_F(DevCloudServer, RefusesToListenBeyondLoopbackUnlessAsked) {
+    for (const std::string listen : {"0.0.0.0:0", "10.1.2.3:4041", "not-an-address"}) {
+        SCOPED_TRACE(listen);
+        const pid_t pid = test::spawnWithOutput(
+            KELVO_DEVCLOUD, {KELVO_DEVCLOUD, "--listen", listen, "--state", state},
+            dir / "refused.log");
+        EXPECT_EQ(test::waitForExit(pid), 2);
+        const std::string output = test::readText(dir / "refused.log");
+        EXPECT_NE(output.find(listen == "not-an-address" ? "--listen needs HOST:PORT"
+                                                         : "refusing to listen on"),
+                  std::string::npos)
+            << output;
+    }
+}
+
+TEST_F(DevCloudServer, CommandLineFaultsFailChosenPaths) {
+    start({"--fault", "api/config:status=503,times=1", "--fault", "api/shows/*:drop"});
+    EXPECT_EQ(send("GET", "api/config").status, 503);
+    EXPECT_EQ(send("GET", "api/config").status, 200);
+    const HttpResult dropped = send("GET", "api/shows/show-demo");
+    EXPECT_EQ(dropped.status, 0);
+    EXPECT_EQ(dropped.error, QNetworkReply::RemoteHostClosedError);
+    EXPECT_EQ(send("GET", "api/runtime/active-show").status, 200);
+}
+
+TEST_F(DevCloudServer, RestChangesReachEveryConnectedBridge) {
+    start();
+    test::ShowUpdatesListener first(cloud->baseUrl(), validToken);
+    test::ShowUpdatesListener second(cloud->baseUrl(), validToken);
+    ASSERT_TRUE(first.waitOpen());
+    ASSERT_TRUE(second.waitOpen());
+    // Each socket starts with the current control state.
+    ASSERT_TRUE(first.waitFor("control_state"));
+    ASSERT_TRUE(second.waitFor("control_state"));
+    const size_t seen = first.messages.size();
+
+    ASSERT_EQ(send("PATCH", "api/control-state", validToken, R"({"mode":"strobe"})").status, 200);
+    for (auto* listener : {&first, &second}) {
+        const auto pushed = listener->waitFor("control_state", seen);
+        ASSERT_TRUE(pushed);
+        EXPECT_EQ((*pushed)["data"]["mode"], "strobe");
+        EXPECT_EQ((*pushed)["data"]["theme_name"], "Rave");
+    }
+}
+
+} // namespace
+} // namespace kelvo
