@@ -50,6 +50,9 @@ struct AppModelRig {
         environment.timers = timers;
         environment.clock = clock;
         environment.runTickTimer = false;
+        environment.serverURL = serverURL;
+        environment.http = http;
+        environment.leaving = leaving;
         return std::make_unique<AppModel>(std::move(environment));
     }
 
@@ -70,6 +73,10 @@ struct AppModelRig {
     std::shared_ptr<testing_support::FakeTimerFactory> timers =
         std::make_shared<testing_support::FakeTimerFactory>();
     std::shared_ptr<ManualMonotonicClock> clock = std::make_shared<ManualMonotonicClock>();
+    // The cloud link: none unless a test gives it a transport (and then only to loopback).
+    QUrl serverURL = BridgeServerConfig::productionURL();
+    std::shared_ptr<URLRequestPerforming> http;
+    std::shared_ptr<DisconnectNotifying> leaving;
 };
 
 } // namespace kelvo::test
