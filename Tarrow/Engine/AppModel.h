@@ -5,6 +5,7 @@
 #include "Audio/Devices/AudioInputDeviceMonitor.h"
 #include "Audio/Devices/AudioInputSelectionModel.h"
 #include "Cloud/BridgeServerConfig.h"
+#include "Cloud/CacheWriter.h"
 #include "Cloud/CloudSession.h"
 #include "Cloud/OfflineShowCache.h"
 #include "DMX/LiveDmxOutput.h"
@@ -373,7 +374,9 @@ private:
     std::optional<ShowPatch> showPatch_;
     std::optional<OfflineWorkspaceUIState> lastSavedWorkspace_;
     QString lastCloudStatus_;
-    // Last, and torn down first: their flows refer to everything above.
+    // Last, and torn down first: their flows refer to everything above. The writer finishes
+    // its queued cache files before the cache goes.
+    std::unique_ptr<CacheWriter> cacheWriter_;
     std::unique_ptr<ShowDownload> showDownload_;
     std::unique_ptr<CloudSession> cloud_;
 };

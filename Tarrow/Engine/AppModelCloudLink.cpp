@@ -24,10 +24,12 @@ template <typename T> bool assign(T& field, T value) {
 } // namespace
 
 void AppModel::makeCloudLink() {
+    cacheWriter_ = std::make_unique<CacheWriter>();
     if (!environment_.http)
         return;
     ShowDownloadTarget& target = *this;
-    showDownload_ = std::make_unique<ShowDownload>(*cache_, engine_, target);
+    showDownload_ =
+        std::make_unique<ShowDownload>(*cache_, engine_, target, cacheWriter_.get(), this);
     CloudSessionEnvironment cloud;
     cloud.serverURL = environment_.serverURL;
     cloud.http = environment_.http;
@@ -150,11 +152,11 @@ void AppModel::applyParsedBootstrap(const nlohmann::json& bootstrap) {
             recordShowPatch(*patch);
         }
         if (const std::optional<std::string> subset = engine_.loadShow(*activeShow, controlState)) {
-            try {
-                cache_->saveShowSnapshot(QByteArray::fromStdString(*subset));
-            } catch (const std::exception& error) {
-                qWarning().noquote() << "show snapshot not cached:" << error.what();
-            }
+            cacheWriter_->write(
+                [cache = cache_.get(), snapshot = QByteArray::fromStdString(*subset)] {
+                    cache->saveShowSnapshot(snapshot);
+                },
+                this, [this] { refreshOfflineWorkspace(); });
         }
     }
     if (!engine_.hasRealizedShow()) {
@@ -170,11 +172,7 @@ void AppModel::applyParsedBootstrap(const nlohmann::json& bootstrap) {
 }
 
 void AppModel::recordShowPatch(const ShowPatch& patch) {
-    try {
-        cache_->savePatch(patch);
-    } catch (const std::exception& error) {
-        qWarning().noquote() << "show patch not cached:" << error.what();
-    }
+    cacheWriter_->write([cache = cache_.get(), patch] { cache->savePatch(patch); });
     if (selectedShowId_ == patch.showId && assign(showPatch_, std::optional<ShowPatch>(patch)))
         emit showPatchChanged();
 }

@@ -2,6 +2,7 @@
 
 #include "Cloud/BridgeAPIClient.h"
 #include "Cloud/BridgeAPIError.h"
+#include "Cloud/CacheWriter.h"
 #include "Cloud/OfflineShowCache.h"
 
 #include <nlohmann/json.hpp>
@@ -38,8 +39,8 @@ std::string HarnessLoader::scriptFileName(QByteArrayView manifest) const {
 }
 
 QCoro::Task<> HarnessLoader::fetchAndCache(QUrl baseURL, std::shared_ptr<URLRequestPerforming> http,
-                                           OfflineShowCache& cache,
-                                           CancellationToken cancel) const {
+                                           OfflineShowCache& cache, CancellationToken cancel,
+                                           CacheWriter* writer, QObject* context) const {
     const HarnessLoader loader = *this; // the caller's loader may be gone after a wait
     const BridgeAPIClient paths(baseURL, http);
     QCoro::Task<QByteArray> manifestDownload =
@@ -50,7 +51,14 @@ QCoro::Task<> HarnessLoader::fetchAndCache(QUrl baseURL, std::shared_ptr<URLRequ
         get(http, paths.endpoint(QString::fromLatin1(scriptFolder) + QString::fromStdString(file)),
             cancel);
     const QByteArray script = co_await std::move(scriptDownload);
-    cache.saveHarnessJS(script, manifest);
+    if (!writer) {
+        cache.saveHarnessJS(script, manifest);
+        co_return;
+    }
+    QCoro::Task<> saving = writer->written(
+        [&cache, script, manifest] { cache.saveHarnessJS(script, manifest); }, context);
+    co_await std::move(saving);
+    cancel.throwIfCancelled();
 }
 
 } // namespace kelvo

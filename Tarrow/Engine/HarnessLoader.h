@@ -12,6 +12,7 @@
 
 namespace kelvo {
 
+class CacheWriter;
 class OfflineShowCache;
 
 /// A manifest without the accepted harness major or without a script file name.
@@ -40,9 +41,11 @@ struct HarnessLoader {
     std::string scriptFileName(QByteArrayView manifest) const;
 
     /// Manifest, then script (plain GETs; the script's HTTP status is not examined), then both
-    /// cache files. Transport errors pass through; the cache is unchanged by any failure.
+    /// cache files, written by `writer` when given (its completion is told on `context`'s
+    /// thread). Transport errors pass through; the cache is unchanged by any failure.
     QCoro::Task<> fetchAndCache(QUrl baseURL, std::shared_ptr<URLRequestPerforming> http,
-                                OfflineShowCache& cache, CancellationToken cancel) const;
+                                OfflineShowCache& cache, CancellationToken cancel,
+                                CacheWriter* writer = nullptr, QObject* context = nullptr) const;
 };
 
 } // namespace kelvo

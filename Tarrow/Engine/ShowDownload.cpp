@@ -18,8 +18,9 @@ std::string_view view(const QByteArray& bytes) {
 } // namespace
 
 ShowDownload::ShowDownload(OfflineShowCache& cache, EngineHost& engine, ShowDownloadTarget& target,
-                           HarnessLoader loader)
-    : cache_(cache), engine_(engine), target_(target), loader_(loader) {}
+                           CacheWriter* writer, QObject* context, HarnessLoader loader)
+    : cache_(cache), engine_(engine), target_(target), writer_(writer), context_(context),
+      loader_(loader) {}
 
 ShowDownload::~ShowDownload() {
     if (prefetch_)
@@ -33,8 +34,8 @@ QCoro::Task<> ShowDownload::fetchShowAndHarness(BridgeAPIClient client, std::str
                                                 CancellationToken cancel) {
     const std::optional<QByteArray> harnessBefore = cache_.loadHarnessJS();
     try {
-        QCoro::Task<> harness =
-            loader_.fetchAndCache(client.baseURL(), client.session(), cache_, cancel);
+        QCoro::Task<> harness = loader_.fetchAndCache(client.baseURL(), client.session(), cache_,
+                                                      cancel, writer_, context_);
         co_await std::move(harness);
     } catch (const FlowCancelled&) {
         throw;
@@ -55,7 +56,14 @@ QCoro::Task<> ShowDownload::fetchShowAndHarness(BridgeAPIClient client, std::str
     if (harness && (harness != harnessBefore || !engine_.hasContext()))
         engine_.loadHarness(view(*harness));
     target_.applyParsedBootstrap(bootstrap);
-    prefetchShowPatches(client, BootstrapViewData::parsed::extractShowRevisions(bootstrap), token);
+    // The active show's patch was just recorded from the bootstrap itself.
+    std::map<std::string, std::int64_t> revisions =
+        BootstrapViewData::parsed::extractShowRevisions(bootstrap);
+    if (const auto activeShow = bootstrap.find("active_show");
+        activeShow != bootstrap.end() && activeShow->is_object())
+        if (const std::optional<ShowPatch> active = ShowPatchBuilder::build(*activeShow))
+            revisions.erase(active->showId);
+    prefetchShowPatches(client, std::move(revisions), token);
     // Publishing the interpretation joins here with the live-updates channel.
 
     try {

@@ -15,6 +15,7 @@
 
 namespace kelvo {
 
+class CacheWriter;
 class EngineHost;
 class OfflineShowCache;
 
@@ -38,7 +39,9 @@ public:
 /// download (through its token) before this object goes away.
 class ShowDownload {
 public:
+    /// `writer` writes the harness files off the main thread, telling `context` when done.
     ShowDownload(OfflineShowCache& cache, EngineHost& engine, ShowDownloadTarget& target,
+                 CacheWriter* writer = nullptr, QObject* context = nullptr,
                  HarnessLoader loader = {});
     ~ShowDownload();
     ShowDownload(const ShowDownload&) = delete;
@@ -59,6 +62,8 @@ private:
     OfflineShowCache& cache_;
     EngineHost& engine_;
     ShowDownloadTarget& target_;
+    CacheWriter* writer_;
+    QObject* context_;
     HarnessLoader loader_;
     std::shared_ptr<CancellationSource> prefetch_;
 };

@@ -50,7 +50,8 @@ TEST_F(ShowDownloadTest, FullDownloadCachesAndLightsTheActiveShow) {
     EXPECT_EQ(cache->loadHarnessJS(), answers["/bridge-harness/v1/engine.js"].body);
     EXPECT_EQ(cache->loadManifest(), answers["/bridge-harness/v1/manifest.json"].body);
     EXPECT_TRUE(model->engine().hasRealizedShow());
-    EXPECT_TRUE(model->hasOfflineWorkspace());
+    EXPECT_TRUE(test::pumpUntil([&] { return model->hasOfflineWorkspace(); }))
+        << "once the snapshot is on disk";
     EXPECT_EQ(model->shows().size(), 2u) << "the archived show is left out";
     EXPECT_EQ(model->selectedModeId(), "pulse");
     EXPECT_EQ(model->showPatch()->showId, "show-demo");
@@ -75,8 +76,8 @@ TEST_F(ShowDownloadTest, PatchesOfOlderRevisionsAreFetchedAgain) {
     cloud->requests.clear();
     finish(model->fetchShowAndHarness("tok"));
     ASSERT_TRUE(
-        test::pumpUntil([&] { return cloud->countPath("/api/shows/show-warehouse") == 1; }));
-    EXPECT_EQ(makeCache()->loadPatch("show-warehouse")->revision, 1);
+        test::pumpUntil([&] { return makeCache()->loadPatch("show-warehouse")->revision == 1; }));
+    EXPECT_EQ(cloud->countPath("/api/shows/show-warehouse"), 1u);
     EXPECT_EQ(cloud->countPath("/api/shows/show-demo"), 0u) << "its revision is current";
 }
 

@@ -86,7 +86,7 @@ TEST_F(CloudLinkTest, ApprovedInTheBrowserTheBridgeLinksAndLightsTheDemoShow) {
     ASSERT_TRUE(model->showPatch());
     EXPECT_EQ(model->showPatch()->fixtureCount(), 48u);
     EXPECT_EQ(model->themes().size(), 6u);
-    EXPECT_TRUE(model->hasOfflineWorkspace());
+    EXPECT_TRUE(test::pumpUntil([&] { return model->hasOfflineWorkspace(); }));
     EXPECT_EQ(test::readText(settings->supportDir().toStdString() + "/engine.js"),
               test::readText(KELVO_SOURCE_DIR "/devcloud/harness/engine.js"));
     ASSERT_TRUE(test::pumpUntil([&] { return model->cloudSession()->sessionInfo().has_value(); }));
