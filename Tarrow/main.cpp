@@ -43,6 +43,9 @@ int main(int argc, char** argv) {
     QCoreApplication::setApplicationName(kelvo::settingsApplicationName);
     QCoreApplication::setApplicationVersion(kelvo::applicationVersion);
 
+    if (parsed.options.signOut)
+        return kelvo::HeadlessBridge::signOut(parsed.options);
+
     if (!parsed.options.headless)
         std::fprintf(stderr, "This build has no dashboard window yet; running headless.\n");
 

@@ -2,6 +2,8 @@
 find_package(PkgConfig REQUIRED)
 find_package(Threads REQUIRED)
 find_package(Qt6 6.4 REQUIRED COMPONENTS Core Network)
+# Cloud link flows as C++20 coroutines on the Qt event loop
+find_package(QCoro6 REQUIRED COMPONENTS Core)
 find_package(nlohmann_json 3.10 REQUIRED)
 find_package(GTest REQUIRED)
 

@@ -21,6 +21,8 @@ std::string formatBridgeStatusLine(const BridgeStatusSample& s) {
         line += " · no audio input";
     if (s.recording)
         line += " · recording";
+    if (!s.connectionStatus.empty())
+        line += " · cloud " + s.connectionStatus;
     if (!s.statusMessage.empty())
         line += " · " + s.statusMessage;
     return line;

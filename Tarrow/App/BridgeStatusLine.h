@@ -18,6 +18,8 @@ struct BridgeStatusSample {
     std::uint64_t enttecFrames = 0;  ///< widget frames in the interval
     bool capturing = false;
     bool recording = false;
+    /// The cloud link's state ("connected", …); empty without a cloud link.
+    std::string connectionStatus;
     std::string statusMessage;
 };
 

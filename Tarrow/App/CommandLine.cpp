@@ -1,6 +1,7 @@
 #include "App/CommandLine.h"
 
 #include "App/ApplicationInfo.h"
+#include "Cloud/BuildRevision.h"
 
 #include <charconv>
 #include <sstream>
@@ -19,6 +20,9 @@ Options:
   --audio-device UID       use this audio input (a PulseAudio source name)
   --server URL             talk to this cloud server (wins over --local)
   --local                  talk to the development cloud at http://127.0.0.1:4041
+  --pair                   link this bridge to the cloud: prints the page to approve it on
+                           (open it on any device), then connects and downloads the show
+  --sign-out               forget this bridge's link to the cloud server and exit
   --artnet on|off          Art-Net output on or off (saved)
   --artnet-host HOST       send ArtDmx to this IPv4 address or host name (saved)
   --enttec on|off          Enttec USB DMX Pro output on or off (saved)
@@ -91,12 +95,17 @@ LaunchParseResult parseLaunchArguments(const std::vector<std::string>& arguments
             return result;
         } else if (argument == "--version") {
             result.action = LaunchParseResult::Action::showVersion;
-            result.message = std::string(applicationName) + " " + applicationVersion;
+            result.message = std::string(applicationName) + " " + applicationVersion + ", " +
+                             buildRevisionDescription();
             return result;
         } else if (argument == "--headless") {
             options.headless = true;
         } else if (argument == "--local") {
             // The server is chosen from the whole argument list below.
+        } else if (argument == "--pair") {
+            options.pairOnStart = true;
+        } else if (argument == "--sign-out") {
+            options.signOut = true;
         } else if (argument == "--record") {
             options.recordOnStart = true;
         } else if (argument == "--audio-file") {

@@ -23,6 +23,8 @@ struct LaunchOptions {
     std::optional<std::string> audioDeviceUID;
     bool recordOnStart = false;
     std::optional<double> runSeconds; ///< quit after this long (demos, benchmarks, tests)
+    bool pairOnStart = false;         ///< start pairing at launch and print the approval page
+    bool signOut = false;             ///< forget this server's device token and exit
 
     friend bool operator==(const LaunchOptions&, const LaunchOptions&) = default;
 };

@@ -1,5 +1,7 @@
 #include "App/HeadlessBridge.h"
 
+#include "Cloud/DisconnectNotifier.h"
+#include "Cloud/QtURLSession.h"
 #include "DMX/ArtNetDiscovery.h"
 #include "DMX/NWUDPSocket.h"
 
@@ -34,7 +36,25 @@ std::unique_ptr<AppModel> HeadlessBridge::makeModel(const LaunchOptions& options
     environment.artnetTransport = std::make_shared<NWUDPSocket>();
     environment.artnetDiscovery = std::make_shared<ArtNetDiscovery>();
     environment.serverURL = QUrl(QString::fromStdString(options.serverURL));
+    environment.http = std::make_shared<QtURLSession>();
+    environment.leaving = std::make_shared<ThreadedDisconnectNotifier>();
     return std::make_unique<AppModel>(std::move(environment));
+}
+
+int HeadlessBridge::signOut(const LaunchOptions& options, std::FILE* out) {
+    const QUrl server(QString::fromStdString(options.serverURL));
+    BridgeSettings settings(BridgeSettings::openUserSettings(),
+                            BridgeServerConfig::productionURL());
+    const std::optional<std::string> token = settings.authToken(server);
+    if (!token) {
+        std::fprintf(out, "This bridge is not linked to %s.\n", options.serverURL.c_str());
+        return 0;
+    }
+    ThreadedDisconnectNotifier().notifyAndWait(server, *token, CloudSession::quitDisconnectTimeout);
+    settings.clearAuthToken(server);
+    std::fprintf(out, "Signed out of %s; run with --pair to link this bridge again.\n",
+                 options.serverURL.c_str());
+    return 0;
 }
 
 void HeadlessBridge::persistLaunchSettings(OutputSettingsStore& settings,
@@ -91,7 +111,14 @@ void HeadlessBridge::start() {
     persistLaunchSettings(model_->outputSettingsStore(), options_);
     if (options_.audioDeviceUID)
         chooseAudioDevice(*options_.audioDeviceUID);
+    // A venue server may have no browser: the operator opens the page on a phone.
+    connect(model_.get(), &AppModel::pairingPageReady, this, [this](const QUrl& page) {
+        std::fprintf(out_, "%s\n%s\n", approvalPagePrompt, page.toString().toUtf8().constData());
+        std::fflush(out_);
+    });
     model_->bootstrap();
+    if (options_.pairOnStart)
+        model_->startPairing();
     if (options_.recordOnStart)
         model_->toggleAudioRecording();
     if (!model_->engine().hasRealizedShow())
@@ -106,7 +133,7 @@ void HeadlessBridge::start() {
 void HeadlessBridge::printStatus() {
     const MonotonicClock::Duration now = model_->clock().now();
     const AppStatusSnapshot status = model_->statusSnapshot();
-    const BridgeStatusSample sample{
+    BridgeStatusSample sample{
         .seconds = std::chrono::duration<double>(now - lastStatusTime_).count(),
         .ticks = status.tickCount - lastStatus_.tickCount,
         .beat = status.beat,
@@ -116,7 +143,13 @@ void HeadlessBridge::printStatus() {
         .enttecFrames = status.enttecFramesWritten - lastStatus_.enttecFramesWritten,
         .capturing = status.capturing,
         .recording = status.recording,
-        .statusMessage = status.statusMessage};
+        .connectionStatus = status.connectionStatus,
+        .statusMessage = {}};
+    // The message is repeated only when it changes, so a long one does not fill the log.
+    if (status.statusMessage != lastStatus_.statusMessage || !printedStatusYet_) {
+        sample.statusMessage = status.statusMessage;
+        printedStatusYet_ = true;
+    }
     lastStatusTime_ = now;
     lastStatus_ = status;
     std::fprintf(out_, "%s\n", formatBridgeStatusLine(sample).c_str());

@@ -31,6 +31,12 @@ public:
     /// Writes the command-line output settings under the dashboard's settings keys, from where
     /// start-up loads them.
     static void persistLaunchSettings(OutputSettingsStore& settings, const LaunchOptions& options);
+    /// `--sign-out`: tells the server the bridge leaves (at most 2 s), forgets its token and
+    /// says so; the exit status.
+    static int signOut(const LaunchOptions& options, std::FILE* out = stdout);
+
+    static constexpr const char* approvalPagePrompt =
+        "Open this page on any device to approve the bridge:";
 
 private:
     void printStatus();
@@ -42,6 +48,7 @@ private:
     QTimer statusTimer_;
     MonotonicClock::Duration lastStatusTime_{};
     AppStatusSnapshot lastStatus_;
+    bool printedStatusYet_ = false;
     bool stopped_ = false;
     QMetaObject::Connection pendingDevice_; // waits for an --audio-device not yet connected
 };

@@ -27,4 +27,17 @@ QUrl resolve(const std::vector<std::string>& arguments) {
     return productionURL();
 }
 
+std::optional<QUrl> showEditorURL(const QUrl& server, const QString& showId) {
+    const QString id = showId.trimmed();
+    if (id.isEmpty())
+        return std::nullopt;
+    QUrl url = server;
+    QString path = url.path(QUrl::FullyEncoded);
+    if (!path.endsWith(u'/'))
+        path += u'/';
+    url.setPath(path + QStringLiteral("shows/") + QString::fromUtf8(QUrl::toPercentEncoding(id)),
+                QUrl::TolerantMode);
+    return url;
+}
+
 } // namespace kelvo::BridgeServerConfig

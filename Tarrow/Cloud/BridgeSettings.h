@@ -2,7 +2,9 @@
 
 #include "Support/CoalescingWorker.h"
 
+#include "Cloud/DeviceTokenStore.h"
 #include <QByteArray>
+
 #include <QSettings>
 #include <QString>
 #include <QUrl>
@@ -23,7 +25,7 @@ namespace kelvo {
 /// tokens. Values are read once at construction and served from memory; changes are written on
 /// a worker thread, so no caller ever waits on the disk, and whatever is pending is written
 /// before the object goes.
-class BridgeSettings {
+class BridgeSettings : public DeviceTokenStore {
 public:
     static constexpr const char* legacyTokenKey = "kelvo.bridge.device_token";
     static constexpr const char* tokenKeyPrefix = "kelvo.bridge.device_token.";
@@ -69,10 +71,10 @@ public:
     std::optional<std::string> nonEmptyToken(const QString& key) const;
     /// The server's token. The first read for the production server adopts a token stored
     /// under the legacy key and moves it to the per-server key.
-    std::optional<std::string> authToken(const QUrl& server);
-    void saveAuthToken(const std::string& token, const QUrl& server);
+    std::optional<std::string> authToken(const QUrl& server) override;
+    void saveAuthToken(const std::string& token, const QUrl& server) override;
     /// Forgets the server's token (and the legacy one when it belongs to this server).
-    void clearAuthToken(const QUrl& server);
+    void clearAuthToken(const QUrl& server) override;
 
 private:
     using Change = std::pair<QString, std::optional<QVariant>>; // absent value: remove

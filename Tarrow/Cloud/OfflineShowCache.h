@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Cloud/DeviceTokenStore.h"
 #include "Cloud/OfflineWorkspaceUIState.h"
 #include "Show/ShowPatch.h"
 #include "Support/CoalescingWorker.h"

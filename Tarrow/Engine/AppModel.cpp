@@ -130,6 +130,7 @@ AppModel::AppModel(AppModelEnvironment environment, QObject* parent)
         qCInfo(lcEngine).noquote()
             << "Audio devices:"
             << QString::fromStdString(*environment_.audio.deviceListUnavailable);
+    makeCloudLink();
 }
 
 AppModel::~AppModel() {
@@ -207,6 +208,7 @@ AppStatusSnapshot AppModel::statusSnapshot() const {
             .enttecFramesWritten = dmxOutput_.enttecFramesWritten(),
             .capturing = mic_->isCapturing(),
             .recording = mic_->recording().isRecording(),
+            .connectionStatus = cloud_ ? kelvo::connectionStatusText(connectionStatus()) : "",
             .statusMessage = statusMessage_.toStdString()};
 }
 
@@ -234,21 +236,23 @@ void AppModel::bootstrap() {
 
     restoreWorkspaceUIFromCache();
 
-    setAndNotify(hasOfflineWorkspace_, cache_->hasOfflineRuntime(), this,
-                 &AppModel::hasOfflineWorkspaceChanged);
+    refreshOfflineWorkspace();
 
     pushThemesToEngine();
     refreshDropDiagnostics();
     // Audio device monitoring started with the model, before this first capture start.
     startEngineLoop();
     startArtNetMonitor();
-    // The cloud connection and update check follow here once the bridge has them.
+    // The cloud comes last, in the background: the cached show is already lighting the venue.
+    autoConnect();
+    refreshAppUpdateNotice();
 }
 
 void AppModel::applicationWillTerminate() {
     mic_->stop();
     cache_->flushPendingWrites();
     settings_->flush();
+    notifyDisconnectSync(CloudSession::quitDisconnectTimeout);
 }
 
 // Engine loop

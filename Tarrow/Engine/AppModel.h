@@ -6,6 +6,8 @@
 #include "Audio/Devices/AudioInputSelectionModel.h"
 #include "Cloud/BridgeServerConfig.h"
 #include "Cloud/BridgeSettings.h"
+#include "Cloud/CacheWriter.h"
+#include "Cloud/CloudSession.h"
 #include "Cloud/OfflineShowCache.h"
 #include "DMX/ArtNetHealthMonitor.h"
 #include "DMX/LiveDmxOutput.h"
@@ -16,6 +18,7 @@
 #include "Engine/LightingDesk.h"
 #include "Engine/LiveControl.h"
 #include "Engine/MicrophoneAuthorization.h"
+#include "Engine/ShowDownload.h"
 #include "Engine/StoredOutputSettings.h"
 #include "Show/ShowOptions.h"
 #include "Show/ShowPatch.h"
@@ -44,6 +47,7 @@ struct AppStatusSnapshot {
     std::uint64_t enttecFramesWritten = 0;
     bool capturing = false;
     bool recording = false;
+    std::string connectionStatus; ///< empty without a cloud link
     std::string statusMessage;
 
     friend bool operator==(const AppStatusSnapshot&, const AppStatusSnapshot&) = default;
@@ -70,15 +74,25 @@ struct AppModelEnvironment {
     bool runTickTimer = true;
     /// The server chosen from the launch arguments (`BridgeServerConfig::resolve`).
     QUrl serverURL = BridgeServerConfig::productionURL();
+    /// The HTTP transport of the cloud link; without one the model never talks to a cloud.
+    std::shared_ptr<URLRequestPerforming> http;
+    std::shared_ptr<CloudScheduler> cloudScheduler = std::make_shared<QtCloudScheduler>();
+    /// Tells the cloud at quit that the bridge leaves.
+    std::shared_ptr<DisconnectNotifying> leaving;
 };
 
-class AppModel : public QObject, private EngineLoopListener {
+class AppModel : public QObject, private EngineLoopListener, private ShowDownloadTarget {
     Q_OBJECT
     // Every property notifies only when its value changes. Records are handed to the dashboard
     // as QVariant maps and lists, built when read.
     Q_PROPERTY(QString statusMessage READ statusMessage NOTIFY statusMessageChanged)
     Q_PROPERTY(QString serverURLString READ serverURLString NOTIFY serverURLStringChanged)
     Q_PROPERTY(bool hasOfflineWorkspace READ hasOfflineWorkspace NOTIFY hasOfflineWorkspaceChanged)
+    // Cloud link
+    Q_PROPERTY(QString connectionStatus READ connectionStatusText NOTIFY connectionStatusChanged)
+    Q_PROPERTY(QVariant sessionInfo READ sessionInfoVariant NOTIFY sessionInfoChanged)
+    Q_PROPERTY(QVariant appUpdateDownloadURL READ appUpdateDownloadURLVariant NOTIFY
+                   appUpdateDownloadURLChanged)
     // Outputs
     Q_PROPERTY(
         bool artnetEnabled READ artnetEnabled WRITE setArtNetEnabled NOTIFY artnetEnabledChanged)
@@ -141,9 +155,25 @@ public:
     /// Start-up from the cache: settings, harness, show, workspace, themes, engine loop, audio
     /// devices. Lighting runs before any network exists.
     void bootstrap();
-    /// At quit: stop capture, which closes a running recording, and finish the settings and
-    /// workspace writes still under way.
+    /// At quit: stop capture, which closes a running recording, finish the settings and
+    /// workspace writes still under way, then tell the cloud the bridge leaves (at most 2 s).
     void applicationWillTerminate();
+
+    // Cloud link (the flows live in CloudSession and ShowDownload)
+    void startPairing();
+    void autoConnect();
+    void reauthenticate();
+    void notifyDisconnectSync(std::chrono::milliseconds timeout);
+    void refreshAppUpdateNotice();
+    QCoro::Task<> fetchShowAndHarness(std::string token);
+    /// Applies a runtime bootstrap payload; throws the parser's error or BootstrapViewDataError.
+    void applyBootstrap(const QByteArray& payload);
+    void recordShowPatch(const ShowPatch& patch) override;
+    /// Absent when the model was built without a cloud transport.
+    CloudSession* cloudSession() { return cloud_.get(); }
+    ConnectionStatus connectionStatus() const {
+        return cloud_ ? cloud_->connectionStatus() : ConnectionStatus::disconnected;
+    }
 
     // Engine loop
     void startEngineLoop();
@@ -295,6 +325,11 @@ signals:
     void deskLevelsChanged();
     void deskGrandMasterChanged();
     void deskBlackoutChanged();
+    void connectionStatusChanged();
+    void sessionInfoChanged();
+    void appUpdateDownloadURLChanged();
+    /// The pairing approval page: the window opens it in the browser, headless prints it.
+    void pairingPageReady(const QUrl& url);
 
 private:
     class CaptureHopSource;
@@ -326,6 +361,23 @@ private:
     QVariantMap artnetDiscoveryStateVariant() const;
     QVariantMap artnetHealthVariant() const;
     QVariant artnetLastAutoFixVariant() const;
+    QString connectionStatusText() const {
+        return QString::fromLatin1(kelvo::connectionStatusText(connectionStatus()));
+    }
+    QVariant sessionInfoVariant() const;
+    QVariant appUpdateDownloadURLVariant() const;
+
+    // Cloud link wiring
+    void makeCloudLink();
+    /// A cloud outcome for the status line; an empty one clears only the cloud's own text.
+    void showCloudStatus(const QString& message);
+    void resetAfterSignOut();
+    void refreshOfflineWorkspace();
+    // ShowDownloadTarget
+    void applyParsedBootstrap(const nlohmann::json& bootstrap) override;
+    const std::vector<ThemeOption>& currentThemes() const override { return themes_; }
+    void replaceThemes(std::vector<ThemeOption> themes) override;
+    void showDownloadFinished() override;
 
     ArtNetHealthMonitor* makeArtNetMonitor();
     /// Announces each selection that differs from the last announced one.
@@ -388,6 +440,12 @@ private:
     std::vector<ThemeOption> themes_;
     std::optional<ShowPatch> showPatch_;
     std::optional<OfflineWorkspaceUIState> lastSavedWorkspace_;
+    QString lastCloudStatus_;
+    // Last, and torn down first: their flows refer to everything above. The writer finishes
+    // its queued cache files before the cache goes.
+    std::unique_ptr<CacheWriter> cacheWriter_;
+    std::unique_ptr<ShowDownload> showDownload_;
+    std::unique_ptr<CloudSession> cloud_;
 };
 
 } // namespace kelvo

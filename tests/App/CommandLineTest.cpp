@@ -1,4 +1,5 @@
 #include "App/CommandLine.h"
+#include "Cloud/BuildRevision.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -63,7 +64,7 @@ TEST(LaunchArguments, HelpAndVersion) {
     EXPECT_THAT(parse("--help").message, HasSubstr("--artnet-host HOST"));
     const auto version = parse("--headless --version");
     EXPECT_EQ(version.action, Action::showVersion);
-    EXPECT_EQ(version.message, "Kelvo Bridge 0.1.0");
+    EXPECT_EQ(version.message, "Kelvo Bridge 0.1.0, " + buildRevisionDescription());
 }
 
 TEST(LaunchArguments, BadInputSaysWhatIsWrong) {

@@ -36,11 +36,15 @@ struct AppModelRig {
         return std::make_unique<OfflineShowCache>(QString::fromStdString(dir / "cache"));
     }
 
-    std::unique_ptr<AppModel> makeModel(std::shared_ptr<AudioDeviceLayer> devices = nullptr) {
-        AppModelEnvironment environment;
-        environment.settings = std::make_unique<BridgeSettings>(
+    std::unique_ptr<BridgeSettings> makeSettings() const {
+        return std::make_unique<BridgeSettings>(
             std::make_unique<QSettings>(settingsPath(), QSettings::IniFormat),
             QUrl("https://cloud.example"));
+    }
+
+    std::unique_ptr<AppModel> makeModel(std::shared_ptr<AudioDeviceLayer> devices = nullptr) {
+        AppModelEnvironment environment;
+        environment.settings = makeSettings();
         environment.cache = makeCache();
         environment.audio.deviceLayer =
             devices ? std::move(devices) : std::make_shared<EmptyAudioDeviceLayer>();
@@ -54,6 +58,9 @@ struct AppModelRig {
         environment.timers = timers;
         environment.clock = clock;
         environment.runTickTimer = false;
+        environment.serverURL = serverURL;
+        environment.http = http;
+        environment.leaving = leaving;
         return std::make_unique<AppModel>(std::move(environment));
     }
 
@@ -77,6 +84,10 @@ struct AppModelRig {
     std::shared_ptr<testing_support::FakeTimerFactory> timers =
         std::make_shared<testing_support::FakeTimerFactory>();
     std::shared_ptr<ManualMonotonicClock> clock = std::make_shared<ManualMonotonicClock>();
+    // The cloud link: none unless a test gives it a transport (and then only to loopback).
+    QUrl serverURL = BridgeServerConfig::productionURL();
+    std::shared_ptr<URLRequestPerforming> http;
+    std::shared_ptr<DisconnectNotifying> leaving;
 };
 
 } // namespace kelvo::test

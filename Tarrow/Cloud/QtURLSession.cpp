@@ -1,0 +1,73 @@
+#include "Cloud/QtURLSession.h"
+
+#include <QBuffer>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+#include <QNetworkRequest>
+
+namespace kelvo {
+
+namespace {
+
+/// The reason without the address Qt may put in it (a web-socket or query URL can carry secrets).
+QString transportReason(const QNetworkReply& reply) {
+    switch (reply.error()) {
+    case QNetworkReply::ConnectionRefusedError:
+        return QStringLiteral("Connection refused");
+    case QNetworkReply::RemoteHostClosedError:
+        return QStringLiteral("The server closed the connection");
+    case QNetworkReply::HostNotFoundError:
+        return QStringLiteral("Server not found");
+    case QNetworkReply::TimeoutError:
+    case QNetworkReply::OperationCanceledError: // the transfer timeout aborts this way
+        return QStringLiteral("The request timed out");
+    case QNetworkReply::SslHandshakeFailedError:
+        return QStringLiteral("Secure connection failed");
+    case QNetworkReply::TemporaryNetworkFailureError:
+    case QNetworkReply::NetworkSessionFailedError:
+        return QStringLiteral("The network is unavailable");
+    default:
+        break;
+    }
+    QString text = reply.errorString();
+    const QString address = reply.request().url().toString();
+    if (!address.isEmpty())
+        text.replace(address, QStringLiteral("the server"));
+    return text;
+}
+
+} // namespace
+
+QtURLSession::QtURLSession() : manager_(std::make_unique<QNetworkAccessManager>()) {
+    manager_->setRedirectPolicy(QNetworkRequest::NoLessSafeRedirectPolicy);
+}
+
+QtURLSession::~QtURLSession() = default;
+
+QCoro::Task<HTTPResponse> QtURLSession::data(HTTPRequest request, CancellationToken cancel) {
+    cancel.throwIfCancelled();
+    QNetworkRequest http(request.url);
+    for (const auto& [name, value] : request.headers)
+        http.setRawHeader(name, value);
+    http.setTransferTimeout(static_cast<int>(request.timeout.count()));
+
+    std::unique_ptr<QNetworkReply, void (*)(QNetworkReply*)> reply(
+        request.body ? manager_->sendCustomRequest(http, request.method, *request.body)
+                     : manager_->sendCustomRequest(http, request.method),
+        [](QNetworkReply* r) { r->deleteLater(); });
+    auto finished = std::make_shared<OneShotEvent>();
+    QObject::connect(reply.get(), &QNetworkReply::finished, [finished] { finished->fire(); });
+    // Aborting emits finished, which resumes this frame.
+    const auto subscription = cancel.onCancel([raw = reply.get()] { raw->abort(); });
+    co_await *finished;
+    cancel.throwIfCancelled();
+
+    const QVariant status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
+    if (status.isValid())
+        co_return HTTPResponse{status.toInt(), reply->readAll()};
+    if (reply->error() != QNetworkReply::NoError)
+        throw TransportError(transportReason(*reply).toStdString());
+    co_return HTTPResponse{std::nullopt, reply->readAll()};
+}
+
+} // namespace kelvo

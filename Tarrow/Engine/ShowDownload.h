@@ -1,0 +1,71 @@
+#pragma once
+
+#include "Cloud/BridgeAPIClient.h"
+#include "Engine/HarnessLoader.h"
+#include "Show/ShowOptions.h"
+#include "Show/ShowPatch.h"
+
+#include <nlohmann/json.hpp>
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace kelvo {
+
+class CacheWriter;
+class EngineHost;
+class OfflineShowCache;
+
+/// What the full download changes in its owner, on the main thread.
+class ShowDownloadTarget {
+public:
+    virtual ~ShowDownloadTarget() = default;
+    /// Applies a bootstrap document already parsed as an object.
+    virtual void applyParsedBootstrap(const nlohmann::json& bootstrap) = 0;
+    virtual void recordShowPatch(const ShowPatch& patch) = 0;
+    virtual const std::vector<ThemeOption>& currentThemes() const = 0;
+    /// Replaces the themes and pushes them to the engine.
+    virtual void replaceThemes(std::vector<ThemeOption> themes) = 0;
+    /// Persists the workspace, re-reads whether the cache can run offline, keeps the loop going.
+    virtual void showDownloadFinished() = 0;
+};
+
+/// The download every connect performs: the harness, the runtime bootstrap with the show, the
+/// patches of the other shows, and the themes. Only a failed or unreadable bootstrap fails it;
+/// the harness and the themes are kept from the cache when theirs fail. The owner cancels the
+/// download (through its token) before this object goes away.
+class ShowDownload {
+public:
+    /// `writer` writes the harness files off the main thread, telling `context` when done.
+    ShowDownload(OfflineShowCache& cache, EngineHost& engine, ShowDownloadTarget& target,
+                 CacheWriter* writer = nullptr, QObject* context = nullptr,
+                 HarnessLoader loader = {});
+    ~ShowDownload();
+    ShowDownload(const ShowDownload&) = delete;
+    ShowDownload& operator=(const ShowDownload&) = delete;
+
+    QCoro::Task<> fetchShowAndHarness(BridgeAPIClient client, std::string token,
+                                      CancellationToken cancel);
+    /// Fetches, in the background, the patch of every show whose cached patch is missing or of
+    /// an older revision; a show that fails is skipped. Replaces a running prefetch.
+    void prefetchShowPatches(BridgeAPIClient client, std::map<std::string, std::int64_t> revisions,
+                             std::string token);
+    bool isPrefetching() const { return prefetch_ != nullptr; }
+
+private:
+    QCoro::Task<> runPrefetch(BridgeAPIClient client, std::map<std::string, std::int64_t> revisions,
+                              std::string token, std::shared_ptr<CancellationSource> flow);
+
+    OfflineShowCache& cache_;
+    EngineHost& engine_;
+    ShowDownloadTarget& target_;
+    CacheWriter* writer_;
+    QObject* context_;
+    HarnessLoader loader_;
+    std::shared_ptr<CancellationSource> prefetch_;
+};
+
+} // namespace kelvo

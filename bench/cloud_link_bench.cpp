@@ -1,0 +1,153 @@
+// The cloud link's cost to the lights: launch to `connected` with a paired token against a
+// kelvo-devcloud on loopback, beside the first ArtDmx from the cache (which must not wait for
+// the network), and the longest main-thread slices while a full download runs.
+//   build/bench/cloud_link_bench [LAUNCHES]      (needs build/devcloud/kelvo-devcloud)
+#include "Cloud/DisconnectNotifier.h"
+#include "Cloud/QtURLSession.h"
+#include "DMX/NWUDPSocket.h"
+#include "Engine/AppModel.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QProcess>
+#include <QTemporaryDir>
+#include <QTimer>
+
+#include <algorithm>
+#include <cstdio>
+#include <fstream>
+#include <numeric>
+#include <vector>
+
+using namespace kelvo;
+
+namespace {
+
+/// Ten seconds of a quiet 100 Hz tone, 16-bit mono 44.1 kHz.
+void writeTone(const QString& path) {
+    const std::uint32_t frames = 441000, bytes = frames * 2;
+    std::ofstream out(path.toStdString(), std::ios::binary);
+    const auto u32 = [&](std::uint32_t v) { out.write(reinterpret_cast<const char*>(&v), 4); };
+    const auto u16 = [&](std::uint16_t v) { out.write(reinterpret_cast<const char*>(&v), 2); };
+    out.write("RIFF", 4), u32(36 + bytes), out.write("WAVEfmt ", 8), u32(16), u16(1), u16(1);
+    u32(44100), u32(88200), u16(2), u16(16), out.write("data", 4), u32(bytes);
+    for (std::uint32_t i = 0; i < frames; ++i)
+        u16(std::uint16_t(std::int16_t(3000 * std::sin(i * 2 * M_PI * 100 / 44100))));
+}
+
+std::unique_ptr<AppModel> makeModel(const QString& server, const QString& tone) {
+    AppModelEnvironment environment;
+    environment.settings = std::make_unique<BridgeSettings>(BridgeSettings::openUserSettings(),
+                                                            BridgeServerConfig::productionURL());
+    environment.cache = std::make_unique<OfflineShowCache>();
+    environment.audio = AudioInputPlatform::make(tone.toStdString());
+    environment.artnetTransport = std::make_shared<NWUDPSocket>();
+    environment.serverURL = QUrl(server);
+    environment.http = std::make_shared<QtURLSession>();
+    environment.leaving = std::make_shared<ThreadedDisconnectNotifier>();
+    auto model = std::make_unique<AppModel>(std::move(environment));
+    model->setArtNetEnabled(true);
+    model->replaceRoutes({{1, UniverseRoute::Destination::artnet(0)}});
+    return model;
+}
+
+bool waitFor(const std::function<bool()>& done, int milliseconds = 20000) {
+    QElapsedTimer timer;
+    timer.start();
+    while (!done() && timer.elapsed() < milliseconds)
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 1);
+    return done();
+}
+
+double median(std::vector<double> values) {
+    std::sort(values.begin(), values.end());
+    return values.empty() ? 0 : values[values.size() / 2];
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    QTemporaryDir home;
+    qputenv("XDG_DATA_HOME", (home.path() + "/data").toUtf8());
+    qputenv("XDG_CONFIG_HOME", (home.path() + "/config").toUtf8());
+    QCoreApplication app(argc, argv);
+    QCoreApplication::setOrganizationName("Kelvo");
+    QCoreApplication::setApplicationName("KelvoBridge");
+    const int launches = argc > 1 ? std::max(1, std::atoi(argv[1])) : 5;
+    const QString tone = home.path() + "/tone.wav";
+    writeTone(tone);
+
+    QProcess cloud;
+    cloud.setProcessChannelMode(QProcess::MergedChannels);
+    cloud.start(QCoreApplication::applicationDirPath() + "/../devcloud/kelvo-devcloud",
+                {"--listen", "127.0.0.1:0", "--state", home.path() + "/cloud.json",
+                 "--device-token", "bench-token"});
+    QString server;
+    waitFor([&] {
+        const QString line = QString::fromUtf8(cloud.readLine()).trimmed();
+        if (line.startsWith("listening on "))
+            server = line.mid(13).section(' ', 0, 0);
+        return !server.isEmpty();
+    });
+    if (server.isEmpty()) {
+        std::fprintf(stderr, "kelvo-devcloud did not start\n");
+        return 1;
+    }
+    BridgeSettings(BridgeSettings::openUserSettings(), BridgeServerConfig::productionURL())
+        .saveAuthToken("bench-token", QUrl(server));
+
+    // Main-thread slices during full downloads: a 1 ms timer's lateness while the bridge
+    // connects (the first launch fills the cache, so the engine and show are new to it).
+    std::vector<double> firstArtDmx, connected, gaps;
+    for (int launch = 0; launch < launches; ++launch) {
+        QElapsedTimer clock;
+        clock.start();
+        auto model = makeModel(server, tone);
+        double last = 0, launchLongest = 0;
+        QTimer probe;
+        probe.setTimerType(Qt::PreciseTimer);
+        QObject::connect(&probe, &QTimer::timeout, [&] {
+            const double now = clock.nsecsElapsed() / 1e6;
+            if (last > 0) {
+                gaps.push_back(now - last);
+                launchLongest = std::max(launchLongest, now - last);
+            }
+            last = now;
+        });
+        double first = -1, linked = -1;
+        model->bootstrap();
+        // Start-up itself (engine and cached show loaded, capture opened) is measured by
+        // scripts/bench; the probe watches what the cloud link adds afterwards.
+        probe.start(1);
+        waitFor([&] {
+            if (first < 0 && model->dmxOutput().artnetPacketsSent() > 0)
+                first = clock.nsecsElapsed() / 1e6;
+            if (linked < 0 && model->connectionStatus() == ConnectionStatus::connected)
+                linked = clock.nsecsElapsed() / 1e6;
+            return first >= 0 && linked >= 0;
+        });
+        waitFor([] { return false; }, 300);
+        probe.stop();
+        // Keep watching the rest of the download (patches, themes) for a moment.
+        std::printf("launch %d: first ArtDmx %.1f ms, connected %.1f ms, longest main-thread "
+                    "slice after start-up %.1f ms%s\n",
+                    launch + 1, first, linked, launchLongest - 1,
+                    launch == 0 ? " (empty cache)" : "");
+        if (launch > 0) {
+            firstArtDmx.push_back(first);
+            connected.push_back(linked - first);
+        }
+        model->applicationWillTerminate();
+    }
+    std::sort(gaps.begin(), gaps.end());
+    std::printf("launches with a cache: first ArtDmx median %.1f ms; connected median %.1f ms "
+                "after it\n",
+                median(firstArtDmx), median(connected));
+    if (!gaps.empty())
+        std::printf("1 ms probe while connecting: p50 %.2f ms, p99 %.2f ms, longest %.2f ms\n",
+                    gaps[gaps.size() / 2], gaps[gaps.size() * 99 / 100], gaps.back());
+    cloud.terminate();
+    cloud.waitForFinished(3000);
+    return 0;
+}

@@ -1,0 +1,291 @@
+#include "Cloud/CloudSession.h"
+
+#include "Cloud/BridgeAPIError.h"
+#include "Cloud/CloudFakes.h"
+#include "Cloud/FakeURLSession.h"
+
+#include <gtest/gtest.h>
+
+namespace kelvo {
+namespace {
+
+using namespace std::chrono_literals;
+using test::FakeURLSession;
+using test::ManualScheduler;
+using test::MemoryTokenStore;
+
+const QUrl server("http://127.0.0.1:4041");
+
+class RecordingLeave final : public DisconnectNotifying {
+public:
+    void notifyAndWait(const QUrl&, const std::string& token, std::chrono::milliseconds) override {
+        tokens.push_back(token);
+    }
+    std::vector<std::string> tokens;
+};
+
+/// The cloud as the fake transport plays it; each path answers from its entry.
+struct ScriptedCloud {
+    std::optional<HTTPResponse> answer(const HTTPRequest& request) {
+        const QString path = request.url.path();
+        if (down)
+            throw TransportError("Connection refused");
+        if (path.endsWith("pairing/start"))
+            return start;
+        if (path.endsWith("pairing/status")) {
+            if (statuses.empty())
+                return HTTPResponse{200, R"({"status":"pending"})"};
+            const QByteArray body = statuses.front();
+            if (statuses.size() > 1)
+                statuses.pop_front();
+            return HTTPResponse{200, body};
+        }
+        if (path.endsWith("runtime/bootstrap"))
+            return bootstrap;
+        if (path.endsWith("auth/me"))
+            return HTTPResponse{200, R"({"display_name":"Front of house"})"};
+        return HTTPResponse{200, "{}"};
+    }
+    bool down = false;
+    std::optional<HTTPResponse> start = HTTPResponse{
+        200, R"({"code":"K-1","browser_url":"http://127.0.0.1:4041/pair/K-1","expires_at":"x"})"};
+    std::deque<QByteArray> statuses = {R"({"status":"pending"})",
+                                       R"({"status":"complete","device_token":"dev-tok"})"};
+    std::optional<HTTPResponse> bootstrap = HTTPResponse{200, "{}"};
+};
+
+class CloudSessionTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        test::qtApplication();
+        http->setResponder([this](const HTTPRequest& request) { return cloud.answer(request); });
+        session = makeSession();
+    }
+
+    std::unique_ptr<CloudSession> makeSession(std::optional<QString> feed = std::nullopt) {
+        CloudSessionEnvironment environment;
+        environment.serverURL = server;
+        environment.http = http;
+        environment.tokens = &tokens;
+        environment.scheduler = scheduler;
+        environment.leaving = leave;
+        environment.hasOfflineWorkspace = [this] { return offline; };
+        environment.fetchShowAndHarness = [this](std::string token, CancellationToken cancel) {
+            return download(BridgeAPIClient(server, http), std::move(token), std::move(cancel));
+        };
+        environment.updaterFeedURL = std::move(feed);
+        environment.buildRevision = "r0";
+        auto made = std::make_unique<CloudSession>(std::move(environment));
+        QObject::connect(made.get(), &CloudSession::statusReported,
+                         [this](const QString& text) { messages.push_back(text.toStdString()); });
+        QObject::connect(made.get(), &CloudSession::pairingPageReady,
+                         [this](const QUrl& url) { pages.push_back(url.toString()); });
+        QObject::connect(made.get(), &CloudSession::signedOut, [this] { ++signOuts; });
+        return made;
+    }
+
+    static QCoro::Task<> download(BridgeAPIClient client, std::string token,
+                                  CancellationToken cancel) {
+        QCoro::Task<QByteArray> fetch = client.fetchRuntimeBootstrap(token, cancel);
+        co_await std::move(fetch);
+    }
+
+    /// Runs queued work until nothing changes for a moment.
+    void settle() { test::pumpFor(20ms); }
+
+    std::shared_ptr<FakeURLSession> http = std::make_shared<FakeURLSession>();
+    std::shared_ptr<ManualScheduler> scheduler = std::make_shared<ManualScheduler>();
+    std::shared_ptr<RecordingLeave> leave = std::make_shared<RecordingLeave>();
+    MemoryTokenStore tokens;
+    ScriptedCloud cloud;
+    bool offline = true;
+    std::vector<std::string> messages;
+    std::vector<QString> pages;
+    int signOuts = 0;
+    std::unique_ptr<CloudSession> session;
+};
+
+TEST_F(CloudSessionTest, PairingStoresTheTokenAndConnects) {
+    session->startPairing();
+    EXPECT_EQ(session->connectionStatus(), ConnectionStatus::pairing);
+    ASSERT_EQ(scheduler->waiting(), 1u) << "one pending poll, then 2 s";
+    EXPECT_EQ(scheduler->sleeps.back(), 2s);
+    scheduler->wake();
+    EXPECT_EQ(session->connectionStatus(), ConnectionStatus::connected);
+    EXPECT_EQ(tokens.tokens[server.toString()], "dev-tok");
+    EXPECT_EQ(pages, std::vector<QString>{"http://127.0.0.1:4041/pair/K-1"});
+    EXPECT_EQ(messages, (std::vector<std::string>{"Approve this bridge in your browser to sync…",
+                                                  "Approve this bridge in your browser…",
+                                                  "Paired — fetching show…", ""}));
+    EXPECT_EQ(session->sessionInfo()->displayName, "Front of house");
+    EXPECT_TRUE(session->isHeartbeatRunning());
+    EXPECT_FALSE(session->isPairing());
+    EXPECT_EQ(http->requests.back().headers.front().second, "Bearer dev-tok");
+}
+
+TEST_F(CloudSessionTest, PairingFailuresTellWhy) {
+    struct Case {
+        bool offline;
+        std::deque<QByteArray> statuses;
+        std::optional<HTTPResponse> start;
+        std::string message;
+    };
+    const auto started = ScriptedCloud().start;
+    const Case cases[] = {
+        {true,
+         {R"({"status":"pending"})"},
+         started,
+         "Login failed: Pairing code expired. Still running from cache."},
+        {false,
+         {R"({"status":"complete"})"},
+         started,
+         "Link failed: Server did not return a device token"},
+        {false, {R"({"status":"unknown"})"}, started, "Link failed: Pairing code unknown"},
+        {false, {R"({"status":"expired"})"}, started, "Link failed: Pairing code expired"},
+        {true,
+         {},
+         HTTPResponse{500, ""},
+         "Login failed: Server returned HTTP 500. Still running from cache."},
+    };
+    scheduler->autoAdvance = true;
+    for (const Case& c : cases) {
+        offline = c.offline;
+        cloud.statuses = c.statuses;
+        cloud.start = c.start;
+        messages.clear();
+        http->requests.clear();
+        session->startPairing();
+        EXPECT_EQ(messages.back(), c.message);
+        EXPECT_EQ(session->connectionStatus(), ConnectionStatus::disconnected);
+        EXPECT_TRUE(tokens.tokens.empty()) << c.message;
+    }
+    // Pending throughout: polled every 2 s until the 600 s are up.
+    offline = true;
+    cloud.statuses = {R"({"status":"pending"})"};
+    cloud.start = started;
+    http->requests.clear();
+    session->startPairing();
+    EXPECT_EQ(http->countPath("pairing/status"), 300u);
+}
+
+TEST_F(CloudSessionTest, StartingPairingAgainCancelsTheFirst) {
+    for (const bool withCache : {true, false}) {
+        offline = withCache;
+        cloud.start.reset(); // held until released
+        session->startPairing();
+        messages.clear();
+        session->startPairing();
+        ASSERT_GE(messages.size(), 2u);
+        EXPECT_EQ(messages[0], withCache ? "Login cancelled — still running from cache." : "");
+        EXPECT_EQ(session->connectionStatus(), ConnectionStatus::pairing);
+        EXPECT_EQ(http->heldCount(), 1u) << "the first request was aborted";
+        session->cancelPairing();
+        EXPECT_EQ(http->heldCount(), 0u);
+    }
+}
+
+TEST_F(CloudSessionTest, AutoConnectRetriesOnItsScheduleUntilTheCloudAnswers) {
+    tokens.saveAuthToken("dev-tok", server);
+    cloud.down = true;
+    session->autoConnect();
+    EXPECT_EQ(session->connectionStatus(), ConnectionStatus::reconnecting);
+    for (int i = 0; i < 7; ++i)
+        ASSERT_TRUE(scheduler->wake());
+    const std::string prefix = "Couldn’t reach cloud — running from cache. Retrying in ";
+    std::vector<std::string> expected = {"Updating from cloud…"};
+    for (const char* delay : {"1", "2", "4", "8", "16", "30", "30", "30"})
+        expected.push_back(prefix + delay + "s…");
+    EXPECT_EQ(messages, expected);
+    EXPECT_EQ(session->connectionStatus(), ConnectionStatus::reconnecting);
+
+    offline = false;
+    messages.clear();
+    scheduler->wake();
+    EXPECT_EQ(messages.back(), "Couldn’t connect: Connection refused. Retrying in 30s…");
+
+    cloud.down = false;
+    scheduler->wake();
+    EXPECT_EQ(session->connectionStatus(), ConnectionStatus::connected);
+    EXPECT_EQ(messages.back(), "");
+    EXPECT_FALSE(session->isAutoConnecting());
+}
+
+TEST_F(CloudSessionTest, RefusedTokenIsForgotten) {
+    for (const int status : {401, 403}) {
+        for (const bool withCache : {false, true}) {
+            offline = withCache;
+            tokens.saveAuthToken("old", server);
+            tokens.saveAuthToken("other", QUrl("https://cloud.example"));
+            cloud.bootstrap = HTTPResponse{status, ""};
+            session->autoConnect();
+            EXPECT_EQ(messages.back(),
+                      withCache ? "Session expired — log in from Connections to sync again."
+                                : "Session expired — link to cloud again.");
+            EXPECT_EQ(tokens.authToken(server), std::nullopt);
+            EXPECT_EQ(tokens.authToken(QUrl("https://cloud.example")), "other");
+            EXPECT_EQ(session->connectionStatus(), ConnectionStatus::disconnected);
+        }
+    }
+    session->autoConnect();
+    EXPECT_EQ(messages.back(), "You’re offline — log in from Connections when you can.");
+}
+
+TEST_F(CloudSessionTest, HeartbeatRefreshesTheSessionEvery30Seconds) {
+    tokens.saveAuthToken("dev-tok", server);
+    session->autoConnect();
+    ASSERT_EQ(session->connectionStatus(), ConnectionStatus::connected);
+    const std::size_t before = http->countPath("auth/me");
+    ASSERT_TRUE(scheduler->wake());
+    EXPECT_EQ(scheduler->sleeps.back(), 30s);
+    EXPECT_EQ(http->countPath("auth/me"), before + 1);
+}
+
+TEST_F(CloudSessionTest, SignOutForgetsThisServerOnly) {
+    tokens.saveAuthToken("dev-tok", server);
+    tokens.saveAuthToken("other", QUrl("https://cloud.example"));
+    session->autoConnect();
+    ASSERT_TRUE(session->sessionInfo());
+    session->reauthenticate();
+    EXPECT_EQ(http->requests.back().url.path(), "/api/bridge/disconnect");
+    EXPECT_EQ(http->requests.back().headers.front().second, "Bearer dev-tok");
+    EXPECT_EQ(tokens.authToken(server), std::nullopt);
+    EXPECT_EQ(tokens.authToken(QUrl("https://cloud.example")), "other");
+    EXPECT_EQ(session->connectionStatus(), ConnectionStatus::disconnected);
+    EXPECT_EQ(session->sessionInfo(), std::nullopt);
+    EXPECT_FALSE(session->isHeartbeatRunning());
+    EXPECT_EQ(signOuts, 1);
+
+    session->notifyDisconnectSync(2s);
+    EXPECT_TRUE(leave->tokens.empty()) << "no token, nothing to tell";
+    tokens.saveAuthToken("again", server);
+    session->notifyDisconnectSync(2s);
+    EXPECT_EQ(leave->tokens, std::vector<std::string>{"again"});
+}
+
+TEST_F(CloudSessionTest, GoingAwayMidFlowIsSafe) {
+    tokens.saveAuthToken("dev-tok", server);
+    cloud.bootstrap.reset(); // the download hangs
+    session->autoConnect();
+    session->startPairing();
+    session.reset();
+    settle();
+    EXPECT_EQ(http->heldCount(), 0u);
+}
+
+TEST_F(CloudSessionTest, UpdateNotice) {
+    http->setResponder([](const HTTPRequest&) {
+        return HTTPResponse{
+            200, R"({"api_version":"r1","published_api_version":"r1","app_download_url":"/dl"})"};
+    });
+    test::finish(session->refreshAppUpdateNotice());
+    EXPECT_EQ(session->appUpdateDownloadURL(), QUrl("http://127.0.0.1:4041/dl"));
+
+    auto withUpdater = makeSession(QString("https://feed.example/appcast.xml"));
+    http->requests.clear();
+    test::finish(withUpdater->refreshAppUpdateNotice());
+    EXPECT_TRUE(http->requests.empty());
+    EXPECT_EQ(withUpdater->appUpdateDownloadURL(), std::nullopt);
+}
+
+} // namespace
+} // namespace kelvo
