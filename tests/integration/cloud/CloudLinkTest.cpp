@@ -43,8 +43,6 @@ protected:
         return model;
     }
 
-    std::optional<std::string> storedToken() { return makeSettings()->authToken(serverURL); }
-
     bool sawMessage(const std::string& text) const {
         return std::find(messages.begin(), messages.end(), text) != messages.end();
     }
@@ -80,7 +78,7 @@ TEST_F(CloudLinkTest, ApprovedInTheBrowserTheBridgeLinksAndLightsTheDemoShow) {
                      .value(BridgeSettings::tokenKey(serverURL))
                      .toString()
                      .isEmpty());
-    EXPECT_TRUE(storedToken());
+    EXPECT_TRUE(model->settings().authToken(serverURL));
 
     EXPECT_TRUE(model->engine().hasRealizedShow());
     EXPECT_EQ(model->selectedShowId(), "show-demo");
@@ -110,7 +108,7 @@ TEST_F(CloudLinkTest, AnExpiredCodeEndsThePairingWithItsReason) {
         [&] { return model->statusMessage() == "Link failed: Pairing code expired"; }, 15s))
         << testing::PrintToString(messages) << cloud->output();
     EXPECT_EQ(model->connectionStatus(), ConnectionStatus::disconnected);
-    EXPECT_FALSE(storedToken());
+    EXPECT_FALSE(model->settings().authToken(serverURL));
 }
 
 TEST_F(CloudLinkTest, RefusedTokensAreForgotten) {
@@ -118,12 +116,12 @@ TEST_F(CloudLinkTest, RefusedTokensAreForgotten) {
     ASSERT_TRUE(cloud->running()) << cloud->output();
     for (const char* token : {"revoked-1", "never-issued"}) {
         auto model = makeLinkedModel(cloud->baseUrl());
-        makeSettings()->saveAuthToken(token, serverURL);
+        model->settings().saveAuthToken(token, serverURL);
         model->autoConnect();
         ASSERT_TRUE(test::pumpUntil([&] {
             return model->statusMessage() == "Session expired — link to cloud again.";
         })) << token;
-        EXPECT_FALSE(storedToken()) << token;
+        EXPECT_FALSE(model->settings().authToken(serverURL)) << token;
     }
 }
 
@@ -134,7 +132,7 @@ TEST_F(CloudLinkTest, AutoConnectWaitsForACloudThatComesUpLater) {
     const int port = probe.serverPort();
     probe.close();
     auto model = makeLinkedModel("http://127.0.0.1:" + std::to_string(port));
-    makeSettings()->saveAuthToken("dev-token", serverURL);
+    model->settings().saveAuthToken("dev-token", serverURL);
     model->autoConnect();
     EXPECT_EQ(model->connectionStatus(), ConnectionStatus::reconnecting);
     const std::string refused = "Couldn’t connect: Connection refused. Retrying in ";
@@ -162,7 +160,7 @@ TEST_F(CloudLinkTest, QuittingWhileTheCloudHangsWaitsAtMostTwoSeconds) {
         startCloud({"--device-token", "dev-token", "--fault", "api/bridge/disconnect:delay=20000"});
     ASSERT_TRUE(cloud->running()) << cloud->output();
     auto model = makeLinkedModel(cloud->baseUrl());
-    makeSettings()->saveAuthToken("dev-token", serverURL);
+    model->settings().saveAuthToken("dev-token", serverURL);
     QElapsedTimer quit;
     quit.start();
     model->applicationWillTerminate();
