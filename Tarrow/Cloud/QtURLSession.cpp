@@ -39,7 +39,8 @@ QString transportReason(const QNetworkReply& reply) {
 } // namespace
 
 QtURLSession::QtURLSession() : manager_(std::make_unique<QNetworkAccessManager>()) {
-    manager_->setRedirectPolicy(QNetworkRequest::NoLessSafeRedirectPolicy);
+    // A redirect is answered as its 3xx status: the device token is never carried elsewhere.
+    manager_->setRedirectPolicy(QNetworkRequest::ManualRedirectPolicy);
 }
 
 QtURLSession::~QtURLSession() = default;

@@ -9,7 +9,7 @@ class QNetworkAccessManager;
 namespace kelvo {
 
 /// URLRequestPerforming over QNetworkAccessManager on the calling thread's event loop; TLS is
-/// verified, redirects are not followed across schemes. Use it on the thread that made it.
+/// verified and redirects are not followed. Use it on the thread that made it.
 class QtURLSession final : public URLRequestPerforming {
 public:
     QtURLSession();

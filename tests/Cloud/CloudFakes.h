@@ -11,6 +11,9 @@
 #include <vector>
 
 namespace kelvo::test {
+// Internal linkage: clang 14 cannot emit inline coroutines (COMDAT) with sanitizers and
+// debug info ("Cannot represent a difference across sections").
+namespace {
 
 /// Tokens in memory, keyed by the server's address.
 class MemoryTokenStore final : public DeviceTokenStore {
@@ -80,4 +83,5 @@ private:
     std::deque<std::shared_ptr<Pending>> pending_;
 };
 
+} // namespace
 } // namespace kelvo::test

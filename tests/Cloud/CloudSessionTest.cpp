@@ -211,40 +211,32 @@ TEST_F(CloudSessionTest, AutoConnectRetriesOnItsScheduleUntilTheCloudAnswers) {
 }
 
 TEST_F(CloudSessionTest, RefusedTokenIsForgotten) {
-    for (const int status : {401, 403}) {
-        for (const bool withCache : {false, true}) {
-            offline = withCache;
-            tokens.saveAuthToken("old", server);
-            tokens.saveAuthToken("other", QUrl("https://cloud.example"));
-            cloud.bootstrap = HTTPResponse{status, ""};
-            session->autoConnect();
-            EXPECT_EQ(messages.back(),
-                      withCache ? "Session expired — log in from Connections to sync again."
-                                : "Session expired — link to cloud again.");
-            EXPECT_EQ(tokens.authToken(server), std::nullopt);
-            EXPECT_EQ(tokens.authToken(QUrl("https://cloud.example")), "other");
-            EXPECT_EQ(session->connectionStatus(), ConnectionStatus::disconnected);
-        }
+    const std::tuple<int, bool, const char*> cases[] = {
+        {401, false, "Session expired — link to cloud again."},
+        {403, true, "Session expired — log in from Connections to sync again."}};
+    for (const auto& [status, withCache, text] : cases) {
+        offline = withCache;
+        tokens.saveAuthToken("old", server);
+        cloud.bootstrap = HTTPResponse{status, ""};
+        session->autoConnect();
+        EXPECT_EQ(messages.back(), text);
+        EXPECT_EQ(tokens.authToken(server), std::nullopt);
+        EXPECT_EQ(session->connectionStatus(), ConnectionStatus::disconnected);
     }
     session->autoConnect();
     EXPECT_EQ(messages.back(), "You’re offline — log in from Connections when you can.");
 }
 
-TEST_F(CloudSessionTest, HeartbeatRefreshesTheSessionEvery30Seconds) {
+TEST_F(CloudSessionTest, HeartbeatThenSignOutForgetsThisServerOnly) {
     tokens.saveAuthToken("dev-tok", server);
+    tokens.saveAuthToken("other", QUrl("https://cloud.example"));
     session->autoConnect();
     ASSERT_EQ(session->connectionStatus(), ConnectionStatus::connected);
     const std::size_t before = http->countPath("auth/me");
     ASSERT_TRUE(scheduler->wake());
     EXPECT_EQ(scheduler->sleeps.back(), 30s);
-    EXPECT_EQ(http->countPath("auth/me"), before + 1);
-}
+    EXPECT_EQ(http->countPath("auth/me"), before + 1) << "the heartbeat refreshes the session";
 
-TEST_F(CloudSessionTest, SignOutForgetsThisServerOnly) {
-    tokens.saveAuthToken("dev-tok", server);
-    tokens.saveAuthToken("other", QUrl("https://cloud.example"));
-    session->autoConnect();
-    ASSERT_TRUE(session->sessionInfo());
     session->reauthenticate();
     EXPECT_EQ(http->requests.back().url.path(), "/api/bridge/disconnect");
     EXPECT_EQ(http->requests.back().headers.front().second, "Bearer dev-tok");

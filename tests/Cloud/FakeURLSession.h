@@ -10,6 +10,9 @@
 #include <memory>
 
 namespace kelvo::test {
+// Internal linkage: clang 14 cannot emit inline coroutines (COMDAT) with sanitizers and
+// debug info ("Cannot represent a difference across sections").
+namespace {
 
 /// A transport that records every request and answers from `respond`. An answer of nullopt holds
 /// the request until `releaseHeld` (or its cancellation); a thrown TransportError fails it.
@@ -110,4 +113,5 @@ template <typename T> T finish(QCoro::Task<T> task) {
     }
 }
 
+} // namespace
 } // namespace kelvo::test
