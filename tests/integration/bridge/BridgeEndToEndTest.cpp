@@ -173,7 +173,7 @@ TEST_F(BridgeEndToEnd, SigtermDuringARecordingLeavesAFinishedWav) {
     const test::SoundFile wav = test::readSoundFile(recordings.front());
     ASSERT_GE(wav.frames, 0) << sf_strerror(nullptr);
     EXPECT_EQ(wav.format, SF_FORMAT_WAV | SF_FORMAT_PCM_24);
-    EXPECT_GE(double(wav.frames) / wav.sampleRate, 2.0) << "nearly three seconds recorded";
+    EXPECT_GE(double(wav.frames) / wav.sampleRate, 1.0) << "most of three seconds, start-up aside";
     EXPECT_NE(readText(dir / "bridge.log").find("Recording saved in Downloads."),
               std::string::npos);
 }
