@@ -27,12 +27,17 @@ TEST(BootstrapDocument, ATopLevelThatIsNotAnObjectIsInvalidJSONBadSyntaxIsThePar
     for (const char* document : {"[]", "3", "null"}) {
         SCOPED_TRACE(document);
         try {
-            parseDocument(document); // every extractor reads through it
+            parseDocument(document);
             ADD_FAILURE() << "no error";
         } catch (const BootstrapViewDataError& error) {
             EXPECT_EQ(error.kind(), BootstrapViewDataError::Kind::invalidJSON);
             EXPECT_STREQ(error.what(), "Runtime bootstrap payload was not a JSON object");
         }
+        EXPECT_THROW(extractShowList(document), BootstrapViewDataError);
+        EXPECT_THROW(extractLightingModes(document), BootstrapViewDataError);
+        EXPECT_THROW(extractControlSelections(document), BootstrapViewDataError);
+        EXPECT_THROW(extractShowRevisions(document), BootstrapViewDataError);
+        EXPECT_THROW(extractThemeOptions(document), BootstrapViewDataError);
     }
     for (const char* document : {"", "{\"shows\":[}", "{\"a\":1}trailing", "{\"a\":\"\xff\"}"})
         EXPECT_THROW(parseDocument(document), json::parse_error) << document;
