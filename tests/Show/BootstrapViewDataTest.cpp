@@ -100,7 +100,6 @@ TEST(LightingModes, EachModeIsReadWithItsDefaultsOrSkipped) {
         {mode({{"category", "  Strobes "}, {"shared", 1}}),
          M{"m", "k", "k", "Strobes", 0, true, {}, {}}},
         {mode({{"category", " "}, {"shared", false}}), M{"m", "k", "k", "show", 0, false, {}, {}}},
-        {mode({{"order_index", 3.9}}), M{"m", "k", "k", "general", 3, true, {}, {}}},
         {mode({{"order_index", "3"}}), M{"m", "k", "k", "general", 0, true, {}, {}}},
         {mode({{"order_index", -1.7}}), M{"m", "k", "k", "general", -1, true, {}, {}}},
         {mode({{"order_index", true}}), M{"m", "k", "k", "general", 1, true, {}, {}}},
