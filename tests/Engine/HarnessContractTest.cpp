@@ -5,6 +5,7 @@
 #include "Audio/BandEnergyExtractor.h"
 #include "Engine/EngineHost.h"
 #include "Show/BootstrapViewData.h"
+#include "support/FileBytes.h"
 #include "support/SyntheticDanceTrack.h"
 
 #include <gtest/gtest.h>
@@ -12,8 +13,6 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <fstream>
-#include <iterator>
 #include <set>
 
 namespace kelvo {
@@ -22,9 +21,7 @@ namespace {
 using nlohmann::json;
 
 std::string readSourceFile(const std::string& relative) {
-    std::ifstream in(std::string(KELVO_SOURCE_DIR) + "/" + relative, std::ios::binary);
-    EXPECT_TRUE(in.good()) << "cannot read " << relative;
-    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+    return test::readText(std::string(KELVO_SOURCE_DIR) + "/" + relative);
 }
 
 const std::string& harnessSource() {

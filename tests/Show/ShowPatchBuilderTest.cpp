@@ -79,24 +79,21 @@ TEST(ShowPatchOverlaps, TheCountIsOfFixturesDisabledOnesIncluded) {
 }
 
 TEST(ShowPatchAddressing, UniverseAndAddressDefaultToOne) {
-    const auto patch = build(snapshotWith({fixtureRow("zero", 0, 0),
-                                           fixtureRow("neg", -3, -9),
-                                           {{"id", "missing"}},
-                                           fixtureRow("text", "2", "7"),
-                                           fixtureRow("frac", 2.5, 3.5),
-                                           fixtureRow("ok", 4, 300),
-                                           fixtureRow("whole", 2.0, 17.0)}));
+    const std::map<std::string, std::pair<json, std::pair<std::int64_t, std::int64_t>>> cases = {
+        {"zero", {{0, 0}, {1, 1}}},     {"neg", {{-3, -9}, {1, 1}}},
+        {"text", {{"2", "7"}, {1, 1}}}, {"frac", {{2.5, 3.5}, {1, 1}}},
+        {"ok", {{4, 300}, {4, 300}}},   {"whole", {{2.0, 17.0}, {2, 17}}}};
+    json rows = {{{"id", "missing"}}};
+    for (const auto& [id, c] : cases)
+        rows.push_back(fixtureRow(id, c.first[0], c.first[1]));
+    const auto patch = build(snapshotWith(rows));
     ASSERT_TRUE(patch);
-    std::map<std::string, std::pair<std::int64_t, std::int64_t>> placedAt;
-    for (const char* id : {"zero", "neg", "missing", "text", "frac", "ok", "whole"})
-        placedAt[id] = {findFixture(*patch, id)->universe, findFixture(*patch, id)->address};
-    EXPECT_EQ(placedAt, (decltype(placedAt){{"zero", {1, 1}},
-                                            {"neg", {1, 1}},
-                                            {"missing", {1, 1}},
-                                            {"text", {1, 1}},
-                                            {"frac", {1, 1}},
-                                            {"ok", {4, 300}},
-                                            {"whole", {2, 17}}}));
+    EXPECT_EQ(findFixture(*patch, "missing")->universe, 1);
+    EXPECT_EQ(findFixture(*patch, "missing")->address, 1);
+    for (const auto& [id, c] : cases)
+        EXPECT_EQ(std::pair(findFixture(*patch, id)->universe, findFixture(*patch, id)->address),
+                  c.second)
+            << id;
 }
 
 TEST(ShowPatchWidth, TheManualDimmersOptionsOrTheDefinitionAtLeastOne) {
