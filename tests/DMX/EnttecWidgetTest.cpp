@@ -188,15 +188,5 @@ TEST_F(SenderScans, ProbesRunOffTheCallersThreadAndDisconnectDiscardsAWidgetFoun
     EXPECT_EQ(probes, 1) << "the verdict outlives the switch-off";
 }
 
-TEST_F(SenderScans, DisconnectClosesAtOnceAndTheNextSendScans) {
-    EnttecSerialSender enttec = sender({"/dev/ttyUSB0"});
-    ASSERT_TRUE(enttec.sendDmx(Bytes{1}));
-    enttec.disconnect();
-    EXPECT_THAT(bench.closed, ElementsAre("/dev/ttyUSB0"));
-    EXPECT_FALSE(enttec.connectedPortPath());
-    ASSERT_TRUE(enttec.sendDmx(Bytes{2}));
-    EXPECT_EQ(bench.scans, 2);
-}
-
 } // namespace
 } // namespace kelvo

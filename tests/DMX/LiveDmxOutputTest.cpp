@@ -161,6 +161,9 @@ TEST_F(OutputConfigurationTest, TurningEnttecOffClosesTheWidgetAtOnce) {
 
     configuration.outputFrame({{1, {1}}});
     EXPECT_EQ(serial.scans, 1) << "no rescan while off";
+    configuration.setEnttecEnabled(true);
+    configuration.outputFrame({{1, {1}}});
+    EXPECT_EQ(serial.scans, 2) << "back on: scans at once, not a second after the last scan";
 }
 
 } // namespace

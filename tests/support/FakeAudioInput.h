@@ -50,7 +50,6 @@ public:
     bool failStart = false;
     bool waits = false;
     std::function<void()> beforeOpen;
-    std::optional<std::string> missingUID;
     FakeAudioStream* last = nullptr;
     std::vector<std::optional<std::string>> opened;
 
@@ -59,8 +58,6 @@ public:
         if (beforeOpen)
             beforeOpen();
         opened.push_back(uid);
-        if (uid && uid == missingUID)
-            throw AudioInputException("Audio input device not found (" + *uid + ")");
         auto stream = std::make_unique<FakeAudioStream>(format, failStart);
         last = stream.get();
         return stream;

@@ -3,13 +3,12 @@
 #include "support/PseudoTerminal.h"
 
 #include <atomic>
-#include <mutex>
 #include <thread>
 
 namespace kelvo::testing_support {
 
-/// A DMX USB Pro on a pseudo-terminal: answers Get Widget Parameters (label 3) unless told to
-/// stay silent, and keeps the data of every Send DMX message (label 6) it receives.
+/// A DMX USB Pro on a pseudo-terminal that answers Get Widget Parameters (label 3) unless
+/// told to stay silent.
 class SimulatedEnttecWidget {
 public:
     explicit SimulatedEnttecWidget(bool answers = true)
@@ -21,10 +20,6 @@ public:
 
     const std::string& devicePath() const { return pty_.devicePath(); }
     int parameterRequests() const { return requests_; }
-    std::vector<std::vector<std::uint8_t>> dmxFrames() const {
-        std::lock_guard guard(lock_);
-        return frames_;
-    }
 
 private:
     void run() {
@@ -41,7 +36,8 @@ private:
                 const std::size_t end = 4 + (stream[2] | (stream[3] << 8));
                 if (stream.size() <= end)
                     break;
-                handle(stream[1], {stream.begin() + 4, stream.begin() + long(end)});
+                if (stream[1] == 3)
+                    answer();
                 stream.erase(stream.begin(), stream.begin() + long(end) + 1);
             }
             if (!stream.empty() && stream[0] != 0x7E)
@@ -49,25 +45,18 @@ private:
         }
     }
 
-    void handle(std::uint8_t label, std::vector<std::uint8_t> data) {
-        if (label == 3) {
-            ++requests_;
-            // Firmware 1.44, break 9, mark-after-break 1, 40 packets a second.
-            const std::uint8_t reply[] = {0x7E, 0x03, 0x05, 0x00, 0x2C, 0x01, 9, 1, 40, 0xE7};
-            if (answers_)
-                (void)::write(pty_.controllerDescriptor(), reply, sizeof reply);
-        } else if (label == 6) {
-            std::lock_guard guard(lock_);
-            frames_.push_back(std::move(data));
-        }
+    void answer() {
+        ++requests_;
+        // Firmware 1.44, break 9, mark-after-break 1, 40 packets a second.
+        const std::uint8_t reply[] = {0x7E, 0x03, 0x05, 0x00, 0x2C, 0x01, 9, 1, 40, 0xE7};
+        if (answers_)
+            (void)::write(pty_.controllerDescriptor(), reply, sizeof reply);
     }
 
     PseudoTerminal pty_;
     const bool answers_;
     std::atomic<bool> stop_ = false;
     std::atomic<int> requests_ = 0;
-    mutable std::mutex lock_;
-    std::vector<std::vector<std::uint8_t>> frames_;
     std::thread reader_; // last: starts once everything above exists
 };
 

@@ -27,37 +27,34 @@ void writeSideFile(const TemporaryDirectory& dir, const std::string& wavName,
     writeText(dir / ("." + wavName + ".recovery.json"), json);
 }
 
-TEST(WAVRecovery, CutsATornStereoFrameAndRewritesTheHeader) {
-    TemporaryDirectory dir;
-    const std::string name = "2026-11-14_21-30-05.wav";
-    writeBytes(dir / name, staleWav(6 * 2 * 3 + 2));
-    writeSideFile(dir, name, WAVRecoveryMetadata{name, 48000, 2}.encode());
+TEST(WAVRecovery, CutsATornFrameRestoresThePadByteAndRewritesTheHeader) {
+    const struct {
+        std::string name;
+        int rate, channels;
+        std::size_t payload, size;
+        std::uint32_t dataSize;
+        std::uint8_t last;
+    } cases[] = {
+        // Six stereo frames and two bytes of a seventh: the last whole frame is untouched.
+        {"2026-11-14_21-30-05.wav", 48000, 2, 6 * 2 * 3 + 2, 80, 36, 36},
+        // Three mono frames and a torn byte: odd data gets its pad byte back.
+        {"REC_take.wav", 44100, 1, 3 * 3 + 1, 54, 9, 0},
+    };
+    for (const auto& c : cases) {
+        TemporaryDirectory dir;
+        writeBytes(dir / c.name, staleWav(c.payload));
+        writeSideFile(dir, c.name, WAVRecoveryMetadata{c.name, c.rate, c.channels}.encode());
 
-    WAVRecordingFile::recoverInterrupted(dir.path());
+        WAVRecordingFile::recoverInterrupted(dir.path());
 
-    const auto b = readBytes(dir / name);
-    ASSERT_EQ(b.size(), 80u);
-    EXPECT_EQ(u32At(b, 40), 36u);
-    EXPECT_EQ(u32At(b, 4), 72u);
-    EXPECT_EQ(b[79], 36); // the last whole frame's bytes are untouched
-    EXPECT_FALSE(std::filesystem::exists(dir / ("." + name + ".recovery.json")));
-}
-
-TEST(WAVRecovery, OddMonoDataGetsItsPadByteBack) {
-    TemporaryDirectory dir;
-    const std::string name = "REC_take.wav";
-    auto bytes = staleWav(3 * 3 + 1); // three mono frames plus a torn sample byte
-    writeBytes(dir / name, bytes);
-    writeSideFile(dir, name, WAVRecoveryMetadata{name, 44100, 1}.encode());
-
-    WAVRecordingFile::recoverInterrupted(dir.path());
-
-    const auto b = readBytes(dir / name);
-    ASSERT_EQ(b.size(), 44u + 9u + 1u);
-    EXPECT_EQ(b.back(), 0);
-    EXPECT_EQ(u32At(b, 40), 9u);
-    EXPECT_EQ(u32At(b, 4), 46u);
-    EXPECT_EQ(u32At(b, 24), 44100u);
+        const auto b = readBytes(dir / c.name);
+        ASSERT_EQ(b.size(), c.size) << c.name;
+        EXPECT_EQ(b.back(), c.last) << c.name;
+        EXPECT_EQ(u32At(b, 40), c.dataSize) << c.name;
+        EXPECT_EQ(u32At(b, 4), std::uint32_t(c.size - 8)) << c.name;
+        EXPECT_EQ(u32At(b, 24), std::uint32_t(c.rate)) << c.name;
+        EXPECT_FALSE(std::filesystem::exists(dir / ("." + c.name + ".recovery.json")));
+    }
 }
 
 TEST(WAVRecovery, LeavesEverythingElseAlone) {

@@ -1,6 +1,5 @@
 // Discovery on real sockets. Runs only inside a private network namespace (see CMakeLists):
 // it binds UDP 6454 and broadcasts ArtPolls.
-#include "DMX/ArtNetDiagnosis.h"
 #include "DMX/ArtNetDiscovery.h"
 #include "DMX/ArtNetHealthMonitor.h"
 
@@ -121,13 +120,6 @@ TEST(ArtNetDiscoveryNetns, APortHeldWithoutSharingIsReportedAndRetriedOnTheNextS
     ASSERT_TRUE(eventually([&] { return fast.state().failureReason.has_value(); }));
     EXPECT_EQ(*fast.state().failureReason, "Art-Net discovery socket unavailable: "
                                            "bind(0.0.0.0:6454) failed: Address already in use");
-    EXPECT_EQ(ArtNetDiagnosis::classify({.artnetEnabled = true,
-                                         .artnetHost = "10.0.0.5",
-                                         .mappedUniverses = {0},
-                                         .transport = {},
-                                         .discovery = fast.state()})
-                  .headline(),
-              "Cannot verify output");
 
     ::close(holder);
     fast.discovery->start();
@@ -142,13 +134,6 @@ TEST(ArtNetDiscoveryNetns, OwnBroadcastIsHeardOnlyWhereAnInterfaceCarriesIt) {
         fast.discovery->start();
         ASSERT_TRUE(fast.cycles(4));
         EXPECT_FALSE(fast.state().heardAnyTraffic);
-        EXPECT_EQ(ArtNetDiagnosis::classify({.artnetEnabled = true,
-                                             .artnetHost = "10.0.0.5",
-                                             .mappedUniverses = {0},
-                                             .transport = {},
-                                             .discovery = fast.state()})
-                      .headline(),
-                  "Local Network access needed");
     }
     // A veth pair with both ends here: an Ethernet-like interface that carries broadcasts.
     ASSERT_EQ(std::system("ip link add kv0 type veth peer name kv1 && ip link set kv1 up && "

@@ -14,6 +14,7 @@
 set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
 . "$here/../../support/netns_common.sh"
+. "$here/../../support/olad_node.sh"
 scenario=$1 bridge=$2 seed_cache=$3 testmusic=$4
 
 if [ "${KELVO_IN_NETNS:-}" != 1 ]; then
@@ -29,12 +30,7 @@ cleanup() {
     set +e
     [ -n "$bridge_pid" ] && kill "$bridge_pid" 2>/dev/null
     [ -n "$recorder" ] && kill "$recorder" 2>/dev/null
-    for pid in "${olads[@]}"; do
-        kill "$pid" 2>/dev/null
-        for _ in $(seq 1 30); do kill -0 "$pid" 2>/dev/null || break; sleep 0.1; done
-        kill -KILL "$pid" 2>/dev/null
-        wait "$pid" 2>/dev/null
-    done
+    for pid in "${olads[@]}"; do stop_process "$pid"; done
     for ns in "${namespaces[@]}"; do ip netns del "$ns"; done
     rm -rf "$work"
 }
@@ -44,52 +40,17 @@ trap cleanup EXIT
 # are patched to the given OLA universes (OLA uses the universe's low nibble as the port's
 # Art-Net address, so universe 4 is Art-Net 4).
 start_node() {
-    local n=$1 name=$2
+    local n=$1 name=$2 port=0
     shift 2
-    local ns=kelvo-ah-$$-$n side=kah$$b$n node_if=kah$$n$n config=$work/ola$n
-    ip netns add "$ns" || unavailable "ip netns add failed"
+    local ns=kelvo-ah-$$-$n
     namespaces+=("$ns")
-    ip link add "$side" type veth peer name "$node_if" netns "$ns"
-    ip addr add "10.202.$n.1/24" brd + dev "$side"
-    ip link set "$side" up
-    ip netns exec "$ns" ip addr add "10.202.$n.2/24" brd + dev "$node_if"
-    ip netns exec "$ns" ip link set "$node_if" up
-    ip netns exec "$ns" ip link set lo up
-    # Only the Art-Net plugin: the others would probe the host's serial and USB devices.
-    mkdir "$config"
-    printf 'enabled = true\nip = 10.202.%s.2\nshort_name = %s\n' "$n" "$name" >"$config/ola-artnet.conf"
-    for plugin in dummy e131 espnet ftdidmx gpio karate kinet milinst opendmx openpixelcontrol \
-        osc pathport renard sandnet shownet spi stageprofi uartdmx usbdmx usbserial; do
-        printf 'enabled = false\n' >"$config/ola-$plugin.conf"
-    done
-    chown -R nobody:nogroup "$config"
-    ip netns exec "$ns" setpriv --reuid=nobody --regid=nogroup --clear-groups \
-        olad -c "$config" --no-http --no-register-with-dns-sd -l 3 >"$work/olad$n.log" 2>&1 &
-    olads+=($!)
-    local device="" port=0
-    for _ in $(seq 1 100); do
-        device=$(ip netns exec "$ns" ola_dev_info 2>/dev/null | sed -n 's/^Device \([0-9]*\): ArtNet.*/\1/p')
-        [ -n "$device" ] && break
-        sleep 0.1
-    done
-    [ -n "$device" ] || fail "olad $n did not start its Art-Net device: $(tail -20 "$work/olad$n.log")"
+    node_namespace "$ns" "kah$$b$n" "kah$$n$n" "10.202.$n.1" "10.202.$n.2"
+    start_olad "$ns" "10.202.$n.2" "$name" "$n"
+    olads+=("$olad_pid")
     for universe in "$@"; do
-        ip netns exec "$ns" ola_patch --device "$device" --port "$port" --universe "$universe" --input
+        ip netns exec "$ns" ola_patch --device "$olad_device" --port "$port" --universe "$universe" --input
         port=$((port + 1))
     done
-}
-
-# record N UNIVERSES: OLA's recorder on node N, until stop_recording.
-record() {
-    ip netns exec "kelvo-ah-$$-$1" env --default-signal=INT \
-        ola_recorder --record "$work/show.txt" --universes "$2" >"$work/recorder.log" 2>&1 &
-    recorder=$!
-    wait_for_line "$work/recorder.log" "Recording" 10 || fail "ola_recorder did not start"
-}
-stop_recording() {
-    kill -INT "$recorder"
-    for _ in $(seq 1 50); do kill -0 "$recorder" 2>/dev/null || break; sleep 0.1; done
-    recorder=""
 }
 
 # run_bridge SECONDS ARGS…: the headless bridge from a private cache, in the background.
@@ -121,24 +82,24 @@ recorded_universes() {
 case "$scenario" in
 host-silent)
     start_node 1 "Stage rack" 0
-    record 1 0
+    start_recorder "kelvo-ah-$$-1" 0
     run_bridge 8 --artnet-host 10.202.1.99 --route 1=artnet:0
     expect_line "Auto: Point Art-Net output at 10.202.1.2" 8
     expect_line "(Stage rack · 1 universe)" 8
     finish_bridge
-    stop_recording
+    stop_recorder
     [ "$(setting artnet_host)" = 10.202.1.2 ] || fail "the adopted host was not saved"
     [ "$(recorded_universes)" = "0 " ] || fail "OLA recorded no DMX from the bridge: $(head -c 300 "$work/show.txt")"
     ;;
 universe-mismatch)
     # Ports 0 and 1 drive Art-Net 4 and 5; the idle ports 2 and 3 still list universe 0.
     start_node 1 "Truss" 4 5
-    record 1 4,5
+    start_recorder "kelvo-ah-$$-1" 4,5
     run_bridge 8 --artnet-host 10.202.1.2 --route 1=artnet:0 --route 2=artnet:1
     expect_line "Auto: Send Art-Net 4, 5" 8
     expect_line "(Truss · 2 universes)" 8
     finish_bridge
-    stop_recording
+    stop_recorder
     # Qt writes the JSON with its quotes escaped.
     grep -qF '\"artnet\":{\"universe\":4}},\"virtualUniverse\":1}' "$work/config/Kelvo/KelvoBridge.conf" &&
         grep -qF '\"artnet\":{\"universe\":5}},\"virtualUniverse\":2}' "$work/config/Kelvo/KelvoBridge.conf" ||

@@ -46,11 +46,10 @@ TEST_F(PulseAudioDevicesTest, ListsAndClassifiesSourcesButNotMonitors) {
     ASSERT_TRUE(server.loadPipeSource("djm", djmProperties, 48000, 2));
 
     const auto inputs = AudioInputDeviceMonitor::listInputDevices(*layer);
-    EXPECT_EQ(uidsOf(inputs), (std::vector<std::string>{"djm", "codec", "mic"}));
-    ASSERT_EQ(inputs.size(), 3u);
-    EXPECT_EQ(inputs[0], (AudioInputDeviceInfo{"djm", "DJM-A9", true, false}));
-    EXPECT_EQ(inputs[1], (AudioInputDeviceInfo{"codec", "USB Audio CODEC", true, false}));
-    EXPECT_EQ(inputs[2], (AudioInputDeviceInfo{"mic", "Built-in Microphone", false, true}));
+    EXPECT_EQ(inputs,
+              (std::vector<AudioInputDeviceInfo>{{"djm", "DJM-A9", true, false},
+                                                 {"codec", "USB Audio CODEC", true, false},
+                                                 {"mic", "Built-in Microphone", false, true}}));
 
     EXPECT_EQ(layer->defaultOutputDevice(), "sink:speakers");
     EXPECT_EQ(layer->nominalSampleRate("sink:speakers"), 48000);
@@ -69,12 +68,6 @@ TEST_F(PulseAudioDevicesTest, ABuiltInInputIsOpenedAtThePlaybackRate) {
     AudioInputDeviceConfigurator::setInputDevice(*layer, "codec");
     EXPECT_EQ(AudioInputDeviceConfigurator::captureFormat(*layer, "codec"),
               (CaptureFormat{44100, 2}));
-    try {
-        AudioInputDeviceConfigurator::setInputDevice(*layer, "unplugged");
-        FAIL();
-    } catch (const AudioInputDeviceException& e) {
-        EXPECT_STREQ(e.what(), "Audio input device not found (unplugged)");
-    }
 }
 
 // Whether `capture` receives what is written into `fifo` (a pipe source of `channels`).

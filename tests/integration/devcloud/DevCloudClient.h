@@ -26,7 +26,11 @@ struct HttpResult {
 /// Plain HTTP calls as the bridge makes them, on the test's event loop.
 class DevCloudClient {
 public:
-    explicit DevCloudClient(std::string baseUrl) : baseUrl_(std::move(baseUrl)) { qtApplication(); }
+    /// `adminSecret`, when given, goes with every call as the admin header.
+    explicit DevCloudClient(std::string baseUrl, std::string adminSecret = {})
+        : baseUrl_(std::move(baseUrl)), adminSecret_(std::move(adminSecret)) {
+        qtApplication();
+    }
 
     HttpResult send(const QByteArray& method, const std::string& path,
                     const std::string& token = {}, const QByteArray& body = {},
@@ -35,6 +39,8 @@ public:
         request.setTransferTimeout(timeoutMs);
         if (!token.empty())
             request.setRawHeader("Authorization", "Bearer " + QByteArray::fromStdString(token));
+        if (!adminSecret_.empty())
+            request.setRawHeader("X-Kelvo-Admin", QByteArray::fromStdString(adminSecret_));
         if (!body.isEmpty())
             request.setHeader(QNetworkRequest::ContentTypeHeader, "application/json");
         std::unique_ptr<QNetworkReply> reply(manager_.sendCustomRequest(request, method, body));
@@ -66,6 +72,7 @@ public:
 
 private:
     std::string baseUrl_;
+    std::string adminSecret_;
     QNetworkAccessManager manager_;
 };
 

@@ -27,6 +27,7 @@ protected:
             dir / "cloud.log");
         ASSERT_TRUE(cloud->running()) << cloud->output();
         client = std::make_unique<test::DevCloudClient>(cloud->baseUrl());
+        admin = std::make_unique<test::DevCloudClient>(cloud->baseUrl(), secret);
         bridge = std::make_unique<test::ShowUpdatesListener>(cloud->baseUrl(), token);
         ASSERT_TRUE(bridge->waitOpen());
         ASSERT_TRUE(bridge->waitFor("control_state"));
@@ -38,22 +39,11 @@ protected:
             .status;
     }
 
-    HttpResult admin(const QByteArray& method, const std::string& path,
-                     const QByteArray& body = {}) {
-        QNetworkRequest request(QUrl(QString::fromStdString(cloud->baseUrl() + "/" + path)));
-        request.setRawHeader("X-Kelvo-Admin", QByteArray::fromStdString(secret));
-        request.setHeader(QNetworkRequest::ContentTypeHeader, "application/json");
-        std::unique_ptr<QNetworkReply> reply(manager.sendCustomRequest(request, method, body));
-        test::pumpUntil([&] { return reply->isFinished(); });
-        return {reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt(), reply->error(),
-                reply->readAll()};
-    }
-
     test::TemporaryDirectory dir;
     std::unique_ptr<test::DevCloudProcess> cloud;
     std::unique_ptr<test::DevCloudClient> client;
+    std::unique_ptr<test::DevCloudClient> admin;
     std::unique_ptr<test::ShowUpdatesListener> bridge;
-    QNetworkAccessManager manager;
 };
 
 TEST_F(DevCloudPush, EveryControlPageChangeReachesTheBridge) {
@@ -130,21 +120,24 @@ TEST_F(DevCloudPush, ThePageShowsWhatTheBridgePublished) {
 TEST_F(DevCloudPush, AdminCallsShapeWhatTheBridgeMeets) {
     EXPECT_EQ(client->send("GET", "api/admin/state").status, 401);
 
-    ASSERT_EQ(admin("POST", "api/admin/push", R"({"text":"[]"})").status, 204);
+    ASSERT_EQ(admin->send("POST", "api/admin/push", {}, R"({"text":"[]"})").status, 204);
     ASSERT_TRUE(test::pumpUntil([&] { return bridge->messages.back() == "[]"; }));
 
-    ASSERT_EQ(admin("POST", "api/admin/faults", R"({"path":"api/config","delay_ms":3000})").status,
-              200);
+    ASSERT_EQ(
+        admin->send("POST", "api/admin/faults", {}, R"({"path":"api/config","delay_ms":3000})")
+            .status,
+        200);
     EXPECT_EQ(client->send("GET", "api/config", token, {}, 300).error,
               QNetworkReply::OperationCanceledError);
-    ASSERT_EQ(admin("DELETE", "api/admin/faults").status, 204);
+    ASSERT_EQ(admin->send("DELETE", "api/admin/faults").status, 204);
     EXPECT_EQ(client->send("GET", "api/config", token).status, 200);
-    EXPECT_EQ(admin("GET", "api/admin/state").json()["requests"]["GET api/config"], 2);
+    EXPECT_EQ(admin->send("GET", "api/admin/state").json()["requests"]["GET api/config"], 2);
 
     bool closed = false;
     QObject::connect(&bridge->socket(), &QWebSocket::disconnected, [&] { closed = true; });
-    ASSERT_EQ(admin("POST", "api/admin/revoke", json({{"token", token}}).dump().c_str()).status,
-              204);
+    ASSERT_EQ(
+        admin->send("POST", "api/admin/revoke", {}, json({{"token", token}}).dump().c_str()).status,
+        204);
     EXPECT_TRUE(test::pumpUntil([&] { return closed; }));
     EXPECT_EQ(client->send("GET", "api/auth/me", token).status, 403);
 }

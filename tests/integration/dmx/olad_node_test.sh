@@ -11,6 +11,7 @@
 set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
 . "$here/../../support/netns_common.sh"
+. "$here/../../support/olad_node.sh"
 probe=$1
 
 if [ "${KELVO_IN_NETNS:-}" != 1 ]; then
@@ -30,49 +31,17 @@ chmod 755 "$work"
 cleanup() {
     set +e
     [ -n "${recorder:-}" ] && kill "$recorder" 2>/dev/null
-    if [ -n "${olad:-}" ] && kill "$olad" 2>/dev/null; then
-        for _ in $(seq 1 30); do kill -0 "$olad" 2>/dev/null || break; sleep 0.1; done
-        kill -KILL "$olad" 2>/dev/null
-        wait "$olad" 2>/dev/null
-    fi
+    [ -n "${olad_pid:-}" ] && stop_process "$olad_pid"
     ip netns del "$node_ns" 2>/dev/null
     rm -rf "$work"
 }
 trap cleanup EXIT
 
-ip netns add "$node_ns" || unavailable "ip netns add failed"
-ip link add "$bridge_if" type veth peer name "$node_if" netns "$node_ns"
-ip addr add "$bridge_ip/24" brd + dev "$bridge_if"
-ip link set "$bridge_if" up
+node_namespace "$node_ns" "$bridge_if" "$node_if" "$bridge_ip" "$node_ip"
 in_node() { ip netns exec "$node_ns" "$@"; }
-in_node ip addr add "$node_ip/24" brd + dev "$node_if"
-in_node ip link set "$node_if" up
-in_node ip link set lo up
-
-# Only the Art-Net plugin: the others would probe the host's serial and USB devices.
-config=$work/ola
-mkdir "$config"
-printf 'enabled = true\nip = %s\n' "$node_ip" >"$config/ola-artnet.conf"
-for plugin in dummy e131 espnet ftdidmx gpio karate kinet milinst opendmx openpixelcontrol \
-    osc pathport renard sandnet shownet spi stageprofi uartdmx usbdmx usbserial; do
-    printf 'enabled = false\n' >"$config/ola-$plugin.conf"
-done
-chown -R nobody:nogroup "$config"
-
-# Started without the shell function so that $! is olad itself (ip and setpriv exec it).
-ip netns exec "$node_ns" setpriv --reuid=nobody --regid=nogroup --clear-groups \
-    olad -c "$config" --no-http --no-register-with-dns-sd -l 3 >"$work/olad.log" 2>&1 &
-olad=$!
-device=""
-for _ in $(seq 1 100); do
-    device=$(in_node ola_dev_info 2>/dev/null | sed -n 's/^Device \([0-9]*\): ArtNet.*/\1/p')
-    [ -n "$device" ] && break
-    kill -0 "$olad" 2>/dev/null || break
-    sleep 0.1
-done
-[ -n "$device" ] || fail "olad did not start its Art-Net device: $(tail -20 "$work/olad.log")"
+start_olad "$node_ns" "$node_ip" "" 1
 # OLA's Art-Net input port 0 receives the network's DMX into OLA universe 1.
-in_node ola_patch --device "$device" --port 0 --universe 1 --input
+in_node ola_patch --device "$olad_device" --port 0 --universe 1 --input
 
 # Discovery: our parser reads OLA's reply.
 reply=$("$probe" --discover 10.201.0.255 --timeout-ms 5000) || fail "no ArtPollReply: $reply"
@@ -88,20 +57,13 @@ universe=$(sed -n 's/.* transmitting=\([0-9]*\).*/\1/p' <<<"$reply")
 # A full universe whose every channel differs from its neighbours.
 values=$(for i in $(seq 0 511); do printf '%d,' $(((i * 7 + 3) % 256)); done)
 values=${values%,}
-# Interrupting the recorder is how it is told to stop and save.
-# A background job starts with SIGINT ignored; the recorder needs it back.
-ip netns exec "$node_ns" env --default-signal=INT ola_recorder --record "$work/show.txt" --universes 1 >"$work/recorder.log" 2>&1 &
-recorder=$!
-wait_for_line "$work/recorder.log" "Recording" 10 || fail "ola_recorder did not start"
+start_recorder "$node_ns" 1
 sleep 0.3
 status=$("$probe" --host "$node_ip" --port 0 --universe "$universe" --frames 10 --interval-ms 25 --values "$values")
 echo "$status"
 [[ "$status" == "packetsSent=10 sendFailures=0 recoveries=0 state=ready"* ]] || fail "transport status"
 sleep 0.3
-kill -INT "$recorder"
-for _ in $(seq 1 50); do kill -0 "$recorder" 2>/dev/null || break; sleep 0.1; done
-kill -0 "$recorder" 2>/dev/null && fail "ola_recorder did not stop"
-recorder=""
+stop_recorder
 
 frames=$(grep -c "^1 " "$work/show.txt" || true)
 [ "$frames" -ge 1 ] || fail "OLA recorded no frames: $(cat "$work/recorder.log")"
