@@ -51,11 +51,14 @@ void AppModel::makeCloudLink() {
     QObject::connect(cloud_.get(), &CloudSession::pairingPageReady, this,
                      &AppModel::pairingPageReady);
     QObject::connect(cloud_.get(), &CloudSession::signedOut, this, &AppModel::resetAfterSignOut);
-    // The live show-updates channel opens here once the bridge has it.
     QObject::connect(cloud_.get(), &CloudSession::connected, this, [this] {
         if (!engineLoopWanted_)
             startEngineLoop();
+        if (showUpdates_ && !showUpdates_->isOpen())
+            if (const auto token = cache_->authToken(cloud_->serverURL()))
+                startShowUpdates(*token);
     });
+    makeShowUpdatesChannel();
 }
 
 void AppModel::showCloudStatus(const QString& message) {
@@ -99,6 +102,7 @@ QCoro::Task<> AppModel::fetchShowAndHarness(std::string token) {
 }
 
 void AppModel::resetAfterSignOut() {
+    stopShowUpdates();
     liveControl_.restoreSelections(BootstrapViewData::defaultModeId, std::nullopt, 0.0,
                                    BootstrapViewData::defaultThemeName);
     publishSelections();
@@ -143,20 +147,8 @@ void AppModel::applyParsedBootstrap(const nlohmann::json& bootstrap) {
         controlState = *found;
     controlState.update(selection.controlFields());
     const auto activeShow = bootstrap.find("active_show");
-    if (activeShow != bootstrap.end() && activeShow->is_object()) {
-        if (const std::optional<ShowPatch> patch = ShowPatchBuilder::build(*activeShow)) {
-            if (assign(selectedShowId_, std::optional<std::string>(patch->showId)))
-                emit selectedShowIdChanged();
-            recordShowPatch(*patch);
-        }
-        if (const std::optional<std::string> subset = engine_.loadShow(*activeShow, controlState)) {
-            try {
-                cache_->saveShowSnapshot(QByteArray::fromStdString(*subset));
-            } catch (const std::exception& error) {
-                qWarning().noquote() << "show snapshot not cached:" << error.what();
-            }
-        }
-    }
+    if (activeShow != bootstrap.end() && activeShow->is_object())
+        loadActiveShow(*activeShow, controlState);
     if (!engine_.hasRealizedShow()) {
         if (const std::optional<QByteArray> snapshot = cache_->loadShowSnapshot())
             engine_.loadCachedShow(
@@ -167,6 +159,22 @@ void AppModel::applyParsedBootstrap(const nlohmann::json& bootstrap) {
     pushThemesToEngine();
     persistWorkspaceUI();
     refreshOfflineWorkspace();
+}
+
+void AppModel::loadActiveShow(const nlohmann::json& activeShow,
+                              const nlohmann::json& controlState) {
+    if (const std::optional<ShowPatch> patch = ShowPatchBuilder::build(activeShow)) {
+        if (assign(selectedShowId_, std::optional<std::string>(patch->showId)))
+            emit selectedShowIdChanged();
+        recordShowPatch(*patch);
+    }
+    if (const std::optional<std::string> subset = engine_.loadShow(activeShow, controlState)) {
+        try {
+            cache_->saveShowSnapshot(QByteArray::fromStdString(*subset));
+        } catch (const std::exception& error) {
+            qWarning().noquote() << "show snapshot not cached:" << error.what();
+        }
+    }
 }
 
 void AppModel::recordShowPatch(const ShowPatch& patch) {
