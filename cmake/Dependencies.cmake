@@ -1,7 +1,7 @@
 # Every dependency is a Debian package installed by scripts/setup.
 find_package(PkgConfig REQUIRED)
 find_package(Threads REQUIRED)
-find_package(Qt6 6.4 REQUIRED COMPONENTS Core Network)
+find_package(Qt6 6.4 REQUIRED COMPONENTS Core Network WebSockets)
 # Cloud link flows as C++20 coroutines on the Qt event loop
 find_package(QCoro6 REQUIRED COMPONENTS Core)
 find_package(nlohmann_json 3.10 REQUIRED)

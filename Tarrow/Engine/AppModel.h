@@ -9,6 +9,7 @@
 #include "Cloud/CacheWriter.h"
 #include "Cloud/CloudSession.h"
 #include "Cloud/OfflineShowCache.h"
+#include "Cloud/ShowUpdatesChannel.h"
 #include "DMX/ArtNetHealthMonitor.h"
 #include "DMX/LiveDmxOutput.h"
 #include "DMX/OutputConfiguration.h"
@@ -171,6 +172,14 @@ public:
     void recordShowPatch(const ShowPatch& patch) override;
     /// Absent when the model was built without a cloud transport.
     CloudSession* cloudSession() { return cloud_.get(); }
+    // Live show updates pushed by the cloud
+    void startShowUpdates(const std::string& token);
+    void stopShowUpdates();
+    ShowUpdatesChannel* showUpdatesChannel() { return showUpdates_.get(); }
+    /// Loads the cloud's active show as it is now (a pushed snapshot or a reload).
+    void applyLiveShowSnapshot(const nlohmann::json& activeShow);
+    /// Raised on every local show switch; a reload started before it is discarded.
+    std::uint64_t showSwitchGeneration() const { return showSwitchGeneration_; }
     ConnectionStatus connectionStatus() const {
         return cloud_ ? cloud_->connectionStatus() : ConnectionStatus::disconnected;
     }
@@ -373,6 +382,11 @@ private:
     void showCloudStatus(const QString& message);
     void resetAfterSignOut();
     void refreshOfflineWorkspace();
+    void makeShowUpdatesChannel();
+    void handleShowUpdate(const ShowUpdateMessage& message);
+    QCoro::Task<> reloadActiveShow(std::string token, std::uint64_t switchGeneration);
+    /// Loads `activeShow` with `controlState`, records its patch and caches the realised subset.
+    void loadActiveShow(const nlohmann::json& activeShow, const nlohmann::json& controlState);
     // ShowDownloadTarget
     void applyParsedBootstrap(const nlohmann::json& bootstrap) override;
     const std::vector<ThemeOption>& currentThemes() const override { return themes_; }
@@ -446,6 +460,8 @@ private:
     std::unique_ptr<CacheWriter> cacheWriter_;
     std::unique_ptr<ShowDownload> showDownload_;
     std::unique_ptr<CloudSession> cloud_;
+    std::unique_ptr<ShowUpdatesChannel> showUpdates_;
+    std::uint64_t showSwitchGeneration_ = 0;
 };
 
 } // namespace kelvo

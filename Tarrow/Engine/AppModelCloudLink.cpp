@@ -42,11 +42,14 @@ void AppModel::makeCloudLink() {
     QObject::connect(cloud_.get(), &CloudSession::pairingPageReady, this,
                      &AppModel::pairingPageReady);
     QObject::connect(cloud_.get(), &CloudSession::signedOut, this, &AppModel::resetAfterSignOut);
-    // The live show-updates channel opens here once the bridge has it.
     QObject::connect(cloud_.get(), &CloudSession::connected, this, [this] {
         if (!engineLoopWanted_)
             startEngineLoop();
+        if (showUpdates_ && !showUpdates_->isOpen())
+            if (const auto token = settings_->authToken(cloud_->serverURL()))
+                startShowUpdates(*token);
     });
+    makeShowUpdatesChannel();
 }
 
 void AppModel::showCloudStatus(const QString& message) {
@@ -90,6 +93,7 @@ QCoro::Task<> AppModel::fetchShowAndHarness(std::string token) {
 }
 
 void AppModel::resetAfterSignOut() {
+    stopShowUpdates();
     liveControl_.restoreSelections(BootstrapViewData::defaultModeId, std::nullopt, 0.0,
                                    BootstrapViewData::defaultThemeName);
     publishSelections();
@@ -134,20 +138,8 @@ void AppModel::applyParsedBootstrap(const nlohmann::json& bootstrap) {
         controlState = *found;
     controlState.update(selection.controlFields());
     const auto activeShow = bootstrap.find("active_show");
-    if (activeShow != bootstrap.end() && activeShow->is_object()) {
-        if (const std::optional<ShowPatch> patch = ShowPatchBuilder::build(*activeShow)) {
-            if (assignIfChanged(selectedShowId_, std::optional<std::string>(patch->showId)))
-                emit selectedShowIdChanged();
-            recordShowPatch(*patch);
-        }
-        if (const std::optional<std::string> subset = engine_.loadShow(*activeShow, controlState)) {
-            cacheWriter_->write(
-                [cache = cache_.get(), snapshot = QByteArray::fromStdString(*subset)] {
-                    cache->saveShowSnapshot(snapshot);
-                },
-                this, [this] { refreshOfflineWorkspace(); });
-        }
-    }
+    if (activeShow != bootstrap.end() && activeShow->is_object())
+        loadActiveShow(*activeShow, controlState);
     if (!engine_.hasRealizedShow()) {
         if (const std::optional<QByteArray> snapshot = cache_->loadShowSnapshot())
             engine_.loadCachedShow(
@@ -158,6 +150,22 @@ void AppModel::applyParsedBootstrap(const nlohmann::json& bootstrap) {
     pushThemesToEngine();
     persistWorkspaceUI();
     refreshOfflineWorkspace();
+}
+
+void AppModel::loadActiveShow(const nlohmann::json& activeShow,
+                              const nlohmann::json& controlState) {
+    if (const std::optional<ShowPatch> patch = ShowPatchBuilder::build(activeShow)) {
+        setAndNotify(selectedShowId_, std::optional<std::string>(patch->showId), this,
+                     &AppModel::selectedShowIdChanged);
+        recordShowPatch(*patch);
+    }
+    if (const std::optional<std::string> subset = engine_.loadShow(activeShow, controlState)) {
+        cacheWriter_->write(
+            [cache = cache_.get(), snapshot = QByteArray::fromStdString(*subset)] {
+                cache->saveShowSnapshot(snapshot);
+            },
+            this, [this] { refreshOfflineWorkspace(); });
+    }
 }
 
 void AppModel::recordShowPatch(const ShowPatch& patch) {

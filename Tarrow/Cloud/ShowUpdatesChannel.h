@@ -1,0 +1,61 @@
+#pragma once
+
+#include "Cloud/ShowUpdateMessage.h"
+
+#include <QObject>
+#include <QTimer>
+#include <QUrl>
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <optional>
+
+class QWebSocket;
+
+namespace kelvo {
+
+/// The cloud's push socket for live edits: decodes each frame and tells the owner, reopens the
+/// socket one second after it drops for as long as the bridge counts as connected, and folds
+/// bursts of "show changed" notices into one reload.
+class ShowUpdatesChannel : public QObject {
+    Q_OBJECT
+public:
+    static constexpr std::chrono::milliseconds reconnectDelay{1000};
+    static constexpr std::chrono::milliseconds reloadDebounce{120};
+
+    /// `stillConnected` is asked when a reconnect is due; false ends the retries.
+    explicit ShowUpdatesChannel(std::function<bool()> stillConnected, QObject* parent = nullptr);
+    ~ShowUpdatesChannel() override;
+
+    /// (Re)opens the socket at `url` (already carrying the runtime role and token).
+    void start(const QUrl& url);
+    /// Closes the socket as "going away" and cancels a pending reconnect and reload.
+    void stop();
+    bool isOpen() const { return socket_ != nullptr; }
+
+    /// Decodes one frame and acts on it; frames that decode to nothing are dropped silently.
+    void handleFrame(const QByteArray& bytes);
+    void scheduleActiveShowReload(std::optional<std::int64_t> revision);
+    const std::optional<std::int64_t>& pendingShowChangedRevision() const {
+        return pendingRevision_;
+    }
+
+signals:
+    /// Every decoded message except show changes, which arrive debounced as `activeShowReloadDue`.
+    void messageReceived(const kelvo::ShowUpdateMessage& message);
+    void activeShowReloadDue(std::optional<std::int64_t> revision);
+
+private:
+    void socketDropped(QWebSocket* socket);
+    void closeSocket();
+
+    std::function<bool()> stillConnected_;
+    QUrl url_;
+    QWebSocket* socket_ = nullptr;
+    QTimer reconnectTimer_;
+    QTimer reloadTimer_;
+    std::optional<std::int64_t> pendingRevision_;
+};
+
+} // namespace kelvo
