@@ -58,6 +58,11 @@ int main(int argc, char** argv) {
     local.sin_family = AF_INET;
     local.sin_port = htons(6454);
     ::inet_pton(AF_INET, "127.0.0.1", &local.sin_addr);
+    // The bridge's own discovery holds 0.0.0.0:6454 with address reuse; this more specific
+    // binding still receives everything sent to 127.0.0.1.
+    const int on = 1;
+    if (fd >= 0)
+        ::setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
     if (fd < 0 || ::bind(fd, reinterpret_cast<sockaddr*>(&local), sizeof local) != 0) {
         std::perror("artdmx-timing: bind 127.0.0.1:6454");
         return 1;

@@ -136,7 +136,7 @@ TEST_F(HeadlessBridgeTest, AnAutomaticRepairIsPrintedOnceWhenItHappens) {
     options.artnetHost = "10.0.0.5";
     HeadlessBridge bridge(makeModel(devices), options, out);
     bridge.start();
-    discovery->state.nodes = ArtNetNodeList({testing_support::artnetNode("10.0.0.9", {0}, {0})});
+    discovery->state.nodes = ArtNetNodeList({test::artnetNode("10.0.0.9", {0}, {0})});
     bridge.model().refreshArtNetHealth();
     bridge.model().refreshArtNetHealth();
     bridge.shutdown();

@@ -11,8 +11,8 @@ namespace kelvo {
 namespace {
 
 using namespace std::chrono_literals;
+using test::ArtPollReplyBytes;
 using testing::ElementsAre;
-using testing_support::ArtPollReplyBytes;
 
 ArtNetNode parsed(const ArtPollReplyBytes& reply) {
     return *ArtNetPollReplyParser::parse(reply.build());

@@ -10,9 +10,9 @@ namespace kelvo {
 namespace {
 
 using H = ArtNetHealth;
+using test::artnetNode;
+using test::FakeArtNetDiscovery;
 using testing::ElementsAre;
-using testing_support::artnetNode;
-using testing_support::FakeArtNetDiscovery;
 
 class ArtNetHealthMonitorTest : public testing::Test {
 protected:
@@ -33,7 +33,7 @@ protected:
     }
 
     FakeArtNetDiscovery discovery;
-    UDPTransportStatus transport = testing_support::readyTransport();
+    UDPTransportStatus transport = test::readyTransport();
     ArtNetOutputView settings{
         .enabled = true, .host = "10.0.0.5", .autoFix = true, .mappedUniverses = {0, 1}};
     ArtNetHealthMonitor monitor{discovery, [this] { return transport; },

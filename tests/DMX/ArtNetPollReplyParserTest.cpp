@@ -9,9 +9,9 @@ namespace kelvo {
 namespace {
 
 using Bytes = std::vector<std::uint8_t>;
+using test::ArtPollReplyBytes;
 using testing::ElementsAre;
 using testing::IsEmpty;
-using testing_support::ArtPollReplyBytes;
 
 TEST(ArtPollReply, ReadsEveryField) {
     ArtPollReplyBytes reply;

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-namespace kelvo::testing_support {
+namespace kelvo::test {
 
 /// A 239-byte ArtPollReply as a node sends it, with the fields the parser reads.
 struct ArtPollReplyBytes {
@@ -43,4 +43,4 @@ struct ArtPollReplyBytes {
     }
 };
 
-} // namespace kelvo::testing_support
+} // namespace kelvo::test

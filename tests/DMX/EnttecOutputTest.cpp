@@ -22,8 +22,8 @@ namespace {
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
 using Bytes = std::vector<std::uint8_t>;
+using test::PseudoTerminal;
 using testing::ElementsAre;
-using testing_support::PseudoTerminal;
 
 TEST(EnttecFrame, LayoutForEmptyShortAndOversizedInputAndTheParametersRequest) {
     EXPECT_THAT(EnttecFrameBuilder::buildSendDmxFrame(Bytes{}),

@@ -19,7 +19,7 @@ namespace {
 
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
-using namespace testing_support;
+using namespace test;
 using Bytes = std::vector<std::uint8_t>;
 using testing::ElementsAre;
 

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-namespace kelvo::testing_support {
+namespace kelvo::test {
 
 /// Discovery whose state the test sets; it records how it was aimed and started.
 class FakeArtNetDiscovery final : public ArtNetDiscovering {
@@ -41,4 +41,4 @@ inline ArtNetNode artnetNode(std::string ip, std::vector<std::int64_t> outputs,
     return node;
 }
 
-} // namespace kelvo::testing_support
+} // namespace kelvo::test

@@ -14,7 +14,7 @@ namespace {
 using Bytes = std::vector<std::uint8_t>;
 using D = UniverseRoute::Destination;
 using testing::ElementsAre;
-using namespace testing_support;
+using namespace test;
 
 class FanOut : public testing::Test {
 protected:

@@ -15,8 +15,8 @@ namespace {
 
 using namespace std::chrono_literals;
 using Bytes = std::vector<std::uint8_t>;
-using testing_support::closedLoopbackPort;
-using testing_support::LoopbackReceiver;
+using test::closedLoopbackPort;
+using test::LoopbackReceiver;
 
 // Moved only by the test; read on the caller's thread by the transport.
 class ManualClock {

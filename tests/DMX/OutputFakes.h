@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-namespace kelvo::testing_support {
+namespace kelvo::test {
 
 /// Records every datagram instead of sending it.
 class RecordingTransport final : public UDPSending {
@@ -139,4 +139,4 @@ public:
     std::vector<std::string> log;
 };
 
-} // namespace kelvo::testing_support
+} // namespace kelvo::test

@@ -8,8 +8,8 @@ namespace kelvo {
 namespace {
 
 using D = UniverseRoute::Destination;
+using test::artnetNode;
 using testing::ElementsAre;
-using testing_support::artnetNode;
 
 class AppModelArtNetHealthTest : public testing::Test, protected test::AppModelRig {
 protected:

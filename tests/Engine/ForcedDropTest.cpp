@@ -14,7 +14,7 @@ using testing::ElementsAre;
 
 class ForcedDropTest : public testing::Test {
 protected:
-    testing_support::FakeTimerFactory timers;
+    test::FakeTimerFactory timers;
     std::vector<bool> engineCalls;
     std::vector<bool> heldChanges;
     ForcedDropHold hold{timers, [this](bool on) { engineCalls.push_back(on); },

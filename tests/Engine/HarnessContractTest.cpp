@@ -208,7 +208,7 @@ TEST_F(HarnessContract, UniversesAndChannelsFollowTheDefinitionsAndTheFixtureOpt
 }
 
 TEST_F(HarnessContract, EveryModeLightsEachEnabledFixtureAndOnlyThose) {
-    const auto hops = hopsOf(testing::SyntheticDanceTrack({.bpm = 128, .seconds = 9}).samples());
+    const auto hops = hopsOf(test::SyntheticDanceTrack({.bpm = 128, .seconds = 9}).samples());
     std::map<std::int64_t, std::set<std::size_t>> owned; // channel indexes of enabled fixtures
     for (const Patched& p : enabled_)
         for (int c = 0; c < p.width; ++c)
@@ -316,7 +316,7 @@ TEST_F(HarnessContract, TheCachedSubsetLightsTheShowOfflineWithItsControlState) 
 TEST_F(HarnessContract, AnAutomaticDropFiresOnceWhenTheBassReturnsAfterTheWarmUp) {
     // Bass out inside the first thirty seconds never arms; after them, eight seconds out arm
     // the detector and the bass coming back fires it.
-    const testing::SyntheticDanceTrack track(
+    const test::SyntheticDanceTrack track(
         {.bpm = 126, .seconds = 56, .breaks = {{12, 10}, {36, 10}}});
     EngineHost host;
     host.loadHarness(harnessSource());
@@ -330,7 +330,7 @@ TEST_F(HarnessContract, AnAutomaticDropFiresOnceWhenTheBassReturnsAfterTheWarmUp
         if (armedAt < 0 && host.dropArmed())
             armedAt = host.classicalClock();
     }
-    const testing::DanceBreak late = track.spec().breaks.back();
+    const test::DanceBreak late = track.spec().breaks.back();
     const double bassBack = late.start + late.length;
     ASSERT_EQ(drops.size(), 1u);
     EXPECT_GE(drops[0], bassBack);
@@ -345,8 +345,8 @@ TEST_F(HarnessContract, AnAutomaticDropFiresOnceWhenTheBassReturnsAfterTheWarmUp
 
 TEST_F(HarnessContract, TheTempoFollowsTheNextTrackAndTheBeatsStopWithTheMusic) {
     // A DJ cuts from a 128 BPM track to a 140 BPM one at 20 s; the music stops at 40 s.
-    std::vector<float> mix = testing::SyntheticDanceTrack({.bpm = 128, .seconds = 20}).samples();
-    const auto next = testing::SyntheticDanceTrack({.bpm = 140, .seconds = 20}).samples();
+    std::vector<float> mix = test::SyntheticDanceTrack({.bpm = 128, .seconds = 20}).samples();
+    const auto next = test::SyntheticDanceTrack({.bpm = 140, .seconds = 20}).samples();
     mix.insert(mix.end(), next.begin(), next.end());
     auto hops = hopsOf(mix);
     hops.resize(hops.size() + 500, {BandDecibelLevels::silent(), 512.0 / 48000, {}, 48000});

@@ -7,7 +7,7 @@
 namespace kelvo {
 namespace {
 
-using testing::beatFMeasure;
+using test::beatFMeasure;
 
 double energy(const std::vector<float>& s, double from, double to) {
     double sum = 0;
@@ -17,7 +17,7 @@ double energy(const std::vector<float>& s, double from, double to) {
 }
 
 TEST(HarnessTestMusic, KicksSitWhereTheTruthSaysAndABreakOnTheGridTakesTheBassOut) {
-    const testing::SyntheticDanceTrack track({.bpm = 120, .seconds = 30, .breaks = {{10.1, 8.1}}});
+    const test::SyntheticDanceTrack track({.bpm = 120, .seconds = 30, .breaks = {{10.1, 8.1}}});
     const auto& truth = track.truth();
     EXPECT_EQ(truth.drops, std::vector<double>{18.25}); // snapped to the beats 10.25 … 18.25
     for (double kick : truth.kicks) {

@@ -56,8 +56,9 @@ TEST_F(ShowDownloadTest, FullDownloadCachesAndLightsTheActiveShow) {
     EXPECT_EQ(model->selectedModeId(), "pulse");
     EXPECT_EQ(model->showPatch()->showId, "show-demo");
     EXPECT_EQ(model->themes().size(), 6u);
-    const auto workspace = cache->loadWorkspaceUI();
-    ASSERT_TRUE(workspace);
+    std::optional<OfflineWorkspaceUIState> workspace;
+    ASSERT_TRUE(
+        test::pumpUntil([&] { return (workspace = cache->loadWorkspaceUI()).has_value(); }));
     EXPECT_EQ(workspace->selectedShowId, "show-demo");
     EXPECT_EQ(workspace->themes, model->themes());
     // Only the show without a cached patch is fetched; its patch lands in the cache.
@@ -87,7 +88,8 @@ TEST_F(ShowDownloadTest, OnlyTheBootstrapIsVital) {
     finish(model->fetchShowAndHarness("tok"));
     EXPECT_FALSE(makeCache()->loadManifest()) << "an engine for another major is not taken";
     EXPECT_TRUE(model->themes().empty());
-    EXPECT_TRUE(makeCache()->loadWorkspaceUI());
+    // The selections are written on the cache's worker.
+    EXPECT_TRUE(test::pumpUntil([&] { return makeCache()->loadWorkspaceUI().has_value(); }));
 
     answers["/api/runtime/bootstrap"] = {401, ""};
     EXPECT_THROW(finish(model->fetchShowAndHarness("tok")), BridgeAPIError);

@@ -39,7 +39,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     // Only well-formed JSON without escapes has an oracle; the document parser stops at a NUL.
     if (!document.is_discarded() && text.find('\\') == std::string_view::npos &&
         text.find('\0') == std::string_view::npos && !hasAmbiguousKeys(text) &&
-        fast != kelvo::testing_support::referenceDmxBuffers(text))
+        fast != kelvo::test::referenceDmxBuffers(text))
         std::abort();
     return 0;
 }

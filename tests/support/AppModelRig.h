@@ -75,14 +75,13 @@ struct AppModelRig {
 
     TemporaryDirectory dir;
     std::shared_ptr<FakeAudioBackend> backend = std::make_shared<FakeAudioBackend>();
-    std::shared_ptr<testing_support::RecordingTransport> transport =
-        std::make_shared<testing_support::RecordingTransport>();
-    UDPTransportStatus transportStatus = testing_support::readyTransport();
-    std::shared_ptr<testing_support::FakeArtNetDiscovery> discovery =
-        std::make_shared<testing_support::FakeArtNetDiscovery>();
+    std::shared_ptr<test::RecordingTransport> transport =
+        std::make_shared<test::RecordingTransport>();
+    UDPTransportStatus transportStatus = test::readyTransport();
+    std::shared_ptr<test::FakeArtNetDiscovery> discovery =
+        std::make_shared<test::FakeArtNetDiscovery>();
     std::shared_ptr<ScriptedMicrophone> microphone = std::make_shared<ScriptedMicrophone>();
-    std::shared_ptr<testing_support::FakeTimerFactory> timers =
-        std::make_shared<testing_support::FakeTimerFactory>();
+    std::shared_ptr<test::FakeTimerFactory> timers = std::make_shared<test::FakeTimerFactory>();
     std::shared_ptr<ManualMonotonicClock> clock = std::make_shared<ManualMonotonicClock>();
     // The cloud link: none unless a test gives it a transport (and then only to loopback).
     QUrl serverURL = BridgeServerConfig::productionURL();

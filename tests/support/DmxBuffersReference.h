@@ -4,7 +4,7 @@
 
 #include <nlohmann/json.hpp>
 
-namespace kelvo::testing_support {
+namespace kelvo::test {
 
 // Straightforward DOM-based reading of the engine's dmx JSON, the oracle for the fast reader.
 inline DmxFrame referenceDmxBuffers(std::string_view text) {
@@ -27,4 +27,4 @@ inline DmxFrame referenceDmxBuffers(std::string_view text) {
     return buffers;
 }
 
-} // namespace kelvo::testing_support
+} // namespace kelvo::test

@@ -7,7 +7,7 @@
 #include <memory>
 #include <vector>
 
-namespace kelvo::testing_support {
+namespace kelvo::test {
 
 /// Timers fired by hand: `fire()` runs every active timer of one interval once, as if that
 /// interval elapsed; `advance()` moves a fake clock and fires timers at their deadlines.
@@ -92,4 +92,4 @@ private:
         std::make_shared<std::chrono::milliseconds>(0);
 };
 
-} // namespace kelvo::testing_support
+} // namespace kelvo::test

@@ -11,7 +11,7 @@
 #include <unistd.h>
 #include <vector>
 
-namespace kelvo::testing_support {
+namespace kelvo::test {
 
 /// A UDP socket bound to a loopback address, for catching what the transport sends.
 class LoopbackReceiver {
@@ -64,4 +64,4 @@ inline std::uint16_t closedLoopbackPort() {
     return probe.port();
 }
 
-} // namespace kelvo::testing_support
+} // namespace kelvo::test

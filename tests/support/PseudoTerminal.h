@@ -10,7 +10,7 @@
 #include <unistd.h>
 #include <vector>
 
-namespace kelvo::testing_support {
+namespace kelvo::test {
 
 /// A pseudo-terminal standing in for the widget: the bridge opens `devicePath()`, the test
 /// reads what arrives on the controller side.
@@ -64,4 +64,4 @@ private:
     std::string path_;
 };
 
-} // namespace kelvo::testing_support
+} // namespace kelvo::test

@@ -5,7 +5,7 @@
 #include <atomic>
 #include <thread>
 
-namespace kelvo::testing_support {
+namespace kelvo::test {
 
 /// A DMX USB Pro on a pseudo-terminal that answers Get Widget Parameters (label 3) unless
 /// told to stay silent.
@@ -60,4 +60,4 @@ private:
     std::thread reader_; // last: starts once everything above exists
 };
 
-} // namespace kelvo::testing_support
+} // namespace kelvo::test

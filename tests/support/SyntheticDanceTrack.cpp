@@ -7,7 +7,7 @@
 #include <numbers>
 #include <utility>
 
-namespace kelvo::testing {
+namespace kelvo::test {
 
 namespace {
 
@@ -187,4 +187,4 @@ double beatFMeasure(const std::vector<double>& detected, const std::vector<doubl
     return precision + recall > 0 ? 2 * precision * recall / (precision + recall) : 0.0;
 }
 
-} // namespace kelvo::testing
+} // namespace kelvo::test

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-namespace kelvo::testing {
+namespace kelvo::test {
 
 /// A span of the track in which kick and bass are out (a break); the bass returns at its end.
 /// Both ends are moved to the nearest beat of the grid.
@@ -68,4 +68,4 @@ private:
 double beatFMeasure(const std::vector<double>& detected, const std::vector<double>& reference,
                     double tolerance);
 
-} // namespace kelvo::testing
+} // namespace kelvo::test

@@ -40,8 +40,8 @@
 
 namespace {
 
-using kelvo::testing::DanceTrackSpec;
-using kelvo::testing::SyntheticDanceTrack;
+using kelvo::test::DanceTrackSpec;
+using kelvo::test::SyntheticDanceTrack;
 
 constexpr double settleSeconds = 8.0;
 
@@ -231,8 +231,8 @@ Score score(std::string_view method, const std::vector<double>& beats,
     const double interval = settled.size() < 2 ? 0.0
                                                : (settled.back() - settled.front()) /
                                                      static_cast<double>(settled.size() - 1);
-    return {method, kelvo::testing::beatFMeasure(settled, reference, 0.070),
-            kelvo::testing::beatFMeasure(settled, reference, 0.035),
+    return {method, kelvo::test::beatFMeasure(settled, reference, 0.070),
+            kelvo::test::beatFMeasure(settled, reference, 0.035),
             interval > 0 ? 60.0 / interval : 0.0};
 }
 
@@ -295,13 +295,13 @@ int main(int argc, char** argv) {
     for (const Case& c : cases()) {
         const SyntheticDanceTrack track(c.spec);
         const std::string wav = work + "/" + c.name + ".wav";
-        if (const auto error = kelvo::testing::writeMonoWav(wav, track.samples(),
-                                                            static_cast<int>(c.spec.sampleRate));
+        if (const auto error = kelvo::test::writeMonoWav(wav, track.samples(),
+                                                         static_cast<int>(c.spec.sampleRate));
             !error.empty()) {
             std::fprintf(stderr, "kelvo-beat-compare: %s\n", error.c_str());
             return 1;
         }
-        kelvo::testing::writeTextFile(work + "/" + c.name + ".truth.json", track.truthJSON());
+        kelvo::test::writeTextFile(work + "/" + c.name + ".truth.json", track.truthJSON());
         // Steady files are judged on the kicks; through a break on the beat grid.
         const auto reference =
             after(c.spec.breaks.empty() ? track.truth().kicks : track.truth().beats, settleSeconds);

@@ -4,7 +4,7 @@
 
 #include <cstdio>
 
-namespace kelvo::testing {
+namespace kelvo::test {
 
 std::string writeMonoWav(const std::string& path, std::span<const float> samples, int sampleRate) {
     SF_INFO info{};
@@ -33,4 +33,4 @@ std::string writeTextFile(const std::string& path, const std::string& text) {
     return std::fclose(file) == 0 && ok ? "" : "cannot write " + path;
 }
 
-} // namespace kelvo::testing
+} // namespace kelvo::test

@@ -14,7 +14,7 @@
 
 namespace {
 
-using kelvo::testing::DanceTrackSpec;
+using kelvo::test::DanceTrackSpec;
 
 int usage() {
     std::fputs(
@@ -86,13 +86,13 @@ int main(int argc, char** argv) {
     if (output.empty()) {
         return usage();
     }
-    const kelvo::testing::SyntheticDanceTrack track(spec);
+    const kelvo::test::SyntheticDanceTrack track(spec);
     std::string error =
-        kelvo::testing::writeMonoWav(output, track.samples(), static_cast<int>(spec.sampleRate));
+        kelvo::test::writeMonoWav(output, track.samples(), static_cast<int>(spec.sampleRate));
     if (error.empty()) {
         const auto dot = output.rfind(".wav");
         const std::string base = dot == std::string::npos ? output : output.substr(0, dot);
-        error = kelvo::testing::writeTextFile(base + ".truth.json", track.truthJSON());
+        error = kelvo::test::writeTextFile(base + ".truth.json", track.truthJSON());
     }
     if (!error.empty()) {
         std::fprintf(stderr, "kelvo-testmusic: %s\n", error.c_str());

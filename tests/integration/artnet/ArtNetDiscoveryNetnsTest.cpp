@@ -19,8 +19,8 @@ namespace kelvo {
 namespace {
 
 using namespace std::chrono_literals;
-using testing_support::ArtNetNodeEmulator;
-using testing_support::ArtPollReplyBytes;
+using test::ArtNetNodeEmulator;
+using test::ArtPollReplyBytes;
 
 bool eventually(const std::function<bool()>& done, std::chrono::milliseconds timeout = 5s) {
     const auto deadline = std::chrono::steady_clock::now() + timeout;

@@ -16,7 +16,7 @@
 #include <unistd.h>
 #include <vector>
 
-namespace kelvo::testing_support {
+namespace kelvo::test {
 
 /// An Art-Net node of our own making for what real nodes will not do on demand: it answers
 /// each ArtPoll reaching its address with whatever reply the test sets (any bytes at all).
@@ -80,4 +80,4 @@ private:
     std::thread thread_;
 };
 
-} // namespace kelvo::testing_support
+} // namespace kelvo::test

@@ -62,7 +62,7 @@ struct Received {
 };
 
 TEST_F(BridgeEndToEnd, ArtDmxFollowsTheBeat) {
-    testing_support::LoopbackReceiver node("127.0.0.1", 6454);
+    test::LoopbackReceiver node("127.0.0.1", 6454);
     const pid_t bridge =
         spawn({KELVO_BRIDGE, "--headless", "--audio-file", track, "--artnet", "on", "--artnet-host",
                "127.0.0.1", "--enttec", "off", "--route", "1=artnet:0", "--run-seconds", "14"},
@@ -116,7 +116,7 @@ TEST_F(BridgeEndToEnd, SpinningScriptHoldsTheLastLookAndSaysSo) {
     std::ofstream(dir / "data" / "KelvoBridge" / "engine.js")
         << readText(std::string(KELVO_SOURCE_DIR) + "/devcloud/harness/engine.js")
         << readText(std::string(KELVO_SOURCE_DIR) + "/bench/harnesses/step_spins.js");
-    testing_support::LoopbackReceiver node("127.0.0.1", 6454);
+    test::LoopbackReceiver node("127.0.0.1", 6454);
     const pid_t bridge =
         spawn({KELVO_BRIDGE, "--headless", "--audio-file", track, "--artnet", "on", "--artnet-host",
                "127.0.0.1", "--enttec", "off", "--route", "1=artnet:0", "--run-seconds", "7"},
