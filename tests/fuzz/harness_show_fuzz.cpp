@@ -42,7 +42,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     kelvo::EngineHost& h = host();
     const nlohmann::json control =
         input.contains("control_state") ? input["control_state"] : nlohmann::json::object();
+    // A call stopped by the time limit (a huge show on a slow sanitized build) is skipped and the
+    // last look held, by design, until the script is tried again.
+    const auto heldBack = [&h] { return h.fault() == kelvo::EngineScriptFault::stoppedResponding; };
     const auto subset = h.loadShow(input, control);
+    if (heldBack())
+        return 0;
     if (!subset || !h.hasRealizedShow())
         std::abort(); // any object is a show, if an empty one
     // Blend the control state's mode towards the strobe look, and re-deal the looks and
@@ -58,17 +63,21 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     h.shiftColorScheme();
     for (const char* frame : {R"({"beat":true,"bpm":128,"drop":1})", "{}"}) {
         const auto dmx = h.step(frame, 1.0 / 60, true);
-        if (!dmx || dmx->size() > 64)
+        if (!dmx && heldBack())
+            return 0;
+        if (!dmx)
+            std::abort();
+        if (dmx->size() > 64)
             std::abort();
         for (const auto& [universe, bytes] : *dmx)
             if (bytes.size() > 512)
                 std::abort();
     }
-    if (!h.interpretationPayload())
+    if (!h.interpretationPayload() && !heldBack())
         std::abort();
     // The cached form loads again.
     h.loadCachedShow(*subset);
-    if (!h.hasRealizedShow())
+    if (!h.hasRealizedShow() && !heldBack())
         std::abort();
     return 0;
 }
