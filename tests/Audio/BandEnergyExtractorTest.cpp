@@ -31,7 +31,8 @@ TEST(BandEnergyExtractorEdges, MatchTheTableForEveryRateAndKeepEveryBandNonEmpty
 }
 
 TEST(BandEnergyExtractorWindow, IsThePeriodicBlackman) {
-    const auto w = BandEnergyExtractor(48000).window();
+    const BandEnergyExtractor extractor(48000);
+    const auto w = extractor.window();
     EXPECT_NEAR(w[1024], 1.0f, 1e-7);
     // Periodic: symmetric about N/2, so w[N - n] == w[n] and the last sample is not zero.
     EXPECT_FLOAT_EQ(w[300], w[2048 - 300]);

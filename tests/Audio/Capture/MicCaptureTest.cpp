@@ -125,8 +125,8 @@ TEST_F(MicCaptureTest, ABackendThatMayWaitIsOpenedOffTheMainThread) {
     capture.stop();
     EXPECT_FALSE(capture.isStarting());
     second.set_value();
-    ASSERT_TRUE(
-        test::pumpUntil([&] { return backend->opened.size() == 2 && !backend->last->running; }));
+    // The late run is discarded on the set-up thread: `last` may already be gone.
+    ASSERT_TRUE(test::pumpUntil([&] { return backend->opened.size() == 2; }));
     test::pumpFor(std::chrono::milliseconds(30));
     EXPECT_FALSE(capture.isCapturing());
 
