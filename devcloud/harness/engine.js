@@ -309,6 +309,11 @@ var BridgeEngine = (function () {
     // Half or double the current tempo is the same pulse: it must win this many times longer.
     var BT_OCTAVE_CHANGE_FACTOR = 4;
     var BT_HALF_BEAT_WEIGHT = 0.5;
+    // Tempi far from the middle of the range need a stronger comb to win (a log-normal weight,
+    // one octave wide); a reading at the very edge of the range is not taken at all.
+    var BT_PRIOR_CENTRE_BPM = 120;
+    var BT_PRIOR_OCTAVES = 1;
+    var BT_EDGE_BPM = 1;
 
     function BeatFrame() {
         this.bpm = 0;
@@ -356,8 +361,19 @@ var BridgeEngine = (function () {
         return j;
     };
 
+    function tempoPrior() {
+        var count = Math.round((BT_MAX_BPM - BT_MIN_BPM) / BT_BPM_STEP) + 1;
+        var prior = new Float64Array(count);
+        for (var i = 0; i < count; i++) {
+            var octaves = Math.log((BT_MIN_BPM + i * BT_BPM_STEP) / BT_PRIOR_CENTRE_BPM) / Math.LN2;
+            prior[i] = Math.exp(-0.5 * octaves * octaves / (BT_PRIOR_OCTAVES * BT_PRIOR_OCTAVES));
+        }
+        return prior;
+    }
+
     function BeatTracker() {
         this.frame = new BeatFrame();
+        this.prior = tempoPrior();
         this.size = 0;
         this.reset(0);
         this.clock = 0;
@@ -553,6 +569,7 @@ var BridgeEngine = (function () {
         var best = -Infinity;
         for (var bpm = BT_MIN_BPM; bpm <= BT_MAX_BPM; bpm += BT_BPM_STEP) {
             var s = this.combScore(bpm, maxLag);
+            if (s > 0) s *= this.prior[Math.round((bpm - BT_MIN_BPM) / BT_BPM_STEP)];
             if (s > best) {
                 best = s;
                 bestBpm = bpm;
@@ -570,6 +587,9 @@ var BridgeEngine = (function () {
         var spanSeconds = Math.min(n * this.hop, 2 * BT_ACF_TAU_S);
         var settled = !kickMusic || this.period <= 0 ||
             (this.kickSince >= 0 && this.clock - this.kickSince >= spanSeconds - 1);
+        // A maximum at the edge of the range is the slope of a peak outside it (in real music
+        // often 4/3 or 5/4 of the tempo, from a subdivision pattern): not a reading.
+        if (bestBpm >= BT_MAX_BPM - BT_EDGE_BPM || bestBpm <= BT_MIN_BPM + BT_EDGE_BPM) settled = false;
         // A pulse train scores the same at half tempo; prefer the faster reading when the
         // double tempo is in range and nearly as strong.
         var doubled = this.refine(bestBpm * 2, maxLag);
