@@ -291,7 +291,9 @@ var BridgeEngine = (function () {
     var BT_ONSET_WEIGHT = 0.3;
     var BT_LATENCY_HOPS = 2.5;
     var BT_SILENCE_SECONDS = 2.5;
-    var BT_ACF_TAU_S = 3;
+    // The autocorrelation's memory: short enough that an intro's riff (read at 4/3 or 5/4 of the
+    // tempo) is forgotten within a couple of seconds of the beat coming in.
+    var BT_ACF_TAU_S = 2;
     // The phase follows the kick: while the kick is far below its recent strength (a break
     // with only hats left) the flywheel keeps the phase it had instead of sliding onto them.
     var BT_KICK_SHORT_S = 0.8;
@@ -299,7 +301,9 @@ var BridgeEngine = (function () {
     var BT_KICK_PRESENT = 0.3;
     var BT_KICK_MIN_DB = 0.05;
     var BT_PHASE_JUMP = 0.2;
-    var BT_PHASE_JUMP_VOTES = 8;
+    // Analyses in a row (about 2.7 s) a phase half a beat away must win before the beats move:
+    // real music often hits its off-beats as hard as its beats.
+    var BT_PHASE_JUMP_VOTES = 32;
     // Analyses in a row (about 1.5 s) a new tempo must win before it replaces the current one.
     var BT_TEMPO_CHANGE_VOTES = 16;
     // Until the history spans this long the reading is young: a new tempo wins after a couple
