@@ -97,9 +97,7 @@ AppModel::AppModel(AppModelEnvironment environment, QObject* parent)
       outputs_(dmxOutput_, outputStore_), hopSource_(std::make_unique<CaptureHopSource>(*this)),
       engineLoop_(engine_, *hopSource_, *environment_.clock, *this),
       tickScheduler_(std::chrono::nanoseconds(1'000'000'000) / 60, this),
-      dropHold_(
-          *environment_.timers, [this](bool on) { engine_.setForcedDrop(on); },
-          [this](bool) { emit isDropHeldChanged(); }),
+      dropHold_(*environment_.timers),
       liveControl_(engine_, *environment_.clock, liveControlQueries()),
       artnetDiscovery_(environment_.artnetDiscovery ? environment_.artnetDiscovery
                                                     : std::make_shared<NoArtNetDiscovery>()),
@@ -108,6 +106,9 @@ AppModel::AppModel(AppModelEnvironment environment, QObject* parent)
             [discovery = artnetDiscovery_](const std::optional<std::string>& target) {
                 discovery->setUnicastTarget(target);
             });
+    connect(&dropHold_, &ForcedDropHold::engineForcedDrop, this,
+            [this](bool on) { engine_.setForcedDrop(on); });
+    connect(&dropHold_, &ForcedDropHold::heldChanged, this, &AppModel::isDropHeldChanged);
     forwardComponentSignals();
     AudioInputSelectionModel::Hooks hooks;
     hooks.engineLoopRunning = [this] { return isEngineLoopRunning(); };
