@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <chrono>
 
 namespace kelvo {
@@ -20,15 +21,15 @@ public:
     }
 };
 
-/// A clock that moves only when told to.
+/// A clock that moves only when told to, by one thread; any thread may read it.
 class ManualMonotonicClock final : public MonotonicClock {
 public:
-    Duration now() const override { return now_; }
-    void advance(Duration by) { now_ += by; }
+    Duration now() const override { return now_.load(); }
+    void advance(Duration by) { now_ = now_.load() + by; }
     void set(Duration to) { now_ = to; }
 
 private:
-    Duration now_{std::chrono::seconds(1000)};
+    std::atomic<Duration> now_{std::chrono::seconds(1000)};
 };
 
 } // namespace kelvo
