@@ -95,7 +95,7 @@ AppModel::AppModel(AppModelEnvironment environment, QObject* parent)
       audioSelection_(nullptr),
       dmxOutput_(std::move(environment_.enttec), environment_.artnetTransport),
       outputs_(dmxOutput_, outputStore_), hopSource_(std::make_unique<CaptureHopSource>(*this)),
-      engineLoop_(engine_, *hopSource_, *environment_.clock, *this),
+      engineLoop_(engine_, *hopSource_, *environment_.clock),
       tickScheduler_(std::chrono::nanoseconds(1'000'000'000) / 60, this),
       dropHold_(*environment_.timers),
       liveControl_(engine_, *environment_.clock, liveControlQueries()),
@@ -109,6 +109,10 @@ AppModel::AppModel(AppModelEnvironment environment, QObject* parent)
     connect(&dropHold_, &ForcedDropHold::engineForcedDrop, this,
             [this](bool on) { engine_.setForcedDrop(on); });
     connect(&dropHold_, &ForcedDropHold::heldChanged, this, &AppModel::isDropHeldChanged);
+    connect(&engineLoop_, &EngineLoop::micTraceChanged, this, &AppModel::micTraceChanged);
+    connect(&engineLoop_, &EngineLoop::beatReadoutChanged, this, &AppModel::beatReadoutChanged);
+    connect(&engineLoop_, &EngineLoop::visualsRefreshed, this, &AppModel::visualsRefreshed);
+    connect(&engineLoop_, &EngineLoop::frameReady, this, &AppModel::outputMergedDmx);
     forwardComponentSignals();
     AudioInputSelectionModel::Hooks hooks;
     hooks.engineLoopRunning = [this] { return isEngineLoopRunning(); };
