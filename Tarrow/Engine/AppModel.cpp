@@ -114,13 +114,18 @@ AppModel::AppModel(AppModelEnvironment environment, QObject* parent)
     connect(&engineLoop_, &EngineLoop::visualsRefreshed, this, &AppModel::visualsRefreshed);
     connect(&engineLoop_, &EngineLoop::frameReady, this, &AppModel::outputMergedDmx);
     forwardComponentSignals();
-    AudioInputSelectionModel::Hooks hooks;
-    hooks.engineLoopRunning = [this] { return isEngineLoopRunning(); };
-    hooks.replaceDropDetector = [this] { engine_.replaceDropDetector(); };
-    hooks.startCapture = [this](const std::optional<std::string>& uid,
-                                std::optional<int> channels) { mic_->start(uid, channels); };
-    hooks.setStatusMessage = [this](const QString& message) { setStatusMessage(message); };
-    audioSelection_ = new AudioInputSelectionModel(std::move(hooks), this);
+    audioSelection_ = new AudioInputSelectionModel(this);
+    connect(audioSelection_, &AudioInputSelectionModel::captureRestartNeeded, this,
+            [this](const std::optional<std::string>& uid, std::optional<int> channels) {
+                if (!isEngineLoopRunning())
+                    return; // the loop's next start captures from the new choice
+                engine_.replaceDropDetector();
+                try {
+                    mic_->start(uid, channels);
+                } catch (const AudioInputException& e) {
+                    setStatusMessage(QString(audioUnavailablePrefix) + QString::fromUtf8(e.what()));
+                }
+            });
     // The monitor lists the devices and follows them for the life of the model. The choice
     // follows it from here on, so the engine loop's first start captures from the chosen
     // device (a mixer, a picked device) instead of the default; changes restart capture only
