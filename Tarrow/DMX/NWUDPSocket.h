@@ -48,9 +48,8 @@ public:
     using HostLookup = std::function<IPv4HostLookup(const std::string& host)>;
 
     /// The clock is read on the sending thread and the transport queue.
-    explicit NWUDPSocket(
-        std::shared_ptr<const MonotonicClock> clock = std::make_shared<SteadyMonotonicClock>(),
-        HostLookup lookUp = lookUpIPv4Host);
+    explicit NWUDPSocket(std::shared_ptr<const MonotonicClock> clock = steadyClock(),
+                         HostLookup lookUp = lookUpIPv4Host);
     ~NWUDPSocket() override;
     NWUDPSocket(const NWUDPSocket&) = delete;
     NWUDPSocket& operator=(const NWUDPSocket&) = delete;

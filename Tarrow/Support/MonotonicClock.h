@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <memory>
 
 namespace kelvo {
 
@@ -20,6 +21,12 @@ public:
             std::chrono::steady_clock::now().time_since_epoch());
     }
 };
+
+/// The running system's clock, shared by whoever is not given another.
+inline std::shared_ptr<const MonotonicClock> steadyClock() {
+    static const auto clock = std::make_shared<const SteadyMonotonicClock>();
+    return clock;
+}
 
 /// A clock that moves only when told to, by one thread; any thread may read it.
 class ManualMonotonicClock final : public MonotonicClock {

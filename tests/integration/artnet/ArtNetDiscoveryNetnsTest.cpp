@@ -39,7 +39,7 @@ struct FastDiscovery {
     }) {
         ArtNetDiscovery::Options options;
         options.pollInterval = 50ms;
-        options.clock = [this] { return now.load(); };
+        options.clock = clock;
         options.interfaceBroadcasts = std::move(broadcasts);
         discovery = std::make_unique<ArtNetDiscovery>(std::move(options));
     }
@@ -50,7 +50,7 @@ struct FastDiscovery {
         return eventually([&] { return state().pollCycles >= target; });
     }
 
-    std::atomic<std::chrono::nanoseconds> now{1000s};
+    std::shared_ptr<ManualMonotonicClock> clock = std::make_shared<ManualMonotonicClock>();
     std::unique_ptr<ArtNetDiscovery> discovery;
 };
 
@@ -101,10 +101,10 @@ TEST(ArtNetDiscoveryNetns, ANodeSilentForTenSecondsIsForgotten) {
     ASSERT_TRUE(eventually([&] { return fast.state().nodes.size() == 1; }));
     node.setReplies({});
     ASSERT_TRUE(fast.cycles(2)); // the last reply is in
-    fast.now = fast.now.load() + 9900ms;
+    fast.clock->advance(9900ms);
     ASSERT_TRUE(fast.cycles(3));
     EXPECT_EQ(fast.state().nodes.size(), 1u);
-    fast.now = fast.now.load() + 200ms;
+    fast.clock->advance(200ms);
     EXPECT_TRUE(eventually([&] { return fast.state().nodes.isEmpty(); }));
 }
 
