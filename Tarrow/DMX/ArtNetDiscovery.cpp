@@ -190,7 +190,7 @@ void ArtNetDiscovery::drainSocket() {
             break;
         heard = true;
         if (auto node = ArtNetPollReplyParser::parse({buffer, std::size_t(size)}))
-            changed |= nodes_.record(std::move(*node), options_.clock());
+            changed |= nodes_.record(std::move(*node), options_.clock->now());
     }
     if (heard) {
         std::lock_guard guard(lock_);
@@ -202,7 +202,7 @@ void ArtNetDiscovery::drainSocket() {
 
 void ArtNetDiscovery::pollTick() {
     sendPoll();
-    if (nodes_.expire(options_.clock() - options_.nodeTimeout))
+    if (nodes_.expire(options_.clock->now() - options_.nodeTimeout))
         publish();
     if (nodes_.evicted() != reportedEvictions_) {
         qCWarning(lcDiscovery).noquote()

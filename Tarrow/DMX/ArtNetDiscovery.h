@@ -2,6 +2,7 @@
 
 #include "DMX/ArtNetDiscoveryNodes.h"
 #include "DMX/ArtNetDiscoveryState.h"
+#include "Support/MonotonicClock.h"
 
 #include <chrono>
 #include <cstdint>
@@ -53,8 +54,6 @@ public:
     static constexpr std::size_t maxNodes = 2048;
     static constexpr const char* limitedBroadcast = "255.255.255.255";
 
-    using Clock = std::function<std::chrono::nanoseconds()>;
-
     struct Options {
         std::chrono::nanoseconds pollInterval = std::chrono::seconds(3);
         std::chrono::nanoseconds nodeTimeout = std::chrono::seconds(10);
@@ -62,7 +61,7 @@ public:
         std::uint16_t pollPort = artNetPort;
         std::size_t maxNodes = ArtNetDiscovery::maxNodes;
         /// Monotonic time of the expiry rule.
-        Clock clock = steadyNow;
+        std::shared_ptr<const MonotonicClock> clock = steadyClock();
         /// Broadcast addresses of the up, broadcast-capable, non-loopback IPv4 interfaces.
         std::function<std::vector<std::string>()> interfaceBroadcasts = interfaceBroadcastAddresses;
     };
@@ -78,6 +77,7 @@ public:
     void setUnicastTarget(std::optional<std::string> host) override;
     ArtNetDiscoveryState snapshot() const override;
 
+    /// The poll timer's time: real time on the discovery thread, whatever the expiry clock.
     static std::chrono::nanoseconds steadyNow();
     static std::vector<std::string> interfaceBroadcastAddresses();
     /// Where a poll goes: the limited broadcast, the interface broadcasts and the unicast

@@ -56,19 +56,17 @@ private:
 EnttecSerialSender::EnttecSerialSender() : EnttecSerialSender(EnttecScanning::system()) {}
 
 EnttecSerialSender::EnttecSerialSender(PortFactory portFactory,
-                                       CandidatePathsProvider candidatePathsProvider, Clock clock)
+                                       CandidatePathsProvider candidatePathsProvider,
+                                       std::shared_ptr<const MonotonicClock> clock)
     : EnttecSerialSender(EnttecScanning{std::move(portFactory),
                                         std::move(candidatePathsProvider),
                                         EnttecScanning::system().identify,
                                         {}},
                          std::move(clock)) {}
 
-EnttecSerialSender::EnttecSerialSender(EnttecScanning scanning, Clock clock)
+EnttecSerialSender::EnttecSerialSender(EnttecScanning scanning,
+                                       std::shared_ptr<const MonotonicClock> clock)
     : finder_(std::make_unique<EnttecWidgetFinder>(std::move(scanning))), clock_(std::move(clock)) {
-}
-
-std::chrono::nanoseconds EnttecSerialSender::steadyNow() {
-    return std::chrono::steady_clock::now().time_since_epoch();
 }
 
 bool EnttecSerialSender::adoptFound() {
@@ -85,7 +83,7 @@ SerialPortWriting* EnttecSerialSender::resolvePort() {
         return port_.get();
     if (adoptFound())
         return port_.get();
-    const std::chrono::nanoseconds now = clock_();
+    const std::chrono::nanoseconds now = clock_->now();
     if (finder_->isScanning() || (lastScan_ && now - *lastScan_ < rescanInterval))
         return nullptr;
     lastScan_ = now;

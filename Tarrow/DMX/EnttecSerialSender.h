@@ -2,6 +2,7 @@
 
 #include "DMX/EnttecWidgetFinder.h"
 #include "DMX/SerialPortWriting.h"
+#include "Support/MonotonicClock.h"
 
 #include <chrono>
 #include <cstdint>
@@ -33,8 +34,6 @@ class EnttecSerialSender {
 public:
     using PortFactory = EnttecScanning::PortFactory;
     using CandidatePathsProvider = EnttecScanning::CandidatePathsProvider;
-    /// Monotonic time; tests pass a clock they move themselves.
-    using Clock = std::function<std::chrono::nanoseconds()>;
 
     static constexpr std::chrono::seconds rescanInterval{1};
     static constexpr const char* fixedWidgetPath = "/dev/cu.usbserial-EN419206";
@@ -43,10 +42,9 @@ public:
     EnttecSerialSender();
     /// Given ports and candidates, each identified as a widget by the real rules.
     EnttecSerialSender(PortFactory portFactory, CandidatePathsProvider candidatePathsProvider,
-                       Clock clock = steadyNow);
-    explicit EnttecSerialSender(EnttecScanning scanning, Clock clock = steadyNow);
-
-    static std::chrono::nanoseconds steadyNow();
+                       std::shared_ptr<const MonotonicClock> clock = steadyClock());
+    explicit EnttecSerialSender(EnttecScanning scanning,
+                                std::shared_ptr<const MonotonicClock> clock = steadyClock());
 
     /// The open port, or the widget a scan has found (remembered), or nothing this frame.
     /// Without an open port a scan starts at most once per `rescanInterval`.
@@ -77,7 +75,7 @@ private:
     std::optional<std::string> connectedPortPath_;
     std::unique_ptr<SerialPortWriting> port_;
     std::unique_ptr<EnttecWidgetFinder> finder_;
-    Clock clock_;
+    std::shared_ptr<const MonotonicClock> clock_;
     std::optional<std::chrono::nanoseconds> lastScan_;
     EnttecOutputStatus counts_;
 };

@@ -68,12 +68,12 @@ struct NWUDPSocket::QueuePost {
 };
 
 struct NWUDPSocket::Shared {
-    Shared(Clock c, HostLookup l, SerialQueue& queue)
+    Shared(std::shared_ptr<const MonotonicClock> c, HostLookup l, SerialQueue& queue)
         : clock(std::move(c)), lookUp(std::move(l)), poster(std::make_shared<QueuePost>()) {
         poster->queue = &queue;
     }
 
-    const Clock clock;
+    const std::shared_ptr<const MonotonicClock> clock;
     const HostLookup lookUp;
     const std::shared_ptr<QueuePost> poster;
 
@@ -288,7 +288,7 @@ void NWUDPSocket::Shared::connectWhenResolved(const std::string& host,
             return association->connectTo(*name.address);
         if (name.pending)
             return name.waiting.push_back(association);
-        if (clock() - name.finishedAt < failedLookupRetry)
+        if (clock->now() - name.finishedAt < failedLookupRetry)
             return association->report({Kind::waiting, name.error});
     }
     // A new host, or a name that did not resolve a while ago: look it up, once.
@@ -313,7 +313,7 @@ void NWUDPSocket::Shared::lookupFinished(const std::string& host, const IPv4Host
     name.pending = false;
     name.address = result.address;
     name.error = result.error;
-    name.finishedAt = clock();
+    name.finishedAt = clock->now();
     for (const auto& waiting : std::exchange(name.waiting, {})) {
         const auto association = waiting.lock();
         if (!association || association->isCancelled())
@@ -325,11 +325,7 @@ void NWUDPSocket::Shared::lookupFinished(const std::string& host, const IPv4Host
     }
 }
 
-std::chrono::nanoseconds NWUDPSocket::steadyNow() {
-    return std::chrono::steady_clock::now().time_since_epoch();
-}
-
-NWUDPSocket::NWUDPSocket(Clock clock, HostLookup lookUp)
+NWUDPSocket::NWUDPSocket(std::shared_ptr<const MonotonicClock> clock, HostLookup lookUp)
     : queue_(std::make_unique<SerialQueue>(queueLabel)) {
     shared_ = std::make_shared<Shared>(std::move(clock), std::move(lookUp), *queue_);
 }
@@ -357,7 +353,7 @@ std::shared_ptr<NWUDPSocket::Association> NWUDPSocket::resolveConnection(const s
     std::shared_ptr<Association> previous;
     {
         std::lock_guard guard(s.lock);
-        const std::chrono::nanoseconds now = s.clock();
+        const std::chrono::nanoseconds now = s.clock->now();
         const bool sameTarget = s.connection && s.connectedHost == host && s.connectedPort == port;
         if (sameTarget && !s.needsRebuild) {
             const bool withinDeadline = !s.connectedAt || now - *s.connectedAt <= readinessDeadline;

@@ -3,6 +3,7 @@
 #include "DMX/IPv4HostLookup.h"
 #include "DMX/UDPSending.h"
 #include "DMX/UDPTransportStatus.h"
+#include "Support/MonotonicClock.h"
 #include "Support/SerialQueue.h"
 
 #include <chrono>
@@ -43,13 +44,12 @@ public:
     static constexpr const char* queueLabel = "kelvo.bridge.artnet-udp";
     static constexpr std::uint16_t defaultPort = 6454;
 
-    /// Monotonic time; tests pass a clock they move themselves.
-    using Clock = std::function<std::chrono::nanoseconds()>;
-    static std::chrono::nanoseconds steadyNow();
     /// Blocking name lookup, run on a thread of its own.
     using HostLookup = std::function<IPv4HostLookup(const std::string& host)>;
 
-    explicit NWUDPSocket(Clock clock = steadyNow, HostLookup lookUp = lookUpIPv4Host);
+    /// The clock is read on the sending thread and the transport queue.
+    explicit NWUDPSocket(std::shared_ptr<const MonotonicClock> clock = steadyClock(),
+                         HostLookup lookUp = lookUpIPv4Host);
     ~NWUDPSocket() override;
     NWUDPSocket(const NWUDPSocket&) = delete;
     NWUDPSocket& operator=(const NWUDPSocket&) = delete;

@@ -95,11 +95,9 @@ AppModel::AppModel(AppModelEnvironment environment, QObject* parent)
       audioSelection_(nullptr),
       dmxOutput_(std::move(environment_.enttec), environment_.artnetTransport),
       outputs_(dmxOutput_, outputStore_), hopSource_(std::make_unique<CaptureHopSource>(*this)),
-      engineLoop_(engine_, *hopSource_, *environment_.clock, *this),
+      engineLoop_(engine_, *hopSource_, *environment_.clock),
       tickScheduler_(std::chrono::nanoseconds(1'000'000'000) / 60, this),
-      dropHold_(
-          *environment_.timers, [this](bool on) { engine_.setForcedDrop(on); },
-          [this](bool) { emit isDropHeldChanged(); }),
+      dropHold_(*environment_.timers),
       liveControl_(engine_, *environment_.clock, liveControlQueries()),
       artnetDiscovery_(environment_.artnetDiscovery ? environment_.artnetDiscovery
                                                     : std::make_shared<NoArtNetDiscovery>()),
@@ -108,14 +106,26 @@ AppModel::AppModel(AppModelEnvironment environment, QObject* parent)
             [discovery = artnetDiscovery_](const std::optional<std::string>& target) {
                 discovery->setUnicastTarget(target);
             });
+    connect(&dropHold_, &ForcedDropHold::engineForcedDrop, this,
+            [this](bool on) { engine_.setForcedDrop(on); });
+    connect(&dropHold_, &ForcedDropHold::heldChanged, this, &AppModel::isDropHeldChanged);
+    connect(&engineLoop_, &EngineLoop::micTraceChanged, this, &AppModel::micTraceChanged);
+    connect(&engineLoop_, &EngineLoop::beatReadoutChanged, this, &AppModel::beatReadoutChanged);
+    connect(&engineLoop_, &EngineLoop::visualsRefreshed, this, &AppModel::visualsRefreshed);
+    connect(&engineLoop_, &EngineLoop::frameReady, this, &AppModel::outputMergedDmx);
     forwardComponentSignals();
-    AudioInputSelectionModel::Hooks hooks;
-    hooks.engineLoopRunning = [this] { return isEngineLoopRunning(); };
-    hooks.replaceDropDetector = [this] { engine_.replaceDropDetector(); };
-    hooks.startCapture = [this](const std::optional<std::string>& uid,
-                                std::optional<int> channels) { mic_->start(uid, channels); };
-    hooks.setStatusMessage = [this](const QString& message) { setStatusMessage(message); };
-    audioSelection_ = new AudioInputSelectionModel(std::move(hooks), this);
+    audioSelection_ = new AudioInputSelectionModel(this);
+    connect(audioSelection_, &AudioInputSelectionModel::captureRestartNeeded, this,
+            [this](const std::optional<std::string>& uid, std::optional<int> channels) {
+                if (!isEngineLoopRunning())
+                    return; // the loop's next start captures from the new choice
+                engine_.replaceDropDetector();
+                try {
+                    mic_->start(uid, channels);
+                } catch (const AudioInputException& e) {
+                    setStatusMessage(QString(audioUnavailablePrefix) + QString::fromUtf8(e.what()));
+                }
+            });
     // The monitor lists the devices and follows them for the life of the model. The choice
     // follows it from here on, so the engine loop's first start captures from the chosen
     // device (a mixer, a picked device) instead of the default; changes restart capture only

@@ -82,7 +82,7 @@ struct AppModelEnvironment {
     std::shared_ptr<DisconnectNotifying> leaving;
 };
 
-class AppModel : public QObject, private EngineLoopListener, private ShowDownloadTarget {
+class AppModel : public QObject, private ShowDownloadTarget {
     Q_OBJECT
     // Every property notifies only when its value changes. Records are handed to the dashboard
     // as QVariant maps and lists, built when read.
@@ -399,11 +399,8 @@ private:
     /// The model's own signals carry its components' announcements.
     void forwardComponentSignals();
 
-    // EngineLoopListener
-    void micTraceChanged(const MicBandTrace&) override { emit micTraceChanged(); }
-    void beatReadoutChanged(const BeatReadout&) override { emit beatReadoutChanged(); }
-    void visualsRefreshed() override;
-    void outputFrame(const DmxFrame& engineBuffers) override { outputMergedDmx(engineBuffers); }
+    /// Every fifth tick: the views of the plot, the scheme and the interpretation.
+    void visualsRefreshed();
 
     /// Restarts a capture that was lost (no audio server at start-up, a server restart)
     /// once the device layer reports back.

@@ -41,8 +41,8 @@ std::size_t EngineLoop::capBacklog(std::vector<MicHop>& hops) {
 }
 
 EngineLoop::EngineLoop(EngineHost& engine, HopSource& hops, const MonotonicClock& clock,
-                       EngineLoopListener& listener)
-    : engine_(engine), hops_(hops), clock_(clock), listener_(listener) {}
+                       QObject* parent)
+    : QObject(parent), engine_(engine), hops_(hops), clock_(clock) {}
 
 void EngineLoop::tick() {
     const MonotonicClock::Duration now = clock_.now();
@@ -76,13 +76,13 @@ void EngineLoop::tick() {
                 const bool midMoved = pushTrace(micTrace_.mid, bands.mid);
                 const bool highMoved = pushTrace(micTrace_.high, bands.high);
                 if (lowMoved || midMoved || highMoved)
-                    listener_.micTraceChanged(micTrace_);
+                    emit micTraceChanged(micTrace_);
                 if (engine_.lastBeat() != beatReadout_) {
                     beatReadout_ = engine_.lastBeat();
-                    listener_.beatReadoutChanged(beatReadout_);
+                    emit beatReadoutChanged(beatReadout_);
                 }
                 if (refresh)
-                    listener_.visualsRefreshed();
+                    emit visualsRefreshed();
                 lastEngineBuffers_ = std::move(*buffers);
             }
         }
@@ -90,7 +90,7 @@ void EngineLoop::tick() {
         // Without a show nobody reads the hops; drop them rather than let them pile up.
         hops_.takePendingHops();
     }
-    listener_.outputFrame(lastEngineBuffers_);
+    emit frameReady(lastEngineBuffers_);
 }
 
 } // namespace kelvo

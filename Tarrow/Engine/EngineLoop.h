@@ -5,6 +5,8 @@
 #include "DMX/DmxFrame.h"
 #include "Support/MonotonicClock.h"
 
+#include <QObject>
+
 #include <cstdint>
 #include <optional>
 #include <vector>
@@ -21,21 +23,11 @@ public:
     virtual std::vector<MicHop> takePendingHops() = 0;
 };
 
-/// Receives what one tick publishes. Everything is called on the main thread, inside `tick`.
-class EngineLoopListener {
-public:
-    virtual ~EngineLoopListener() = default;
-    virtual void micTraceChanged(const MicBandTrace&) {}
-    virtual void beatReadoutChanged(const BeatReadout&) {}
-    /// Every fifth tick that stepped: the plot and live scheme were resampled.
-    virtual void visualsRefreshed() {}
-    /// Every tick, with the newest engine buffers (or the last ones when none came).
-    virtual void outputFrame(const DmxFrame& engineBuffers) = 0;
-};
-
 /// One engine step per call: drain the hops, run the classical chain, step the session, publish
-/// the meters and hand the buffers on. The 60 Hz timing lives elsewhere.
-class EngineLoop {
+/// the meters and hand the buffers on. The 60 Hz timing lives elsewhere. Its signals are
+/// emitted on the main thread, inside `tick`.
+class EngineLoop : public QObject {
+    Q_OBJECT
 public:
     static constexpr double nominalDt = 1.0 / 60.0;
     static constexpr double minimumDt = 0.001;
@@ -46,7 +38,7 @@ public:
     static constexpr double maximumBacklogSeconds = 0.5;
 
     EngineLoop(EngineHost& engine, HopSource& hops, const MonotonicClock& clock,
-               EngineLoopListener& listener);
+               QObject* parent = nullptr);
 
     void tick();
     /// Called when the loop stops: the first tick after a restart uses the nominal dt.
@@ -63,11 +55,18 @@ public:
     /// Drops all but the newest `maximumBacklogSeconds` of `hops`; returns how many went.
     static std::size_t capBacklog(std::vector<MicHop>& hops);
 
+signals:
+    void micTraceChanged(const kelvo::MicBandTrace& trace);
+    void beatReadoutChanged(const kelvo::BeatReadout& beat);
+    /// Every fifth tick that stepped: the plot and live scheme were resampled.
+    void visualsRefreshed();
+    /// Every tick, with the newest engine buffers (or the last ones when none came).
+    void frameReady(const kelvo::DmxFrame& engineBuffers);
+
 private:
     EngineHost& engine_;
     HopSource& hops_;
     const MonotonicClock& clock_;
-    EngineLoopListener& listener_;
 
     std::optional<MonotonicClock::Duration> lastTickTime_;
     std::uint64_t tickCount_ = 0;

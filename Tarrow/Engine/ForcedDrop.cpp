@@ -4,23 +4,20 @@
 
 namespace kelvo {
 
-ForcedDropHold::ForcedDropHold(TimerFactory& timers, std::function<void(bool)> setForcedDrop,
-                               std::function<void(bool)> heldChanged)
-    : timers_(timers), setForcedDrop_(std::move(setForcedDrop)),
-      heldChanged_(std::move(heldChanged)) {}
+ForcedDropHold::ForcedDropHold(TimerFactory& timers, QObject* parent)
+    : QObject(parent), timers_(timers) {}
 
 void ForcedDropHold::begin(DropHoldSource source) {
     sources_.insert(source);
     if (held_)
         return;
     held_ = true;
-    if (heldChanged_)
-        heldChanged_(true);
-    setForcedDrop_(true);
+    emit heldChanged(true);
+    emit engineForcedDrop(true);
     reassertTimer_ = timers_.makeTimer();
     reassertTimer_->start(reassertInterval, true, [this] {
         if (held_)
-            setForcedDrop_(true);
+            emit engineForcedDrop(true);
     });
 }
 
@@ -34,9 +31,8 @@ void ForcedDropHold::end(DropHoldSource source) {
     }
     if (held_) {
         held_ = false;
-        if (heldChanged_)
-            heldChanged_(false);
-        setForcedDrop_(false);
+        emit heldChanged(false);
+        emit engineForcedDrop(false);
     }
 }
 

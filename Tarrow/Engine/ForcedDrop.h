@@ -2,11 +2,11 @@
 
 #include "Support/Timer.h"
 
+#include <QObject>
 #include <QtCore/qnamespace.h>
 
 #include <array>
 #include <cstdint>
-#include <functional>
 #include <memory>
 #include <set>
 #include <vector>
@@ -17,13 +17,13 @@ enum class DropHoldSource { pointer, keyboard, menu };
 
 /// The forced drop: held while any source holds it. The engine is told once at the start, again
 /// every second so the hold survives a harness or show reload, and once at the end.
-class ForcedDropHold {
+class ForcedDropHold : public QObject {
+    Q_OBJECT
 public:
     static constexpr std::chrono::milliseconds reassertInterval{1000};
     static constexpr std::chrono::milliseconds menuPulse{1000};
 
-    ForcedDropHold(TimerFactory& timers, std::function<void(bool)> setForcedDrop,
-                   std::function<void(bool)> heldChanged = {});
+    explicit ForcedDropHold(TimerFactory& timers, QObject* parent = nullptr);
 
     void begin(DropHoldSource source);
     void end(DropHoldSource source);
@@ -38,10 +38,13 @@ public:
     bool isDropHeld() const { return held_; }
     const std::set<DropHoldSource>& sources() const { return sources_; }
 
+signals:
+    /// What the engine must be told: true at the start and every second, false at the end.
+    void engineForcedDrop(bool on);
+    void heldChanged(bool held);
+
 private:
     TimerFactory& timers_;
-    std::function<void(bool)> setForcedDrop_;
-    std::function<void(bool)> heldChanged_;
     std::set<DropHoldSource> sources_;
     bool held_ = false;
     std::unique_ptr<Timer> reassertTimer_;

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <atomic>
 #include <chrono>
+#include <memory>
 
 namespace kelvo {
 
@@ -20,15 +22,21 @@ public:
     }
 };
 
-/// A clock that moves only when told to.
+/// The running system's clock, shared by whoever is not given another.
+inline std::shared_ptr<const MonotonicClock> steadyClock() {
+    static const auto clock = std::make_shared<const SteadyMonotonicClock>();
+    return clock;
+}
+
+/// A clock that moves only when told to, by one thread; any thread may read it.
 class ManualMonotonicClock final : public MonotonicClock {
 public:
-    Duration now() const override { return now_; }
-    void advance(Duration by) { now_ += by; }
+    Duration now() const override { return now_.load(); }
+    void advance(Duration by) { now_ = now_.load() + by; }
     void set(Duration to) { now_ = to; }
 
 private:
-    Duration now_{std::chrono::seconds(1000)};
+    std::atomic<Duration> now_{std::chrono::seconds(1000)};
 };
 
 } // namespace kelvo

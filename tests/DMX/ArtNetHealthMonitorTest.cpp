@@ -79,5 +79,13 @@ TEST_F(ArtNetHealthMonitorTest, RateAndStateArePublishedOnlyWhenTheyChange) {
     EXPECT_TRUE(monitor.health().is<H::Streaming>());
 }
 
+TEST_F(ArtNetHealthMonitorTest, ANodeWhosePortsNeverTransmitIsIdleOnTheSixthTick) {
+    discovery.state.nodes = ArtNetNodeList({artnetNode("10.0.0.5", {0, 1}, {})});
+    for (int second = 1; second <= 6; ++second) {
+        tick(60);
+        EXPECT_EQ(monitor.health().is<H::NodeNotOutputting>(), second == 6) << second;
+    }
+}
+
 } // namespace
 } // namespace kelvo

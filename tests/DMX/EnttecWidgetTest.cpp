@@ -109,25 +109,25 @@ class SenderScans : public testing::Test {
 protected:
     EnttecSerialSender sender(std::vector<std::string> plugged) {
         bench.plugged = std::move(plugged);
-        return EnttecSerialSender(fakeScanning(bench), [this] { return now; });
+        return EnttecSerialSender(fakeScanning(bench), clock);
     }
     SerialBench bench;
-    std::chrono::nanoseconds now = 1000s;
+    std::shared_ptr<ManualMonotonicClock> clock = std::make_shared<ManualMonotonicClock>();
 };
 
 TEST_F(SenderScans, AtMostOnceASecondAndTheOpenWidgetIsKept) {
     EnttecSerialSender enttec = sender({"/dev/busy", "/dev/ttyUSB1", "/dev/ttyUSB2"});
     bench.unopenable = {"/dev/busy", "/dev/ttyUSB1", "/dev/ttyUSB2"};
     EXPECT_FALSE(enttec.sendDmx(Bytes{1}));
-    now += 999ms;
+    clock->advance(999ms);
     EXPECT_FALSE(enttec.sendDmx(Bytes{1}));
     EXPECT_EQ(bench.scans, 1);
 
-    now += 1ms;
+    clock->advance(1ms);
     bench.unopenable = {"/dev/busy"};
     ASSERT_TRUE(enttec.sendDmx(Bytes{1}));
     EXPECT_EQ(enttec.connectedPortPath(), "/dev/ttyUSB1") << "the first widget that opens";
-    now += 5s;
+    clock->advance(5s);
     ASSERT_TRUE(enttec.sendDmx(Bytes{2}));
     EXPECT_EQ(bench.scans, 2);
     EXPECT_THAT(bench.opened, ElementsAre("/dev/ttyUSB1"));
@@ -137,7 +137,7 @@ TEST_F(SenderScans, VerdictsHoldUntilTheDeviceIsUnpluggedAndOthersAreNeverWritte
     EnttecSerialSender enttec = sender({"/dev/ttyACM0", "/dev/ttyUSB0"});
     bench.notWidgets = {"/dev/ttyACM0"};
     bench.failingWrites = {"/dev/ttyUSB0"};
-    for (int frame = 0; frame < 3; ++frame, now += 1s)
+    for (int frame = 0; frame < 3; ++frame, clock->advance(1s))
         EXPECT_FALSE(enttec.sendDmx(Bytes{1})); // the widget fails: dropped, found again
     EXPECT_EQ(enttec.status(), (EnttecOutputStatus{{}, 0, 0, 3, {"/dev/ttyACM0"}}));
     EXPECT_EQ(bench.identified["/dev/ttyACM0"], 1);
@@ -146,7 +146,7 @@ TEST_F(SenderScans, VerdictsHoldUntilTheDeviceIsUnpluggedAndOthersAreNeverWritte
 
     bench.plugged = {"/dev/ttyUSB0"}; // unplugged …
     EXPECT_FALSE(enttec.sendDmx(Bytes{1}));
-    now += 1s;
+    clock->advance(1s);
     bench.plugged = {"/dev/ttyACM0", "/dev/ttyUSB0"}; // … and back: judged anew
     bench.failingWrites.clear();
     ASSERT_TRUE(enttec.sendDmx(Bytes{2}));
@@ -165,9 +165,9 @@ TEST_F(SenderScans, ProbesRunOffTheCallersThreadAndDisconnectDiscardsAWidgetFoun
         released.wait(); // a slow probe
         return WidgetVerdict::widget;
     };
-    EnttecSerialSender enttec(std::move(scanning), [this] { return now; });
+    EnttecSerialSender enttec(std::move(scanning), clock);
     EXPECT_FALSE(enttec.sendDmx(Bytes{1})) << "returns while the probe waits";
-    now += 5s;
+    clock->advance(5s);
     EXPECT_FALSE(enttec.sendDmx(Bytes{1})) << "no second scan while one runs";
     enttec.disconnect(); // switched off mid-scan
     release.set_value();

@@ -18,16 +18,6 @@ using Bytes = std::vector<std::uint8_t>;
 using test::closedLoopbackPort;
 using test::LoopbackReceiver;
 
-// Moved only by the test; read on the caller's thread by the transport.
-class ManualClock {
-public:
-    std::chrono::nanoseconds now() const { return now_.load(); }
-    void advance(std::chrono::nanoseconds by) { now_ = now_.load() + by; }
-
-private:
-    std::atomic<std::chrono::nanoseconds> now_{std::chrono::seconds(1000)};
-};
-
 class NWUDPSocketOnLoopback : public testing::Test {
 protected:
     // Everything posted so far on the transport queue has run.
@@ -53,7 +43,7 @@ protected:
         return false;
     }
 
-    std::shared_ptr<ManualClock> clock = std::make_shared<ManualClock>();
+    std::shared_ptr<ManualMonotonicClock> clock = std::make_shared<ManualMonotonicClock>();
     // Shared with lookup threads, which may outlive the test.
     struct Lookup {
         NWUDPSocket::HostLookup answer = lookUpIPv4Host;
@@ -62,7 +52,7 @@ protected:
         std::shared_future<void> gate = open.get_future().share();
     };
     std::shared_ptr<Lookup> lookup = std::make_shared<Lookup>();
-    NWUDPSocket socket{[clock = clock] { return clock->now(); },
+    NWUDPSocket socket{clock,
                        [lookup = lookup](const std::string& host) { return lookup->answer(host); }};
     std::promise<void> hold_;
 };

@@ -44,30 +44,8 @@ TEST_F(AppModelArtNetHealthTest, StartUpAimsAndStartsDiscoveryAfterTheEngineLoop
     EXPECT_EQ(discovery->targets.back(), std::nullopt) << "switching off re-targets at once";
 }
 
-TEST_F(AppModelArtNetHealthTest, TheOneNodeAnsweringElsewhereBecomesTheHostAndIsSaved) {
-    tick({artnetNode("10.0.0.9", {0, 1}, {0, 1})});
-    EXPECT_EQ(model->artnetHost(), "10.0.0.9");
-    EXPECT_EQ(model->artnetLastAutoFix(), "Auto: Point Art-Net output at 10.0.0.9");
-    EXPECT_THAT(announced, ElementsAre("Auto: Point Art-Net output at 10.0.0.9"));
-    EXPECT_EQ(discovery->targets.back(), "10.0.0.9");
-    EXPECT_EQ(model->outputSettingsStore().loadArtNetConfig()->host, "10.0.0.9");
-    EXPECT_EQ(model->artnetHealth().headline(), "10.0.0.5 not responding");
-
-    tick({artnetNode("10.0.0.9", {0, 1}, {0, 1})});
-    EXPECT_EQ(model->artnetHealth().headline(), "Node · 2 universes");
-    EXPECT_EQ(announced.size(), 1u);
-    EXPECT_EQ(model->artnetPacketsPerSecond(), 120);
-}
-
-TEST_F(AppModelArtNetHealthTest, RoutesAreRenumberedToTheUniversesTheNodeDrives) {
-    tick({artnetNode("10.0.0.5", {4, 5}, {})});
-    const std::vector<UniverseRoute> renumbered = {
-        {1, D::enttec()}, {2, D::artnet(4)}, {3, D::artnet(5)}};
-    EXPECT_EQ(model->routes(), renumbered);
-    EXPECT_EQ(model->outputSettingsStore().loadRoutes(), renumbered);
-    EXPECT_THAT(announced, ElementsAre("Auto: Send Art-Net 4, 5"));
-}
-
+// Adopting the one answering node's host or universes, and saving them, is the olad
+// scenarios' test (tests/integration/artnet); here, the switch that keeps the operator in charge.
 TEST_F(AppModelArtNetHealthTest, WithAutoFixOffOnlyTheFixButtonRepairs) {
     model->setArtNetAutoFix(false);
     tick({artnetNode("10.0.0.9", {0, 1}, {0, 1})});

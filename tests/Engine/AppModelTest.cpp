@@ -267,6 +267,14 @@ TEST_F(AppModelTest, CaptureStartsOnTheListedMixerAndFollowsTheDeviceLayer) {
     ASSERT_TRUE(test::pumpUntil([&] { return backend->opened.size() == 2; }));
     EXPECT_EQ(backend->opened.back(), "builtin");
     EXPECT_EQ(model->mic().chunker().channelCount(), std::nullopt);
+
+    // A restart that fails says why in the status line.
+    backend->failStart = true;
+    devices->addInput("djm", "DJM-A9", AudioClockTransport::usb, 16);
+    devices->listener();
+    EXPECT_TRUE(test::pumpUntil(
+        [&] { return model->statusMessage() == "Audio input unavailable: The device is busy"; }));
+    EXPECT_EQ(backend->opened.at(2), "djm");
 }
 
 TEST_F(AppModelTest, LostCaptureResumesWhenTheDeviceLayerReportsBack) {
@@ -286,10 +294,11 @@ TEST_F(AppModelTest, LostCaptureResumesWhenTheDeviceLayerReportsBack) {
 
     // A loop the operator stopped stays stopped.
     model->stopEngineLoop();
+    devices->addInput("usb", "USB Audio CODEC", AudioClockTransport::usb, 2);
     devices->listener();
     test::pumpFor(std::chrono::milliseconds(20));
     EXPECT_FALSE(model->isEngineLoopRunning());
-    EXPECT_FALSE(model->mic().isCapturing());
+    EXPECT_FALSE(model->mic().isCapturing()) << "not even for a new choice";
 }
 
 } // namespace

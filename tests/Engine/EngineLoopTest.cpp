@@ -20,15 +20,19 @@ public:
     std::vector<MicHop> takePendingHops() override { return std::exchange(pending, {}); }
 };
 
-class RecordingListener final : public EngineLoopListener {
-public:
+/// What the loop announced.
+struct RecordingListener {
+    explicit RecordingListener(EngineLoop& loop) {
+        QObject::connect(&loop, &EngineLoop::micTraceChanged, [this] { ++traceChanges; });
+        QObject::connect(&loop, &EngineLoop::beatReadoutChanged,
+                         [this](const BeatReadout& beat) { beats.push_back(beat); });
+        QObject::connect(&loop, &EngineLoop::visualsRefreshed, [this] { ++refreshes; });
+        QObject::connect(&loop, &EngineLoop::frameReady,
+                         [this](const DmxFrame& buffers) { frames.push_back(buffers); });
+    }
     int traceChanges = 0, refreshes = 0;
     std::vector<BeatReadout> beats;
     std::vector<DmxFrame> frames;
-    void micTraceChanged(const MicBandTrace&) override { ++traceChanges; }
-    void beatReadoutChanged(const BeatReadout& beat) override { beats.push_back(beat); }
-    void visualsRefreshed() override { ++refreshes; }
-    void outputFrame(const DmxFrame& buffers) override { frames.push_back(buffers); }
 };
 
 MicHop levelHop(double high) {
@@ -52,8 +56,8 @@ protected:
     EngineHost engine;
     FakeHopSource hops;
     ManualMonotonicClock clock;
-    RecordingListener listener;
-    EngineLoop loop{engine, hops, clock, listener};
+    EngineLoop loop{engine, hops, clock};
+    RecordingListener listener{loop};
 };
 
 TEST_F(EngineLoopTest, TheSessionStepsWithTheMeasuredDt) {

@@ -14,11 +14,16 @@ using testing::ElementsAre;
 
 class ForcedDropTest : public testing::Test {
 protected:
+    ForcedDropTest() {
+        QObject::connect(&hold, &ForcedDropHold::engineForcedDrop,
+                         [this](bool on) { engineCalls.push_back(on); });
+        QObject::connect(&hold, &ForcedDropHold::heldChanged,
+                         [this](bool held) { heldChanges.push_back(held); });
+    }
     test::FakeTimerFactory timers;
     std::vector<bool> engineCalls;
     std::vector<bool> heldChanges;
-    ForcedDropHold hold{timers, [this](bool on) { engineCalls.push_back(on); },
-                        [this](bool held) { heldChanges.push_back(held); }};
+    ForcedDropHold hold{timers};
 };
 
 TEST_F(ForcedDropTest, EngineHearsTrueOnceThenEverySecondThenFalseOnce) {

@@ -6,7 +6,7 @@
 #include "Engine/EngineHost.h"
 #include "Show/BootstrapViewData.h"
 #include "support/FileBytes.h"
-#include "support/SyntheticDanceTrack.h"
+#include "testmusic/SyntheticDanceTrack.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -311,58 +311,6 @@ TEST_F(HarnessContract, TheCachedSubsetLightsTheShowOfflineWithItsControlState) 
     load(host_, "chase");
     host_.applyControl({.manualDimmer = 0.5});
     EXPECT_EQ(run(offline, 120), run(host_, 120));
-}
-
-TEST_F(HarnessContract, AnAutomaticDropFiresOnceWhenTheBassReturnsAfterTheWarmUp) {
-    // Bass out inside the first thirty seconds never arms; after them, eight seconds out arm
-    // the detector and the bass coming back fires it.
-    const test::SyntheticDanceTrack track(
-        {.bpm = 126, .seconds = 56, .breaks = {{12, 10}, {36, 10}}});
-    EngineHost host;
-    host.loadHarness(harnessSource());
-    std::vector<double> drops;
-    double armedAt = -1;
-    for (const MicHop& hop : hopsOf(track.samples())) {
-        const int count = host.automaticDropCount();
-        host.updateClassical(std::span(&hop, 1));
-        if (host.automaticDropCount() != count)
-            drops.push_back(host.classicalClock());
-        if (armedAt < 0 && host.dropArmed())
-            armedAt = host.classicalClock();
-    }
-    const test::DanceBreak late = track.spec().breaks.back();
-    const double bassBack = late.start + late.length;
-    ASSERT_EQ(drops.size(), 1u);
-    EXPECT_GE(drops[0], bassBack);
-    EXPECT_LE(drops[0], bassBack + 0.25);
-    EXPECT_GT(armedAt, late.start + 6.5);
-    EXPECT_LT(armedAt, bassBack);
-    EXPECT_EQ(host.dropDiagnostics().status, "listening");
-    char expected[16];
-    std::snprintf(expected, sizeof expected, "%.1fs", drops[0]);
-    EXPECT_EQ(host.dropDiagnostics().recentEvents, std::vector<std::string>{expected});
-}
-
-TEST_F(HarnessContract, TheTempoFollowsTheNextTrackAndTheBeatsStopWithTheMusic) {
-    // A DJ cuts from a 128 BPM track to a 140 BPM one at 20 s; the music stops at 40 s.
-    std::vector<float> mix = test::SyntheticDanceTrack({.bpm = 128, .seconds = 20}).samples();
-    const auto next = test::SyntheticDanceTrack({.bpm = 140, .seconds = 20}).samples();
-    mix.insert(mix.end(), next.begin(), next.end());
-    auto hops = hopsOf(mix);
-    hops.resize(hops.size() + 500, {BandDecibelLevels::silent(), 512.0 / 48000, {}, 48000});
-    EngineHost host;
-    host.loadHarness(harnessSource());
-    double lastBeat = 0;
-    for (const MicHop& hop : hops) {
-        host.updateClassical(std::span(&hop, 1));
-        const double clock = host.classicalClock();
-        if (clock >= 28 && clock < 40) {
-            ASSERT_NEAR(host.lastBeat().bpm, 140, 1.0) << "at " << clock << " s";
-        }
-        lastBeat = host.lastBeat().beat ? clock : lastBeat;
-    }
-    EXPECT_GT(lastBeat, 39.0);
-    EXPECT_LT(lastBeat, 43.0) << "the flywheel runs on for at most the silence timeout";
 }
 
 } // namespace

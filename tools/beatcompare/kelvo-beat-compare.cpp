@@ -20,7 +20,7 @@
 
 #include "Audio/BandEnergyExtractor.h"
 #include "Engine/EngineHost.h"
-#include "support/SyntheticDanceTrack.h"
+#include "testmusic/SyntheticDanceTrack.h"
 #include "testmusic/WavWriter.h"
 
 #include <algorithm>

@@ -4,7 +4,7 @@
 //   kelvo-testmusic -o track.wav [--bpm 128] [--seconds 60] [--rate 48000] [--gain -6]
 //                   [--noise -40] [--break START:LENGTH]... [--level AT:DB]... [--seed N]
 
-#include "support/SyntheticDanceTrack.h"
+#include "testmusic/SyntheticDanceTrack.h"
 #include "testmusic/WavWriter.h"
 
 #include <cstdio>

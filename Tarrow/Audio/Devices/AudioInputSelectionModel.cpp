@@ -1,14 +1,12 @@
 #include "Audio/Devices/AudioInputSelectionModel.h"
 
-#include "Audio/Capture/AudioInputStream.h"
 #include "Audio/Devices/AudioInputSelection.h"
 
 #include <algorithm>
 
 namespace kelvo {
 
-AudioInputSelectionModel::AudioInputSelectionModel(Hooks hooks, QObject* parent)
-    : QObject(parent), hooks_(std::move(hooks)) {}
+AudioInputSelectionModel::AudioInputSelectionModel(QObject* parent) : QObject(parent) {}
 
 std::set<std::string>
 AudioInputSelectionModel::usbUIDs(const std::vector<AudioInputDeviceInfo>& devices) {
@@ -64,18 +62,8 @@ void AudioInputSelectionModel::applyAudioInputSelection(bool restartIfRunning) {
         emit activeAudioDeviceUIDChanged();
     }
 
-    if (!restartIfRunning || !changed || !hooks_.engineLoopRunning || !hooks_.engineLoopRunning())
-        return;
-    if (hooks_.replaceDropDetector)
-        hooks_.replaceDropDetector();
-    try {
-        if (hooks_.startCapture)
-            hooks_.startCapture(activeUID_, captureChannelCount());
-    } catch (const AudioInputException& e) {
-        if (hooks_.setStatusMessage)
-            hooks_.setStatusMessage(QString::fromUtf8(unavailablePrefix) +
-                                    QString::fromUtf8(e.what()));
-    }
+    if (restartIfRunning && changed)
+        emit captureRestartNeeded(activeUID_, captureChannelCount());
 }
 
 void AudioInputSelectionModel::selectAudioInputDevice(const std::string& uid) {

@@ -6,7 +6,6 @@
 #include <QObject>
 #include <QString>
 
-#include <functional>
 #include <optional>
 #include <set>
 #include <string>
@@ -15,8 +14,8 @@
 namespace kelvo {
 
 /// The application model's audio-input choice: which device capture uses, how it is shown,
-/// and how the choice follows devices coming and going. Main thread only. It reaches the
-/// rest of the application only through `Hooks`.
+/// and how the choice follows devices coming and going. Main thread only. A changed choice is
+/// announced with `captureRestartNeeded`; the owner restarts capture while the engine loop runs.
 class AudioInputSelectionModel : public QObject {
     Q_OBJECT
     Q_PROPERTY(QString audioInputKind READ audioInputKindText NOTIFY audioInputKindChanged)
@@ -30,17 +29,7 @@ class AudioInputSelectionModel : public QObject {
 public:
     static constexpr const char* unavailablePrefix = "Audio input unavailable: ";
 
-    struct Hooks {
-        /// Whether the engine loop's timer exists (capture is restarted only then).
-        std::function<bool()> engineLoopRunning;
-        std::function<void()> replaceDropDetector;
-        /// Restarts capture; throws `AudioInputException`.
-        std::function<void(const std::optional<std::string>& uid, std::optional<int> channels)>
-            startCapture;
-        std::function<void(const QString&)> setStatusMessage;
-    };
-
-    explicit AudioInputSelectionModel(Hooks hooks, QObject* parent = nullptr);
+    explicit AudioInputSelectionModel(QObject* parent = nullptr);
 
     /// Takes the monitor's devices, applies the choice without restarting, then follows the
     /// monitor's changes.
@@ -67,6 +56,8 @@ signals:
     void audioInputDisplayNameChanged();
     void activeAudioDeviceUIDChanged();
     void preferMicrophoneOverUSBChanged();
+    /// The choice changed where a restart was asked for: capture should move to `uid`.
+    void captureRestartNeeded(const std::optional<std::string>& uid, std::optional<int> channels);
 
 private:
     void setDevices(std::vector<AudioInputDeviceInfo> devices);
@@ -79,7 +70,6 @@ private:
     }
     static std::set<std::string> usbUIDs(const std::vector<AudioInputDeviceInfo>& devices);
 
-    Hooks hooks_;
     std::vector<AudioInputDeviceInfo> devices_;
     AudioInputSourceKind kind_ = AudioInputSourceKind::microphone;
     std::string displayName_ = "Microphone";

@@ -1,4 +1,4 @@
-#include "support/SyntheticDanceTrack.h"
+#include "testmusic/SyntheticDanceTrack.h"
 
 #include <algorithm>
 #include <cmath>
