@@ -329,6 +329,8 @@ bool AppModel::startCapture() {
 
 void AppModel::tick() {
     engineLoop_.tick();
+    if (tickSlots_)
+        tickSlots_->tickFinished();
 }
 
 void AppModel::outputMergedDmx(const DmxFrame& engineBuffers) {

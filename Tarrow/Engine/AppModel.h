@@ -10,6 +10,7 @@
 #include "Cloud/CloudSession.h"
 #include "Cloud/OfflineShowCache.h"
 #include "Cloud/ShowUpdatesChannel.h"
+#include "Cloud/TickSlots.h"
 #include "DMX/ArtNetHealthMonitor.h"
 #include "DMX/LiveDmxOutput.h"
 #include "DMX/OutputConfiguration.h"
@@ -457,6 +458,7 @@ private:
     QString lastCloudStatus_;
     // Last, and torn down first: their flows refer to everything above. The writer finishes
     // its queued cache files before the cache goes.
+    std::unique_ptr<TickSlots> tickSlots_; // the download's main-thread work, after each tick
     std::unique_ptr<CacheWriter> cacheWriter_;
     std::unique_ptr<ShowDownload> showDownload_;
     std::unique_ptr<CloudSession> cloud_;

@@ -16,9 +16,10 @@ void AppModel::makeCloudLink() {
     cacheWriter_ = std::make_unique<CacheWriter>();
     if (!environment_.http)
         return;
+    tickSlots_ = std::make_unique<TickSlots>([this] { return tickScheduler_.isActive(); });
     ShowDownloadTarget& target = *this;
-    showDownload_ =
-        std::make_unique<ShowDownload>(*cache_, engine_, target, cacheWriter_.get(), this);
+    showDownload_ = std::make_unique<ShowDownload>(*cache_, engine_, target, cacheWriter_.get(),
+                                                   this, tickSlots_.get());
     CloudSessionEnvironment cloud;
     cloud.serverURL = environment_.serverURL;
     cloud.http = environment_.http;

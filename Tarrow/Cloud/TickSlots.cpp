@@ -1,0 +1,57 @@
+#include "Cloud/TickSlots.h"
+
+#include <algorithm>
+
+namespace kelvo {
+
+TickSlots::TickSlots(std::function<bool()> ticking, QObject* parent)
+    : QObject(parent), ticking_(std::move(ticking)) {
+    // Also the way out when the ticks stop while pieces wait (the loop stopped, signed out).
+    idle_.setSingleShot(true);
+    idle_.setInterval(0);
+    connect(&idle_, &QTimer::timeout, this, [this] {
+        if (!ticking_())
+            releaseOne();
+        scheduleIdleRelease();
+    });
+}
+
+QCoro::Task<> TickSlots::next(CancellationToken cancel) {
+    cancel.throwIfCancelled();
+    auto slot = std::make_shared<OneShotEvent>();
+    waiting_.push_back(slot);
+    const auto subscription = cancel.onCancel([slot] { slot->fire(); });
+    scheduleIdleRelease();
+    co_await *slot;
+    cancel.throwIfCancelled();
+}
+
+void TickSlots::tickFinished() {
+    releaseOne();
+}
+
+std::size_t TickSlots::waiting() const {
+    return std::size_t(std::count_if(waiting_.begin(), waiting_.end(),
+                                     [](const auto& slot) { return !slot->hasFired(); }));
+}
+
+void TickSlots::releaseOne() {
+    while (!waiting_.empty()) {
+        const std::shared_ptr<OneShotEvent> slot = std::move(waiting_.front());
+        waiting_.pop_front();
+        if (!slot->hasFired()) {
+            const auto start = std::chrono::steady_clock::now();
+            slot->fire(); // the piece runs until its next wait
+            longestPiece_ = std::max<std::chrono::nanoseconds>(
+                longestPiece_, std::chrono::steady_clock::now() - start);
+            return;
+        }
+    }
+}
+
+void TickSlots::scheduleIdleRelease() {
+    if (waiting() > 0 && !ticking_())
+        idle_.start();
+}
+
+} // namespace kelvo

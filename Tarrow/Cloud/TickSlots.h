@@ -1,0 +1,43 @@
+#pragma once
+
+#include "Cloud/Cancellation.h"
+
+#include <QObject>
+#include <QTimer>
+
+#include <QCoro/QCoroTask>
+
+#include <chrono>
+#include <deque>
+#include <functional>
+#include <memory>
+
+namespace kelvo {
+
+/// Hands out the main thread to the cloud link's pieces of work one at a time, each right after
+/// a tick of the lights: a piece then spends the time until the next tick instead of delaying
+/// it. While the lights do not tick, pieces run from the event loop at once, in order.
+class TickSlots : public QObject {
+public:
+    /// `ticking` says whether ticks will come to release the pieces.
+    explicit TickSlots(std::function<bool()> ticking, QObject* parent = nullptr);
+
+    /// Resumes the caller in its slot; throws FlowCancelled when `cancel` fires first.
+    QCoro::Task<> next(CancellationToken cancel);
+    /// Called by the owner right after each tick: the oldest waiting piece runs now.
+    void tickFinished();
+    std::size_t waiting() const;
+    /// The longest piece run in a slot so far, for the benchmarks.
+    std::chrono::nanoseconds longestPiece() const { return longestPiece_; }
+
+private:
+    void releaseOne();
+    void scheduleIdleRelease();
+
+    std::function<bool()> ticking_;
+    std::deque<std::shared_ptr<OneShotEvent>> waiting_;
+    QTimer idle_;
+    std::chrono::nanoseconds longestPiece_{0};
+};
+
+} // namespace kelvo
