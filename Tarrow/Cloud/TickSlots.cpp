@@ -26,6 +26,20 @@ QCoro::Task<> TickSlots::next(CancellationToken cancel) {
     cancel.throwIfCancelled();
 }
 
+void TickSlots::post(std::function<void()> piece, CancellationToken cancel) {
+    runPosted(std::move(piece), std::move(cancel));
+}
+
+QCoro::Task<> TickSlots::runPosted(std::function<void()> piece, CancellationToken cancel) {
+    try {
+        QCoro::Task<> slot = next(cancel);
+        co_await std::move(slot);
+    } catch (const FlowCancelled&) {
+        co_return;
+    }
+    piece();
+}
+
 void TickSlots::tickFinished() {
     releaseOne();
 }

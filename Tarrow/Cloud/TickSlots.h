@@ -24,6 +24,8 @@ public:
 
     /// Resumes the caller in its slot; throws FlowCancelled when `cancel` fires first.
     QCoro::Task<> next(CancellationToken cancel);
+    /// Runs `piece` in its slot, unless `cancel` fires first.
+    void post(std::function<void()> piece, CancellationToken cancel);
     /// Called by the owner right after each tick: the oldest waiting piece runs now.
     void tickFinished();
     std::size_t waiting() const;
@@ -31,6 +33,7 @@ public:
     std::chrono::nanoseconds longestPiece() const { return longestPiece_; }
 
 private:
+    QCoro::Task<> runPosted(std::function<void()> piece, CancellationToken cancel);
     void releaseOne();
     void scheduleIdleRelease();
 

@@ -291,6 +291,8 @@ public:
 
     // Components
     EngineHost& engine() { return engine_; }
+    /// The cloud link's main-thread pieces (absent without a cloud link).
+    const TickSlots* tickSlots() const { return tickSlots_.get(); }
     MicCapture& mic() { return *mic_; }
     AudioInputSelectionModel& audioSelection() { return *audioSelection_; }
     LiveDmxOutput& dmxOutput() { return dmxOutput_; }

@@ -46,9 +46,14 @@ void AppModel::makeCloudLink() {
     QObject::connect(cloud_.get(), &CloudSession::connected, this, [this] {
         if (!engineLoopWanted_)
             startEngineLoop();
-        if (showUpdates_ && !showUpdates_->isOpen())
-            if (const auto token = settings_->authToken(cloud_->serverURL()))
-                startShowUpdates(*token);
+        // Opening the socket costs milliseconds (its first use sets up the network stack).
+        tickSlots_->post(
+            [this] {
+                if (showUpdates_ && !showUpdates_->isOpen())
+                    if (const auto token = settings_->authToken(cloud_->serverURL()))
+                        startShowUpdates(*token);
+            },
+            cloud_->lifetimeToken());
     });
     makeShowUpdatesChannel();
 }
