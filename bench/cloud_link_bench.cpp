@@ -140,7 +140,7 @@ int main(int argc, char** argv) {
     // Main-thread slices during full downloads: a 1 ms timer's lateness while the bridge
     // connects (the first launch fills the cache, so the engine and show are new to it).
     std::vector<double> firstArtDmx, connected, gaps, warmTicks, coldTicks;
-    double longestPieceWarm = 0, longestPieceCold = 0;
+    double longestPieceWarm = 0, longestPieceCold = 0, longestCpuWarm = 0, longestCpuCold = 0;
     for (int launch = 0; launch < launches; ++launch) {
         QElapsedTimer clock;
         clock.start();
@@ -177,17 +177,20 @@ int main(int argc, char** argv) {
         const std::vector<double> ticks = artnet->takeIntervals();
         const double longestTick =
             ticks.empty() ? 0 : *std::max_element(ticks.begin(), ticks.end());
-        const double piece =
-            model->tickSlots() ? model->tickSlots()->longestPiece().count() / 1e6 : 0;
+        const TickSlots* pieces = model->tickSlots();
+        const double piece = pieces ? pieces->longestPiece().count() / 1e6 : 0;
+        const double pieceCpu = pieces ? pieces->longestPieceProcessorTime().count() / 1e6 : 0;
         std::printf("launch %d: first ArtDmx %.1f ms, connected %.1f ms, longest slice after "
-                    "start-up %.1f ms, longest piece after a tick %.1f ms, longest ArtDmx "
-                    "interval %.1f ms%s\n",
-                    launch + 1, first, linked, launchLongest - 1, piece, longestTick,
+                    "start-up %.1f ms, longest piece after a tick %.1f ms (%.1f ms processor "
+                    "time), longest ArtDmx interval %.1f ms%s\n",
+                    launch + 1, first, linked, launchLongest - 1, piece, pieceCpu, longestTick,
                     launch == 0 ? " (empty cache)" : "");
         (launch == 0 ? coldTicks : warmTicks)
             .insert((launch == 0 ? coldTicks : warmTicks).end(), ticks.begin(), ticks.end());
         double& longestPiece = launch == 0 ? longestPieceCold : longestPieceWarm;
         longestPiece = std::max(longestPiece, piece);
+        double& longestCpu = launch == 0 ? longestCpuCold : longestCpuWarm;
+        longestCpu = std::max(longestCpu, pieceCpu);
         if (launch > 0) {
             firstArtDmx.push_back(first);
             connected.push_back(linked - first);
@@ -202,20 +205,23 @@ int main(int argc, char** argv) {
         std::printf("1 ms probe while connecting: p50 %.2f ms, p99 %.2f ms, longest %.2f ms\n",
                     gaps[gaps.size() / 2], gaps[gaps.size() * 99 / 100], gaps.back());
     // A tick is 16.67 ms; its deviation is how far an interval strays from that.
-    const auto report = [](const char* name, std::vector<double> intervals, double piece) {
+    const auto report = [](const char* name, std::vector<double> intervals, double piece,
+                           double pieceCpu) {
         if (intervals.empty())
             return;
         std::vector<double> deviation;
         for (const double interval : intervals)
             deviation.push_back(std::abs(interval - 1000.0 / 60));
         std::sort(deviation.begin(), deviation.end());
-        std::printf("%s: ArtDmx interval deviation p50 %.2f ms, p99 %.2f ms, largest %.2f ms "
-                    "(%zu intervals); longest main-thread piece after a tick %.2f ms\n",
-                    name, deviation[deviation.size() / 2], deviation[deviation.size() * 99 / 100],
-                    deviation.back(), deviation.size(), piece);
+        std::printf(
+            "%s: ArtDmx interval deviation p50 %.2f ms, p99 %.2f ms, largest %.2f ms "
+            "(%zu intervals); longest main-thread piece after a tick %.2f ms (%.2f ms processor "
+            "time)\n",
+            name, deviation[deviation.size() / 2], deviation[deviation.size() * 99 / 100],
+            deviation.back(), deviation.size(), piece, pieceCpu);
     };
-    report("download with a new engine (empty cache)", coldTicks, longestPieceCold);
-    report("downloads with the engine cached", warmTicks, longestPieceWarm);
+    report("download with a new engine (empty cache)", coldTicks, longestPieceCold, longestCpuCold);
+    report("downloads with the engine cached", warmTicks, longestPieceWarm, longestCpuWarm);
     cloud.terminate();
     cloud.waitForFinished(3000);
     return 0;

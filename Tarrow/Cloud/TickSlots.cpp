@@ -2,7 +2,17 @@
 
 #include <algorithm>
 
+#include <time.h>
+
 namespace kelvo {
+
+namespace {
+std::chrono::nanoseconds threadProcessorTime() {
+    timespec now{};
+    ::clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
+    return std::chrono::seconds(now.tv_sec) + std::chrono::nanoseconds(now.tv_nsec);
+}
+} // namespace
 
 TickSlots::TickSlots(std::function<bool()> ticking, QObject* parent)
     : QObject(parent), ticking_(std::move(ticking)) {
@@ -55,7 +65,9 @@ void TickSlots::releaseOne() {
         waiting_.pop_front();
         if (!slot->hasFired()) {
             const auto start = std::chrono::steady_clock::now();
+            const auto startCpu = threadProcessorTime();
             slot->fire(); // the piece runs until its next wait
+            longestPieceCpu_ = std::max(longestPieceCpu_, threadProcessorTime() - startCpu);
             longestPiece_ = std::max<std::chrono::nanoseconds>(
                 longestPiece_, std::chrono::steady_clock::now() - start);
             return;
