@@ -18,10 +18,8 @@ TickSlots::TickSlots(std::function<bool()> ticking, QObject* parent)
     : QObject(parent), ticking_(std::move(ticking)) {
     // Also the way out when the ticks stop while pieces wait (the loop stopped, signed out).
     idle_.setSingleShot(true);
-    idle_.setInterval(0);
     connect(&idle_, &QTimer::timeout, this, [this] {
-        if (!ticking_())
-            releaseOne();
+        releaseOne();
         scheduleIdleRelease();
     });
 }
@@ -52,6 +50,7 @@ QCoro::Task<> TickSlots::runPosted(std::function<void()> piece, CancellationToke
 
 void TickSlots::tickFinished() {
     releaseOne();
+    scheduleIdleRelease();
 }
 
 std::size_t TickSlots::waiting() const {
@@ -76,8 +75,12 @@ void TickSlots::releaseOne() {
 }
 
 void TickSlots::scheduleIdleRelease() {
-    if (waiting() > 0 && !ticking_())
-        idle_.start();
+    if (waiting() == 0) {
+        idle_.stop();
+        return;
+    }
+    // While ticks come each one restarts the wait, so it only ends when they have stopped.
+    idle_.start(ticking_() ? stalledTicksWait : std::chrono::milliseconds(0));
 }
 
 } // namespace kelvo

@@ -16,9 +16,12 @@ namespace kelvo {
 
 /// Hands out the main thread to the cloud link's pieces of work one at a time, each right after
 /// a tick of the lights: a piece then spends the time until the next tick instead of delaying
-/// it. While the lights do not tick, pieces run from the event loop at once, in order.
+/// it. While the lights do not tick, pieces run from the event loop at once, in order; so they
+/// do when the ticks stop for `stalledTicksWait` while pieces wait.
 class TickSlots : public QObject {
 public:
+    static constexpr std::chrono::milliseconds stalledTicksWait{100};
+
     /// `ticking` says whether ticks will come to release the pieces.
     explicit TickSlots(std::function<bool()> ticking, QObject* parent = nullptr);
 

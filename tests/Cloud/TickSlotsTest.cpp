@@ -52,6 +52,14 @@ TEST(TickSlots, WithoutTicksPiecesRunFromTheEventLoop) {
     EXPECT_EQ(log, "aabb");
 }
 
+TEST(TickSlots, PiecesDoNotWaitForTicksThatStopped) {
+    test::qtApplication();
+    TickSlots queue([] { return true; }); // still said to tick, but no tick comes
+    std::string log;
+    QCoro::Task<> a = twoPieces(queue, "a", log);
+    EXPECT_TRUE(test::pumpUntil([&] { return log == "aa"; }));
+}
+
 TEST(TickSlots, CancellingResumesAWaitingPieceAtOnce) {
     test::qtApplication();
     TickSlots queue([] { return true; });
