@@ -1,6 +1,8 @@
 // The cloud link's cost to the lights: launch to `connected` with a paired token against a
 // kelvo-devcloud on loopback, beside the first ArtDmx from the cache (which must not wait for
-// the network), and the longest main-thread slices while a full download runs.
+// the network), and what a full download does to the lights' rhythm: the interval between
+// ArtDmx packets (sent by every tick), the longest main-thread piece the download ran in a slot
+// after a tick, and the longest main-thread slice of any kind.
 //   build/bench/cloud_link_bench [LAUNCHES]      (needs build/devcloud/kelvo-devcloud)
 #include "Cloud/DisconnectNotifier.h"
 #include "Cloud/QtURLSession.h"
@@ -15,8 +17,10 @@
 #include <QTimer>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <fstream>
+#include <mutex>
 #include <numeric>
 #include <vector>
 
@@ -36,13 +40,49 @@ void writeTone(const QString& path) {
         u16(std::uint16_t(std::int16_t(3000 * std::sin(i * 2 * M_PI * 100 / 44100))));
 }
 
-std::unique_ptr<AppModel> makeModel(const QString& server, const QString& tone) {
+/// Forwards to the real socket, noting when each ArtDmx leaves (one per universe per tick).
+class TimedArtNet final : public UDPSending {
+public:
+    void send(std::span<const std::uint8_t> datagram, const std::string& host,
+              std::uint16_t port) override {
+        // "Art-Net\0", then the ArtDmx opcode 0x5000, little-endian.
+        if (datagram.size() > 10 && datagram[8] == 0x00 && datagram[9] == 0x50) {
+            const std::lock_guard lock(mutex_);
+            if (recording_)
+                sent_.push_back(std::chrono::steady_clock::now());
+        }
+        socket_.send(datagram, host, port);
+    }
+    void record(bool on) {
+        const std::lock_guard lock(mutex_);
+        recording_ = on;
+    }
+    /// Milliseconds between successive packets since the last call.
+    std::vector<double> takeIntervals() {
+        const std::lock_guard lock(mutex_);
+        std::vector<double> intervals;
+        for (std::size_t i = 1; i < sent_.size(); ++i)
+            intervals.push_back(
+                std::chrono::duration<double, std::milli>(sent_[i] - sent_[i - 1]).count());
+        sent_.clear();
+        return intervals;
+    }
+
+private:
+    NWUDPSocket socket_;
+    std::mutex mutex_;
+    bool recording_ = false;
+    std::vector<std::chrono::steady_clock::time_point> sent_;
+};
+
+std::unique_ptr<AppModel> makeModel(const QString& server, const QString& tone,
+                                    std::shared_ptr<TimedArtNet> artnet) {
     AppModelEnvironment environment;
     environment.settings = std::make_unique<BridgeSettings>(BridgeSettings::openUserSettings(),
                                                             BridgeServerConfig::productionURL());
     environment.cache = std::make_unique<OfflineShowCache>();
     environment.audio = AudioInputPlatform::make(tone.toStdString());
-    environment.artnetTransport = std::make_shared<NWUDPSocket>();
+    environment.artnetTransport = std::move(artnet);
     environment.serverURL = QUrl(server);
     environment.http = std::make_shared<QtURLSession>();
     environment.leaving = std::make_shared<ThreadedDisconnectNotifier>();
@@ -99,11 +139,13 @@ int main(int argc, char** argv) {
 
     // Main-thread slices during full downloads: a 1 ms timer's lateness while the bridge
     // connects (the first launch fills the cache, so the engine and show are new to it).
-    std::vector<double> firstArtDmx, connected, gaps;
+    std::vector<double> firstArtDmx, connected, gaps, warmTicks, coldTicks;
+    double longestPieceWarm = 0, longestPieceCold = 0, longestCpuWarm = 0, longestCpuCold = 0;
     for (int launch = 0; launch < launches; ++launch) {
         QElapsedTimer clock;
         clock.start();
-        auto model = makeModel(server, tone);
+        auto artnet = std::make_shared<TimedArtNet>();
+        auto model = makeModel(server, tone, artnet);
         double last = 0, launchLongest = 0;
         QTimer probe;
         probe.setTimerType(Qt::PreciseTimer);
@@ -120,6 +162,7 @@ int main(int argc, char** argv) {
         // Start-up itself (engine and cached show loaded, capture opened) is measured by
         // scripts/bench; the probe watches what the cloud link adds afterwards.
         probe.start(1);
+        artnet->record(true);
         waitFor([&] {
             if (first < 0 && model->dmxOutput().artnetPacketsSent() > 0)
                 first = clock.nsecsElapsed() / 1e6;
@@ -127,13 +170,27 @@ int main(int argc, char** argv) {
                 linked = clock.nsecsElapsed() / 1e6;
             return first >= 0 && linked >= 0;
         });
+        // Keep watching the rest of the download (patches, themes) for a moment.
         waitFor([] { return false; }, 300);
         probe.stop();
-        // Keep watching the rest of the download (patches, themes) for a moment.
-        std::printf("launch %d: first ArtDmx %.1f ms, connected %.1f ms, longest main-thread "
-                    "slice after start-up %.1f ms%s\n",
-                    launch + 1, first, linked, launchLongest - 1,
+        artnet->record(false);
+        const std::vector<double> ticks = artnet->takeIntervals();
+        const double longestTick =
+            ticks.empty() ? 0 : *std::max_element(ticks.begin(), ticks.end());
+        const TickSlots* pieces = model->tickSlots();
+        const double piece = pieces ? pieces->longestPiece().count() / 1e6 : 0;
+        const double pieceCpu = pieces ? pieces->longestPieceProcessorTime().count() / 1e6 : 0;
+        std::printf("launch %d: first ArtDmx %.1f ms, connected %.1f ms, longest slice after "
+                    "start-up %.1f ms, longest piece after a tick %.1f ms (%.1f ms processor "
+                    "time), longest ArtDmx interval %.1f ms%s\n",
+                    launch + 1, first, linked, launchLongest - 1, piece, pieceCpu, longestTick,
                     launch == 0 ? " (empty cache)" : "");
+        (launch == 0 ? coldTicks : warmTicks)
+            .insert((launch == 0 ? coldTicks : warmTicks).end(), ticks.begin(), ticks.end());
+        double& longestPiece = launch == 0 ? longestPieceCold : longestPieceWarm;
+        longestPiece = std::max(longestPiece, piece);
+        double& longestCpu = launch == 0 ? longestCpuCold : longestCpuWarm;
+        longestCpu = std::max(longestCpu, pieceCpu);
         if (launch > 0) {
             firstArtDmx.push_back(first);
             connected.push_back(linked - first);
@@ -147,6 +204,24 @@ int main(int argc, char** argv) {
     if (!gaps.empty())
         std::printf("1 ms probe while connecting: p50 %.2f ms, p99 %.2f ms, longest %.2f ms\n",
                     gaps[gaps.size() / 2], gaps[gaps.size() * 99 / 100], gaps.back());
+    // A tick is 16.67 ms; its deviation is how far an interval strays from that.
+    const auto report = [](const char* name, std::vector<double> intervals, double piece,
+                           double pieceCpu) {
+        if (intervals.empty())
+            return;
+        std::vector<double> deviation;
+        for (const double interval : intervals)
+            deviation.push_back(std::abs(interval - 1000.0 / 60));
+        std::sort(deviation.begin(), deviation.end());
+        std::printf(
+            "%s: ArtDmx interval deviation p50 %.2f ms, p99 %.2f ms, largest %.2f ms "
+            "(%zu intervals); longest main-thread piece after a tick %.2f ms (%.2f ms processor "
+            "time)\n",
+            name, deviation[deviation.size() / 2], deviation[deviation.size() * 99 / 100],
+            deviation.back(), deviation.size(), piece, pieceCpu);
+    };
+    report("download with a new engine (empty cache)", coldTicks, longestPieceCold, longestCpuCold);
+    report("downloads with the engine cached", warmTicks, longestPieceWarm, longestCpuWarm);
     cloud.terminate();
     cloud.waitForFinished(3000);
     return 0;

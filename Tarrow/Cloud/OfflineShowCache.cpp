@@ -139,8 +139,11 @@ std::optional<QByteArray> OfflineShowCache::readCacheFile(const char* fileName) 
 }
 
 bool OfflineShowCache::hasOfflineRuntime() const {
-    return readCacheFile(harnessFileName).has_value() &&
-           readCacheFile(showSnapshotFileName).has_value();
+    // Asked on the main thread: opening says as much as reading the whole engine would.
+    const auto readable = [this](const char* fileName) {
+        return QFile(pathInCache(fileName)).open(QIODevice::ReadOnly);
+    };
+    return readable(harnessFileName) && readable(showSnapshotFileName);
 }
 
 void OfflineShowCache::saveHarnessJS(QByteArrayView script, QByteArrayView manifest) {

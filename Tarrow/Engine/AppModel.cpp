@@ -339,6 +339,8 @@ bool AppModel::startCapture() {
 
 void AppModel::tick() {
     engineLoop_.tick();
+    if (tickSlots_)
+        tickSlots_->tickFinished();
 }
 
 void AppModel::outputMergedDmx(const DmxFrame& engineBuffers) {

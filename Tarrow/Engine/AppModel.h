@@ -10,6 +10,7 @@
 #include "Cloud/CloudSession.h"
 #include "Cloud/OfflineShowCache.h"
 #include "Cloud/ShowUpdatesChannel.h"
+#include "Cloud/TickSlots.h"
 #include "DMX/ArtNetHealthMonitor.h"
 #include "DMX/LiveDmxOutput.h"
 #include "DMX/OutputConfiguration.h"
@@ -290,6 +291,8 @@ public:
 
     // Components
     EngineHost& engine() { return engine_; }
+    /// The cloud link's main-thread pieces (absent without a cloud link).
+    const TickSlots* tickSlots() const { return tickSlots_.get(); }
     MicCapture& mic() { return *mic_; }
     AudioInputSelectionModel& audioSelection() { return *audioSelection_; }
     LiveDmxOutput& dmxOutput() { return dmxOutput_; }
@@ -454,6 +457,7 @@ private:
     QString lastCloudStatus_;
     // Last, and torn down first: their flows refer to everything above. The writer finishes
     // its queued cache files before the cache goes.
+    std::unique_ptr<TickSlots> tickSlots_; // the download's main-thread work, after each tick
     std::unique_ptr<CacheWriter> cacheWriter_;
     std::unique_ptr<ShowDownload> showDownload_;
     std::unique_ptr<CloudSession> cloud_;

@@ -16,9 +16,10 @@ void AppModel::makeCloudLink() {
     cacheWriter_ = std::make_unique<CacheWriter>();
     if (!environment_.http)
         return;
+    tickSlots_ = std::make_unique<TickSlots>([this] { return tickScheduler_.isActive(); });
     ShowDownloadTarget& target = *this;
-    showDownload_ =
-        std::make_unique<ShowDownload>(*cache_, engine_, target, cacheWriter_.get(), this);
+    showDownload_ = std::make_unique<ShowDownload>(*cache_, engine_, target, cacheWriter_.get(),
+                                                   this, tickSlots_.get());
     CloudSessionEnvironment cloud;
     cloud.serverURL = environment_.serverURL;
     cloud.http = environment_.http;
@@ -45,9 +46,14 @@ void AppModel::makeCloudLink() {
     QObject::connect(cloud_.get(), &CloudSession::connected, this, [this] {
         if (!engineLoopWanted_)
             startEngineLoop();
-        if (showUpdates_ && !showUpdates_->isOpen())
-            if (const auto token = settings_->authToken(cloud_->serverURL()))
-                startShowUpdates(*token);
+        // Opening the socket costs milliseconds (its first use sets up the network stack).
+        tickSlots_->post(
+            [this] {
+                if (showUpdates_ && !showUpdates_->isOpen())
+                    if (const auto token = settings_->authToken(cloud_->serverURL()))
+                        startShowUpdates(*token);
+            },
+            cloud_->lifetimeToken());
     });
     makeShowUpdatesChannel();
 }

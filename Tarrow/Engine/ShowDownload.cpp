@@ -1,6 +1,7 @@
 #include "Engine/ShowDownload.h"
 
 #include "Cloud/OfflineShowCache.h"
+#include "Cloud/TickSlots.h"
 #include "Engine/EngineHost.h"
 #include "Show/BootstrapViewData.h"
 #include "Show/ShowPatchBuilder.h"
@@ -15,16 +16,49 @@ Q_LOGGING_CATEGORY(lcDownload, "kelvo.cloud.download")
 std::string_view view(const QByteArray& bytes) {
     return {bytes.constData(), std::size_t(bytes.size())};
 }
+
+/// The bootstrap as the main thread needs it: parsed, with the revisions of the shows whose
+/// patches may need fetching (the active show's patch comes with the bootstrap itself).
+struct DecodedBootstrap {
+    nlohmann::json document;
+    std::map<std::string, std::int64_t> otherRevisions;
+};
+
+DecodedBootstrap decodeBootstrap(const QByteArray& bytes) {
+    DecodedBootstrap decoded;
+    decoded.document = BootstrapViewData::parseDocument(view(bytes));
+    decoded.otherRevisions = BootstrapViewData::parsed::extractShowRevisions(decoded.document);
+    if (const auto activeShow = decoded.document.find("active_show");
+        activeShow != decoded.document.end() && activeShow->is_object())
+        if (const std::optional<ShowPatch> active = ShowPatchBuilder::build(*activeShow))
+            decoded.otherRevisions.erase(active->showId);
+    return decoded;
+}
 } // namespace
 
 ShowDownload::ShowDownload(OfflineShowCache& cache, EngineHost& engine, ShowDownloadTarget& target,
-                           CacheWriter* writer, QObject* context, HarnessLoader loader)
+                           CacheWriter* writer, QObject* context, TickSlots* tickSlots,
+                           HarnessLoader loader)
     : cache_(cache), engine_(engine), target_(target), writer_(writer), context_(context),
-      loader_(loader) {}
+      slots_(tickSlots), loader_(loader) {}
 
 ShowDownload::~ShowDownload() {
     if (prefetch_)
         prefetch_->cancel();
+}
+
+template <typename T> QCoro::Task<T> ShowDownload::offMainThread(std::function<T()> work) {
+    if (!context_)
+        co_return work();
+    QCoro::Task<T> running = work_.run<T>(std::move(work), context_);
+    co_return co_await std::move(running);
+}
+
+QCoro::Task<> ShowDownload::mainThreadSlot(const CancellationToken& cancel) {
+    if (!slots_)
+        co_return;
+    QCoro::Task<> slot = slots_->next(cancel);
+    co_await std::move(slot);
 }
 
 // Every task is made in its own statement before it is awaited: GCC 12 destroys argument
@@ -32,7 +66,11 @@ ShowDownload::~ShowDownload() {
 
 QCoro::Task<> ShowDownload::fetchShowAndHarness(BridgeAPIClient client, std::string token,
                                                 CancellationToken cancel) {
-    const std::optional<QByteArray> harnessBefore = cache_.loadHarnessJS();
+    OfflineShowCache* cache = &cache_;
+    QCoro::Task<std::optional<QByteArray>> readingBefore =
+        offMainThread<std::optional<QByteArray>>([cache] { return cache->loadHarnessJS(); });
+    const std::optional<QByteArray> harnessBefore = co_await std::move(readingBefore);
+    cancel.throwIfCancelled();
     try {
         QCoro::Task<> harness = loader_.fetchAndCache(client.baseURL(), client.session(), cache_,
                                                       cancel, writer_, context_);
@@ -48,31 +86,50 @@ QCoro::Task<> ShowDownload::fetchShowAndHarness(BridgeAPIClient client, std::str
     QCoro::Task<QByteArray> bootstrapDownload = client.fetchRuntimeBootstrap(token, cancel);
     const QByteArray bootstrapBytes = co_await std::move(bootstrapDownload);
     cancel.throwIfCancelled();
-    const nlohmann::json bootstrap = BootstrapViewData::parseDocument(view(bootstrapBytes));
+    QCoro::Task<DecodedBootstrap> decoding = offMainThread<DecodedBootstrap>(
+        [bootstrapBytes] { return decodeBootstrap(bootstrapBytes); });
+    DecodedBootstrap bootstrap = co_await std::move(decoding);
+    cancel.throwIfCancelled();
+    // The cached engine, when the download changed it.
+    QCoro::Task<std::optional<QByteArray>> readingAfter =
+        offMainThread<std::optional<QByteArray>>([cache, harnessBefore] {
+            std::optional<QByteArray> harness = cache->loadHarnessJS();
+            return harness != harnessBefore ? harness : std::nullopt;
+        });
+    std::optional<QByteArray> harness = co_await std::move(readingAfter);
+    cancel.throwIfCancelled();
+    if (!harness && !engine_.hasContext())
+        harness = harnessBefore;
 
-    // The new engine and the show it lights are loaded in one go, so the outputs never run an
-    // engine without its show; an unchanged engine keeps its tempo lock across a reconnect.
-    const std::optional<QByteArray> harness = cache_.loadHarnessJS();
-    if (harness && (harness != harnessBefore || !engine_.hasContext()))
+    // Compiling a new engine cannot be split: it gets a slot of its own, right after a tick.
+    // Until its show is realised in the next slot the outputs hold their last frame (a step
+    // without a show yields nothing), and the new engine and its show always arrive together
+    // within two ticks; an unchanged engine keeps its tempo lock across a reconnect.
+    if (harness) {
+        QCoro::Task<> compileSlot = mainThreadSlot(cancel);
+        co_await std::move(compileSlot);
         engine_.loadHarness(view(*harness));
-    target_.applyParsedBootstrap(bootstrap);
-    // The active show's patch was just recorded from the bootstrap itself.
-    std::map<std::string, std::int64_t> revisions =
-        BootstrapViewData::parsed::extractShowRevisions(bootstrap);
-    if (const auto activeShow = bootstrap.find("active_show");
-        activeShow != bootstrap.end() && activeShow->is_object())
-        if (const std::optional<ShowPatch> active = ShowPatchBuilder::build(*activeShow))
-            revisions.erase(active->showId);
-    prefetchShowPatches(client, std::move(revisions), token);
+    }
+    QCoro::Task<> showSlot = mainThreadSlot(cancel);
+    co_await std::move(showSlot);
+    target_.applyParsedBootstrap(bootstrap.document);
+    prefetchShowPatches(client, std::move(bootstrap.otherRevisions), token);
     // Publishing the interpretation joins here with the live-updates channel.
 
     try {
         QCoro::Task<QByteArray> configDownload = client.fetchConfig(token, cancel);
         const QByteArray config = co_await std::move(configDownload);
         cancel.throwIfCancelled();
-        std::vector<ThemeOption> themes = BootstrapViewData::extractThemeOptions(view(config));
-        if (themes != target_.currentThemes())
+        QCoro::Task<std::vector<ThemeOption>> decodingThemes =
+            offMainThread<std::vector<ThemeOption>>(
+                [config] { return BootstrapViewData::extractThemeOptions(view(config)); });
+        std::vector<ThemeOption> themes = co_await std::move(decodingThemes);
+        cancel.throwIfCancelled();
+        if (themes != target_.currentThemes()) {
+            QCoro::Task<> themeSlot = mainThreadSlot(cancel);
+            co_await std::move(themeSlot);
             target_.replaceThemes(std::move(themes));
+        }
     } catch (const FlowCancelled&) {
         throw;
     } catch (const std::exception& error) {
@@ -99,8 +156,18 @@ QCoro::Task<> ShowDownload::runPrefetch(BridgeAPIClient client,
     for (const auto& [showId, revision] : revisions) {
         if (cancel.isCancelled())
             co_return;
-        const std::optional<ShowPatch> cached = cache_.loadPatch(showId);
-        if (cached && cached->revision >= revision)
+        OfflineShowCache* cache = &cache_;
+        QCoro::Task<std::optional<std::int64_t>> reading =
+            offMainThread<std::optional<std::int64_t>>(
+                [cache, id = showId]() -> std::optional<std::int64_t> {
+                    if (const std::optional<ShowPatch> cached = cache->loadPatch(id))
+                        return cached->revision;
+                    return std::nullopt;
+                });
+        const std::optional<std::int64_t> cachedRevision = co_await std::move(reading);
+        if (cancel.isCancelled())
+            co_return;
+        if (cachedRevision && *cachedRevision >= revision)
             continue;
         std::optional<nlohmann::json> show;
         try {

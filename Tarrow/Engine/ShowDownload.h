@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Cloud/BackgroundWork.h"
 #include "Cloud/BridgeAPIClient.h"
 #include "Engine/HarnessLoader.h"
 #include "Show/ShowOptions.h"
@@ -18,6 +19,7 @@ namespace kelvo {
 class CacheWriter;
 class EngineHost;
 class OfflineShowCache;
+class TickSlots;
 
 /// What the full download changes in its owner, on the main thread.
 class ShowDownloadTarget {
@@ -37,12 +39,18 @@ public:
 /// patches of the other shows, and the themes. Only a failed or unreadable bootstrap fails it;
 /// the harness and the themes are kept from the cache when theirs fail. The owner cancels the
 /// download (through its token) before this object goes away.
+///
+/// The tick of the lights keeps its rhythm meanwhile: decoding and cache reads run on a worker,
+/// and each piece that must use the engine on the main thread (compiling a new engine, realising
+/// the show, the themes) waits for its own slot right after a tick.
 class ShowDownload {
 public:
-    /// `writer` writes the harness files off the main thread, telling `context` when done.
+    /// `writer` writes the harness files off the main thread, telling `context` when done;
+    /// with a `context`, decoding runs on a worker too. Without `tickSlots` the engine is used at
+    /// once.
     ShowDownload(OfflineShowCache& cache, EngineHost& engine, ShowDownloadTarget& target,
                  CacheWriter* writer = nullptr, QObject* context = nullptr,
-                 HarnessLoader loader = {});
+                 TickSlots* tickSlots = nullptr, HarnessLoader loader = {});
     ~ShowDownload();
     ShowDownload(const ShowDownload&) = delete;
     ShowDownload& operator=(const ShowDownload&) = delete;
@@ -56,6 +64,10 @@ public:
     bool isPrefetching() const { return prefetch_ != nullptr; }
 
 private:
+    /// Runs `work` on the worker when there is a context to come back to, else at once.
+    template <typename T> QCoro::Task<T> offMainThread(std::function<T()> work);
+    /// Waits for the next slot after a tick (none without slots).
+    QCoro::Task<> mainThreadSlot(const CancellationToken& cancel);
     QCoro::Task<> runPrefetch(BridgeAPIClient client, std::map<std::string, std::int64_t> revisions,
                               std::string token, std::shared_ptr<CancellationSource> flow);
 
@@ -64,7 +76,9 @@ private:
     ShowDownloadTarget& target_;
     CacheWriter* writer_;
     QObject* context_;
+    TickSlots* slots_;
     HarnessLoader loader_;
+    BackgroundWork work_;
     std::shared_ptr<CancellationSource> prefetch_;
 };
 

@@ -57,10 +57,13 @@ TEST_F(ShowDownloadTest, FullDownloadCachesAndLightsTheActiveShow) {
     EXPECT_EQ(model->showPatch()->showId, "show-demo");
     EXPECT_EQ(model->themes().size(), 6u);
     std::optional<OfflineWorkspaceUIState> workspace;
-    ASSERT_TRUE(
-        test::pumpUntil([&] { return (workspace = cache->loadWorkspaceUI()).has_value(); }));
+    // Written on the cache's worker after the bootstrap, and again once the themes arrived.
+    EXPECT_TRUE(test::pumpUntil([&] {
+        workspace = cache->loadWorkspaceUI();
+        return workspace && workspace->themes == model->themes();
+    }));
+    ASSERT_TRUE(workspace);
     EXPECT_EQ(workspace->selectedShowId, "show-demo");
-    EXPECT_EQ(workspace->themes, model->themes());
     // Only the show without a cached patch is fetched; its patch lands in the cache.
     ASSERT_TRUE(test::pumpUntil([&] { return cache->loadPatch("show-warehouse").has_value(); }));
     EXPECT_EQ(cloud->countPath("/api/shows/show-demo"), 0u);

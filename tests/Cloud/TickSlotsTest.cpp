@@ -1,0 +1,77 @@
+#include "Cloud/TickSlots.h"
+#include "support/QtEventLoop.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+namespace kelvo {
+namespace {
+
+// Each piece records its name when its slot comes, waits for the next slot, records again.
+QCoro::Task<> twoPieces(TickSlots& queue, std::string name, std::string& log,
+                        CancellationToken cancel = {}) {
+    try {
+        QCoro::Task<> first = queue.next(cancel);
+        co_await std::move(first);
+        log += name;
+        QCoro::Task<> second = queue.next(cancel);
+        co_await std::move(second);
+        log += name;
+    } catch (const FlowCancelled&) {
+        log += "cancelled(" + name + ")";
+    }
+}
+
+TEST(TickSlots, WhileTickingOnePieceRunsAfterEachTickInOrder) {
+    test::qtApplication();
+    bool ticking = true;
+    TickSlots queue([&] { return ticking; });
+    std::string log;
+    QCoro::Task<> a = twoPieces(queue, "a", log);
+    QCoro::Task<> b = twoPieces(queue, "b", log);
+    test::pumpFor(std::chrono::milliseconds(30));
+    EXPECT_EQ(log, "") << "the event loop alone releases nothing while ticks come";
+    for (const char* expected : {"a", "ab", "aba", "abab", "abab"}) {
+        queue.tickFinished();
+        EXPECT_EQ(log, expected);
+    }
+    EXPECT_EQ(queue.waiting(), 0u);
+}
+
+TEST(TickSlots, WithoutTicksPiecesRunFromTheEventLoop) {
+    test::qtApplication();
+    bool ticking = true;
+    TickSlots queue([&] { return ticking; });
+    std::string log;
+    QCoro::Task<> a = twoPieces(queue, "a", log);
+    queue.tickFinished();
+    ticking = false; // the loop stopped with a piece waiting
+    QCoro::Task<> b = twoPieces(queue, "b", log);
+    EXPECT_TRUE(test::pumpUntil([&] { return log.size() == 4; }));
+    EXPECT_EQ(log, "aabb");
+}
+
+TEST(TickSlots, PiecesDoNotWaitForTicksThatStopped) {
+    test::qtApplication();
+    TickSlots queue([] { return true; }); // still said to tick, but no tick comes
+    std::string log;
+    QCoro::Task<> a = twoPieces(queue, "a", log);
+    EXPECT_TRUE(test::pumpUntil([&] { return log == "aa"; }));
+}
+
+TEST(TickSlots, CancellingResumesAWaitingPieceAtOnce) {
+    test::qtApplication();
+    TickSlots queue([] { return true; });
+    auto flow = std::make_shared<CancellationSource>();
+    std::string log;
+    QCoro::Task<> a = twoPieces(queue, "a", log, CancellationToken(flow));
+    QCoro::Task<> b = twoPieces(queue, "b", log);
+    flow->cancel();
+    EXPECT_EQ(log, "cancelled(a)");
+    queue.tickFinished();
+    EXPECT_EQ(log, "cancelled(a)b") << "the cancelled piece gives up its slot";
+}
+
+} // namespace
+} // namespace kelvo
