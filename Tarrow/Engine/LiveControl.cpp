@@ -20,6 +20,12 @@ std::optional<double> numberValue(const nlohmann::json& state, const char* key) 
     return json_read::jsonDouble(json_read::member(state, key));
 }
 
+/// The blend as shown: 0…1, and 0 when absent or not finite.
+double clampedLerp(std::optional<double> lerp) {
+    const double value = lerp.value_or(0.0);
+    return std::isfinite(value) ? std::clamp(value, 0.0, 1.0) : 0.0;
+}
+
 } // namespace
 
 nlohmann::json LightingModeSelection::controlFields() const {
@@ -66,6 +72,11 @@ void LiveControl::applyLiveControlState(const nlohmann::json& incoming) {
     nlohmann::json state = incoming;
     const bool owned = ownsModeFields();
     if (owned && state.contains("mode")) {
+        if (const std::optional<std::string> mode = stringValue(state, "mode");
+            mode && !mode->empty())
+            overriddenRemote_ = PendingSelection{{*mode, stringValue(state, "mode_to"),
+                                                  clampedLerp(numberValue(state, "mode_lerp"))},
+                                                 generation_};
         const nlohmann::json local = lightingModeSelection().controlFields();
         for (const auto& [key, value] : local.items())
             state[key] = value;
@@ -76,10 +87,8 @@ void LiveControl::applyLiveControlState(const nlohmann::json& incoming) {
     bool changed = false;
     const std::optional<std::string> mode = stringValue(state, "mode");
     if (mode && !mode->empty()) {
-        const double lerp = numberValue(state, "mode_lerp").value_or(0.0);
         const LightingModeSelection selection{*mode, stringValue(state, "mode_to"),
-                                              std::isfinite(lerp) ? std::clamp(lerp, 0.0, 1.0)
-                                                                  : 0.0};
+                                              clampedLerp(numberValue(state, "mode_lerp"))};
         changed = selection != lightingModeSelection();
         selectedModeId_ = selection.modeId;
         selectedModeTo_ = selection.modeTo;
@@ -149,8 +158,6 @@ QCoro::Task<> LiveControl::runModeSelectionTask(CancellationToken cancel) {
             QCoro::Task<> send =
                 queries_.sendControlState(sending.selection.controlFields(), *token, cancel);
             co_await std::move(send);
-        } catch (const FlowCancelled&) {
-            co_return; // the control is gone
         } catch (const BridgeAPIError& error) {
             failure = error.what();
             refused = error.kind() == BridgeAPIError::Kind::httpError &&
@@ -159,7 +166,7 @@ QCoro::Task<> LiveControl::runModeSelectionTask(CancellationToken cancel) {
             failure = error.what();
         }
         if (cancel.isCancelled())
-            co_return;
+            co_return; // the control is gone
         if (!pending_)
             break;
         if (pending_->generation != sending.generation)
@@ -170,10 +177,15 @@ QCoro::Task<> LiveControl::runModeSelectionTask(CancellationToken cancel) {
             emit controlChangeSucceeded(QString::fromUtf8(switchModeFailedPrefix));
             continue;
         }
-        // The cloud said no: go back to what it agreed to. Unreachable or failing itself, it has
-        // no say, and the lights keep the operator's pick.
-        if (refused && confirmed_)
-            applyLocalModeSelection(*confirmed_);
+        // The cloud said no: go back to what it holds, the newest state it pushed during this
+        // pick or else the last one agreed. Unreachable or failing itself, it has no say, and
+        // the lights keep the operator's pick.
+        if (refused) {
+            if (overriddenRemote_ && overriddenRemote_->generation == sending.generation)
+                confirmed_ = overriddenRemote_->selection;
+            if (confirmed_)
+                applyLocalModeSelection(*confirmed_);
+        }
         emit controlChangeFailed(QString::fromUtf8(switchModeFailedPrefix) +
                                  QString::fromStdString(*failure));
     }
@@ -214,13 +226,11 @@ QCoro::Task<> LiveControl::runThemeTask(CancellationToken cancel) {
         try {
             QCoro::Task<> send = queries_.sendControlState({{"theme_name", theme}}, *token, cancel);
             co_await std::move(send);
-        } catch (const FlowCancelled&) {
-            co_return;
         } catch (const std::exception& error) {
             failure = error.what();
         }
         if (cancel.isCancelled())
-            co_return;
+            co_return; // the control is gone
         if (pendingTheme_)
             continue; // only the newest pick's outcome is worth a word
         if (failure)

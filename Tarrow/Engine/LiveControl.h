@@ -119,6 +119,8 @@ private:
     std::string selectedThemeName_;
     nlohmann::json lastControlState_ = nlohmann::json::object();
     std::optional<PendingSelection> pending_;
+    // The newest remote mode that the local pick (of that generation) overrode.
+    std::optional<PendingSelection> overriddenRemote_;
     std::optional<LightingModeSelection> confirmed_;
     std::uint64_t generation_ = 0;
     std::optional<MonotonicClock::Duration> ownedUntil_;

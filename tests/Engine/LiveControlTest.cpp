@@ -185,6 +185,16 @@ TEST_F(LiveControlTest, ARefusedPickReturnsToTheCloudsChoiceAnUnreachableCloudKe
     }
 }
 
+TEST_F(LiveControlTest, ARefusedPickFollowsTheStateTheCloudPushedMeanwhile) {
+    control.applyLiveControlState({{"mode", "wash"}});
+    control.selectLightingBlend({"pulse", std::nullopt, 0});
+    control.applyLiveControlState({{"mode", "chase"}, {"mode_to", "wash"}, {"mode_lerp", 0.5}});
+    EXPECT_EQ(control.selectedModeId(), "pulse");
+    cloud.answer(httpError(403));
+    EXPECT_EQ(control.lightingModeSelection(), (LightingModeSelection{"chase", "wash", 0.5}));
+    EXPECT_EQ(control.confirmedModeSelection(), (LightingModeSelection{"chase", "wash", 0.5}));
+}
+
 TEST_F(LiveControlTest, AColourSchemeIsSentAfterTheEngineHasIt) {
     themes = json::array({{{"name", "Ice"}, {"colors", {{0, 0, 1}}}}});
     control.selectTheme("Ice");
