@@ -148,17 +148,21 @@ TEST_F(LiveControlCloudTest, AModeClickedOnTheControlPageChangesTheArtDmxOutput)
     model->setArtNetHost(QStringLiteral("127.0.0.1"));
     model->replaceRoutes({{1, UniverseRoute::Destination::artnet(0)}});
 
+    // True once a frame sent after the model took `mode` satisfies `wanted`.
     const auto tickUntil =
-        [&](const std::function<bool(const std::vector<std::uint8_t>&)>& wanted) {
+        [&](const std::string& mode,
+            const std::function<bool(const std::vector<std::uint8_t>&)>& wanted) {
             const auto deadline = std::chrono::steady_clock::now() + 15s;
             while (std::chrono::steady_clock::now() < deadline) {
+                const bool applied = model->selectedModeId() == mode;
                 if (backend->last)
                     backend->last->deliver(std::vector<float>(2 * 512, 0.25f));
-                test::pumpFor(16ms);
                 clock->advance(16ms);
                 model->tick();
+                test::pumpFor(16ms);
                 while (const auto datagram = node.receive(0))
-                    if (const auto data = universeZeroData(*datagram); data && wanted(*data))
+                    if (const auto data = universeZeroData(*datagram);
+                        applied && data && wanted(*data))
                         return true;
             }
             return false;
@@ -178,13 +182,13 @@ TEST_F(LiveControlCloudTest, AModeClickedOnTheControlPageChangesTheArtDmxOutput)
                                         "return true; })()")
                              .arg(QLatin1String(mode)));
     };
-    pick("static");
-    ASSERT_TRUE(tickUntil(lit)) << "a wash lights universe 1";
-    EXPECT_EQ(model->selectedModeId(), "static");
+    const auto dark = [&](const std::vector<std::uint8_t>& data) { return !lit(data); };
     pick("blackout");
-    ASSERT_TRUE(tickUntil([&](const auto& data) { return !lit(data); }))
-        << "the blackout clicked in the browser darkens the wire";
-    EXPECT_EQ(model->selectedModeId(), "blackout");
+    ASSERT_TRUE(tickUntil("blackout", dark)) << "the blackout clicked in the browser";
+    pick("static");
+    ASSERT_TRUE(tickUntil("static", lit)) << "a wash clicked in the browser lights universe 1";
+    pick("blackout");
+    ASSERT_TRUE(tickUntil("blackout", dark)) << "and the blackout darkens it again";
 }
 
 } // namespace
