@@ -164,8 +164,7 @@ void AppModel::forwardComponentSignals() {
     connect(&desk_, &LightingDesk::grandMasterChanged, this, &AppModel::deskGrandMasterChanged);
     connect(&desk_, &LightingDesk::blackoutChanged, this, &AppModel::deskBlackoutChanged);
 
-    connect(&liveControl_, &LiveControl::selectionsChanged, this, &AppModel::publishSelections);
-    connect(&liveControl_, &LiveControl::workspaceEdited, this, &AppModel::persistWorkspaceUI);
+    connectLiveControl();
 
     // The previous file is intact; lighting goes on, the operator learns the cache is stale.
     connect(cache_.get(), &OfflineShowCache::workspaceSaveFailed, this,
@@ -173,15 +172,6 @@ void AppModel::forwardComponentSignals() {
                 lastSavedWorkspace_.reset(); // the next change tries again
                 setStatusMessage(QLatin1String(workspaceNotSavedPrefix) + reason);
             });
-}
-
-LiveControlQueries AppModel::liveControlQueries() {
-    LiveControlQueries queries;
-    queries.themePayloads = [this] { return themePayloads(); };
-    // Pairing and the cloud's control-state endpoint are not part of this build: every local
-    // pick is final, so no send task is started.
-    queries.hasDeviceToken = [] { return false; };
-    return queries;
 }
 
 std::optional<nlohmann::json> AppModel::themePayloads() const {

@@ -127,6 +127,7 @@ class AppModel : public QObject, private ShowDownloadTarget {
     Q_PROPERTY(double selectedModeLerp READ selectedModeLerp NOTIFY selectedModeLerpChanged)
     Q_PROPERTY(QVariantList themes READ themesVariant NOTIFY themesChanged)
     Q_PROPERTY(QString selectedThemeName READ selectedThemeNameText NOTIFY selectedThemeNameChanged)
+    Q_PROPERTY(bool isUpdatingControl READ isUpdatingControl NOTIFY isUpdatingControlChanged)
     // Drop
     Q_PROPERTY(bool isDropHeld READ isDropHeld NOTIFY isDropHeldChanged)
     Q_PROPERTY(
@@ -213,6 +214,8 @@ public:
     void persistWorkspaceUI();
     void restoreWorkspaceUIFromCache();
     const LiveControl& liveControl() const { return liveControl_; }
+    /// A local mode or colour-scheme pick is on its way to the cloud.
+    bool isUpdatingControl() const { return liveControl_.isUpdatingControl(); }
 
     // Output configuration
     bool artnetEnabled() const { return outputs_.settings().artnetEnabled; }
@@ -330,6 +333,7 @@ signals:
     void selectedModeLerpChanged();
     void themesChanged();
     void selectedThemeNameChanged();
+    void isUpdatingControlChanged();
     void isDropHeldChanged();
     void dropDiagnosticsChanged();
     void deskLiveChanged();
@@ -413,6 +417,7 @@ private:
     bool startCapture();
     void refreshDropDiagnostics();
     LiveControlQueries liveControlQueries();
+    void connectLiveControl();
     std::optional<nlohmann::json> themePayloads() const;
     std::optional<OfflineWorkspaceUIState> currentWorkspaceState() const;
 

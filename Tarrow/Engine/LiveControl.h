@@ -2,7 +2,14 @@
 
 #include "Support/MonotonicClock.h"
 
+#ifndef Q_MOC_RUN // moc cannot read the coroutine headers
+#include "Cloud/Cancellation.h"
+
+#include <QCoro/QCoroTask>
+#endif
+
 #include <QObject>
+#include <QString>
 
 #include <nlohmann/json.hpp>
 
@@ -30,8 +37,12 @@ struct LightingModeSelection {
 struct LiveControlQueries {
     /// The engine payload of every known theme; nullopt when there are none.
     std::function<std::optional<nlohmann::json>()> themePayloads;
-    /// True when a device token is stored for the configured server.
-    std::function<bool()> hasDeviceToken;
+    /// The device token stored for the configured server; nullopt offline or unpaired.
+    std::function<std::optional<std::string>()> deviceToken;
+    /// Sends control-state fields to the cloud; fails with the cloud link's error.
+    std::function<QCoro::Task<>(nlohmann::json fields, std::string deviceToken,
+                                CancellationToken cancel)>
+        sendControlState;
 };
 
 /// Mode, blend and colour scheme, changed locally or by the cloud. A local mode pick owns the mode
@@ -40,9 +51,12 @@ class LiveControl : public QObject {
     Q_OBJECT
 public:
     static constexpr std::chrono::milliseconds ownershipWindow{600};
+    static constexpr const char* switchModeFailedPrefix = "Couldn’t switch mode: ";
+    static constexpr const char* switchColorSchemeFailedPrefix = "Couldn’t switch color scheme: ";
 
     LiveControl(EngineHost& engine, const MonotonicClock& clock, LiveControlQueries queries,
                 QObject* parent = nullptr);
+    ~LiveControl() override;
 
     void applyLiveControlState(const nlohmann::json& state);
     void selectLightingBlend(const LightingModeSelection& selection);
@@ -55,11 +69,9 @@ public:
     void restoreSelections(const std::string& modeId, std::optional<std::string> modeTo,
                            double modeLerp, const std::string& themeName);
 
-    /// The cloud accepted (or gave up on) the pending selection.
-    void modeSelectionSent(const LightingModeSelection& selection, std::uint64_t generation);
-    void setModeSelectionSendRunning(bool running) { sendRunning_ = running; }
-
     bool ownsModeFields() const;
+    /// A mode or colour-scheme change is on its way to the cloud.
+    bool isUpdatingControl() const { return modeSendRunning_ || themeSendRunning_; }
     LightingModeSelection lightingModeSelection() const;
     const std::string& selectedModeId() const { return selectedModeId_; }
     const std::optional<std::string>& selectedModeTo() const { return selectedModeTo_; }
@@ -83,11 +95,19 @@ signals:
     void workspaceEdited();
     /// A remote state carried a mode: the interpretation is published if linked.
     void remoteModeApplied();
-    /// A local pick waits to be sent to the cloud; the owner starts the send unless it runs.
-    void modeSelectionPending();
+    void isUpdatingControlChanged();
+    /// A change was not taken by the cloud: the whole status line ("Couldn’t …: reason").
+    void controlChangeFailed(const QString& message);
+    /// A change of the kind whose failures start with `prefix` went through: a complaint of
+    /// that kind is stale.
+    void controlChangeSucceeded(const QString& prefix);
 
 private:
     std::optional<nlohmann::json> themePayloads() const;
+    std::optional<std::string> deviceToken() const;
+    QCoro::Task<> runModeSelectionTask(CancellationToken cancel);
+    QCoro::Task<> runThemeTask(CancellationToken cancel);
+    void setSendRunning(bool& flag, bool running);
 
     EngineHost& engine_;
     const MonotonicClock& clock_;
@@ -99,10 +119,17 @@ private:
     std::string selectedThemeName_;
     nlohmann::json lastControlState_ = nlohmann::json::object();
     std::optional<PendingSelection> pending_;
+    // The newest remote mode that the local pick (of that generation) overrode.
+    std::optional<PendingSelection> overriddenRemote_;
     std::optional<LightingModeSelection> confirmed_;
     std::uint64_t generation_ = 0;
     std::optional<MonotonicClock::Duration> ownedUntil_;
-    bool sendRunning_ = false;
+    bool modeSendRunning_ = false;
+    // The colour scheme waiting to be sent; a newer pick replaces it.
+    std::optional<std::string> pendingTheme_;
+    bool themeSendRunning_ = false;
+    // Cancelled when the control goes away, so a send in flight never touches it again.
+    std::shared_ptr<CancellationSource> lifetime_ = std::make_shared<CancellationSource>();
 };
 
 } // namespace kelvo

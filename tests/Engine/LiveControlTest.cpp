@@ -1,5 +1,7 @@
 #include "Engine/LiveControl.h"
 
+#include "Cloud/BridgeAPIError.h"
+#include "Cloud/URLRequestPerforming.h"
 #include "Engine/EngineHost.h"
 
 #include "support/RecordingHarness.h"
@@ -12,77 +14,233 @@ namespace {
 using nlohmann::json;
 using namespace std::chrono_literals;
 
+/// The cloud's control-state endpoint: each request waits until the test answers it.
+struct ScriptedControlEndpoint {
+    struct Request {
+        json fields;
+        std::string token;
+        OneShotEvent answered;
+        std::exception_ptr failure;
+    };
+
+    QCoro::Task<> send(json fields, std::string token, CancellationToken cancel) {
+        auto request = std::make_shared<Request>();
+        request->fields = std::move(fields);
+        request->token = std::move(token);
+        requests.push_back(request);
+        const auto subscription = cancel.onCancel([request] { request->answered.fire(); });
+        co_await request->answered;
+        cancel.throwIfCancelled();
+        if (request->failure)
+            std::rethrow_exception(request->failure);
+    }
+
+    /// Answers the oldest unanswered request, with `failure` if given.
+    void answer(std::exception_ptr failure = nullptr) {
+        for (const auto& request : requests)
+            if (!request->answered.hasFired()) {
+                request->failure = failure;
+                request->answered.fire();
+                return;
+            }
+        ADD_FAILURE() << "no request waits for an answer";
+    }
+
+    std::vector<std::shared_ptr<Request>> requests;
+};
+
 class LiveControlTest : public testing::Test {
 protected:
     void SetUp() override {
         engine.loadHarness(test::testHarness());
         engine.loadShow({{"name", "Demo"}, {"result", json::object()}}, json::object());
-        QObject::connect(&control, &LiveControl::modeSelectionPending, [this] { ++sendsStarted; });
         QObject::connect(&control, &LiveControl::remoteModeApplied, [this] { ++publishes; });
         QObject::connect(&control, &LiveControl::workspaceEdited, [this] { ++persists; });
+        QObject::connect(&control, &LiveControl::controlChangeFailed,
+                         [this](const QString& text) { failures.push_back(text.toStdString()); });
+        QObject::connect(&control, &LiveControl::isUpdatingControlChanged,
+                         [this] { updating.push_back(control.isUpdatingControl()); });
     }
 
     LiveControlQueries queries() {
         return {.themePayloads = [this]() -> std::optional<json> {
                     return themes.empty() ? std::nullopt : std::optional(themes);
                 },
-                .hasDeviceToken = [this] { return paired; }};
+                .deviceToken = [this]() -> std::optional<std::string> {
+                    return paired ? std::optional<std::string>("dev-token") : std::nullopt;
+                },
+                .sendControlState =
+                    [this](json fields, std::string token, CancellationToken cancel) {
+                        return cloud.send(std::move(fields), std::move(token), std::move(cancel));
+                    }};
     }
 
     std::vector<json> engineControls() { return test::loggedCalls(engine, "applyControl"); }
+
+    static std::exception_ptr httpError(int status) {
+        return std::make_exception_ptr(BridgeAPIError::httpError(status));
+    }
 
     EngineHost engine;
     ManualMonotonicClock clock;
     json themes = json::array();
     bool paired = true;
-    int sendsStarted = 0, publishes = 0, persists = 0;
+    ScriptedControlEndpoint cloud;
+    int publishes = 0, persists = 0;
+    std::vector<std::string> failures;
+    std::vector<bool> updating;
     LiveControl control{engine, clock, queries()};
 };
 
-TEST_F(LiveControlTest, RemoteModeWithinTheWindowLosesButItsThemeApplies) {
-    control.selectLightingBlend({"pulse", std::nullopt, 0});
-    EXPECT_EQ(sendsStarted, 1);
-    EXPECT_TRUE(control.ownsModeFields());
-    clock.advance(300ms);
-    control.applyLiveControlState({{"mode", "chase"}, {"mode_lerp", 0.7}, {"theme_name", "Ice"}});
-    EXPECT_EQ(control.selectedModeId(), "pulse");
-    EXPECT_EQ(control.selectedModeLerp(), 0.0);
-    EXPECT_EQ(control.selectedThemeName(), "Ice");
-    EXPECT_EQ(control.lastControlState()["mode"], "pulse");
-    EXPECT_EQ(
-        engineControls().back(),
-        (json{{"modeId", "pulse"}, {"modeTo", nullptr}, {"modeLerp", 0}, {"themeName", "Ice"}}));
+TEST_F(LiveControlTest, ALocalPickOwnsTheModeWhileSendingAndForSixTenthsOfASecond) {
+    struct Case {
+        const char* name;
+        std::optional<std::chrono::milliseconds> answeredAt; // nullopt: still sending
+        std::chrono::milliseconds remoteAt;
+        bool localWins;
+    };
+    const std::vector<Case> cases{
+        {"remote during the send", std::nullopt, 300ms, true},
+        {"send outlasting the window", std::nullopt, 700ms, true},
+        {"sent, window still open", 100ms, 599ms, true},
+        {"sent, window just closed", 100ms, 600ms, false},
+        {"sent late, after the window", 800ms, 801ms, false},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        EngineHost engine;
+        engine.loadHarness(test::testHarness());
+        engine.loadShow({{"name", "Demo"}, {"result", json::object()}}, json::object());
+        ManualMonotonicClock clock;
+        ScriptedControlEndpoint cloud;
+        LiveControlQueries q = queries();
+        q.sendControlState = [&cloud](json fields, std::string token, CancellationToken cancel) {
+            return cloud.send(std::move(fields), std::move(token), std::move(cancel));
+        };
+        LiveControl control{engine, clock, q};
+        const auto start = clock.now();
+        control.applyLiveControlState({{"mode", "wash"}});
+        control.selectLightingBlend({"pulse", std::nullopt, 0});
+        ASSERT_EQ(cloud.requests.size(), 1u);
+        EXPECT_EQ(cloud.requests[0]->fields,
+                  (json{{"mode", "pulse"}, {"mode_to", nullptr}, {"mode_lerp", 0.0}}));
+        if (c.answeredAt) {
+            clock.advance(*c.answeredAt);
+            cloud.answer();
+        }
+        clock.set(start + c.remoteAt);
+        control.applyLiveControlState({{"mode", "chase"}, {"theme_name", "Ice"}});
+        EXPECT_EQ(control.selectedModeId(), c.localWins ? "pulse" : "chase");
+        EXPECT_EQ(control.selectedThemeName(), "Ice") << "the other keys always apply";
+        EXPECT_EQ(test::loggedCalls(engine, "applyControl").back()["modeId"],
+                  c.localWins ? "pulse" : "chase");
+        if (!c.answeredAt)
+            cloud.answer();
+        EXPECT_EQ(control.confirmedModeSelection()->modeId, c.localWins ? "pulse" : "chase")
+            << "an overridden echo confirms nothing";
+        EXPECT_FALSE(control.isUpdatingControl());
+    }
 }
 
-TEST_F(LiveControlTest, AConfirmedPickStillOwnsTheModeUntilSixTenthsOfASecond) {
+TEST_F(LiveControlTest, PicksMadeDuringASendCollapseIntoTheNewest) {
     control.selectLightingBlend({"pulse", std::nullopt, 0});
-    clock.advance(300ms);
-    control.modeSelectionSent({"pulse", std::nullopt, 0}, control.modeSelectionGeneration());
-    clock.advance(200ms); // 0.5 s after the pick: only the window owns the mode now
-    control.applyLiveControlState({{"mode", "chase"}, {"theme_name", "Ice"}});
-    EXPECT_EQ(control.selectedModeId(), "pulse") << "an echo inside the window loses";
-    EXPECT_EQ(control.selectedThemeName(), "Ice");
-    EXPECT_EQ(control.confirmedModeSelection(), (LightingModeSelection{"pulse", std::nullopt, 0}))
-        << "an overridden echo confirms nothing";
-    clock.advance(99ms); // 0.599 s
-    control.applyLiveControlState({{"mode", "chase"}});
+    control.selectLightingBlend({"pulse", "wash", 0.3});
+    control.selectLightingBlend({"pulse", "wash", 0.6});
+    ASSERT_EQ(cloud.requests.size(), 1u) << "one request at a time";
+    cloud.answer(httpError(500)); // superseded: its failure is nobody's concern
+    ASSERT_EQ(cloud.requests.size(), 2u);
+    EXPECT_EQ(cloud.requests[1]->fields,
+              (json{{"mode", "pulse"}, {"mode_to", "wash"}, {"mode_lerp", 0.6}}));
+    EXPECT_EQ(cloud.requests[1]->token, "dev-token");
+    EXPECT_TRUE(control.isUpdatingControl());
+    cloud.answer();
+    EXPECT_EQ(control.confirmedModeSelection(), (LightingModeSelection{"pulse", "wash", 0.6}));
+    EXPECT_TRUE(failures.empty());
+    EXPECT_EQ(updating, (std::vector<bool>{true, false}));
+}
+
+TEST_F(LiveControlTest, ARefusedPickReturnsToTheCloudsChoiceAnUnreachableCloudKeepsIt) {
+    struct Case {
+        std::exception_ptr failure;
+        std::string modeAfter;
+        std::string status;
+    };
+    const std::vector<Case> cases{
+        {httpError(409), "wash", "Couldn’t switch mode: Server returned HTTP 409"},
+        {httpError(503), "pulse", "Couldn’t switch mode: Server returned HTTP 503"},
+        {std::make_exception_ptr(TransportError("Connection refused")), "pulse",
+         "Couldn’t switch mode: Connection refused"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.status);
+        clock.advance(1s); // the previous pick's window is over
+        control.applyLiveControlState({{"mode", "wash"}, {"mode_lerp", 0.2}});
+        failures.clear();
+        control.selectLightingBlend({"pulse", std::nullopt, 0});
+        cloud.answer(c.failure);
+        EXPECT_EQ(control.selectedModeId(), c.modeAfter);
+        EXPECT_EQ(engineControls().back()["modeId"], c.modeAfter);
+        EXPECT_EQ(failures, std::vector<std::string>{c.status});
+        EXPECT_FALSE(control.isUpdatingControl());
+    }
+}
+
+TEST_F(LiveControlTest, ARefusedPickFollowsTheStateTheCloudPushedMeanwhile) {
+    control.applyLiveControlState({{"mode", "wash"}});
+    control.selectLightingBlend({"pulse", std::nullopt, 0});
+    control.applyLiveControlState({{"mode", "chase"}, {"mode_to", "wash"}, {"mode_lerp", 0.5}});
     EXPECT_EQ(control.selectedModeId(), "pulse");
-    clock.advance(11ms); // 0.61 s
-    control.applyLiveControlState({{"mode", "chase"}, {"mode_lerp", 0.5}, {"mode_to", "wash"}});
-    EXPECT_EQ(control.selectedModeId(), "chase");
+    cloud.answer(httpError(403));
+    EXPECT_EQ(control.lightingModeSelection(), (LightingModeSelection{"chase", "wash", 0.5}));
     EXPECT_EQ(control.confirmedModeSelection(), (LightingModeSelection{"chase", "wash", 0.5}));
-    EXPECT_EQ(engineControls().back()["modeId"], "chase");
 }
 
-TEST_F(LiveControlTest, WindowEndsOnlyWhenNothingIsPending) {
-    control.selectLightingBlend({"pulse", std::nullopt, 0});
-    clock.advance(700ms);
-    EXPECT_TRUE(control.ownsModeFields()) << "still pending";
-    control.modeSelectionSent({"pulse", std::nullopt, 0}, control.modeSelectionGeneration());
+TEST_F(LiveControlTest, AColourSchemeIsSentAfterTheEngineHasIt) {
+    themes = json::array({{{"name", "Ice"}, {"colors", {{0, 0, 1}}}}});
+    control.selectTheme("Ice");
+    EXPECT_EQ(control.selectedThemeName(), "Ice");
+    EXPECT_EQ(engineControls().back(), (json{{"themes", themes}, {"themeName", "Ice"}}));
+    EXPECT_TRUE(control.isUpdatingControl());
+    EXPECT_FALSE(control.ownsModeFields()) << "a colour scheme leaves the mode to the cloud";
+    control.selectTheme("Fire");
+    ASSERT_EQ(cloud.requests.size(), 1u);
+    cloud.answer();
+    ASSERT_EQ(cloud.requests.size(), 2u);
+    EXPECT_EQ(cloud.requests[1]->fields, (json{{"theme_name", "Fire"}}));
+    cloud.answer(httpError(500));
+    EXPECT_EQ(failures, std::vector<std::string>{"Couldn’t switch color scheme: Server returned "
+                                                 "HTTP 500"});
+    EXPECT_EQ(control.selectedThemeName(), "Fire") << "the engine keeps the operator's scheme";
+    control.pushThemesToEngine();
+    EXPECT_EQ(engineControls().back(), (json{{"themes", themes}, {"themeName", "Fire"}}));
+}
+
+TEST_F(LiveControlTest, OfflinePicksAreFinalAndNothingIsSent) {
+    paired = false;
+    control.selectLightingBlend({"strobe", "wash", 0.4});
+    control.selectTheme("Ice");
+    EXPECT_TRUE(cloud.requests.empty());
     EXPECT_FALSE(control.ownsModeFields());
-    control.applyLiveControlState({{"mode", "chase"}});
-    EXPECT_EQ(control.selectedModeId(), "chase");
-    EXPECT_EQ(control.confirmedModeSelection(), (LightingModeSelection{"chase", std::nullopt, 0}));
+    EXPECT_FALSE(control.isUpdatingControl());
+    EXPECT_EQ(control.confirmedModeSelection(), (LightingModeSelection{"strobe", "wash", 0.4}));
+    EXPECT_EQ(persists, 2);
+    control.selectLightingBlend({"strobe", "wash", 0.4});
+    EXPECT_EQ(persists, 2) << "the same selection again does nothing";
+}
+
+TEST_F(LiveControlTest, ASendOutlivingItsControlEndsQuietly) {
+    ScriptedControlEndpoint endpoint;
+    {
+        LiveControlQueries q = queries();
+        q.sendControlState = [&endpoint](json fields, std::string token, CancellationToken cancel) {
+            return endpoint.send(std::move(fields), std::move(token), std::move(cancel));
+        };
+        LiveControl doomed{engine, clock, q};
+        doomed.selectLightingBlend({"pulse", std::nullopt, 0});
+        doomed.selectTheme("Ice");
+    }
+    EXPECT_EQ(endpoint.requests.size(), 2u);
+    EXPECT_TRUE(endpoint.requests[0]->answered.hasFired()) << "cancelled with its control";
 }
 
 TEST_F(LiveControlTest, RemoteStateWithoutModeLeavesModeAndDoesNotPublish) {
@@ -105,28 +263,6 @@ TEST_F(LiveControlTest, LerpIsClampedForDisplayAndPassedOnAsGiven) {
     control.applyLiveControlState({{"mode", "a"}, {"mode_to", nullptr}});
     EXPECT_EQ(control.selectedModeLerp(), 0.0) << "missing lerp with a mode sets the blend to 0";
     EXPECT_EQ(control.selectedModeTo(), std::nullopt);
-}
-
-TEST_F(LiveControlTest, OfflineLocalPickIsConfirmedAtOnce) {
-    paired = false;
-    control.selectLightingBlend({"strobe", "wash", 0.4});
-    EXPECT_EQ(sendsStarted, 0);
-    EXPECT_FALSE(control.ownsModeFields());
-    EXPECT_EQ(control.confirmedModeSelection(), (LightingModeSelection{"strobe", "wash", 0.4}));
-    EXPECT_EQ(engineControls().back(),
-              (json{{"modeId", "strobe"}, {"modeTo", "wash"}, {"modeLerp", 0.4}}));
-    EXPECT_EQ(persists, 1);
-    control.selectLightingBlend({"strobe", "wash", 0.4});
-    EXPECT_EQ(persists, 1) << "the same selection again does nothing";
-}
-
-TEST_F(LiveControlTest, ThemesGoToTheEngineWithTheChosenName) {
-    themes = json::array({{{"name", "Ice"}, {"colors", {{0, 0, 1}}}}});
-    control.selectTheme("Ice");
-    EXPECT_EQ(control.selectedThemeName(), "Ice");
-    EXPECT_EQ(engineControls().back(), (json{{"themes", themes}, {"themeName", "Ice"}}));
-    control.pushThemesToEngine();
-    EXPECT_EQ(engineControls().back(), (json{{"themes", themes}, {"themeName", "Ice"}}));
 }
 
 } // namespace

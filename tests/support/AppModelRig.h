@@ -49,7 +49,7 @@ struct AppModelRig {
         environment.audio.deviceLayer =
             devices ? std::move(devices) : std::make_shared<EmptyAudioDeviceLayer>();
         environment.audio.backend = backend;
-        environment.artnetTransport = transport;
+        environment.artnetTransport = artnetTransport ? artnetTransport : transport;
         environment.artnetTransportStatus = [this] { return transportStatus; };
         environment.artnetDiscovery = discovery;
         environment.enttec = EnttecSerialSender([](const std::string&) { return nullptr; },
@@ -77,6 +77,8 @@ struct AppModelRig {
     std::shared_ptr<FakeAudioBackend> backend = std::make_shared<FakeAudioBackend>();
     std::shared_ptr<test::RecordingTransport> transport =
         std::make_shared<test::RecordingTransport>();
+    /// A real transport instead of the recording one (only ever aimed at loopback).
+    std::shared_ptr<UDPSending> artnetTransport;
     UDPTransportStatus transportStatus = test::readyTransport();
     std::shared_ptr<test::FakeArtNetDiscovery> discovery =
         std::make_shared<test::FakeArtNetDiscovery>();
