@@ -64,7 +64,7 @@ QCoro::Task<> ShowDownload::fetchShowAndHarness(BridgeAPIClient client, std::str
         if (const std::optional<ShowPatch> active = ShowPatchBuilder::build(*activeShow))
             revisions.erase(active->showId);
     prefetchShowPatches(client, std::move(revisions), token);
-    // Publishing the interpretation joins here with the live-updates channel.
+    target_.publishInterpretationInBackground(token);
 
     try {
         QCoro::Task<QByteArray> configDownload = client.fetchConfig(token, cancel);
