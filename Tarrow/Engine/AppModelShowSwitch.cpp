@@ -55,6 +55,12 @@ QCoro::Task<> AppModel::switchShow(std::string id) {
     persistWorkspaceUI();
 }
 
+QVariant AppModel::pendingShowSwitchIdVariant() const {
+    if (!pendingShowSwitchId_)
+        return {};
+    return QString::fromStdString(*pendingShowSwitchId_);
+}
+
 void AppModel::loadCachedPatchOfSelectedShow() {
     if (!selectedShowId_)
         return;
