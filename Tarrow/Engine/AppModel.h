@@ -8,6 +8,7 @@
 #include "Cloud/BridgeSettings.h"
 #include "Cloud/CacheWriter.h"
 #include "Cloud/CloudSession.h"
+#include "Cloud/LatestValue.h"
 #include "Cloud/OfflineShowCache.h"
 #include "Cloud/ShowUpdatesChannel.h"
 #include "DMX/ArtNetHealthMonitor.h"
@@ -504,6 +505,8 @@ private:
     std::vector<ThemeOption> themes_;
     std::optional<ShowPatch> showPatch_;
     std::optional<OfflineWorkspaceUIState> lastSavedWorkspace_;
+    std::shared_ptr<LatestValue<QByteArray>> pendingSnapshot_ =
+        std::make_shared<LatestValue<QByteArray>>();
     QString lastCloudStatus_;
     // Last, and torn down first: their flows refer to everything above. The writer finishes
     // its queued cache files before the cache goes.
@@ -517,6 +520,10 @@ private:
     bool interpretationScreenVisible_ = false;
     std::optional<InterpretationTree> interpretationTree_;
     bool isShiftingInterpretation_ = false;
+    struct BackgroundPublish {
+        bool running = false;
+        bool again = false;
+    } backgroundPublish_;
 };
 
 } // namespace kelvo

@@ -80,15 +80,26 @@ QCoro::Task<> AppModel::publishInterpretation(std::string token) {
 }
 
 QCoro::Task<> AppModel::publishIgnoringFailure(std::string token) {
-    try {
-        QCoro::Task<> publishing = publishInterpretation(std::move(token));
-        co_await std::move(publishing);
-    } catch (const FlowCancelled&) {
-        // The model is going away; nothing of it may be touched.
-    } catch (const std::exception& error) {
-        // The editor shows a stale interpretation until the next publish; the lights are fine.
-        qCInfo(lcInterpretation) << "interpretation not published:" << error.what();
+    // One publish at a time; those asked for meanwhile become one more with the newest payload,
+    // so a burst of remote mode changes never piles requests up.
+    if (std::exchange(backgroundPublish_.running, true)) {
+        backgroundPublish_.again = true;
+        co_return;
     }
+    do {
+        backgroundPublish_.again = false;
+        try {
+            QCoro::Task<> publishing = publishInterpretation(token);
+            co_await std::move(publishing);
+        } catch (const FlowCancelled&) {
+            co_return; // the model is going away; nothing of it may be touched
+        } catch (const std::exception& error) {
+            // The editor shows a stale interpretation until the next publish; the lights are
+            // fine.
+            qCInfo(lcInterpretation) << "interpretation not published:" << error.what();
+        }
+    } while (backgroundPublish_.again);
+    backgroundPublish_.running = false;
 }
 
 void AppModel::publishInterpretationIfLinked() {
