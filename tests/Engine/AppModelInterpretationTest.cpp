@@ -81,6 +81,24 @@ TEST_F(AppModelInterpretationTest, ShiftsArePublishedOnlyWhenLinked) {
     EXPECT_EQ(model->statusMessage(), "Couldn’t publish interpretation: Server returned HTTP 503");
 }
 
+TEST_F(AppModelInterpretationTest, ABurstOfRemoteModeChangesPublishesTwiceNotForEachChange) {
+    const QString publish = QStringLiteral("api/runtime/interpretation-tree");
+    model->settings().saveAuthToken("kdt", serverURL);
+    session->setResponder([&](const HTTPRequest& request) -> std::optional<HTTPResponse> {
+        if (request.url.path().endsWith(publish))
+            return std::nullopt; // held until released
+        return HTTPResponse{200, "{}"};
+    });
+    for (const char* mode : {"a", "b", "c", "d"})
+        model->applyLiveControlState({{"mode", mode}});
+    EXPECT_EQ(session->countPath(publish), 1u);
+    session->releaseHeld(HTTPResponse{204, ""});
+    test::pumpUntil([&] { return session->countPath(publish) == 2; });
+    session->releaseHeld(HTTPResponse{204, ""});
+    test::pumpFor(std::chrono::milliseconds(50));
+    EXPECT_EQ(session->countPath(publish), 2u) << "the newest payload, once";
+}
+
 TEST_F(AppModelInterpretationTest, AnUnlinkedBridgeCannotSwitchShows) {
     model->selectShow(QStringLiteral("show-2"));
     EXPECT_EQ(model->statusMessage(),
