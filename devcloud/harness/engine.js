@@ -291,7 +291,9 @@ var BridgeEngine = (function () {
     var BT_ONSET_WEIGHT = 0.3;
     var BT_LATENCY_HOPS = 2.5;
     var BT_SILENCE_SECONDS = 2.5;
-    var BT_ACF_TAU_S = 3;
+    // The autocorrelation's memory: short enough that an intro's riff (read at 4/3 or 5/4 of the
+    // tempo) is forgotten within a couple of seconds of the beat coming in.
+    var BT_ACF_TAU_S = 2;
     // The phase follows the kick: while the kick is far below its recent strength (a break
     // with only hats left) the flywheel keeps the phase it had instead of sliding onto them.
     var BT_KICK_SHORT_S = 0.8;
@@ -299,7 +301,9 @@ var BridgeEngine = (function () {
     var BT_KICK_PRESENT = 0.3;
     var BT_KICK_MIN_DB = 0.05;
     var BT_PHASE_JUMP = 0.2;
-    var BT_PHASE_JUMP_VOTES = 8;
+    // Analyses in a row (about 2.7 s) a phase half a beat away must win before the beats move:
+    // real music often hits its off-beats as hard as its beats.
+    var BT_PHASE_JUMP_VOTES = 32;
     // Analyses in a row (about 1.5 s) a new tempo must win before it replaces the current one.
     var BT_TEMPO_CHANGE_VOTES = 16;
     // Until the history spans this long the reading is young: a new tempo wins after a couple
@@ -309,6 +313,11 @@ var BridgeEngine = (function () {
     // Half or double the current tempo is the same pulse: it must win this many times longer.
     var BT_OCTAVE_CHANGE_FACTOR = 4;
     var BT_HALF_BEAT_WEIGHT = 0.5;
+    // Tempi far from the middle of the range need a stronger comb to win (a log-normal weight,
+    // one octave wide); a reading at the very edge of the range is not taken at all.
+    var BT_PRIOR_CENTRE_BPM = 120;
+    var BT_PRIOR_OCTAVES = 1;
+    var BT_EDGE_BPM = 1;
 
     function BeatFrame() {
         this.bpm = 0;
@@ -356,8 +365,19 @@ var BridgeEngine = (function () {
         return j;
     };
 
+    function tempoPrior() {
+        var count = Math.round((BT_MAX_BPM - BT_MIN_BPM) / BT_BPM_STEP) + 1;
+        var prior = new Float64Array(count);
+        for (var i = 0; i < count; i++) {
+            var octaves = Math.log((BT_MIN_BPM + i * BT_BPM_STEP) / BT_PRIOR_CENTRE_BPM) / Math.LN2;
+            prior[i] = Math.exp(-0.5 * octaves * octaves / (BT_PRIOR_OCTAVES * BT_PRIOR_OCTAVES));
+        }
+        return prior;
+    }
+
     function BeatTracker() {
         this.frame = new BeatFrame();
+        this.prior = tempoPrior();
         this.size = 0;
         this.reset(0);
         this.clock = 0;
@@ -553,6 +573,7 @@ var BridgeEngine = (function () {
         var best = -Infinity;
         for (var bpm = BT_MIN_BPM; bpm <= BT_MAX_BPM; bpm += BT_BPM_STEP) {
             var s = this.combScore(bpm, maxLag);
+            if (s > 0) s *= this.prior[Math.round((bpm - BT_MIN_BPM) / BT_BPM_STEP)];
             if (s > best) {
                 best = s;
                 bestBpm = bpm;
@@ -570,6 +591,9 @@ var BridgeEngine = (function () {
         var spanSeconds = Math.min(n * this.hop, 2 * BT_ACF_TAU_S);
         var settled = !kickMusic || this.period <= 0 ||
             (this.kickSince >= 0 && this.clock - this.kickSince >= spanSeconds - 1);
+        // A maximum at the edge of the range is the slope of a peak outside it (in real music
+        // often 4/3 or 5/4 of the tempo, from a subdivision pattern): not a reading.
+        if (bestBpm >= BT_MAX_BPM - BT_EDGE_BPM || bestBpm <= BT_MIN_BPM + BT_EDGE_BPM) settled = false;
         // A pulse train scores the same at half tempo; prefer the faster reading when the
         // double tempo is in range and nearly as strong.
         var doubled = this.refine(bestBpm * 2, maxLag);
