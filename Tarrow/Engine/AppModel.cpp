@@ -342,6 +342,7 @@ void AppModel::visualsRefreshed() {
     setAndNotify(lightingPlot_, engine_.lightingPlot(), this, &AppModel::lightingPlotChanged);
     setAndNotify(liveScheme_, engine_.liveScheme(), this, &AppModel::liveSchemeChanged);
     refreshDropDiagnostics();
+    refreshInterpretationTree();
 }
 
 void AppModel::refreshDropDiagnostics() {

@@ -8,6 +8,7 @@
 #include "Cloud/BridgeSettings.h"
 #include "Cloud/CacheWriter.h"
 #include "Cloud/CloudSession.h"
+#include "Cloud/LatestValue.h"
 #include "Cloud/OfflineShowCache.h"
 #include "Cloud/ShowUpdatesChannel.h"
 #include "Cloud/TickSlots.h"
@@ -22,6 +23,7 @@
 #include "Engine/MicrophoneAuthorization.h"
 #include "Engine/ShowDownload.h"
 #include "Engine/StoredOutputSettings.h"
+#include "Show/InterpretationTree.h"
 #include "Show/ShowOptions.h"
 #include "Show/ShowPatch.h"
 #include "Support/MonotonicClock.h"
@@ -128,6 +130,15 @@ class AppModel : public QObject, private ShowDownloadTarget {
     Q_PROPERTY(QVariantList themes READ themesVariant NOTIFY themesChanged)
     Q_PROPERTY(QString selectedThemeName READ selectedThemeNameText NOTIFY selectedThemeNameChanged)
     Q_PROPERTY(bool isUpdatingControl READ isUpdatingControl NOTIFY isUpdatingControlChanged)
+    // Show switch and the interpretation screen
+    Q_PROPERTY(bool isSwitchingShow READ isSwitchingShow NOTIFY isSwitchingShowChanged)
+    Q_PROPERTY(QVariant pendingShowSwitchId READ pendingShowSwitchIdVariant NOTIFY
+                   pendingShowSwitchIdChanged)
+    Q_PROPERTY(bool interpretationScreenVisible READ interpretationScreenVisible WRITE
+                   setInterpretationScreenVisible NOTIFY interpretationScreenVisibleChanged)
+    Q_PROPERTY(QVariant interpretation READ interpretationVariant NOTIFY interpretationTreeChanged)
+    Q_PROPERTY(bool isShiftingInterpretation READ isShiftingInterpretation NOTIFY
+                   isShiftingInterpretationChanged)
     // Drop
     Q_PROPERTY(bool isDropHeld READ isDropHeld NOTIFY isDropHeldChanged)
     Q_PROPERTY(
@@ -151,6 +162,10 @@ public:
         "Recording needs an available audio input.";
     static constexpr const char* workspaceNotSavedPrefix =
         "Couldn’t save the dashboard selections: ";
+    static constexpr const char* switchShowFailedPrefix = "Couldn’t switch show: ";
+    static constexpr const char* notLinkedText = "this bridge is not linked to the cloud";
+    static constexpr const char* publishInterpretationFailedPrefix =
+        "Couldn’t publish interpretation: ";
 
     explicit AppModel(AppModelEnvironment environment, QObject* parent = nullptr);
     ~AppModel() override;
@@ -185,6 +200,29 @@ public:
     ConnectionStatus connectionStatus() const {
         return cloud_ ? cloud_->connectionStatus() : ConnectionStatus::disconnected;
     }
+
+    // Show switch (AppModelShowSwitch.cpp)
+    /// Asks the cloud to activate the show; the engine gets it through the show-updates channel.
+    Q_INVOKABLE void selectShow(const QString& id);
+    bool isSwitchingShow() const { return isSwitchingShow_; }
+    const std::optional<std::string>& pendingShowSwitchId() const { return pendingShowSwitchId_; }
+
+    // Interpretation screen and publishing (AppModelInterpretation.cpp)
+    bool interpretationScreenVisible() const { return interpretationScreenVisible_; }
+    /// The dashboard sets it while the interpretation screen is shown; the tree is refreshed
+    /// only then.
+    void setInterpretationScreenVisible(bool visible);
+    void refreshInterpretationTree();
+    const std::optional<InterpretationTree>& interpretationTree() const {
+        return interpretationTree_;
+    }
+    /// Sends the engine's current interpretation to the cloud; throws the cloud link's error.
+    QCoro::Task<> publishInterpretation(std::string token);
+    /// Publishes in the background when this server has a device token; failures are ignored.
+    void publishInterpretationIfLinked();
+    /// Regenerates the engine's interpreters, refreshes the tree and publishes it.
+    Q_INVOKABLE void shiftLightingInterpretation();
+    bool isShiftingInterpretation() const { return isShiftingInterpretation_; }
 
     // Engine loop
     void startEngineLoop();
@@ -344,6 +382,11 @@ signals:
     void connectionStatusChanged();
     void sessionInfoChanged();
     void appUpdateDownloadURLChanged();
+    void isSwitchingShowChanged();
+    void pendingShowSwitchIdChanged();
+    void interpretationScreenVisibleChanged();
+    void interpretationTreeChanged();
+    void isShiftingInterpretationChanged();
     /// The pairing approval page: the window opens it in the browser, headless prints it.
     void pairingPageReady(const QUrl& url);
 
@@ -399,6 +442,14 @@ private:
     const std::vector<ThemeOption>& currentThemes() const override { return themes_; }
     void replaceThemes(std::vector<ThemeOption> themes) override;
     void showDownloadFinished() override;
+    void publishInterpretationInBackground(const std::string& token) override;
+    QCoro::Task<> switchShow(std::string id);
+    QCoro::Task<> runInterpretationShift();
+    QCoro::Task<> publishIgnoringFailure(std::string token);
+    QVariant pendingShowSwitchIdVariant() const;
+    QVariant interpretationVariant() const;
+    /// The selected show's patch from the cache, read off the main thread.
+    void loadCachedPatchOfSelectedShow();
 
     ArtNetHealthMonitor* makeArtNetMonitor();
     /// Announces each selection that differs from the last announced one.
@@ -459,6 +510,8 @@ private:
     std::vector<ThemeOption> themes_;
     std::optional<ShowPatch> showPatch_;
     std::optional<OfflineWorkspaceUIState> lastSavedWorkspace_;
+    std::shared_ptr<LatestValue<QByteArray>> pendingSnapshot_ =
+        std::make_shared<LatestValue<QByteArray>>();
     QString lastCloudStatus_;
     // Last, and torn down first: their flows refer to everything above. The writer finishes
     // its queued cache files before the cache goes.
@@ -468,6 +521,15 @@ private:
     std::unique_ptr<CloudSession> cloud_;
     std::unique_ptr<ShowUpdatesChannel> showUpdates_;
     std::uint64_t showSwitchGeneration_ = 0;
+    bool isSwitchingShow_ = false;
+    std::optional<std::string> pendingShowSwitchId_;
+    bool interpretationScreenVisible_ = false;
+    std::optional<InterpretationTree> interpretationTree_;
+    bool isShiftingInterpretation_ = false;
+    struct BackgroundPublish {
+        bool running = false;
+        bool again = false;
+    } backgroundPublish_;
 };
 
 } // namespace kelvo

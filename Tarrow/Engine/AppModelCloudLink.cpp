@@ -166,15 +166,20 @@ void AppModel::loadActiveShow(const nlohmann::json& activeShow,
         recordShowPatch(*patch);
     }
     if (const std::optional<std::string> subset = engine_.loadShow(activeShow, controlState)) {
-        cacheWriter_->write(
-            [cache = cache_.get(), snapshot = QByteArray::fromStdString(*subset)] {
-                cache->saveShowSnapshot(snapshot);
-            },
-            this, [this] { refreshOfflineWorkspace(); });
+        // Snapshots pushed in a burst are written once: only the newest is worth the disk.
+        if (pendingSnapshot_->put(QByteArray::fromStdString(*subset)))
+            cacheWriter_->write(
+                [cache = cache_.get(), pending = pendingSnapshot_] {
+                    if (const std::optional<QByteArray> snapshot = pending->take())
+                        cache->saveShowSnapshot(*snapshot);
+                },
+                this, [this] { refreshOfflineWorkspace(); });
     }
 }
 
 void AppModel::recordShowPatch(const ShowPatch& patch) {
+    if (selectedShowId_ == patch.showId && showPatch_ == patch)
+        return; // on disk already: a snapshot pushed again must not queue another write
     cacheWriter_->write([cache = cache_.get(), patch] { cache->savePatch(patch); });
     if (selectedShowId_ == patch.showId &&
         assignIfChanged(showPatch_, std::optional<ShowPatch>(patch)))

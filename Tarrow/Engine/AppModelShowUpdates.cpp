@@ -14,6 +14,9 @@ void AppModel::makeShowUpdatesChannel() {
         [this] { return connectionStatus() == ConnectionStatus::connected; });
     QObject::connect(showUpdates_.get(), &ShowUpdatesChannel::messageReceived, this,
                      &AppModel::handleShowUpdate);
+    // Another client changed the mode: the editor shows the engine's new choice.
+    QObject::connect(&liveControl_, &LiveControl::remoteModeApplied, this,
+                     &AppModel::publishInterpretationIfLinked);
     QObject::connect(showUpdates_.get(), &ShowUpdatesChannel::activeShowReloadDue, this,
                      [this](std::optional<std::int64_t>) {
                          if (!cloud_)
@@ -50,13 +53,24 @@ void AppModel::handleShowUpdate(const ShowUpdateMessage& message) {
         if (!isDropHeld()) // a hold at the venue wins over the cloud
             engine_.setForcedDrop(drop->active);
     } else if (std::holds_alternative<ShiftLightingOnly>(message)) {
-        engine_.shiftLighting();
+        if (engine_.hasSession()) {
+            engine_.shiftLighting();
+            publishInterpretationIfLinked();
+        }
     } else if (std::holds_alternative<ShiftColorScheme>(message)) {
         engine_.shiftColorScheme();
     }
 }
 
 void AppModel::applyLiveShowSnapshot(const nlohmann::json& activeShow) {
+    // While a local pick is being activated, a snapshot of another show is the cloud's past.
+    if (pendingShowSwitchId_) {
+        const auto summary = activeShow.find("summary");
+        const bool isPending = summary != activeShow.end() && summary->is_object() &&
+                               summary->value("id", nlohmann::json()) == *pendingShowSwitchId_;
+        if (!isPending)
+            return;
+    }
     nlohmann::json controlState = liveControl_.lightingModeSelection().controlFields();
     loadActiveShow(activeShow, controlState);
 }

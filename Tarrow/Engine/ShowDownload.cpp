@@ -114,7 +114,7 @@ QCoro::Task<> ShowDownload::fetchShowAndHarness(BridgeAPIClient client, std::str
     co_await std::move(showSlot);
     target_.applyParsedBootstrap(bootstrap.document);
     prefetchShowPatches(client, std::move(bootstrap.otherRevisions), token);
-    // Publishing the interpretation joins here with the live-updates channel.
+    target_.publishInterpretationInBackground(token);
 
     try {
         QCoro::Task<QByteArray> configDownload = client.fetchConfig(token, cancel);

@@ -33,6 +33,8 @@ public:
     virtual void replaceThemes(std::vector<ThemeOption> themes) = 0;
     /// Persists the workspace, re-reads whether the cache can run offline, keeps the loop going.
     virtual void showDownloadFinished() = 0;
+    /// Sends the engine's interpretation of the new show to the cloud, in the background.
+    virtual void publishInterpretationInBackground(const std::string& /*token*/) {}
 };
 
 /// The download every connect performs: the harness, the runtime bootstrap with the show, the

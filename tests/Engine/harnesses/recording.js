@@ -3,7 +3,8 @@
 //   high -> the beat tracker's frame beats when > 0
 //   mid  -> the frame is a downbeat when > 0
 //   all  -> the normaliser returns nothing when < -200
-// The session's interpretation payload returns the call log. A show with "stepPalette" returns
+// The session's interpretation payload returns the call log, and the show's "interpretationTree"
+// as its "tree". A show with "stepPalette" returns
 // the step's number and dt as its colour palette: [[steps, dt, 0]]. A step given a frame with
 // "throw" throws, one with "spin" never returns.
 var log = [];
@@ -67,7 +68,9 @@ var BridgeEngine = {
     this.setForcedDrop = function (on) { record("setForcedDrop", on); };
     this.shiftLighting = function () { record("shiftLighting", arguments.length); };
     this.shiftColorScheme = function () { record("shiftColorScheme", arguments.length); };
-    this.toInterpretationPayload = function () { return { log: log, now: performance.now() }; };
+    this.toInterpretationPayload = function () {
+      return { log: log, now: performance.now(), tree: self.show && self.show.interpretationTree };
+    };
     this.step = function (frame, dt) {
       record("step", [frame, dt]);
       self.steps += 1;

@@ -1,0 +1,218 @@
+// Memory of a linked bridge under a flood of show-update messages: a kelvo-devcloud on loopback
+// pushes control states, show changes, snapshots, drops, shifts and malformed frames as fast as
+// its admin API takes them, while the engine loop runs at 60 Hz on a tone. Prints the resident
+// set size at the start of the flood and every tenth of the run; it must stay flat.
+//   build/bench/show_updates_flood_bench [--minutes M] [--only TYPE,TYPE…]
+//   (M defaults to 0.5, 10 for the long run; --only pushes just those message types, "text" for
+//   the malformed frames; needs build/devcloud/kelvo-devcloud)
+#include "Cloud/DisconnectNotifier.h"
+#include "Cloud/QtURLSession.h"
+#include "DMX/NWUDPSocket.h"
+#include "Engine/AppModel.h"
+
+#include <QCoreApplication>
+#include <QElapsedTimer>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+#include <QProcess>
+#include <QTemporaryDir>
+
+#include <nlohmann/json.hpp>
+
+#include <cmath>
+#include <cstdio>
+#include <fstream>
+#include <string>
+#include <vector>
+
+using namespace kelvo;
+using json = nlohmann::json;
+
+namespace {
+
+const char* const token = "bench-token";
+const char* const secret = "bench-secret";
+
+/// Ten seconds of a quiet 100 Hz tone, 16-bit mono 44.1 kHz.
+void writeTone(const QString& path) {
+    const std::uint32_t frames = 441000, bytes = frames * 2;
+    std::ofstream out(path.toStdString(), std::ios::binary);
+    const auto u32 = [&](std::uint32_t v) { out.write(reinterpret_cast<const char*>(&v), 4); };
+    const auto u16 = [&](std::uint16_t v) { out.write(reinterpret_cast<const char*>(&v), 2); };
+    out.write("RIFF", 4), u32(36 + bytes), out.write("WAVEfmt ", 8), u32(16), u16(1), u16(1);
+    u32(44100), u32(88200), u16(2), u16(16), out.write("data", 4), u32(bytes);
+    for (std::uint32_t i = 0; i < frames; ++i)
+        u16(std::uint16_t(std::int16_t(3000 * std::sin(i * 2 * M_PI * 100 / 44100))));
+}
+
+long residentKilobytes() {
+    std::ifstream status("/proc/self/status");
+    std::string line;
+    while (std::getline(status, line))
+        if (line.rfind("VmRSS:", 0) == 0)
+            return std::stol(line.substr(6));
+    return -1;
+}
+
+bool waitFor(const std::function<bool()>& done, int milliseconds = 20000) {
+    QElapsedTimer timer;
+    timer.start();
+    while (!done() && timer.elapsed() < milliseconds)
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 1);
+    return done();
+}
+
+/// The pushes of one round, every kind the bridge acts on and a few it must drop.
+std::vector<json> floodRound(int round, const json& snapshot) {
+    const char* modes[] = {"pulse", "cycle", "party"};
+    return {
+        {{"type", "control_state"},
+         {"data", {{"mode", modes[round % 3]}, {"mode_lerp", (round % 10) / 10.0}}}},
+        {{"type", "control_state"}, {"data", {{"theme_name", round % 2 ? "Ocean" : "Sunset"}}}},
+        {{"type", "show_changed"}, {"data", {{"revision", round}}}},
+        {{"type", "force_drop"}, {"data", {{"active", round % 2 == 0}}}},
+        {{"type", "shift_lighting_only"}, {"data", json::object()}},
+        {{"type", "shift_color_scheme"}, {"data", json::object()}},
+        {{"type", "show_snapshot"}, {"data", snapshot}},
+        {{"text", "[]"}},
+        {{"text", "{\"type\":\"control_state\",\"data\":"}},
+        {{"type", "something_new"}, {"data", std::string(2000, 'x')}},
+    };
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    QTemporaryDir home;
+    qputenv("XDG_DATA_HOME", (home.path() + "/data").toUtf8());
+    qputenv("XDG_CONFIG_HOME", (home.path() + "/config").toUtf8());
+    QCoreApplication app(argc, argv);
+    QCoreApplication::setOrganizationName("Kelvo");
+    QCoreApplication::setApplicationName("KelvoBridge");
+    double minutes = 0.5;
+    std::string only; // comma-separated message types, "text" for the raw frames; empty: all
+    for (int i = 1; i + 1 < argc; ++i) {
+        if (std::string(argv[i]) == "--minutes")
+            minutes = std::max(0.05, std::atof(argv[i + 1]));
+        if (std::string(argv[i]) == "--only")
+            only = "," + std::string(argv[i + 1]) + ",";
+    }
+    const QString tone = home.path() + "/tone.wav";
+    writeTone(tone);
+
+    QProcess cloud;
+    cloud.setProcessChannelMode(QProcess::MergedChannels);
+    cloud.start(QCoreApplication::applicationDirPath() + "/../devcloud/kelvo-devcloud",
+                {"--listen", "127.0.0.1:0", "--state", home.path() + "/cloud.json",
+                 "--device-token", token, "--admin-secret", secret});
+    QString server;
+    waitFor([&] {
+        const QString line = QString::fromUtf8(cloud.readLine()).trimmed();
+        if (line.startsWith("listening on "))
+            server = line.mid(13).section(' ', 0, 0);
+        return !server.isEmpty();
+    });
+    if (server.isEmpty()) {
+        std::fprintf(stderr, "kelvo-devcloud did not start\n");
+        return 1;
+    }
+    // The devcloud's log is not read again: let it go to nowhere rather than fill a pipe.
+    QObject::connect(&cloud, &QProcess::readyRead, [&cloud] { cloud.readAll(); });
+
+    AppModelEnvironment environment;
+    environment.settings = std::make_unique<BridgeSettings>(BridgeSettings::openUserSettings(),
+                                                            BridgeServerConfig::productionURL());
+    environment.cache = std::make_unique<OfflineShowCache>();
+    environment.audio = AudioInputPlatform::make(tone.toStdString());
+    environment.artnetTransport = std::make_shared<NWUDPSocket>();
+    environment.serverURL = QUrl(server);
+    environment.http = std::make_shared<QtURLSession>();
+    environment.leaving = std::make_shared<ThreadedDisconnectNotifier>();
+    environment.settings->saveAuthToken(token, QUrl(server));
+    AppModel model(std::move(environment));
+    model.setArtNetEnabled(false); // nothing leaves the machine
+    model.bootstrap();
+    model.setArtNetEnabled(false);
+    model.autoConnect();
+    model.setInterpretationScreenVisible(true);
+    if (!waitFor([&] { return model.connectionStatus() == ConnectionStatus::connected; })) {
+        std::fprintf(stderr, "the bridge did not connect: %s\n",
+                     model.statusMessage().toUtf8().constData());
+        return 1;
+    }
+
+    QNetworkAccessManager network;
+    const auto call = [&](const QByteArray& method, const QString& path, const QByteArray& body) {
+        QNetworkRequest request(QUrl(server + "/" + path));
+        request.setRawHeader("X-Kelvo-Admin", secret);
+        request.setRawHeader("Authorization", QByteArray("Bearer ") + token);
+        request.setHeader(QNetworkRequest::ContentTypeHeader, "application/json");
+        return network.sendCustomRequest(request, method, body);
+    };
+    json snapshot;
+    {
+        QNetworkReply* reply = call("GET", "api/shows/show-demo", {});
+        waitFor([&] { return reply->isFinished(); });
+        snapshot = json::parse(reply->readAll().toStdString(), nullptr, false);
+        reply->deleteLater();
+    }
+
+    // Warm-up: a first round of everything, so one-off allocations are behind us.
+    const auto pushRound = [&](int round, int& inFlight, long& pushed) {
+        for (const json& message : floodRound(round, snapshot)) {
+            const std::string type = message.value("type", std::string("text"));
+            if (!only.empty() && only.find("," + type + ",") == std::string::npos)
+                continue;
+            QNetworkReply* reply =
+                call("POST", "api/admin/push", QByteArray::fromStdString(message.dump()));
+            ++inFlight;
+            QObject::connect(reply, &QNetworkReply::finished, [reply, &inFlight, &pushed] {
+                --inFlight;
+                ++pushed;
+                reply->deleteLater();
+            });
+        }
+    };
+    int inFlight = 0;
+    long pushed = 0;
+    for (int round = 0; round < 20; ++round) {
+        pushRound(round, inFlight, pushed);
+        waitFor([&] { return inFlight == 0; });
+    }
+    waitFor([] { return false; }, 2000);
+
+    const long startKB = residentKilobytes();
+    std::printf("flood of %.2f min; RSS at start %ld kB\n", minutes, startKB);
+    QElapsedTimer clock;
+    clock.start();
+    const qint64 total = qint64(minutes * 60'000);
+    qint64 nextReport = total / 10;
+    long peakKB = startKB;
+    int round = 20;
+    while (clock.elapsed() < total) {
+        // At most two rounds in flight: the cloud sends as fast as it is asked.
+        if (inFlight < 20)
+            pushRound(round++, inFlight, pushed);
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 1);
+        if (clock.elapsed() >= nextReport) {
+            const long kb = residentKilobytes();
+            peakKB = std::max(peakKB, kb);
+            std::printf("  %5.1f min: RSS %ld kB, %ld messages pushed, %llu ticks\n",
+                        clock.elapsed() / 60000.0, kb, pushed,
+                        static_cast<unsigned long long>(model.tickCount()));
+            std::fflush(stdout);
+            nextReport += total / 10;
+        }
+    }
+    waitFor([&] { return inFlight == 0; });
+    waitFor([] { return false; }, 2000);
+    const long endKB = residentKilobytes();
+    std::printf("RSS at end %ld kB (start %ld kB, peak %ld kB, %+ld kB); %ld messages, %.0f/s; "
+                "still connected: %s\n",
+                endKB, startKB, peakKB, endKB - startKB, pushed, pushed / (total / 1000.0),
+                model.connectionStatus() == ConnectionStatus::connected ? "yes" : "no");
+    model.applicationWillTerminate();
+    cloud.terminate();
+    cloud.waitForFinished(3000);
+    return 0;
+}

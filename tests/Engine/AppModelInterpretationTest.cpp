@@ -1,0 +1,111 @@
+#include "Cloud/FakeURLSession.h"
+#include "support/AppModelRig.h"
+#include "support/QtEventLoop.h"
+
+#include <gtest/gtest.h>
+
+namespace kelvo {
+namespace {
+
+/// The model on the recording harness with a cached show that carries an interpretation, and a
+/// cloud transport that answers every request at once.
+class AppModelInterpretationTest : public testing::Test, protected test::AppModelRig {
+protected:
+    void SetUp() override {
+        test::qtApplication();
+        seedCache(false);
+        makeCache()->saveShowSnapshot(R"({"name": "Cached", "result": {"dmx": {"1": [1]}},
+            "interpretationTree": {"mode": "party", "children": [{"kind": "group",
+            "label": "Pars", "children": [{"kind": "interpreter", "label": "Chase",
+            "fixtures": ["p1"]}]}]}})");
+        serverURL = QUrl("http://127.0.0.1:9");
+        http = session;
+        model = makeModel();
+        model->bootstrap();
+        QObject::connect(model.get(), &AppModel::interpretationTreeChanged,
+                         [this] { ++treeNotifications; });
+    }
+
+    void push(const char* message) { model->showUpdatesChannel()->handleFrame(message); }
+    std::vector<nlohmann::json> forcedDrops() {
+        return test::loggedCalls(model->engine(), "setForcedDrop");
+    }
+
+    std::shared_ptr<test::FakeURLSession> session = std::make_shared<test::FakeURLSession>();
+    std::unique_ptr<AppModel> model;
+    int treeNotifications = 0;
+};
+
+TEST_F(AppModelInterpretationTest, TheTreeFollowsTheEngineOnlyWhileTheScreenIsShown) {
+    for (int i = 0; i < 10; ++i)
+        model->tick();
+    EXPECT_FALSE(model->interpretationTree()) << "decoded with the screen hidden";
+
+    model->setInterpretationScreenVisible(true);
+    ASSERT_TRUE(model->interpretationTree());
+    EXPECT_EQ(model->interpretationTree()->modeId, "party");
+    EXPECT_EQ(model->interpretationTree()->groups.at(0).rows.at(0).label(), "Chase");
+    // Every payload differs (it carries a time), the tree does not: no redraw.
+    for (int i = 0; i < 10; ++i)
+        model->tick();
+    EXPECT_EQ(treeNotifications, 1);
+    EXPECT_EQ(model->property("interpretation").toMap().value("modeId"), "party");
+}
+
+TEST_F(AppModelInterpretationTest, ACloudDropNeverOverridesAHoldAtTheVenue) {
+    model->beginForcedDrop(DropHoldSource::keyboard);
+    const std::size_t held = forcedDrops().size();
+    push(R"({"type":"force_drop","data":{"active":false}})");
+    EXPECT_EQ(forcedDrops().size(), held);
+
+    model->endForcedDrop(DropHoldSource::keyboard);
+    push(R"({"type":"force_drop","data":{"active":true}})");
+    EXPECT_EQ(forcedDrops().back(), true);
+}
+
+TEST_F(AppModelInterpretationTest, ShiftsArePublishedOnlyWhenLinked) {
+    const QString publish = QStringLiteral("api/runtime/interpretation-tree");
+    push(R"({"type":"shift_lighting_only"})");
+    model->shiftLightingInterpretation();
+    EXPECT_EQ(test::loggedCalls(model->engine(), "shiftLighting").size(), 2u);
+    EXPECT_EQ(session->countPath(publish), 0u);
+
+    model->settings().saveAuthToken("kdt", serverURL);
+    push(R"({"type":"shift_lighting_only"})");
+    test::pumpUntil([&] { return session->countPath(publish) == 1; });
+    EXPECT_EQ(session->countPath(publish), 1u);
+
+    session->setResponder([](const HTTPRequest&) { return HTTPResponse{503, "{}"}; });
+    model->shiftLightingInterpretation();
+    ASSERT_TRUE(test::pumpUntil([&] { return !model->isShiftingInterpretation(); }));
+    EXPECT_EQ(model->statusMessage(), "Couldn’t publish interpretation: Server returned HTTP 503");
+}
+
+TEST_F(AppModelInterpretationTest, ABurstOfRemoteModeChangesPublishesTwiceNotForEachChange) {
+    const QString publish = QStringLiteral("api/runtime/interpretation-tree");
+    model->settings().saveAuthToken("kdt", serverURL);
+    session->setResponder([&](const HTTPRequest& request) -> std::optional<HTTPResponse> {
+        if (request.url.path().endsWith(publish))
+            return std::nullopt; // held until released
+        return HTTPResponse{200, "{}"};
+    });
+    for (const char* mode : {"a", "b", "c", "d"})
+        model->applyLiveControlState({{"mode", mode}});
+    EXPECT_EQ(session->countPath(publish), 1u);
+    session->releaseHeld(HTTPResponse{204, ""});
+    test::pumpUntil([&] { return session->countPath(publish) == 2; });
+    session->releaseHeld(HTTPResponse{204, ""});
+    test::pumpFor(std::chrono::milliseconds(50));
+    EXPECT_EQ(session->countPath(publish), 2u) << "the newest payload, once";
+}
+
+TEST_F(AppModelInterpretationTest, AnUnlinkedBridgeCannotSwitchShows) {
+    model->selectShow(QStringLiteral("show-2"));
+    EXPECT_EQ(model->statusMessage(),
+              "Couldn’t switch show: this bridge is not linked to the cloud");
+    EXPECT_FALSE(model->isSwitchingShow());
+    EXPECT_EQ(session->countPath(QStringLiteral("/activate")), 0u);
+}
+
+} // namespace
+} // namespace kelvo
