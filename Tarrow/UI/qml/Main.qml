@@ -17,6 +17,26 @@ ApplicationWindow {
     color: Theme.window
     font.family: Theme.fontFamily
     font.pixelSize: Theme.fontBody
+    palette {
+        window: Theme.window
+        windowText: Theme.text
+        base: Theme.tile
+        alternateBase: Theme.tileBorder
+        text: Theme.text
+        button: Theme.tileBorder
+        buttonText: Theme.text
+        brightText: Theme.text
+        highlight: Theme.accent
+        highlightedText: Theme.window
+        light: Theme.tileBorder
+        midlight: Theme.tileBorder
+        mid: Theme.tile
+        dark: Theme.sidebar
+        shadow: Theme.sidebar
+        placeholderText: Theme.textDim
+        toolTipBase: Theme.tile
+        toolTipText: Theme.text
+    }
 
     // The screens of the side navigation, each loaded from "<name>Screen.qml".
     readonly property var screens: [
