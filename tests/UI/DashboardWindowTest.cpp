@@ -51,15 +51,15 @@ TEST_F(DashboardWindowTest, LiveTilesShowTheirTextsAndFollowTheModel) {
     QQuickItem* pulse = dashboard.item("mode_m1");
     QQuickItem* chase = dashboard.item("mode_m2");
     ASSERT_TRUE(pulse && chase);
-    EXPECT_TRUE(pulse->property("checked").toBool());
+    EXPECT_TRUE(pulse->property("chosen").toBool());
     QMetaObject::invokeMethod(chase, "clicked");
     EXPECT_EQ(dashboard.model().selectedModeId(), "m2");
-    EXPECT_TRUE(chase->property("checked").toBool());
-    EXPECT_FALSE(pulse->property("checked").toBool());
+    EXPECT_TRUE(chase->property("chosen").toBool());
+    EXPECT_FALSE(pulse->property("chosen").toBool());
 
     dashboard.model().applyLiveControlState(
         {{"mode", "m1"}, {"mode_to", "m2"}, {"mode_lerp", 1.7}});
-    EXPECT_TRUE(pulse->property("checked").toBool());
+    EXPECT_TRUE(pulse->property("chosen").toBool());
     EXPECT_EQ(text("blendAmountText"), "100 %");
 
     QQuickItem* fire = dashboard.item("theme_Fire");

@@ -68,14 +68,11 @@ Tile {
                             spacing: 8
                             Repeater {
                                 model: modelData.modes
-                                Button {
+                                ChoiceButton {
                                     required property var modelData
                                     objectName: "mode_" + modelData.id
                                     text: modelData.label
-                                    font.pixelSize: Theme.fontBody
-                                    checkable: true
-                                    checked: Bridge.selectedModeId === modelData.id
-                                    highlighted: checked
+                                    chosen: Bridge.selectedModeId === modelData.id
                                     onClicked: Bridge.selectLightingMode(modelData.id)
                                 }
                             }
@@ -85,10 +82,11 @@ Tile {
             }
         }
 
-        RowLayout {
+        GridLayout {
             Layout.fillWidth: true
             visible: Bridge.lightingModes.length > 0
-            spacing: Theme.spacing
+            columns: 3
+            columnSpacing: Theme.spacing
             Label {
                 text: "Blend to"
                 color: Theme.textDim
@@ -96,7 +94,8 @@ Tile {
             ComboBox {
                 id: blendPicker
                 objectName: "blendTarget"
-                Layout.preferredWidth: 200
+                Layout.columnSpan: 2
+                Layout.fillWidth: true
                 model: [{ id: "", label: "None" }].concat(
                            Bridge.lightingModes.filter(m => m.id !== Bridge.selectedModeId))
                 textRole: "label"
@@ -104,6 +103,10 @@ Tile {
                 currentIndex: Math.max(0, indexOfValue(tile.blendTarget))
                 onActivated: Bridge.selectLightingBlend(Bridge.selectedModeId, currentValue,
                                                         currentValue === "" ? 0 : blendAmount.value)
+            }
+            Label {
+                text: "Amount"
+                color: Theme.textDim
             }
             Slider {
                 id: blendAmount
@@ -118,6 +121,7 @@ Tile {
                 objectName: "blendAmountText"
                 text: Math.round(Bridge.selectedModeLerp * 100) + " %"
                 color: Theme.text
+                horizontalAlignment: Text.AlignRight
                 Layout.preferredWidth: 56
             }
         }
