@@ -6,6 +6,7 @@
 #include <QFile>
 #include <QKeyEvent>
 #include <QQmlComponent>
+#include <QSignalSpy>
 #include <QTest>
 #include <QTimer>
 
@@ -30,8 +31,8 @@ protected:
 
     /// A key as the platform delivers it to the window: with its native scan code.
     bool sendKey(QEvent::Type type, quint32 scanCode, Qt::Key key,
-                 Qt::KeyboardModifiers modifiers = Qt::NoModifier) {
-        QKeyEvent event(type, key, modifiers, scanCode, 0, 0, QString());
+                 Qt::KeyboardModifiers modifiers = Qt::NoModifier, bool autoRepeat = false) {
+        QKeyEvent event(type, key, modifiers, scanCode, 0, 0, QString(), autoRepeat);
         QCoreApplication::sendEvent(dashboard.window(), &event);
         return event.isAccepted();
     }
@@ -59,9 +60,17 @@ TEST_F(DashboardWindowTest, LiveTilesShowTheirTextsAndFollowTheModel) {
     EXPECT_TRUE(chase->property("chosen").toBool());
     EXPECT_FALSE(pulse->property("chosen").toBool());
 
+    // A blend set by hand, then one from the cloud: the slider follows both.
+    dashboard.model().applyLiveControlState(
+        {{"mode", "m1"}, {"mode_to", "m2"}, {"mode_lerp", 0.5}});
+    EXPECT_TRUE(pulse->property("chosen").toBool());
+    QQuickItem* amount = dashboard.item("blendAmount");
+    amount->setProperty("value", 0.8);
+    QMetaObject::invokeMethod(amount, "moved");
+    EXPECT_DOUBLE_EQ(dashboard.model().selectedModeLerp(), 0.8);
     dashboard.model().applyLiveControlState(
         {{"mode", "m1"}, {"mode_to", "m2"}, {"mode_lerp", 1.7}});
-    EXPECT_TRUE(pulse->property("chosen").toBool());
+    EXPECT_DOUBLE_EQ(amount->property("value").toDouble(), 1.0);
     EXPECT_EQ(text("blendAmountText"), "100 %");
 
     QQuickItem* fire = dashboard.item("theme_Fire");
@@ -102,6 +111,12 @@ TEST_F(DashboardWindowTest, DropKeysHoldByPositionUnlessTypingOrModified) {
     EXPECT_TRUE(sendKey(QEvent::KeyPress, DropKeyboardHold::keyH, Qt::Key_H));
     sendKey(QEvent::KeyRelease, DropKeyboardHold::keyG, Qt::Key_G);
     EXPECT_TRUE(dashboard.model().isDropHeld());
+    // Key repeat arrives as release/press pairs; the engine must not see the hold flicker.
+    QSignalSpy heldChanges(&dashboard.model(), &AppModel::isDropHeldChanged);
+    sendKey(QEvent::KeyRelease, DropKeyboardHold::keyH, Qt::Key_H, Qt::NoModifier, true);
+    EXPECT_TRUE(dashboard.model().isDropHeld());
+    sendKey(QEvent::KeyPress, DropKeyboardHold::keyH, Qt::Key_H, Qt::NoModifier, true);
+    EXPECT_EQ(heldChanges.count(), 0);
     sendKey(QEvent::KeyRelease, DropKeyboardHold::keyH, Qt::Key_H);
     EXPECT_FALSE(dashboard.model().isDropHeld());
 
