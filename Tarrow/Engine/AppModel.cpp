@@ -126,6 +126,8 @@ AppModel::AppModel(AppModelEnvironment environment, QObject* parent)
                     setStatusMessage(QString(audioUnavailablePrefix) + QString::fromUtf8(e.what()));
                 }
             });
+    connect(audioSelection_, &AudioInputSelectionModel::audioInputDevicesChanged, this,
+            &AppModel::audioInputDevicesChanged);
     // The monitor lists the devices and follows them for the life of the model. The choice
     // follows it from here on, so the engine loop's first start captures from the chosen
     // device (a mixer, a picked device) instead of the default; changes restart capture only

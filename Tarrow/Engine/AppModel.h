@@ -151,6 +151,13 @@ class AppModel : public QObject, private ShowDownloadTarget {
     Q_PROPERTY(double deskGrandMaster READ deskGrandMaster WRITE setDeskGrandMaster NOTIFY
                    deskGrandMasterChanged)
     Q_PROPERTY(bool deskBlackout READ deskBlackout WRITE setDeskBlackout NOTIFY deskBlackoutChanged)
+    // Dashboard: the audio input choice and the recording are observable objects of their own.
+    Q_PROPERTY(QObject* audioInput READ audioInputObject CONSTANT)
+    Q_PROPERTY(QObject* recording READ recordingObject CONSTANT)
+    Q_PROPERTY(QVariantList audioInputDevices READ audioInputDevicesVariant NOTIFY
+                   audioInputDevicesChanged)
+    Q_PROPERTY(bool showingDropDiagnostics READ showingDropDiagnostics WRITE
+                   setShowingDropDiagnostics NOTIFY showingDropDiagnosticsChanged)
 
 public:
     static constexpr const char* microphoneRequiredText =
@@ -230,13 +237,13 @@ public:
     void tick();
     void outputMergedDmx(const DmxFrame& engineBuffers);
     std::optional<int> captureChannelCount() const;
-    void toggleAudioRecording();
+    Q_INVOKABLE void toggleAudioRecording();
     bool isEngineLoopRunning() const { return tickScheduler_.isActive() || loopRunning_; }
 
     // Drop
     void beginForcedDrop(DropHoldSource source) { dropHold_.begin(source); }
     void endForcedDrop(DropHoldSource source) { dropHold_.end(source); }
-    void triggerMenuDrop() { dropHold_.triggerMenuDrop(); }
+    Q_INVOKABLE void triggerMenuDrop() { dropHold_.triggerMenuDrop(); }
     bool isDropHeld() const { return dropHold_.isDropHeld(); }
     const DropDiagnostics& dropDiagnostics() const { return dropDiagnostics_; }
 
@@ -303,6 +310,22 @@ public:
     Q_INVOKABLE void setDeskLevel(int channel, double level) { desk_.setLevel(channel, level); }
     void setDeskGrandMaster(double level) { desk_.setGrandMaster(level); }
     void setDeskBlackout(bool blackout) { desk_.setBlackout(blackout); }
+
+    // Dashboard commands (AppModelDashboard.cpp)
+    /// A mode picked on the dashboard: no blend.
+    Q_INVOKABLE void selectLightingMode(const QString& modeId);
+    /// A blend towards `modeTo` (empty for none) by `amount` (0…1).
+    Q_INVOKABLE void selectLightingBlend(const QString& modeId, const QString& modeTo,
+                                         double amount);
+    Q_INVOKABLE void selectTheme(const QString& name) { selectTheme(name.toStdString()); }
+    void selectTheme(const char* name) { selectTheme(std::string(name)); }
+    /// The hold tile: pressed holds the drop, released lets go.
+    Q_INVOKABLE void holdDropFromPointer(bool held);
+    Q_INVOKABLE void selectAudioInputDevice(const QString& uid);
+    /// The menu's "Check for Updates…": asks the server again (no updater on Linux).
+    Q_INVOKABLE void checkForUpdates() { refreshAppUpdateNotice(); }
+    bool showingDropDiagnostics() const { return showingDropDiagnostics_; }
+    void setShowingDropDiagnostics(bool showing);
 
     // Published views
     const QString& statusMessage() const { return statusMessage_; }
@@ -387,6 +410,8 @@ signals:
     void interpretationScreenVisibleChanged();
     void interpretationTreeChanged();
     void isShiftingInterpretationChanged();
+    void audioInputDevicesChanged();
+    void showingDropDiagnosticsChanged();
     /// The pairing approval page: the window opens it in the browser, headless prints it.
     void pairingPageReady(const QUrl& url);
 
@@ -425,6 +450,9 @@ private:
     }
     QVariant sessionInfoVariant() const;
     QVariant appUpdateDownloadURLVariant() const;
+    QObject* audioInputObject() const { return audioSelection_; }
+    QObject* recordingObject() const;
+    QVariantList audioInputDevicesVariant() const;
 
     // Cloud link wiring
     void makeCloudLink();
@@ -530,6 +558,7 @@ private:
         bool running = false;
         bool again = false;
     } backgroundPublish_;
+    bool showingDropDiagnostics_ = false;
 };
 
 } // namespace kelvo

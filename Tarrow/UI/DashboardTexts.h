@@ -1,0 +1,48 @@
+#pragma once
+
+#include "Audio/Recording/AudioRecordingController.h"
+#include "Cloud/AppUpdateNotice.h"
+
+#include <QObject>
+#include <QString>
+
+namespace kelvo {
+
+/// The operator-facing texts the dashboard shows, for QML as the `Texts` singleton of
+/// "Kelvo.Model". Texts owned by another subsystem are taken from there; the dashboard's own
+/// are written here once.
+class DashboardTexts : public QObject {
+    Q_OBJECT
+#define KELVO_TEXT(name, value)                                                                    \
+    Q_PROPERTY(QString name READ name CONSTANT)                                                    \
+public:                                                                                            \
+    static QString name() {                                                                        \
+        return QString::fromUtf8(value);                                                           \
+    }                                                                                              \
+                                                                                                   \
+private:
+    // Update banner
+    KELVO_TEXT(appOutOfDate, AppUpdateNotice::outOfDateText)
+    KELVO_TEXT(downloadNewerVersion, AppUpdateNotice::downloadButtonText)
+    // Recording tile
+    KELVO_TEXT(recordHelp, AudioRecordingController::startHelpText)
+    KELVO_TEXT(stopRecordingHelp, AudioRecordingController::stopHelpText)
+    // Drop
+    KELVO_TEXT(holdToForceDrop, "Hold to force drop")
+    KELVO_TEXT(holdToForceDropHelp, "Hold to force the drop signal high")
+    KELVO_TEXT(openDropDiagnosticsHelp, "Open drop detector diagnostics")
+    KELVO_TEXT(dropDiagnosticsTitle, "Drop Diagnostics")
+    KELVO_TEXT(dropDiagnosticsAccessibleName, "Drop detector diagnostics")
+    KELVO_TEXT(recentAutomaticDrops, "Recent automatic drops")
+    KELVO_TEXT(noDropsDetectedYet, "No drops detected yet")
+    KELVO_TEXT(dropRuleExplanation,
+               "A drop arms after the bass stays out for about eight seconds, then fires when it "
+               "returns. The first thirty seconds never arm. Times are from the start of this "
+               "audio stream. Manual holds aren’t counted.")
+#undef KELVO_TEXT
+
+public:
+    using QObject::QObject;
+};
+
+} // namespace kelvo

@@ -1,0 +1,74 @@
+#include "UI/TarrowApp.h"
+
+#include "Engine/AppModel.h"
+#include "Support/Logging.h"
+#include "UI/DashboardTexts.h"
+
+#include <QGuiApplication>
+#include <QQuickWindow>
+#include <QtQml>
+
+#include <mutex>
+
+Q_IMPORT_QML_PLUGIN(KelvoUIPlugin)
+
+namespace kelvo {
+
+namespace {
+constexpr const char* modelEngineProperty = "kelvoBridgeModel";
+}
+
+TarrowApp::TarrowApp(std::unique_ptr<AppModel> model, QObject* parent)
+    : QObject(parent), model_(std::move(model)) {
+    registerModelSingleton();
+    engine_.addImportPath(QString::fromLatin1(qmlImportPath));
+    engine_.setProperty(modelEngineProperty, QVariant::fromValue<QObject*>(model_.get()));
+    QGuiApplication::setQuitOnLastWindowClosed(true);
+    connect(qApp, &QCoreApplication::aboutToQuit, this,
+            [this] { delegate_.applicationWillTerminate(); });
+}
+
+TarrowApp::~TarrowApp() {
+    delegate_.applicationWillTerminate();
+}
+
+void TarrowApp::registerModelSingleton() {
+    // Registered once per process; each engine hands out its own window's model, so tests can
+    // build one window after another.
+    static std::once_flag once;
+    std::call_once(once, [] {
+        qmlRegisterSingletonType<AppModel>(
+            "Kelvo.Model", 1, 0, "Bridge", [](QQmlEngine* engine, QJSEngine*) -> QObject* {
+                QObject* model = engine->property(modelEngineProperty).value<QObject*>();
+                QQmlEngine::setObjectOwnership(model, QQmlEngine::CppOwnership);
+                return model;
+            });
+        qmlRegisterSingletonType<DashboardTexts>(
+            "Kelvo.Model", 1, 0, "Texts",
+            [](QQmlEngine*, QJSEngine*) -> QObject* { return new DashboardTexts; });
+    });
+}
+
+bool TarrowApp::show(bool startModel) {
+    if (!window()) {
+        engine_.load(QUrl(QString::fromLatin1(mainQml)));
+        if (!window()) {
+            qCCritical(lcUi) << "The dashboard window could not be built";
+            return false;
+        }
+    }
+    delegate_.applicationDidFinishLaunching(window());
+    delegate_.windowShown(*model_);
+    if (startModel && !started_) {
+        started_ = true;
+        model_->bootstrap();
+    }
+    return true;
+}
+
+QQuickWindow* TarrowApp::window() const {
+    const QList<QObject*> roots = engine_.rootObjects();
+    return roots.isEmpty() ? nullptr : qobject_cast<QQuickWindow*>(roots.first());
+}
+
+} // namespace kelvo
