@@ -1,6 +1,7 @@
 #include "App/ApplicationInfo.h"
 #include "App/CommandLine.h"
 #include "App/HeadlessBridge.h"
+#include "App/OutputRelay.h"
 
 #include <QCoreApplication>
 #include <QSocketNotifier>
@@ -65,8 +66,11 @@ int main(int argc, char** argv) {
     action.sa_flags = SA_RESTART;
     sigaction(SIGINT, &action, nullptr);
     sigaction(SIGTERM, &action, nullptr);
-    // Status lines piped into a program that exits must not end the show.
+    // Status lines piped into a program that exits must not end the show, nor a program that
+    // stops reading them stall it.
     std::signal(SIGPIPE, SIG_IGN);
+    const kelvo::OutputRelay relayedOut(STDOUT_FILENO);
+    const kelvo::OutputRelay relayedErrors(STDERR_FILENO);
 
     kelvo::HeadlessBridge bridge(kelvo::HeadlessBridge::makeModel(parsed.options), parsed.options);
     QObject::connect(&app, &QCoreApplication::aboutToQuit, &bridge,

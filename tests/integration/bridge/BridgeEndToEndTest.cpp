@@ -10,6 +10,7 @@
 #include <chrono>
 #include <cmath>
 #include <csignal>
+#include <fcntl.h>
 #include <fstream>
 #include <numeric>
 #include <thread>
@@ -150,6 +151,56 @@ TEST_F(BridgeEndToEnd, ClosedStdoutDoesNotEndTheBridge) {
                   dir / "bridge.log"),
               0)
         << readText(dir / "bridge.log");
+}
+
+TEST_F(BridgeEndToEnd, AStdoutNobodyReadsNeitherStopsArtDmxNorHoldsUpTheQuit) {
+    // A pipe already full, whose reader never reads: the first status line would wait for good.
+    int ends[2];
+    ASSERT_EQ(::pipe(ends), 0);
+    ::fcntl(ends[1], F_SETFL, O_NONBLOCK);
+    const std::string block(4096, 'x');
+    while (::write(ends[1], block.data(), block.size()) > 0) {
+    }
+    ::fcntl(ends[1], F_SETFL, 0);
+    std::vector<std::string> arguments{KELVO_BRIDGE,    "--headless", "--audio-file",  track,
+                                       "--artnet",      "on",         "--artnet-host", "127.0.0.1",
+                                       "--enttec",      "off",        "--route",       "1=artnet:0",
+                                       "--run-seconds", "4"};
+    std::vector<char*> argv;
+    for (std::string& argument : arguments)
+        argv.push_back(argument.data());
+    argv.push_back(nullptr);
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, ends[1], 1);
+    posix_spawn_file_actions_addopen(&actions, 2, (dir / "bridge.err").c_str(),
+                                     O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    test::LoopbackReceiver node("127.0.0.1", 6454);
+    pid_t bridge = -1;
+    ASSERT_EQ(::posix_spawn(&bridge, KELVO_BRIDGE, &actions, nullptr, argv.data(), environ), 0);
+    posix_spawn_file_actions_destroy(&actions);
+    ::close(ends[1]);
+
+    const auto start = Clock::now();
+    int lateArtDmx = 0;
+    while (Clock::now() - start < std::chrono::seconds(5)) {
+        const auto datagram = node.receive(500);
+        if (datagram && Clock::now() - start > std::chrono::seconds(2))
+            ++lateArtDmx;
+    }
+    EXPECT_GT(lateArtDmx, 60) << "ArtDmx goes on after the output stalled";
+    // The quit waits at most about a second per relayed output; a watchdog, not a timing goal.
+    int status = 0;
+    pid_t ended = 0;
+    while (ended == 0 && Clock::now() - start < std::chrono::seconds(20)) {
+        ended = ::waitpid(bridge, &status, WNOHANG);
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+    if (ended == 0)
+        ::kill(bridge, SIGKILL), ::waitpid(bridge, &status, 0);
+    EXPECT_EQ(ended, bridge) << "the bridge did not quit while its output was stalled";
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << readText(dir / "bridge.err");
+    ::close(ends[0]);
 }
 
 TEST_F(BridgeEndToEnd, SigtermDuringARecordingLeavesAFinishedWav) {
