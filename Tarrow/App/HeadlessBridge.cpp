@@ -174,7 +174,9 @@ void HeadlessBridge::shutdown() {
     stopped_ = true;
     statusTimer_.stop();
     model_->applicationWillTerminate();
-    const auto& recording = model_->mic().recording();
+    // A slow disk may hold queued audio: the wait for it is bounded and what missed it is said.
+    AudioRecordingController& recording = model_->mic().recording();
+    recording.finishForQuit();
     if (recording.message())
         printLine(recording.message()->toStdString());
 }
