@@ -12,7 +12,10 @@
 #include <csignal>
 #include <fcntl.h>
 #include <fstream>
+#include <map>
 #include <numeric>
+#include <regex>
+#include <sstream>
 #include <thread>
 
 namespace kelvo {
@@ -201,6 +204,71 @@ TEST_F(BridgeEndToEnd, AStdoutNobodyReadsNeitherStopsArtDmxNorHoldsUpTheQuit) {
     EXPECT_EQ(ended, bridge) << "the bridge did not quit while its output was stalled";
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << readText(dir / "bridge.err");
     ::close(ends[0]);
+}
+
+/// One thread's system calls as strace wrote them (`strace -ff`), one call a line.
+std::vector<std::string> traceOfThreadThat(const std::filesystem::path& folder,
+                                           const std::string& calls) {
+    for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+        if (!entry.path().filename().string().starts_with("trace."))
+            continue;
+        const std::string text = readText(entry.path());
+        if (text.find(calls) == std::string::npos)
+            continue;
+        std::vector<std::string> lines;
+        std::istringstream in(text);
+        for (std::string line; std::getline(in, line);)
+            lines.push_back(line);
+        return lines;
+    }
+    return {};
+}
+
+TEST_F(BridgeEndToEnd, TheFolderIsSyncedAfterAPartIsCreatedAndAfterItsSideFileIsPlacedOrRemoved) {
+    // Observed, not timed: the recording thread's calls under strace.
+    const auto traces = dir / "traces";
+    std::filesystem::create_directories(traces);
+    ASSERT_EQ(run({"/usr/bin/strace", "-ff", "-qq", "-e",
+                   "trace=openat,fsync,fdatasync,rename,renameat2,unlink,unlinkat", "-o",
+                   (traces / "trace").string(), KELVO_BRIDGE, "--headless", "--audio-file", track,
+                   "--artnet", "off", "--enttec", "off", "--record", "--run-seconds", "2"},
+                  dir / "bridge.log"),
+              0)
+        << readText(dir / "bridge.log");
+    const std::string folder = "\"" + downloads.string() + "\"";
+    const std::vector<std::string> calls = traceOfThreadThat(traces, ".wav\", O_WRONLY|O_CREAT");
+    ASSERT_FALSE(calls.empty()) << "no thread created a part";
+
+    // Which calls need the folder synced after them (strace pads the result with spaces), and where the folder was synced.
+    std::vector<std::pair<std::size_t, std::string>> changes;
+    std::vector<std::size_t> folderSyncs;
+    std::map<std::string, bool> fdIsFolder;
+    const std::regex opened(R"(^openat\(AT_FDCWD, ("[^"]*"), ([^,)]*).*\)\s+= (\d+)$)");
+    const std::regex synced(R"(^f(data)?sync\((\d+)\)\s+= 0$)");
+    for (std::size_t i = 0; i < calls.size(); ++i) {
+        std::smatch match;
+        const std::string& call = calls[i];
+        if (std::regex_match(call, match, opened)) {
+            fdIsFolder[match[3]] =
+                match[1] == folder && match[2].str().find("O_DIRECTORY") != std::string::npos;
+            if (match[1].str().ends_with(".wav\"") &&
+                match[2].str().find("O_CREAT") != std::string::npos)
+                changes.emplace_back(i, "the part's creation");
+        } else if (std::regex_match(call, match, synced) && fdIsFolder[match[2]]) {
+            folderSyncs.push_back(i);
+        } else if (call.starts_with("rename") &&
+                   call.find(".recovery.json\"") != std::string::npos && call.ends_with(" = 0")) {
+            changes.emplace_back(i, "the side file's placing");
+        } else if (call.starts_with("unlink") && call.find(".recovery.json") != std::string::npos &&
+                   call.ends_with(" = 0")) {
+            changes.emplace_back(i, "the side file's removal");
+        }
+    }
+    ASSERT_EQ(changes.size(), 3u) << readText(traces.parent_path() / "bridge.log");
+    for (const auto& [at, what] : changes)
+        EXPECT_TRUE(std::any_of(folderSyncs.begin(), folderSyncs.end(),
+                                [at = at](std::size_t sync) { return sync > at; }))
+            << "the folder is not synced after " << what;
 }
 
 TEST_F(BridgeEndToEnd, SigtermDuringARecordingLeavesAFinishedWav) {
