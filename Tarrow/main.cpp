@@ -1,6 +1,7 @@
 #include "App/ApplicationInfo.h"
 #include "App/CommandLine.h"
 #include "App/HeadlessBridge.h"
+#include "App/OutputRelay.h"
 #include "UI/TarrowApp.h"
 
 #include <QCoreApplication>
@@ -76,6 +77,9 @@ int runHeadless(int argc, char** argv, const kelvo::LaunchOptions& options) {
     const auto signalWatch = quitOnSignals(app);
     if (!signalWatch)
         return 1;
+    // Nor may a program that stops reading them stall it.
+    const kelvo::OutputRelay relayedOut(STDOUT_FILENO);
+    const kelvo::OutputRelay relayedErrors(STDERR_FILENO);
     kelvo::HeadlessBridge bridge(kelvo::HeadlessBridge::makeModel(options), options);
     QObject::connect(&app, &QCoreApplication::aboutToQuit, &bridge,
                      [&bridge] { bridge.shutdown(); });
@@ -95,6 +99,8 @@ int runWindow(int argc, char** argv, const kelvo::LaunchOptions& options) {
     const auto signalWatch = quitOnSignals(app);
     if (!signalWatch)
         return 1;
+    const kelvo::OutputRelay relayedOut(STDOUT_FILENO);
+    const kelvo::OutputRelay relayedErrors(STDERR_FILENO);
     std::unique_ptr<kelvo::AppModel> model = kelvo::HeadlessBridge::makeModel(options);
     kelvo::HeadlessBridge::persistLaunchSettings(model->outputSettingsStore(), options);
     // Taken when connected; otherwise the picker offers it once it appears.

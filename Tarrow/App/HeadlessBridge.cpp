@@ -16,10 +16,8 @@ HeadlessBridge::HeadlessBridge(std::unique_ptr<AppModel> model, LaunchOptions op
     statusTimer_.setInterval(1000);
     connect(&statusTimer_, &QTimer::timeout, this, &HeadlessBridge::printStatus);
     // A repair the bridge made by itself is told once, when it happens.
-    connect(model_.get(), &AppModel::artnetAutoFixApplied, this, [this](const QString& text) {
-        std::fprintf(out_, "%s\n", text.toStdString().c_str());
-        std::fflush(out_);
-    });
+    connect(model_.get(), &AppModel::artnetAutoFixApplied, this,
+            [this](const QString& text) { printLine(text.toStdString()); });
 }
 
 std::unique_ptr<AppModel> HeadlessBridge::makeModel(const LaunchOptions& options) {
@@ -93,8 +91,8 @@ void HeadlessBridge::chooseAudioDevice(const std::string& uid) {
         selection.selectAudioInputDevice(uid);
         return;
     }
-    std::fprintf(out_, "Audio input \"%s\" is not connected; using %s until it is.\n", uid.c_str(),
-                 selection.audioInputDisplayName().c_str());
+    printLine("Audio input \"" + uid + "\" is not connected; using " +
+              selection.audioInputDisplayName() + " until it is.");
     // Plugged in (or its audio server started) later: taken then, once.
     pendingDevice_ = connect(&selection, &AudioInputSelectionModel::audioInputDevicesChanged, this,
                              [this, &selection, uid, listed] {
@@ -113,8 +111,7 @@ void HeadlessBridge::start() {
         chooseAudioDevice(*options_.audioDeviceUID);
     // A venue server may have no browser: the operator opens the page on a phone.
     connect(model_.get(), &AppModel::pairingPageReady, this, [this](const QUrl& page) {
-        std::fprintf(out_, "%s\n%s\n", approvalPagePrompt, page.toString().toUtf8().constData());
-        std::fflush(out_);
+        printLine(std::string(approvalPagePrompt) + "\n" + page.toString().toStdString());
     });
     model_->bootstrap();
     if (options_.pairOnStart)
@@ -122,9 +119,8 @@ void HeadlessBridge::start() {
     if (options_.recordOnStart)
         model_->toggleAudioRecording();
     if (!model_->engine().hasRealizedShow())
-        std::fprintf(out_, "No cached show: the engine waits for a harness and a show (outputs "
-                           "hold their last state).\n");
-    std::fflush(out_);
+        printLine("No cached show: the engine waits for a harness and a show (outputs hold their "
+                  "last state).");
     lastStatusTime_ = model_->clock().now();
     lastStatus_ = model_->statusSnapshot();
     statusTimer_.start();
@@ -152,8 +148,24 @@ void HeadlessBridge::printStatus() {
     }
     lastStatusTime_ = now;
     lastStatus_ = status;
-    std::fprintf(out_, "%s\n", formatBridgeStatusLine(sample).c_str());
-    std::fflush(out_);
+    printLine(formatBridgeStatusLine(sample));
+}
+
+void HeadlessBridge::printLine(const std::string& line) {
+    std::string text;
+    if (linesLost_ > 0) {
+        char note[96];
+        std::snprintf(note, sizeof note, linesLostNote, linesLost_);
+        text = std::string(note) + "\n";
+    }
+    text += line + "\n";
+    // One write of the whole text: a stalled output refuses it at once and whole.
+    if (std::fputs(text.c_str(), out_) < 0 || std::fflush(out_) != 0) {
+        std::clearerr(out_);
+        ++linesLost_;
+        return;
+    }
+    linesLost_ = 0;
 }
 
 void HeadlessBridge::shutdown() {
@@ -162,10 +174,11 @@ void HeadlessBridge::shutdown() {
     stopped_ = true;
     statusTimer_.stop();
     model_->applicationWillTerminate();
-    const auto& recording = model_->mic().recording();
+    // A slow disk may hold queued audio: the wait for it is bounded and what missed it is said.
+    AudioRecordingController& recording = model_->mic().recording();
+    recording.finishForQuit();
     if (recording.message())
-        std::fprintf(out_, "%s\n", recording.message()->toStdString().c_str());
-    std::fflush(out_);
+        printLine(recording.message()->toStdString());
 }
 
 } // namespace kelvo

@@ -37,9 +37,16 @@ public:
 
     static constexpr const char* approvalPagePrompt =
         "Open this page on any device to approve the bridge:";
+    /// Lines lost because the output was not being read; given before the next line that fits.
+    static constexpr const char* linesLostNote = "(lines not shown while the output was not being read: %llu)";
+
+    /// Lines that did not fit into the output so far.
+    unsigned long long linesLost() const { return linesLost_; }
 
 private:
     void printStatus();
+    /// Never waits for the output: a line that does not fit is counted and dropped.
+    void printLine(const std::string& line);
     void chooseAudioDevice(const std::string& uid);
 
     std::unique_ptr<AppModel> model_;
@@ -50,6 +57,7 @@ private:
     AppStatusSnapshot lastStatus_;
     bool printedStatusYet_ = false;
     bool stopped_ = false;
+    unsigned long long linesLost_ = 0;
     QMetaObject::Connection pendingDevice_; // waits for an --audio-device not yet connected
 };
 

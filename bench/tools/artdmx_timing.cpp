@@ -1,10 +1,11 @@
 // Catches ArtDmx on 127.0.0.1:6454 (run it inside a private network namespace) and reports, as
 // one JSON line, when the packets of one Art-Net universe arrived:
-//   artdmx-timing SECONDS [--universe U] [--rises]
+//   artdmx-timing SECONDS [--universe U] [--rises] [--arrivals]
 // It listens for SECONDS after the first packet (waiting at most 30 s for it); the first
 // packet's CLOCK_REALTIME lets a script measure start-up. With --rises it also lists when
 // channel 1 went from 0 to lit (CLOCK_REALTIME ns), to time light against sound. The rate of
-// every universe heard is reported too.
+// every universe heard is reported too. With --arrivals it lists every packet's arrival
+// (CLOCK_MONOTONIC ns) of that universe, to find what makes a tick late.
 #include <algorithm>
 #include <arpa/inet.h>
 #include <chrono>
@@ -29,6 +30,12 @@ double realtimeSeconds() {
     return double(now.tv_sec) + double(now.tv_nsec) * 1e-9;
 }
 
+double monotonicSeconds() {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return double(now.tv_sec) + double(now.tv_nsec) * 1e-9;
+}
+
 double percentile(std::vector<double> values, double p) {
     if (values.empty())
         return 0;
@@ -41,17 +48,21 @@ double percentile(std::vector<double> values, double p) {
 
 int main(int argc, char** argv) {
     if (argc < 2) {
-        std::fprintf(stderr, "usage: artdmx-timing SECONDS [--universe U] [--rises]\n");
+        std::fprintf(stderr,
+                     "usage: artdmx-timing SECONDS [--universe U] [--rises] [--arrivals]\n");
         return 2;
     }
     const double seconds = std::atof(argv[1]);
     int universe = 0;
     bool listRises = false;
+    bool listArrivals = false;
     for (int i = 2; i < argc; ++i) {
         if (std::strcmp(argv[i], "--universe") == 0 && i + 1 < argc)
             universe = std::atoi(argv[++i]);
         else if (std::strcmp(argv[i], "--rises") == 0)
             listRises = true;
+        else if (std::strcmp(argv[i], "--arrivals") == 0)
+            listArrivals = true;
     }
     const int fd = ::socket(AF_INET, SOCK_DGRAM, 0);
     sockaddr_in local{};
@@ -67,7 +78,7 @@ int main(int argc, char** argv) {
         std::perror("artdmx-timing: bind 127.0.0.1:6454");
         return 1;
     }
-    std::vector<double> arrivals, rises;
+    std::vector<double> arrivals, rises, monotonicArrivals;
     std::map<int, std::vector<double>> arrivalsByUniverse;
     bool lit = false;
     double first = -1;
@@ -92,6 +103,8 @@ int main(int argc, char** argv) {
         if (first < 0)
             first = at;
         arrivals.push_back(at);
+        if (listArrivals)
+            monotonicArrivals.push_back(monotonicSeconds());
         const bool nowLit = size > 18 && buffer[18] != 0;
         if (nowLit && !lit)
             rises.push_back(at);
@@ -124,6 +137,12 @@ int main(int argc, char** argv) {
     if (listRises) {
         std::printf("rises");
         for (const double at : rises)
+            std::printf(" %.0f", at * 1e9);
+        std::printf("\n");
+    }
+    if (listArrivals) {
+        std::printf("arrivals");
+        for (const double at : monotonicArrivals)
             std::printf(" %.0f", at * 1e9);
         std::printf("\n");
     }

@@ -55,7 +55,8 @@ void AudioRecordingController::start(int sampleRate, int channels,
     };
     std::filesystem::path first;
     try {
-        first = writer_->start(sampleRate, channels, folder, std::move(failure));
+        first = writer().start(sampleRate, channels, folder, std::move(failure));
+        samplesPerSecond_ = sampleRate * channels;
     } catch (const RecordingFileError& e) {
         couldNotStart(QString::fromUtf8(e.what()));
         return;
@@ -67,6 +68,20 @@ void AudioRecordingController::start(int sampleRate, int channels,
     setFirstFile(first);
     setStartedAt(QDateTime::currentDateTime());
     setRecording(true);
+}
+
+void AudioRecordingController::finishForQuit() {
+    stop();
+    const AudioRecordingWriter::Finish finish = writer_->finishWithin(quitWriting, quitClosing);
+    if (!finish.closed) {
+        setMessage(QString::fromUtf8(unclosedAtQuitText));
+        // Destroying it would wait for the disk; the process ends with it instead.
+        [[maybe_unused]] AudioRecordingWriter* busy = writer_.release();
+        return;
+    }
+    if (finish.droppedSamples > 0 && samplesPerSecond_ > 0)
+        setMessage(QString::fromUtf8(droppedAtQuitText)
+                       .arg(double(finish.droppedSamples) / samplesPerSecond_, 0, 'f', 1));
 }
 
 void AudioRecordingController::stop(std::optional<QString> reason) {

@@ -7,6 +7,7 @@
 #include <QString>
 #include <QUuid>
 
+#include <chrono>
 #include <filesystem>
 #include <memory>
 #include <optional>
@@ -45,6 +46,19 @@ public:
     /// Does nothing when not recording.
     void stop(std::optional<QString> reason = std::nullopt);
 
+    /// At quit the disk gets this long to take what is queued, and then this long to close.
+    static constexpr std::chrono::milliseconds quitWriting{5000};
+    static constexpr std::chrono::milliseconds quitClosing{5000};
+    static constexpr const char* droppedAtQuitText =
+        "Recording stopped: the disk was too slow; the last %1 s were not written.";
+    static constexpr const char* unclosedAtQuitText =
+        "Recording stopped: the disk did not finish in time; the last part is repaired when "
+        "the next recording starts.";
+    /// At quit: ends the recording and waits a bounded time for the disk (`quitWriting` plus
+    /// `quitClosing` at most); `message` then says what did not reach it. A writer still busy
+    /// with the disk is left to end with the process rather than waited for.
+    void finishForQuit();
+
     /// The user's Downloads folder.
     static std::filesystem::path defaultDirectory();
 
@@ -54,7 +68,11 @@ public:
     const std::optional<QString>& errorMessage() const { return errorMessage_; }
     const std::optional<std::filesystem::path>& firstFile() const { return firstFile_; }
     const QUuid& session() const { return session_; }
-    AudioRecordingWriter& writer() { return *writer_; }
+    AudioRecordingWriter& writer() {
+        if (!writer_) // left to the disk at quit
+            writer_ = std::make_unique<AudioRecordingWriter>();
+        return *writer_;
+    }
 
     void setMessage(std::optional<QString> message);
     void setErrorMessage(std::optional<QString> message);
@@ -78,6 +96,8 @@ private:
     QString firstFileOrEmpty() const;
 
     std::unique_ptr<AudioRecordingWriter> writer_;
+    // Of the last recording started: the dropped audio is told in seconds.
+    int samplesPerSecond_ = 0;
     bool isRecording_ = false;
     std::optional<QDateTime> startedAt_;
     std::optional<QString> message_;

@@ -9,6 +9,7 @@
 #include <cmath>
 #include <csignal>
 #include <cstdio>
+#include <future>
 #include <pthread.h>
 
 namespace kelvo {
@@ -112,6 +113,8 @@ std::filesystem::path AudioRecordingWriter::start(int sampleRate, int channels,
             std::this_thread::yield();
         ringTail_.store(ringHead_.load(std::memory_order_acquire), std::memory_order_release);
         overloaded_.store(false, std::memory_order_relaxed);
+        giveUpAt_ = INT64_MAX;
+        droppedSamples_ = 0;
         if (!ring_)
             ring_.reset(new float[ringSamples]);
         firstError_.reset();
@@ -219,6 +222,12 @@ void AudioRecordingWriter::drain() {
     const std::uint64_t head = ringHead_.load(std::memory_order_acquire);
     constexpr std::uint64_t mask = ringSamples - 1;
     for (std::uint64_t from = tail; from < head;) {
+        if (std::chrono::steady_clock::now().time_since_epoch().count() >= giveUpAt_.load()) {
+            // Quitting and out of time: the rest stays unwritten, and is counted.
+            droppedSamples_ += static_cast<std::int64_t>(head - from);
+            ringTail_.store(head, std::memory_order_release);
+            break;
+        }
         const auto count = static_cast<std::size_t>(std::min<std::uint64_t>(
             head - from, std::max<std::size_t>(drainChunkSamples / std::max(channels_, 1), 1) *
                              std::max(channels_, 1)));
@@ -279,6 +288,22 @@ void AudioRecordingWriter::stop() {
             fail(e.what());
         }
     });
+}
+
+AudioRecordingWriter::Finish AudioRecordingWriter::finishWithin(std::chrono::milliseconds writing,
+                                                                std::chrono::milliseconds closing) {
+    stop();
+    giveUpAt_ = (std::chrono::steady_clock::now() +
+                 std::chrono::duration_cast<std::chrono::steady_clock::duration>(writing))
+                    .time_since_epoch()
+                    .count();
+    auto done = std::make_shared<std::promise<void>>();
+    std::future<void> closed = done->get_future();
+    async([done] { done->set_value(); });
+    Finish finish;
+    finish.closed = closed.wait_for(writing + closing) == std::future_status::ready;
+    finish.droppedSamples = droppedSamples_.load();
+    return finish;
 }
 
 void AudioRecordingWriter::waitUntilIdle() {

@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <climits>
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
@@ -64,6 +65,20 @@ public:
     void sync(const std::function<void()>& task);
     /// Waits until everything captured or queued so far has been done.
     void waitUntilIdle();
+
+    /// What a bounded finish came to.
+    struct Finish {
+        /// The writer thread closed the part in time (otherwise it is still busy with the disk).
+        bool closed = true;
+        /// Samples still queued when the time ran out, left unwritten.
+        std::int64_t droppedSamples = 0;
+        bool operator==(const Finish&) const = default;
+    };
+    /// At quit: stops accepting audio, writes what is queued for at most `writing`, drops the
+    /// rest and closes the part; waits at most `writing + closing` for that. Not from the
+    /// writer thread. When the part was not closed in time, the writer must not be destroyed
+    /// (that would wait for the disk): the process ends with it.
+    Finish finishWithin(std::chrono::milliseconds writing, std::chrono::milliseconds closing);
     /// Runs on the writer thread before each write of captured audio (tests hold the disk).
     void setBeforeAppendHook(std::function<void()> hook);
 
@@ -107,6 +122,9 @@ private:
     std::atomic<bool> producing_{false};
     // Set by the audio thread when a buffer did not fit; the writer thread reports it.
     std::atomic<bool> overloaded_{false};
+    // Steady-clock time (ns since its epoch) after which queued audio is dropped, not written.
+    std::atomic<std::int64_t> giveUpAt_{INT64_MAX};
+    std::atomic<std::int64_t> droppedSamples_{0};
 
     // Writer thread only.
     std::unique_ptr<WAVRecordingFile> file_;

@@ -7,7 +7,9 @@
 #include <gtest/gtest.h>
 
 #include <ctime>
+#include <future>
 #include <mutex>
+#include <thread>
 
 namespace kelvo {
 namespace {
@@ -155,6 +157,47 @@ TEST(AudioRecordingWriter, StopsWithTheOverloadTextWhenTheDiskFallsBehind) {
     const auto b = readBytes(std::filesystem::directory_iterator(dir.path())->path());
     EXPECT_EQ(u32At(b, 40), 417u * 4800 * 6);
     EXPECT_EQ(b.size(), 44u + 417u * 4800 * 6);
+}
+
+/// Four seconds of stereo queued behind a disk that holds the first write until released.
+struct QueuedBehindAStalledDisk {
+    QueuedBehindAStalledDisk() {
+        writer.start(48000, 2, dir.path(), failures.handler());
+        writer.setBeforeAppendHook([gate = released.get_future().share()] { gate.wait(); });
+        const AudioBuffer buffer{2, stereo.data()};
+        for (int i = 0; i < 40; ++i)
+            writer.capture({&buffer, 1}, 4800, 2);
+    }
+    TemporaryDirectory dir;
+    std::promise<void> released; // the disk answers
+    Failures failures;
+    std::vector<float> stereo = std::vector<float>(2 * 4800, 0.25f);
+    AudioRecordingWriter writer;
+};
+
+TEST(AudioRecordingWriter, AtQuitWhatTheDiskDidNotTakeInTimeIsDroppedCountedAndThePartClosed) {
+    QueuedBehindAStalledDisk queued;
+    auto release = std::async(std::launch::async, [&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        queued.released.set_value(); // the write under way goes through; the time is up
+    });
+    const auto finish =
+        queued.writer.finishWithin(std::chrono::milliseconds(0), std::chrono::seconds(30));
+    release.wait();
+    EXPECT_TRUE(finish.closed);
+    EXPECT_GT(finish.droppedSamples, 0);
+    const auto b = readBytes(std::filesystem::directory_iterator(queued.dir.path())->path());
+    const std::int64_t writtenSamples = (std::int64_t(b.size()) - 44) / 3;
+    EXPECT_EQ(u32At(b, 40), b.size() - 44) << "the header tells what was written";
+    EXPECT_EQ(writtenSamples + finish.droppedSamples, 40 * 9600) << "nothing unaccounted for";
+}
+
+TEST(AudioRecordingWriter, AtQuitADiskThatNeverAnswersIsNotWaitedForBeyondTheLimit) {
+    QueuedBehindAStalledDisk queued;
+    const auto finish =
+        queued.writer.finishWithin(std::chrono::milliseconds(0), std::chrono::milliseconds(100));
+    EXPECT_FALSE(finish.closed);
+    queued.released.set_value(); // lets the writer end with the test
 }
 
 } // namespace

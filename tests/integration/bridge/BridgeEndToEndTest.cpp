@@ -10,8 +10,12 @@
 #include <chrono>
 #include <cmath>
 #include <csignal>
+#include <fcntl.h>
 #include <fstream>
+#include <map>
 #include <numeric>
+#include <regex>
+#include <sstream>
 #include <thread>
 
 namespace kelvo {
@@ -150,6 +154,121 @@ TEST_F(BridgeEndToEnd, ClosedStdoutDoesNotEndTheBridge) {
                   dir / "bridge.log"),
               0)
         << readText(dir / "bridge.log");
+}
+
+TEST_F(BridgeEndToEnd, AStdoutNobodyReadsNeitherStopsArtDmxNorHoldsUpTheQuit) {
+    // A pipe already full, whose reader never reads: the first status line would wait for good.
+    int ends[2];
+    ASSERT_EQ(::pipe(ends), 0);
+    ::fcntl(ends[1], F_SETFL, O_NONBLOCK);
+    const std::string block(4096, 'x');
+    while (::write(ends[1], block.data(), block.size()) > 0) {
+    }
+    ::fcntl(ends[1], F_SETFL, 0);
+    std::vector<std::string> arguments{KELVO_BRIDGE,    "--headless", "--audio-file",  track,
+                                       "--artnet",      "on",         "--artnet-host", "127.0.0.1",
+                                       "--enttec",      "off",        "--route",       "1=artnet:0",
+                                       "--run-seconds", "4"};
+    std::vector<char*> argv;
+    for (std::string& argument : arguments)
+        argv.push_back(argument.data());
+    argv.push_back(nullptr);
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, ends[1], 1);
+    posix_spawn_file_actions_addopen(&actions, 2, (dir / "bridge.err").c_str(),
+                                     O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    test::LoopbackReceiver node("127.0.0.1", 6454);
+    pid_t bridge = -1;
+    ASSERT_EQ(::posix_spawn(&bridge, KELVO_BRIDGE, &actions, nullptr, argv.data(), environ), 0);
+    posix_spawn_file_actions_destroy(&actions);
+    ::close(ends[1]);
+
+    const auto start = Clock::now();
+    int lateArtDmx = 0;
+    while (Clock::now() - start < std::chrono::seconds(5)) {
+        const auto datagram = node.receive(500);
+        if (datagram && Clock::now() - start > std::chrono::seconds(2))
+            ++lateArtDmx;
+    }
+    EXPECT_GT(lateArtDmx, 60) << "ArtDmx goes on after the output stalled";
+    // The quit waits at most about a second per relayed output; a watchdog, not a timing goal.
+    int status = 0;
+    pid_t ended = 0;
+    while (ended == 0 && Clock::now() - start < std::chrono::seconds(20)) {
+        ended = ::waitpid(bridge, &status, WNOHANG);
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+    if (ended == 0)
+        ::kill(bridge, SIGKILL), ::waitpid(bridge, &status, 0);
+    EXPECT_EQ(ended, bridge) << "the bridge did not quit while its output was stalled";
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << readText(dir / "bridge.err");
+    ::close(ends[0]);
+}
+
+/// One thread's system calls as strace wrote them (`strace -ff`), one call a line.
+std::vector<std::string> traceOfThreadThat(const std::filesystem::path& folder,
+                                           const std::string& calls) {
+    for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+        if (!entry.path().filename().string().starts_with("trace."))
+            continue;
+        const std::string text = readText(entry.path());
+        if (text.find(calls) == std::string::npos)
+            continue;
+        std::vector<std::string> lines;
+        std::istringstream in(text);
+        for (std::string line; std::getline(in, line);)
+            lines.push_back(line);
+        return lines;
+    }
+    return {};
+}
+
+TEST_F(BridgeEndToEnd, TheFolderIsSyncedAfterAPartIsCreatedAndAfterItsSideFileIsPlacedOrRemoved) {
+    // Observed, not timed: the recording thread's calls under strace.
+    const auto traces = dir / "traces";
+    std::filesystem::create_directories(traces);
+    ASSERT_EQ(run({"/usr/bin/strace", "-ff", "-qq", "-e",
+                   "trace=openat,fsync,fdatasync,rename,renameat2,unlink,unlinkat", "-o",
+                   (traces / "trace").string(), KELVO_BRIDGE, "--headless", "--audio-file", track,
+                   "--artnet", "off", "--enttec", "off", "--record", "--run-seconds", "2"},
+                  dir / "bridge.log"),
+              0)
+        << readText(dir / "bridge.log");
+    const std::string folder = "\"" + downloads.string() + "\"";
+    const std::vector<std::string> calls = traceOfThreadThat(traces, ".wav\", O_WRONLY|O_CREAT");
+    ASSERT_FALSE(calls.empty()) << "no thread created a part";
+
+    // Which calls need the folder synced after them (strace pads the result with spaces), and where the folder was synced.
+    std::vector<std::pair<std::size_t, std::string>> changes;
+    std::vector<std::size_t> folderSyncs;
+    std::map<std::string, bool> fdIsFolder;
+    const std::regex opened(R"(^openat\(AT_FDCWD, ("[^"]*"), ([^,)]*).*\)\s+= (\d+)$)");
+    const std::regex synced(R"(^f(data)?sync\((\d+)\)\s+= 0$)");
+    for (std::size_t i = 0; i < calls.size(); ++i) {
+        std::smatch match;
+        const std::string& call = calls[i];
+        if (std::regex_match(call, match, opened)) {
+            fdIsFolder[match[3]] =
+                match[1] == folder && match[2].str().find("O_DIRECTORY") != std::string::npos;
+            if (match[1].str().ends_with(".wav\"") &&
+                match[2].str().find("O_CREAT") != std::string::npos)
+                changes.emplace_back(i, "the part's creation");
+        } else if (std::regex_match(call, match, synced) && fdIsFolder[match[2]]) {
+            folderSyncs.push_back(i);
+        } else if (call.starts_with("rename") &&
+                   call.find(".recovery.json\"") != std::string::npos && call.ends_with(" = 0")) {
+            changes.emplace_back(i, "the side file's placing");
+        } else if (call.starts_with("unlink") && call.find(".recovery.json") != std::string::npos &&
+                   call.ends_with(" = 0")) {
+            changes.emplace_back(i, "the side file's removal");
+        }
+    }
+    ASSERT_EQ(changes.size(), 3u) << readText(traces.parent_path() / "bridge.log");
+    for (const auto& [at, what] : changes)
+        EXPECT_TRUE(std::any_of(folderSyncs.begin(), folderSyncs.end(),
+                                [at = at](std::size_t sync) { return sync > at; }))
+            << "the folder is not synced after " << what;
 }
 
 TEST_F(BridgeEndToEnd, SigtermDuringARecordingLeavesAFinishedWav) {
