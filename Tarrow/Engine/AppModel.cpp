@@ -109,6 +109,10 @@ AppModel::AppModel(AppModelEnvironment environment, QObject* parent)
                 discovery->setUnicastTarget(target);
             });
     forwardComponentSignals();
+    for (auto changed :
+         {&AppModel::routesChanged, &AppModel::deskLiveChanged, &AppModel::deskUniverseChanged})
+        connect(this, changed, this, &AppModel::refreshDeskRouteLine);
+    refreshDeskRouteLine();
     AudioInputSelectionModel::Hooks hooks;
     hooks.engineLoopRunning = [this] { return isEngineLoopRunning(); };
     hooks.replaceDropDetector = [this] { engine_.replaceDropDetector(); };
@@ -442,9 +446,9 @@ void AppModel::replaceRoutes(std::vector<UniverseRoute> routes) {
     outputs_.replaceRoutes(std::move(routes));
 }
 
-void AppModel::changeRouteDestination(std::int64_t virtualUniverse,
+bool AppModel::changeRouteDestination(std::int64_t virtualUniverse,
                                       UniverseRoute::Destination destination) {
-    outputs_.changeDestination(virtualUniverse, destination);
+    return outputs_.changeDestination(virtualUniverse, destination);
 }
 
 // Art-Net health

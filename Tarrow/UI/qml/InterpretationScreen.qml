@@ -1,0 +1,2 @@
+import QtQuick
+Rectangle { objectName: "interpretationScreen"; color: Theme.window }

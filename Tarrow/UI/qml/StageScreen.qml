@@ -1,0 +1,2 @@
+import QtQuick
+Rectangle { objectName: "stageScreen"; color: Theme.window }
