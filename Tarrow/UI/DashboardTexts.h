@@ -2,6 +2,7 @@
 
 #include "Audio/Recording/AudioRecordingController.h"
 #include "Cloud/AppUpdateNotice.h"
+#include "Show/ShowPatch.h"
 
 #include <QObject>
 #include <QString>
@@ -52,6 +53,8 @@ private:
                "mapped universe is active.")
     KELVO_TEXT(enttecOffDescription, "Enttec device scanning and serial output are disabled.")
     KELVO_TEXT(viewCurrentInterpretation, "View current interpretation")
+    KELVO_TEXT(patchOverlap, patchOverlapText)
+    KELVO_TEXT(noArtNetNodes, "No nodes have answered yet.")
 #undef KELVO_TEXT
 
 public:

@@ -135,7 +135,7 @@ Tile {
             Label {
                 anchors.fill: parent
                 visible: tile.nodes.length === 0
-                text: Bridge.artnetDiscoveryState.failureReason || "No nodes have answered yet."
+                text: Bridge.artnetDiscoveryState.failureReason || Texts.noArtNetNodes
                 color: Theme.textDim
                 wrapMode: Text.Wrap
             }
