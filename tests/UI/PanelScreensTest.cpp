@@ -100,6 +100,7 @@ ShowPatch overlappingPatch() {
 TEST_F(PanelScreensTest, EveryScreenLoadsAndLeavesAScreenshot) {
     dashboard.model().recordShowPatch(overlappingPatch());
     dashboard.model().setDeskLevels({1.0, 0.5, 0.25, 0, 0, 0, 0, 0.75});
+    dashboard.model().setDeskLive(true);
     const std::filesystem::path dir =
         std::filesystem::path(KELVO_BINARY_DIR) / "artifacts" / "screenshots";
     std::filesystem::create_directories(dir);
