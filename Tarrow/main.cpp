@@ -6,6 +6,7 @@
 #include <QCoreApplication>
 #include <QDesktopServices>
 #include <QGuiApplication>
+#include <QIcon>
 #include <QSocketNotifier>
 #include <QTimer>
 
@@ -90,13 +91,27 @@ int runWindow(int argc, char** argv, const kelvo::LaunchOptions& options) {
     nameApplication();
     QGuiApplication::setApplicationDisplayName(kelvo::applicationName);
     QGuiApplication::setDesktopFileName(QStringLiteral("kelvo-bridge"));
+    QGuiApplication::setWindowIcon(QIcon::fromTheme(QStringLiteral("kelvo-bridge")));
     const auto signalWatch = quitOnSignals(app);
     if (!signalWatch)
         return 1;
     std::unique_ptr<kelvo::AppModel> model = kelvo::HeadlessBridge::makeModel(options);
     kelvo::HeadlessBridge::persistLaunchSettings(model->outputSettingsStore(), options);
+    // Taken when connected; otherwise the picker offers it once it appears.
+    if (options.audioDeviceUID)
+        model->audioSelection().selectAudioInputDevice(*options.audioDeviceUID);
+    // Pairing asked for on the command line prints the page, as headless does (the approval may
+    // come from a phone); pairing started from the window opens the browser.
     QObject::connect(model.get(), &kelvo::AppModel::pairingPageReady, &app,
-                     [](const QUrl& page) { QDesktopServices::openUrl(page); });
+                     [printPage = options.pairOnStart](const QUrl& page) {
+                         if (!printPage) {
+                             QDesktopServices::openUrl(page);
+                             return;
+                         }
+                         std::printf("%s\n%s\n", kelvo::HeadlessBridge::approvalPagePrompt,
+                                     page.toString().toUtf8().constData());
+                         std::fflush(stdout);
+                     });
     kelvo::TarrowApp window(std::move(model));
     if (!window.show())
         return 1;

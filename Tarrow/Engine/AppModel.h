@@ -293,6 +293,7 @@ public:
     Q_INVOKABLE void selectLightingBlend(const QString& modeId, const QString& modeTo,
                                          double amount);
     Q_INVOKABLE void selectTheme(const QString& name) { selectTheme(name.toStdString()); }
+    void selectTheme(const char* name) { selectTheme(std::string(name)); }
     /// The hold tile: pressed holds the drop, released lets go.
     Q_INVOKABLE void holdDropFromPointer(bool held);
     Q_INVOKABLE void selectAudioInputDevice(const QString& uid);

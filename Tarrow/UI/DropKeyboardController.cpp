@@ -57,6 +57,9 @@ bool DropKeyboardController::handle(const QKeyEvent& event) {
         return false;
     const bool down = event.type() == QEvent::KeyPress;
     const std::uint16_t code = physicalKeyCode(event);
+    // A key held down repeats as release/press pairs; the hold must not flicker with them.
+    if (event.isAutoRepeat())
+        return state_.held.contains(code);
     const bool allowed = down && DropKeyboardHold::allowsHold(isTyping(), event.modifiers(),
                                                               model_->isEngineLoopRunning());
     if (!state_.update(code, down, allowed))

@@ -100,7 +100,11 @@ Tile {
                            Bridge.lightingModes.filter(m => m.id !== Bridge.selectedModeId))
                 textRole: "label"
                 valueRole: "id"
-                currentIndex: Math.max(0, indexOfValue(tile.blendTarget))
+                // A Binding, not a plain binding: a pick by hand must not cut the model's
+                // later changes off.
+                Binding on currentIndex {
+                    value: Math.max(0, blendPicker.indexOfValue(tile.blendTarget))
+                }
                 onActivated: Bridge.selectLightingBlend(Bridge.selectedModeId, currentValue,
                                                         currentValue === "" ? 0 : blendAmount.value)
             }
@@ -114,7 +118,10 @@ Tile {
                 Layout.fillWidth: true
                 enabled: tile.blendTarget !== ""
                 from: 0; to: 1
-                value: Bridge.selectedModeLerp
+                Binding on value {
+                    value: Bridge.selectedModeLerp
+                    when: !blendAmount.pressed
+                }
                 onMoved: Bridge.selectLightingBlend(Bridge.selectedModeId, tile.blendTarget, value)
             }
             Label {

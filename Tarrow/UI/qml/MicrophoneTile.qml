@@ -76,13 +76,17 @@ Tile {
                 textRole: "name"
                 valueRole: "uid"
                 displayText: tile.input.audioInputDisplayName
-                currentIndex: indexOfValue(tile.input.activeAudioDeviceUID)
+                Binding on currentIndex {
+                    value: picker.indexOfValue(tile.input.activeAudioDeviceUID)
+                }
                 onActivated: Bridge.selectAudioInputDevice(currentValue)
             }
             CheckBox {
                 objectName: "preferMicrophone"
                 text: "Prefer microphone"
-                checked: tile.input.preferMicrophoneOverUSB
+                Binding on checked {
+                    value: tile.input.preferMicrophoneOverUSB
+                }
                 onToggled: tile.input.preferMicrophoneOverUSB = checked
             }
         }
