@@ -114,6 +114,10 @@ AppModel::AppModel(AppModelEnvironment environment, QObject* parent)
     connect(&engineLoop_, &EngineLoop::visualsRefreshed, this, &AppModel::visualsRefreshed);
     connect(&engineLoop_, &EngineLoop::frameReady, this, &AppModel::outputMergedDmx);
     forwardComponentSignals();
+    for (auto changed :
+         {&AppModel::routesChanged, &AppModel::deskLiveChanged, &AppModel::deskUniverseChanged})
+        connect(this, changed, this, &AppModel::refreshDeskRouteLine);
+    refreshDeskRouteLine();
     audioSelection_ = new AudioInputSelectionModel(this);
     connect(audioSelection_, &AudioInputSelectionModel::captureRestartNeeded, this,
             [this](const std::optional<std::string>& uid, std::optional<int> channels) {
@@ -445,9 +449,9 @@ void AppModel::replaceRoutes(std::vector<UniverseRoute> routes) {
     outputs_.replaceRoutes(std::move(routes));
 }
 
-void AppModel::changeRouteDestination(std::int64_t virtualUniverse,
+bool AppModel::changeRouteDestination(std::int64_t virtualUniverse,
                                       UniverseRoute::Destination destination) {
-    outputs_.changeDestination(virtualUniverse, destination);
+    return outputs_.changeDestination(virtualUniverse, destination);
 }
 
 // Art-Net health

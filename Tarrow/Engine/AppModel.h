@@ -151,6 +151,7 @@ class AppModel : public QObject, private ShowDownloadTarget {
     Q_PROPERTY(double deskGrandMaster READ deskGrandMaster WRITE setDeskGrandMaster NOTIFY
                    deskGrandMasterChanged)
     Q_PROPERTY(bool deskBlackout READ deskBlackout WRITE setDeskBlackout NOTIFY deskBlackoutChanged)
+    Q_PROPERTY(QString deskRouteLine READ deskRouteLine NOTIFY deskRouteLineChanged)
     // Dashboard: the audio input choice and the recording are observable objects of their own.
     Q_PROPERTY(QObject* audioInput READ audioInputObject CONSTANT)
     Q_PROPERTY(QObject* recording READ recordingObject CONSTANT)
@@ -185,9 +186,17 @@ public:
     void applicationWillTerminate();
 
     // Cloud link (the flows live in CloudSession and ShowDownload)
-    void startPairing();
+    Q_INVOKABLE void startPairing();
     void autoConnect();
-    void reauthenticate();
+    Q_INVOKABLE void reauthenticate();
+    /// The selected show's page in the cloud editor; empty without a selected show.
+    Q_INVOKABLE QUrl showEditorURL() const {
+        if (!selectedShowId_)
+            return {};
+        return BridgeServerConfig::showEditorURL(environment_.serverURL,
+                                                 QString::fromStdString(*selectedShowId_))
+            .value_or(QUrl());
+    }
     void notifyDisconnectSync(std::chrono::milliseconds timeout);
     void refreshAppUpdateNotice();
     QCoro::Task<> fetchShowAndHarness(std::string token);
@@ -274,9 +283,17 @@ public:
     void setEnttecEnabled(bool enabled);
     /// Replaces the route table and saves it (also when unchanged, so the settings hold it).
     void replaceRoutes(std::vector<UniverseRoute> routes);
-    void changeRouteDestination(std::int64_t virtualUniverse,
+    /// False when no route has that virtual universe.
+    bool changeRouteDestination(std::int64_t virtualUniverse,
                                 UniverseRoute::Destination destination);
     const std::vector<UniverseRoute>& routes() const { return outputs_.routes(); }
+    /// The desk's route editor: `destination` is "artnet", "enttec" or "unmapped"; the Art-Net
+    /// universe counts only for "artnet". A new virtual universe is added to the table.
+    Q_INVOKABLE void setRoute(qint64 virtualUniverse, const QString& destination,
+                              qint64 artnetUniverse);
+    Q_INVOKABLE void removeRoute(qint64 virtualUniverse);
+    /// Where the desk's universe goes, and whether the desk or the engine drives it.
+    const QString& deskRouteLine() const { return deskRouteLine_; }
 
     // Art-Net health
     /// Aims and starts discovery and the once-a-second health check; once only.
@@ -402,6 +419,7 @@ signals:
     void deskLevelsChanged();
     void deskGrandMasterChanged();
     void deskBlackoutChanged();
+    void deskRouteLineChanged();
     void connectionStatusChanged();
     void sessionInfoChanged();
     void appUpdateDownloadURLChanged();
@@ -484,6 +502,7 @@ private:
     void publishSelections();
     /// The model's own signals carry its components' announcements.
     void forwardComponentSignals();
+    void refreshDeskRouteLine();
 
     /// Every fifth tick: the views of the plot, the scheme and the interpretation.
     void visualsRefreshed();
@@ -519,6 +538,7 @@ private:
     std::shared_ptr<ArtNetDiscovering> artnetDiscovery_;
     ArtNetHealthMonitor* artnetMonitor_;
     std::optional<std::string> artnetLastAutoFix_;
+    QString deskRouteLine_;
 
     bool loopRunning_ = false;      // the timer exists (or would, with runTickTimer false)
     bool engineLoopWanted_ = false; // started and not stopped since, even if capture failed

@@ -2,6 +2,7 @@
 
 #include "Audio/Recording/AudioRecordingController.h"
 #include "Cloud/AppUpdateNotice.h"
+#include "Show/ShowPatch.h"
 
 #include <QObject>
 #include <QString>
@@ -39,6 +40,21 @@ private:
                "A drop arms after the bass stays out for about eight seconds, then fires when it "
                "returns. The first thirty seconds never arm. Times are from the start of this "
                "audio stream. Manual holds aren’t counted.")
+    // Connections, desk, stage and interpretation screens
+    KELVO_TEXT(logIn, "Log In")
+    KELVO_TEXT(signOut, "Sign out of cloud")
+    KELVO_TEXT(editShowInBrowser, "Edit Show in Browser")
+    KELVO_TEXT(enableArtNet, "Enable Art-Net output")
+    KELVO_TEXT(artnetHostLabel, "Send to")
+    KELVO_TEXT(artnetAutoFixLabel, "Fix Art-Net problems automatically")
+    KELVO_TEXT(enableEnttec, "Enable Enttec Pro output")
+    KELVO_TEXT(enttecOnDescription,
+               "Scans FTDI serial devices and sends Enttec USB DMX Pro Widget API frames when a "
+               "mapped universe is active.")
+    KELVO_TEXT(enttecOffDescription, "Enttec device scanning and serial output are disabled.")
+    KELVO_TEXT(viewCurrentInterpretation, "View current interpretation")
+    KELVO_TEXT(patchOverlap, patchOverlapText)
+    KELVO_TEXT(noArtNetNodes, "No nodes have answered yet.")
 #undef KELVO_TEXT
 
 public:

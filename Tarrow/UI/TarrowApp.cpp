@@ -1,4 +1,5 @@
 #include "UI/TarrowApp.h"
+#include "UI/DmxPreviewItem.h"
 
 #include "Engine/AppModel.h"
 #include "Support/Logging.h"
@@ -46,6 +47,7 @@ void TarrowApp::registerModelSingleton() {
         qmlRegisterSingletonType<DashboardTexts>(
             "Kelvo.Model", 1, 0, "Texts",
             [](QQmlEngine*, QJSEngine*) -> QObject* { return new DashboardTexts; });
+        qmlRegisterType<DmxPreviewItem>("Kelvo.Model", 1, 0, "DmxPreviewItem");
     });
 }
 

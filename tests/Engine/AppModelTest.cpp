@@ -240,7 +240,9 @@ TEST_F(AppModelTest, PropertiesNotifyOnceOnAChangeAndNeverOnARepeat) {
     model->applyLiveControlState({{"mode", "chase"}, {"mode_lerp", 0.25}, {"theme_name", "Ice"}});
     model->endForcedDrop(DropHoldSource::pointer);
     model->endForcedDrop(DropHoldSource::keyboard);
+    // The route of the desk's universe changed, so the desk's route line did too.
     EXPECT_EQ(counter.take(), (std::map<std::string, int>{{"routes", 1},
+                                                          {"deskRouteLine", 1},
                                                           {"deskLevels", 1},
                                                           {"artnetHost", 1},
                                                           {"selectedModeId", 1},
