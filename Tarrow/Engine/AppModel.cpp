@@ -176,7 +176,7 @@ void AppModel::forwardComponentSignals() {
     connect(cache_.get(), &OfflineShowCache::workspaceSaveFailed, this,
             [this](const QString& reason) {
                 lastSavedWorkspace_.reset(); // the next change tries again
-                setStatusMessage(QLatin1String(workspaceNotSavedPrefix) + reason);
+                setStatusMessage(QString::fromUtf8(workspaceNotSavedPrefix) + reason);
             });
 }
 
