@@ -77,6 +77,14 @@ ApplicationWindow {
                 onTriggered: Bridge.toggleAudioRecording()
             }
             MenuItem {
+                objectName: "editShowCommand"
+                // Re-read on every show change: the address names the selected show.
+                readonly property url editorURL: Bridge.selectedShowId, Bridge.showEditorURL()
+                text: "Edit Show in Browser"
+                enabled: editorURL.toString().length > 0
+                onTriggered: Qt.openUrlExternally(editorURL)
+            }
+            MenuItem {
                 objectName: "dropDiagnosticsCommand"
                 text: "Drop Diagnostics"
                 onTriggered: Bridge.showingDropDiagnostics = true
