@@ -1,4 +1,5 @@
 #include "UI/TarrowApp.h"
+#include "UI/BandTraceItem.h"
 #include "UI/DmxPreviewItem.h"
 
 #include "Engine/AppModel.h"
@@ -22,6 +23,11 @@ constexpr const char* modelEngineProperty = "kelvoBridgeModel";
 TarrowApp::TarrowApp(std::unique_ptr<AppModel> model, QObject* parent)
     : QObject(parent), model_(std::move(model)) {
     registerModelSingleton();
+    // Venue machines rarely have a GPU, and Mesa's software OpenGL costs the main thread several
+    // times what Qt Quick's own software renderer does for these flat tiles. QT_QUICK_BACKEND
+    // still chooses another.
+    if (qEnvironmentVariableIsEmpty("QT_QUICK_BACKEND"))
+        QQuickWindow::setGraphicsApi(QSGRendererInterface::Software);
     engine_.addImportPath(QString::fromLatin1(qmlImportPath));
     engine_.setProperty(modelEngineProperty, QVariant::fromValue<QObject*>(model_.get()));
     QGuiApplication::setQuitOnLastWindowClosed(true);
@@ -48,6 +54,7 @@ void TarrowApp::registerModelSingleton() {
             "Kelvo.Model", 1, 0, "Texts",
             [](QQmlEngine*, QJSEngine*) -> QObject* { return new DashboardTexts; });
         qmlRegisterType<DmxPreviewItem>("Kelvo.Model", 1, 0, "DmxPreviewItem");
+        qmlRegisterType<BandTraceItem>("Kelvo.Model", 1, 0, "BandTraceItem");
     });
 }
 
