@@ -38,7 +38,8 @@ public:
     static constexpr const char* approvalPagePrompt =
         "Open this page on any device to approve the bridge:";
     /// Lines lost because the output was not being read; given before the next line that fits.
-    static constexpr const char* linesLostNote = "(lines not shown while the output was not being read: %llu)";
+    static constexpr const char* linesLostNote =
+        "(lines not shown while the output was not being read: %llu)";
 
     /// Lines that did not fit into the output so far.
     unsigned long long linesLost() const { return linesLost_; }

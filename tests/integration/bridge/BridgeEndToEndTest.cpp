@@ -239,7 +239,8 @@ TEST_F(BridgeEndToEnd, TheFolderIsSyncedAfterAPartIsCreatedAndAfterItsSideFileIs
     const std::vector<std::string> calls = traceOfThreadThat(traces, ".wav\", O_WRONLY|O_CREAT");
     ASSERT_FALSE(calls.empty()) << "no thread created a part";
 
-    // Which calls need the folder synced after them (strace pads the result with spaces), and where the folder was synced.
+    // Which calls need the folder synced after them (strace pads the result with spaces), and where
+    // the folder was synced.
     std::vector<std::pair<std::size_t, std::string>> changes;
     std::vector<std::size_t> folderSyncs;
     std::map<std::string, bool> fdIsFolder;
