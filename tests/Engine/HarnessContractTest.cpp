@@ -20,6 +20,14 @@ namespace {
 
 using nlohmann::json;
 
+// The contract is about what the engine lights, not how fast: a loaded or sanitized build must
+// not turn a slow step into "no frames".
+struct ContractHost : EngineHost {
+    ContractHost()
+        : EngineHost(std::make_shared<SteadyMonotonicClock>(),
+                     ScriptTimeLimits{std::chrono::seconds(2), std::chrono::seconds(20)}) {}
+};
+
 std::string readSourceFile(const std::string& relative) {
     return test::readText(std::string(KELVO_SOURCE_DIR) + "/" + relative);
 }
@@ -163,7 +171,7 @@ protected:
         return out;
     }
 
-    EngineHost host_;
+    ContractHost host_;
     const std::vector<Patched> enabled_ = enabledDemoFixtures();
 };
 
@@ -218,7 +226,7 @@ TEST_F(HarnessContract, EveryModeLightsEachEnabledFixtureAndOnlyThose) {
                                             "cycle",    "party",  "finale", "no-such-mode"};
     for (const std::string& mode : modes) {
         SCOPED_TRACE(mode);
-        EngineHost host;
+        ContractHost host;
         load(host, "blackout");
         host.applyControl({.modeId = mode});
         host.setForcedDrop(mode == "finale"); // the drop look too stays on its channels
@@ -301,7 +309,7 @@ TEST_F(HarnessContract, TheCachedSubsetLightsTheShowOfflineWithItsControlState) 
     json control = demoControlState("chase");
     control.erase("manual_dimmer");
     control["manual_fixture_dimmers"] = {{"fx-par-01", 0.25}, {"fx-par-02", 0.5}};
-    EngineHost live, offline;
+    ContractHost live, offline;
     live.loadHarness(harnessSource());
     const auto subset = live.loadShow(demoBootstrap()["active_show"], control);
     ASSERT_TRUE(subset.has_value());
