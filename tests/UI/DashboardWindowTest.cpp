@@ -3,7 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <QFile>
 #include <QKeyEvent>
 #include <QQmlComponent>
 #include <QSignalSpy>
@@ -11,7 +10,6 @@
 #include <QTimer>
 
 #include <cstdlib>
-#include <filesystem>
 
 namespace kelvo::test {
 namespace {
@@ -175,32 +173,6 @@ TEST_F(DashboardWindowTest, ClosingTheWindowQuitsWithCaptureStopped) {
             std::_Exit(status == 0 && !dashboard.model().mic().isCapturing() ? 0 : 1);
         },
         ::testing::ExitedWithCode(0), "");
-}
-
-TEST_F(DashboardWindowTest, ScreenshotOfEveryScreen) {
-    // Kept as test artefacts for a person to look at (build/screenshots), not compared. A screen
-    // that does not load is a failure.
-    const std::filesystem::path dir = std::filesystem::path(KELVO_BINARY_DIR) / "screenshots";
-    std::filesystem::create_directories(dir);
-    const QString platform = QGuiApplication::platformName();
-    QObject* window = dashboard.window();
-    QQuickItem* loader = dashboard.item("screenLoader");
-    ASSERT_NE(loader, nullptr);
-    for (const QVariant& screen : window->property("screens").toList()) {
-        const QString name = screen.toMap().value("name").toString();
-        if (!QFile::exists(":/qt/qml/Kelvo/UI/" + name + "Screen.qml"))
-            continue; // not in this build yet
-        window->setProperty("currentScreen", name);
-        if (loader->property("status").toInt() != 1 /* Loader.Ready */) {
-            ADD_FAILURE() << name.toStdString() << " screen does not load";
-            continue;
-        }
-        pumpFor(std::chrono::milliseconds(100));
-        const QImage shot = dashboard.window()->grabWindow();
-        ASSERT_FALSE(shot.isNull());
-        const auto file = dir / (platform + "-" + name.toLower() + ".png").toStdString();
-        EXPECT_TRUE(shot.save(QString::fromStdString(file.string()))) << file;
-    }
 }
 
 } // namespace

@@ -108,7 +108,8 @@ TEST_F(PanelScreensTest, EveryScreenLoadsAndLeavesAScreenshot) {
         const char* screen;
         const char* root;
         const char* file;
-    } screens[] = {{"Connections", "connectionsScreen", "connections.png"},
+    } screens[] = {{"Live", "liveScreen", "live.png"},
+                   {"Connections", "connectionsScreen", "connections.png"},
                    {"Desk", "deskScreen", "desk.png"},
                    {"Stage", "stageScreen", "stage.png"},
                    {"Interpretation", "interpretationScreen", "interpretation.png"}};
