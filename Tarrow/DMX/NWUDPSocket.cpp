@@ -369,7 +369,10 @@ std::shared_ptr<NWUDPSocket::Association> NWUDPSocket::resolveConnection(const s
         s.connectedAt = now;
         s.isReady = false;
         s.needsRebuild = false;
-        s.snapshot.isReady = false;
+        // The published readiness stays as the last association reported it until the new one
+        // reports. A rebuild happens on the tick, and the health check runs on the same thread
+        // once a second, phase-locked to the ticks: clearing it here let that check see
+        // "not ready" right after every rebuild and call a working output stalled.
         s.snapshot.stateDescription = "connecting";
         ++s.snapshot.packetsSent;
         previous = s.connection;
