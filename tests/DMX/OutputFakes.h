@@ -5,6 +5,7 @@
 #include "DMX/SerialPortWriting.h"
 #include "DMX/UDPSending.h"
 
+#include <algorithm>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -32,16 +33,17 @@ public:
 struct SerialBench {
     std::map<std::string, std::vector<std::vector<std::uint8_t>>> frames;
     std::vector<std::string> plugged; ///< the candidates, in order
-    std::vector<std::string> unopenable;
-    std::vector<std::string> failingWrites;
+    std::vector<std::string> unopenable, failingWrites, notWidgets;
     std::vector<std::string> fullDevices; ///< take no frame now
-    std::vector<std::string> notWidgets;  ///< identified as something else
     std::map<std::string, int> identified;
     std::mutex lock; ///< held while a port opens or closes: scans may run on a worker
-    std::vector<std::string> opened;
-    std::vector<std::string> closed;
+    std::vector<std::string> opened, closed;
     int scans = 0;
 };
+
+inline bool listed(const std::vector<std::string>& list, const std::string& path) {
+    return std::ranges::find(list, path) != list.end();
+}
 
 class FakeSerialPort final : public SerialPortWriting {
 public:
@@ -53,16 +55,16 @@ public:
         std::lock_guard guard(bench_.lock);
         if (fd_ >= 0)
             return;
-        if (std::count(bench_.unopenable.begin(), bench_.unopenable.end(), path_))
+        if (listed(bench_.unopenable, path_))
             throw SerialPortError::openFailed(path_);
         fd_ = 42;
         bench_.opened.push_back(path_);
     }
     bool write(std::span<const std::uint8_t> frame) override {
         open();
-        if (std::count(bench_.failingWrites.begin(), bench_.failingWrites.end(), path_))
+        if (listed(bench_.failingWrites, path_))
             throw SerialPortError::writeFailed(path_);
-        if (std::count(bench_.fullDevices.begin(), bench_.fullDevices.end(), path_))
+        if (listed(bench_.fullDevices, path_))
             return false;
         bench_.frames[path_].emplace_back(frame.begin(), frame.end());
         return true;
@@ -92,36 +94,20 @@ inline EnttecScanning fakeScanning(
             },
             [&bench](const std::string& path, SerialPortWriting&) {
                 ++bench.identified[path];
-                return std::count(bench.notWidgets.begin(), bench.notWidgets.end(), path)
-                           ? WidgetVerdict::notWidget
-                           : WidgetVerdict::widget;
+                return listed(bench.notWidgets, path) ? WidgetVerdict::notWidget
+                                                      : WidgetVerdict::widget;
             },
             std::move(run)};
 }
 
-/// A settings store in memory that logs each write in order.
+/// A settings store in memory.
 class MemorySettingsStore final : public OutputSettingsStore {
 public:
-    void saveRoutes(const std::vector<UniverseRoute>& r) override {
-        routes = r;
-        log.push_back("routes");
-    }
-    void saveArtNetEnabled(bool v) override {
-        artnetEnabled = v;
-        log.push_back("artnet_enabled");
-    }
-    void saveArtNetHost(const std::string& v) override {
-        artnetHost = v;
-        log.push_back("artnet_host");
-    }
-    void saveArtNetAutoFix(bool v) override {
-        artnetAutoFix = v;
-        log.push_back("artnet_auto_fix");
-    }
-    void saveEnttecEnabled(bool v) override {
-        enttecEnabled = v;
-        log.push_back("enttec_enabled");
-    }
+    void saveRoutes(const std::vector<UniverseRoute>& r) override { routes = r; }
+    void saveArtNetEnabled(bool v) override { artnetEnabled = v; }
+    void saveArtNetHost(const std::string& v) override { artnetHost = v; }
+    void saveArtNetAutoFix(bool v) override { artnetAutoFix = v; }
+    void saveEnttecEnabled(bool v) override { enttecEnabled = v; }
     std::optional<std::vector<UniverseRoute>> loadRoutes() const override { return routes; }
     std::optional<ArtNetConfig> loadArtNetConfig() const override {
         if (!artnetEnabled)
@@ -132,11 +118,8 @@ public:
     std::optional<bool> loadArtNetAutoFix() const override { return artnetAutoFix; }
 
     std::optional<std::vector<UniverseRoute>> routes;
-    std::optional<bool> artnetEnabled;
+    std::optional<bool> artnetEnabled, artnetAutoFix, enttecEnabled;
     std::optional<std::string> artnetHost;
-    std::optional<bool> artnetAutoFix;
-    std::optional<bool> enttecEnabled;
-    std::vector<std::string> log;
 };
 
 } // namespace kelvo::test
