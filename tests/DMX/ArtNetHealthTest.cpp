@@ -1,17 +1,30 @@
 #include "DMX/ArtNetHealth.h"
+#include "DMX/ArtNetDiagnosis.h"
+#include "DMX/ArtNetHealthMonitor.h"
 
+#include "FakeArtNetDiscovery.h"
+#include "support/QtEventLoop.h"
+
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
+
+#include <functional>
 
 namespace kelvo {
 namespace {
 
 using H = ArtNetHealth;
+using Fix = ArtNetAutoFix;
+using Inputs = ArtNetHealthInputs;
+using testing::ElementsAre;
 
-ArtNetNode node(std::string shortName, std::string ip, std::vector<std::int64_t> outputs = {}) {
+ArtNetNode node(std::string ip, std::vector<std::int64_t> outputs,
+                std::vector<std::int64_t> transmitting = {}, std::string name = "Node") {
     ArtNetNode n;
-    n.shortName = std::move(shortName);
     n.ip = std::move(ip);
+    n.shortName = std::move(name);
     n.outputUniverses = std::move(outputs);
+    n.transmittingUniverses = std::move(transmitting);
     return n;
 }
 
@@ -22,8 +35,8 @@ struct TextCase {
 };
 
 TEST(ArtNetHealthTexts, EveryCaseReadsExactly) {
-    const ArtNetNode rack = node("Rack 3", "10.0.0.9", {4, 5});
-    const ArtNetNode unnamed = node("", "10.0.0.10", {0});
+    const ArtNetNode rack = node("10.0.0.9", {4, 5}, {}, "Rack 3");
+    const ArtNetNode unnamed = node("10.0.0.10", {0}, {}, "");
     const TextCase cases[] = {
         {{H::NoDmxGenerated{{0, 2}}},
          "No DMX to send",
@@ -38,12 +51,10 @@ TEST(ArtNetHealthTexts, EveryCaseReadsExactly) {
          "Not transmitting",
          "The UDP connection is failed, so packets are being discarded before they reach the "
          "network. Rebuilding it."},
-        {{H::DiscoveryUnavailable{"Art-Net discovery socket unavailable: bind(0.0.0.0:6454) "
-                                  "failed: Address already in use"}},
+        {{H::DiscoveryUnavailable{"Socket gone."}},
          "Cannot verify output",
-         "Art-Net discovery socket unavailable: bind(0.0.0.0:6454) failed: Address already in "
-         "use Art-Net is still being sent, but the bridge cannot confirm any node is receiving "
-         "it."},
+         "Socket gone. Art-Net is still being sent, but the bridge cannot confirm any node is "
+         "receiving it."},
         {{H::Searching{"10.0.0.5"}},
          "No reply from 10.0.0.5",
          "Sending to 10.0.0.5, but no Art-Net node has answered an ArtPoll. Either nothing is "
@@ -56,7 +67,7 @@ TEST(ArtNetHealthTexts, EveryCaseReadsExactly) {
          "Universe mismatch",
          "Rack 3 at 10.0.0.9 drives Art-Net 4, 5, but the bridge is sending 0, 1. The node "
          "ignores universes it is not patched to, so its DMX ports stay dark."},
-        {{H::UniverseMismatch{node("Bare", "10.0.0.8"), {3}}},
+        {{H::UniverseMismatch{node("10.0.0.8", {}, {}, "Bare"), {3}}},
          "Universe mismatch",
          "Bare at 10.0.0.8 drives Art-Net none, but the bridge is sending 3. The node ignores "
          "universes it is not patched to, so its DMX ports stay dark."},
@@ -94,6 +105,159 @@ TEST(ArtNetHealthTexts, FixSummaries) {
               "Point Art-Net output at 10.0.0.9");
     EXPECT_EQ((ArtNetAutoFix{ArtNetAutoFix::RemapUniverses{{4, 5}}}.summary()),
               "Send Art-Net 4, 5");
+}
+
+const ArtNetNode other = node("10.0.0.9", {0, 1}), narrow = node("10.0.0.5", {0}),
+                 wide = node("10.0.0.5", {0, 1, 2}, {0});
+
+// Starts with every fault present at once and removes them one at a time: each step shows
+// that a rule wins over every rule after it, and the boundary of each threshold.
+TEST(ArtNetDiagnosisClassify, RulesApplyInTheirOrder) {
+    Inputs in;
+    in.artnetEnabled = false;
+    in.artnetHost = "10.0.0.5";
+    in.idleChecks = 2;
+    in.transport = {.isReady = false,
+                    .stateDescription = "waiting",
+                    .packetsSent = 61,
+                    .lastError = "Network is unreachable"};
+    in.discovery.failureReason = "Art-Net discovery socket unavailable: x";
+    in.discovery.pollCycles = 3;
+    const std::pair<std::function<void(Inputs&)>, H> steps[] = {
+        {[](Inputs&) {}, {H::Disabled{}}},
+        {[](Inputs& i) { i.artnetEnabled = true; }, {H::NoUniversesMapped{}}},
+        {[](Inputs& i) {
+             i.mappedUniverses = {0, 1};
+         },
+         {H::NoDmxGenerated{{0, 1}}}},
+        {[](Inputs& i) { i.idleChecks = 1; },
+         {H::TransportStalled{"waiting", "Network is unreachable"}}},
+        {[](Inputs& i) { i.transport.packetsSent = 60; },
+         {H::DiscoveryUnavailable{"Art-Net discovery socket unavailable: x"}}},
+        {[](Inputs& i) { i.transport.packetsSent = 6000, i.transport.isReady = true; },
+         {H::DiscoveryUnavailable{"Art-Net discovery socket unavailable: x"}}},
+        {[](Inputs& i) { i.discovery.failureReason.reset(); }, {H::DiscoveryBlocked{}}},
+        {[](Inputs& i) { i.discovery.pollCycles = 2; }, {H::Searching{"10.0.0.5"}}},
+        {[](Inputs& i) { i.discovery.nodes = ArtNetNodeList({other}); },
+         {H::HostSilent{"10.0.0.5", ArtNetNodeList({other})}}},
+        {[](Inputs& i) {
+             i.discovery.pollCycles = 30, i.discovery.nodes = ArtNetNodeList({narrow, other});
+         },
+         {H::DiscoveryBlocked{}}},
+        {[](Inputs& i) { i.discovery.heardAnyTraffic = true; },
+         {H::UniverseMismatch{narrow, {0, 1}}}},
+        // The first node at the host decides, even when a later one would fit.
+        {[](Inputs& i) {
+             i.discovery.nodes = ArtNetNodeList({narrow, wide});
+         },
+         {H::UniverseMismatch{narrow, {0, 1}}}},
+        {[](Inputs& i) {
+             i.discovery.nodes = ArtNetNodeList({wide, other}), i.unconfirmedChecks = 6;
+         },
+         {H::NodeNotOutputting{wide, {0, 1}}}},
+        {[](Inputs& i) { i.unconfirmedChecks = 5; }, {H::Streaming{wide, {0, 1}}}},
+        // Duplicated routes send the same universe twice; the node still drives it.
+        {[](Inputs& i) {
+             i.mappedUniverses = {2, 2};
+         },
+         {H::Streaming{wide, {2, 2}}}},
+    };
+    for (std::size_t step = 0; step < std::size(steps); ++step) {
+        SCOPED_TRACE(step);
+        steps[step].first(in);
+        const ArtNetHealth health = ArtNetDiagnosis::classify(in);
+        EXPECT_EQ(health, steps[step].second) << health.caseName() << ": " << health.detail();
+    }
+}
+
+TEST(ArtNetDiagnosisClassify, NodeConfirmsOutputOnlyWithEveryMappedUniverseTransmitting) {
+    const ArtNetNodeList nodes({node("10.0.0.5", {0, 1, 2}, {0, 1}),
+                                node("10.0.0.5", {0}, {0, 1, 2}), node("10.0.0.6", {0}, {})});
+    const std::tuple<std::string, std::vector<std::int64_t>, bool> cases[] = {
+        {"10.0.0.5", {0, 1}, true},  {"10.0.0.5", {1, 0, 1}, true},
+        {"10.0.0.5", {0, 2}, false}, // the first node at the host decides
+        {"10.0.0.6", {0}, false},    // listed as an output, but not transmitting
+        {"10.0.0.6", {}, true},      {"10.0.0.7", {}, false},
+        {"10.0.0.50", {0}, false},
+    };
+    for (const auto& [host, mapped, confirms] : cases)
+        EXPECT_EQ(ArtNetDiagnosis::nodeConfirmsOutput(host, mapped, nodes), confirms)
+            << host << " " << testing::PrintToString(mapped);
+}
+
+TEST(ArtNetDiagnosisFix, OnlyAnUnambiguousRepairIsOffered) {
+    const ArtNetNode a = node("10.0.0.9", {4, 5, 6}), b = node("10.0.0.10", {4});
+    const std::pair<H, std::optional<Fix>> cases[] = {
+        {{H::HostSilent{"10.0.0.5", ArtNetNodeList({a})}}, Fix{Fix::AdoptHost{"10.0.0.9"}}},
+        {{H::HostSilent{"10.0.0.5", ArtNetNodeList({a, b})}}, std::nullopt},
+        {{H::UniverseMismatch{a, {0, 1}}}, Fix{Fix::RemapUniverses{{4, 5}}}},
+        {{H::UniverseMismatch{a, {0, 1, 2}}}, Fix{Fix::RemapUniverses{{4, 5, 6}}}},
+        {{H::UniverseMismatch{b, {0, 1}}}, std::nullopt},
+        {{H::Searching{"10.0.0.5"}}, std::nullopt},
+        {{H::NodeNotOutputting{a, {4}}}, std::nullopt},
+        {{H::Streaming{a, {4}}}, std::nullopt},
+    };
+    for (const auto& [health, fix] : cases)
+        EXPECT_EQ(ArtNetDiagnosis::autoFix(health), fix) << health.caseName();
+}
+
+struct Rig {
+    Rig() {
+        test::qtApplication();
+        for (auto signal :
+             {&ArtNetHealthMonitor::healthChanged, &ArtNetHealthMonitor::packetsPerSecondChanged,
+              &ArtNetHealthMonitor::discoveryStateChanged})
+            QObject::connect(&monitor, signal, [this] { ++changes; });
+    }
+    /// One tick after `packets` more ArtDmx went out.
+    void tick(std::int64_t packets) {
+        transport.packetsSent += packets;
+        monitor.refresh();
+    }
+
+    test::FakeArtNetDiscovery discovery;
+    UDPTransportStatus transport = test::readyTransport();
+    ArtNetOutputView settings{
+        .enabled = true, .host = "10.0.0.5", .autoFix = true, .mappedUniverses = {0, 1}};
+    ArtNetHealthMonitor monitor{discovery, [this] { return transport; },
+                                [this] { return settings; }};
+    int changes = 0; ///< of health, rate and discovery state together
+};
+
+TEST(ArtNetHealthMonitor, StartsOnceAimedAtTheHostWhileOutputIsOn) {
+    Rig on, off;
+    on.monitor.start();
+    on.settings.host = "10.0.0.6";
+    on.monitor.start();
+    EXPECT_EQ(on.discovery.starts, 1);
+    EXPECT_THAT(on.discovery.targets, ElementsAre("10.0.0.5"));
+    off.settings.enabled = false;
+    off.monitor.start();
+    EXPECT_THAT(off.discovery.targets, ElementsAre(std::nullopt));
+}
+
+TEST(ArtNetHealthMonitor, CountsSilentAndUnconfirmedTicksAndPublishesOnlyChanges) {
+    Rig rig;
+    rig.discovery.state.nodes = ArtNetNodeList({node("10.0.0.5", {0, 1}, {0, 1})});
+    rig.tick(120);
+    rig.tick(120);
+    EXPECT_EQ(rig.monitor.packetsPerSecond(), 120);
+    EXPECT_TRUE(rig.monitor.health().is<H::Streaming>());
+    EXPECT_EQ(rig.changes, 3) << "health, rate and discovery state, once each";
+    rig.tick(0); // one silent second is tolerated
+    EXPECT_TRUE(rig.monitor.health().is<H::Streaming>());
+    rig.tick(0);
+    EXPECT_EQ(rig.monitor.health(), (ArtNetHealth{H::NoDmxGenerated{{0, 1}}}));
+    EXPECT_EQ(rig.changes, 5) << "the rate once, then the health once";
+
+    // Packets again, but the node's ports never transmit: idle on the sixth tick.
+    rig.discovery.state.nodes = ArtNetNodeList({node("10.0.0.5", {0, 1}, {})});
+    for (int second = 1; second <= 6; ++second) {
+        rig.tick(60);
+        EXPECT_TRUE(rig.monitor.health().is<H::NodeNotOutputting>() == (second == 6) &&
+                    (second == 6 || rig.monitor.health().is<H::Streaming>()))
+            << second << ": " << rig.monitor.health().caseName();
+    }
 }
 
 } // namespace
