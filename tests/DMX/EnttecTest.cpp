@@ -105,29 +105,21 @@ TEST(PosixSerialPortOnPty, WidgetThatStopsDrainingNeverBlocksAndNeverGetsACutFra
 }
 
 TEST(PosixSerialPortOnPty, FailuresCarryTheOperatorTexts) {
-    const auto failure = [](auto action) -> std::string {
-        try {
-            action();
-        } catch (const SerialPortError& error) {
-            return error.what();
-        }
-        return "no failure";
+    const auto fails = [](const std::string& text) {
+        return testing::ThrowsMessage<SerialPortError>(testing::StrEq(text));
     };
-    EXPECT_EQ(failure([] { PosixSerialPort("/nonexistent/ttyUSB9").open(); }),
-              "Failed to open serial port at /nonexistent/ttyUSB9");
     test::TemporaryDirectory folder;
-    std::ofstream(folder / "file") << "x"; // opens, but is no terminal
-    EXPECT_EQ(failure([&] { PosixSerialPort((folder / "file").string()).open(); }),
-              "Failed to open serial port at " + (folder / "file").string());
-
+    const std::string file = (folder / "file").string();
+    std::ofstream(file) << "x"; // opens, but is no terminal
+    for (const std::string& path : {std::string("/nonexistent/ttyUSB9"), file})
+        EXPECT_THAT([&] { PosixSerialPort(path).open(); },
+                    fails("Failed to open serial port at " + path));
     PseudoTerminal pty;
     PosixSerialPort port(pty.devicePath());
     port.open();
     pty.closeController(); // unplugged
-    EXPECT_EQ(failure([&] {
-                  (void)port.write(Bytes{1, 2, 3});
-              }),
-              "Failed to write to serial port at " + pty.devicePath());
+    const auto write = [&] { (void)port.write(Bytes{1, 2, 3}); };
+    EXPECT_THAT(write, fails("Failed to write to serial port at " + pty.devicePath()));
 }
 
 TEST(CandidatePaths, FixedPathThenMacNamesThenMakerLinksThenTtyUSBThenTtyACMEachDeviceOnce) {
