@@ -169,32 +169,8 @@ TEST(EnttecReply, FindsTheFirstWellFormedParametersReplyInNoise) {
 }
 
 // Devices on pseudo-terminals, with the sysfs entries a USB serial adapter would have.
-class WidgetIdentification : public testing::Test {
-protected:
-    void SetUp() override {
-        fs::create_directories(root.path() / "by-id");
-        folders = {"/dev", (root.path() / "by-id").string(), (root.path() / "tty").string()};
-    }
-    void usb(const std::string& devicePath, const std::string& vendor, const std::string& product) {
-        const fs::path usbDevice = root.path() / "devices" / fs::path(devicePath).filename();
-        fs::create_directories(usbDevice / "1-1:1.0");
-        std::ofstream(usbDevice / "idVendor") << vendor << "\n";
-        std::ofstream(usbDevice / "idProduct") << product << "\n";
-        const fs::path tty = root.path() / "tty" / fs::path(devicePath).filename();
-        fs::create_directories(tty);
-        fs::create_directory_symlink(usbDevice / "1-1:1.0", tty / "device");
-    }
-    std::string byID(const std::string& name, const std::string& target) {
-        const fs::path link = root.path() / "by-id" / name;
-        fs::create_symlink(target, link);
-        return link.string();
-    }
-
-    test::TemporaryDirectory root;
-    SerialDeviceFolders folders;
-};
-
-TEST_F(WidgetIdentification, OnlyEnttecLinksAndAnsweringFT232RDevicesAreWidgets) {
+// Devices on pseudo-terminals, with the sysfs entries a USB serial adapter would have.
+TEST(WidgetIdentification, OnlyEnttecLinksAndAnsweringFT232RDevicesAreWidgets) {
     const struct {
         const char* name;
         bool answers;
@@ -214,15 +190,27 @@ TEST_F(WidgetIdentification, OnlyEnttecLinksAndAnsweringFT232RDevicesAreWidgets)
         {"Arduino", true, "2341", "0043", nullptr, WidgetVerdict::notWidget, false},
         {"no USB device", true, nullptr, nullptr, nullptr, WidgetVerdict::notWidget, false},
     };
+    test::TemporaryDirectory root;
     for (const auto& c : cases) {
-        fs::remove_all(root / "tty"); // terminal numbers are reused
-        fs::remove_all(root / "devices");
+        fs::remove_all(root.path()); // terminal numbers are reused
+        fs::create_directories(root / "by-id");
         SimulatedEnttecWidget device(c.answers);
-        if (c.vendor)
-            usb(device.devicePath(), c.vendor, c.product);
-        const std::string path = c.link ? byID(c.link, device.devicePath()) : device.devicePath();
+        const std::string name = fs::path(device.devicePath()).filename();
+        if (c.vendor) {
+            const fs::path usb = root / "devices" / name;
+            fs::create_directories(usb / "1-1:1.0");
+            std::ofstream(usb / "idVendor") << c.vendor << "\n";
+            std::ofstream(usb / "idProduct") << c.product << "\n";
+            fs::create_directories(root / "tty" / name);
+            fs::create_directory_symlink(usb / "1-1:1.0", root / "tty" / name / "device");
+        }
+        const std::string path = c.link ? (root / "by-id" / c.link).string() : device.devicePath();
+        if (c.link)
+            fs::create_symlink(device.devicePath(), path);
         PosixSerialPort port(path);
-        EXPECT_EQ(identifyEnttecWidget(path, port, folders), c.expected) << c.name;
+        EXPECT_EQ(identifyEnttecWidget(path, port, {"/dev", root / "by-id", root / "tty"}),
+                  c.expected)
+            << c.name;
         EXPECT_EQ(port.fileDescriptor() >= 0, c.opened) << c.name << ": opened";
         EXPECT_EQ(device.parameterRequests(), c.opened ? 1 : 0) << c.name;
     }
