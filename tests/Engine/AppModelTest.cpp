@@ -45,69 +45,39 @@ private:
 class AppModelTest : public testing::Test, protected test::AppModelRig {
 protected:
     void SetUp() override { test::qtApplication(); }
-
-    void enableArtNet(AppModel& model) {
-        model.replaceRoutes({{1, UniverseRoute::Destination::artnet(3)}});
-        model.setArtNetEnabled(true);
-    }
-
-    void feedAudio() {
-        backend->last->deliver(std::vector<float>(2 * 512, 0.25f));
-        test::pumpFor(std::chrono::milliseconds(20));
-    }
 };
 
-TEST_F(AppModelTest, EmptyCacheStillStartsTheLoopAndCapture) {
-    auto model = makeModel();
-    model->bootstrap();
-    EXPECT_TRUE(model->isEngineLoopRunning());
-    EXPECT_TRUE(model->mic().isCapturing());
-    EXPECT_FALSE(model->hasOfflineWorkspace());
-    EXPECT_FALSE(model->engine().hasRealizedShow());
-    EXPECT_TRUE(model->shows().empty());
-    model->tick();
+TEST_F(AppModelTest, StartUpRunsTheLoopWhateverTheCacheHolds) {
+    auto empty = makeModel();
+    empty->bootstrap();
+    EXPECT_TRUE(empty->isEngineLoopRunning());
+    EXPECT_TRUE(empty->mic().isCapturing());
+    EXPECT_FALSE(empty->hasOfflineWorkspace());
+    empty->tick();
     EXPECT_TRUE(transport->sent.empty());
-    EXPECT_TRUE(model->statusMessage().isEmpty());
-}
+    EXPECT_TRUE(empty->statusMessage().isEmpty());
 
-TEST_F(AppModelTest, DamagedWorkspaceFileDoesNotStopStartUpAndAHarnessAloneIsNoWorkspace) {
+    // A damaged workspace file leaves the show lit; a harness alone is no workspace.
     seedCache();
     std::ofstream(dir / "cache" / "workspace_ui.json") << "{\"shows\": [ broken";
-    auto model = makeModel();
-    model->bootstrap();
-    EXPECT_TRUE(model->hasOfflineWorkspace());
-    EXPECT_TRUE(model->shows().empty());
-    EXPECT_TRUE(model->isEngineLoopRunning());
-    EXPECT_TRUE(model->engine().hasRealizedShow());
-
+    auto damaged = makeModel();
+    damaged->bootstrap();
+    EXPECT_TRUE(damaged->hasOfflineWorkspace());
+    EXPECT_TRUE(damaged->shows().empty());
+    EXPECT_TRUE(damaged->engine().hasRealizedShow());
     std::filesystem::remove(dir / "cache" / "show_snapshot.json");
     auto harnessOnly = makeModel();
     harnessOnly->bootstrap();
     EXPECT_FALSE(harnessOnly->hasOfflineWorkspace());
 }
 
-// A cached show lighting its route end to end is the headless bridge's test; here, the desk.
-TEST_F(AppModelTest, TheDeskTakesItsChannelsInThePreviewAndOnTheWire) {
-    seedCache();
-    auto model = makeModel();
-    model->bootstrap();
-    enableArtNet(*model);
-    feedAudio();
-    model->setDesk({.live = true, .levels = {1.0}});
-    model->tick();
-    ASSERT_EQ(model->dmxPreview().at(1).size(), 512u);
-    EXPECT_EQ(model->dmxPreview().at(1)[0], 255);
-    EXPECT_EQ(model->dmxPreview().at(1)[1], 0) << "the desk owns channels 1…24";
-    EXPECT_EQ(transport->sent.back().datagram[18], 255);
-}
-
 TEST_F(AppModelTest, WithoutAudioTheLoopLightsOnAndCaptureIsRetriedEveryTwoSeconds) {
     seedCache();
     backend->failStart = true;
     auto model = makeModel();
-    enableArtNet(*model);
+    model->replaceRoutes({{1, UniverseRoute::Destination::artnet(3)}});
+    model->setArtNetEnabled(true);
     model->bootstrap();
-    EXPECT_TRUE(model->isEngineLoopRunning());
     EXPECT_EQ(model->statusMessage(), "Audio input unavailable: The device is busy");
     model->tick();
     EXPECT_EQ(transport->sent.size(), 1u) << "the cached show goes out on silent hops";
@@ -115,8 +85,6 @@ TEST_F(AppModelTest, WithoutAudioTheLoopLightsOnAndCaptureIsRetriedEveryTwoSecon
     model->toggleAudioRecording();
     EXPECT_TRUE(model->isEngineLoopRunning()) << "the recording toggle never stops the loop";
     EXPECT_EQ(model->statusMessage(), "Recording needs an available audio input.");
-    EXPECT_EQ(model->mic().recording().message(),
-              QString("Recording needs an available audio input."));
 
     const std::size_t opened = backend->opened.size();
     timers->advance(std::chrono::milliseconds(1999));
@@ -135,6 +103,40 @@ TEST_F(AppModelTest, WithoutAudioTheLoopLightsOnAndCaptureIsRetriedEveryTwoSecon
     EXPECT_TRUE(model->mic().isCapturing());
     model->stopEngineLoop();
     EXPECT_EQ(timers->activeCount(), 0) << "a stopped loop retries nothing";
+}
+
+TEST_F(AppModelTest, CaptureFollowsTheDeviceLayerUntilTheOperatorStopsTheLoop) {
+    auto devices = std::make_shared<test::FakeAudioDeviceLayer>();
+    devices->addInput("builtin", "Built-in Microphone", AudioClockTransport::builtIn, 1);
+    devices->addInput("djm", "DJM-A9", AudioClockTransport::usb, 16);
+    backend->format = {48000, 16};
+    backend->failStart = true; // no audio server yet
+    auto model = makeModel(devices);
+    model->bootstrap();
+
+    // The server is reached: the layer reports back and capture starts without waiting, on
+    // the listed mixer's first two channels.
+    backend->failStart = false;
+    devices->listener();
+    ASSERT_TRUE(test::pumpUntil([&] { return model->mic().isCapturing(); }));
+    EXPECT_EQ(model->statusMessage(), "");
+    EXPECT_EQ(backend->opened.back(), "djm");
+    EXPECT_EQ(model->mic().chunker().channelCount(), 2);
+
+    // The mixer unplugged: capture moves to the microphone, all channels.
+    devices->records.erase(devices->records.begin() + 1);
+    devices->listener();
+    ASSERT_TRUE(test::pumpUntil([&] { return backend->opened.back() == "builtin"; }));
+    EXPECT_EQ(model->mic().chunker().channelCount(), std::nullopt);
+
+    // A loop the operator stopped stays stopped, even for a new choice.
+    model->stopEngineLoop();
+    const std::size_t opened = backend->opened.size();
+    devices->addInput("djm", "DJM-A9", AudioClockTransport::usb, 16);
+    devices->listener();
+    test::pumpFor(std::chrono::milliseconds(20));
+    EXPECT_FALSE(model->mic().isCapturing());
+    EXPECT_EQ(backend->opened.size(), opened);
 }
 
 TEST_F(AppModelTest, PermissionIsAskedOnceARefusalIsExplainedAndAGrantStartsTheRecording) {
@@ -164,7 +166,6 @@ TEST_F(AppModelTest, StoppingTheLoopReleasesEveryDropHold) {
     model->bootstrap();
     model->beginForcedDrop(DropHoldSource::pointer);
     model->beginForcedDrop(DropHoldSource::keyboard);
-    EXPECT_EQ(model->statusSnapshot().dropStatus, "held");
     model->stopEngineLoop();
     EXPECT_FALSE(model->isDropHeld());
     EXPECT_EQ(timers->activeCount(), 0);
@@ -191,23 +192,20 @@ TEST_F(AppModelTest, SelectionsAndOutputSwitchesSurviveARestart) {
     EXPECT_EQ(restarted->artnetHost(), "10.1.2.3");
     EXPECT_FALSE(restarted->enttecEnabled());
     const auto sent = test::loggedCalls(restarted->engine(), "applyControl");
-    EXPECT_NE(
-        std::find_if(sent.begin(), sent.end(),
-                     [](const json& control) { return control.value("modeId", "") == "chase"; }),
-        sent.end())
-        << "the restored mode goes to the engine";
+    EXPECT_TRUE(std::any_of(sent.begin(), sent.end(), [](const json& control) {
+        return control.value("modeId", "") == "chase";
+    })) << "the restored mode goes to the engine";
 }
 
 TEST_F(AppModelTest, PropertiesNotifyOnceOnAChangeAndNeverOnARepeat) {
     seedCache();
-    OfflineWorkspaceUIState workspace{
-        .shows = {{"s1", "Club", true, false}},
-        .selectedShowId = "s1",
-        .lightingModes = {{"m1", "pulse", "Pulse", "general", 0, true, {}, {}}},
-        .selectedModeId = "pulse",
-        .themes = {{"Ice", {{0, 0, 1}}, {}, false, false}},
-        .selectedThemeName = "Ice"};
-    makeCache()->saveWorkspaceUI(workspace);
+    makeCache()->saveWorkspaceUI(
+        {.shows = {{"s1", "Club", true, false}},
+         .selectedShowId = "s1",
+         .lightingModes = {{"m1", "pulse", "Pulse", "general", 0, true, {}, {}}},
+         .selectedModeId = "pulse",
+         .themes = {{"Ice", {{0, 0, 1}}, {}, false, false}},
+         .selectedThemeName = "Ice"});
     auto model = makeModel();
     NotifyCounter counter(*model);
     model->bootstrap();
@@ -248,59 +246,6 @@ TEST_F(AppModelTest, PropertiesNotifyOnceOnAChangeAndNeverOnARepeat) {
                                                           {"selectedModeId", 1},
                                                           {"selectedModeLerp", 1},
                                                           {"isDropHeld", 1}}));
-}
-
-TEST_F(AppModelTest, CaptureStartsOnTheListedMixerAndFollowsTheDeviceLayer) {
-    auto devices = std::make_shared<test::FakeAudioDeviceLayer>();
-    devices->addInput("builtin", "Built-in Microphone", AudioClockTransport::builtIn, 1);
-    devices->addInput("djm", "DJM-A9", AudioClockTransport::usb, 16);
-    backend->format = {48000, 16};
-    auto model = makeModel(devices);
-    model->bootstrap();
-    ASSERT_TRUE(model->mic().isCapturing());
-    using Opened = std::vector<std::optional<std::string>>;
-    EXPECT_EQ(backend->opened, Opened{"djm"}) << "the first start is on the mixer, not the default";
-    EXPECT_EQ(model->mic().chunker().channelCount(), 2);
-
-    // The layer reports the mixer unplugged: capture moves to the microphone, all channels.
-    devices->records.erase(devices->records.begin() + 1);
-    ASSERT_TRUE(devices->listener);
-    devices->listener();
-    ASSERT_TRUE(test::pumpUntil([&] { return backend->opened.size() == 2; }));
-    EXPECT_EQ(backend->opened.back(), "builtin");
-    EXPECT_EQ(model->mic().chunker().channelCount(), std::nullopt);
-
-    // A restart that fails says why in the status line.
-    backend->failStart = true;
-    devices->addInput("djm", "DJM-A9", AudioClockTransport::usb, 16);
-    devices->listener();
-    EXPECT_TRUE(test::pumpUntil(
-        [&] { return model->statusMessage() == "Audio input unavailable: The device is busy"; }));
-    EXPECT_EQ(backend->opened.at(2), "djm");
-}
-
-TEST_F(AppModelTest, LostCaptureResumesWhenTheDeviceLayerReportsBack) {
-    auto devices = std::make_shared<test::FakeAudioDeviceLayer>();
-    devices->addInput("builtin", "Built-in Microphone", AudioClockTransport::builtIn, 1);
-    backend->failStart = true; // no audio server yet
-    auto model = makeModel(devices);
-    model->bootstrap();
-    EXPECT_EQ(model->statusMessage(), "Audio input unavailable: The device is busy");
-
-    // The server is reached: the layer reports back and capture starts without waiting.
-    backend->failStart = false;
-    devices->listener();
-    ASSERT_TRUE(test::pumpUntil([&] { return model->mic().isCapturing(); }));
-    EXPECT_EQ(model->statusMessage(), "");
-    EXPECT_EQ(backend->opened.back(), "builtin");
-
-    // A loop the operator stopped stays stopped.
-    model->stopEngineLoop();
-    devices->addInput("usb", "USB Audio CODEC", AudioClockTransport::usb, 2);
-    devices->listener();
-    test::pumpFor(std::chrono::milliseconds(20));
-    EXPECT_FALSE(model->isEngineLoopRunning());
-    EXPECT_FALSE(model->mic().isCapturing()) << "not even for a new choice";
 }
 
 } // namespace

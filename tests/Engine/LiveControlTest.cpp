@@ -49,9 +49,9 @@ struct ScriptedControlEndpoint {
     std::vector<std::shared_ptr<Request>> requests;
 };
 
-class LiveControlTest : public testing::Test {
-protected:
-    void SetUp() override {
+/// A live control over the recording harness, with what it announced.
+struct LiveControlRig {
+    LiveControlRig() {
         engine.loadHarness(test::testHarness());
         engine.loadShow({{"name", "Demo"}, {"result", json::object()}}, json::object());
         QObject::connect(&control, &LiveControl::remoteModeApplied, [this] { ++publishes; });
@@ -61,7 +61,6 @@ protected:
         QObject::connect(&control, &LiveControl::isUpdatingControlChanged,
                          [this] { updating.push_back(control.isUpdatingControl()); });
     }
-
     LiveControlQueries queries() {
         return {.themePayloads = [this]() -> std::optional<json> {
                     return themes.empty() ? std::nullopt : std::optional(themes);
@@ -74,12 +73,7 @@ protected:
                         return cloud.send(std::move(fields), std::move(token), std::move(cancel));
                     }};
     }
-
     std::vector<json> engineControls() { return test::loggedCalls(engine, "applyControl"); }
-
-    static std::exception_ptr httpError(int status) {
-        return std::make_exception_ptr(BridgeAPIError::httpError(status));
-    }
 
     EngineHost engine;
     ManualMonotonicClock clock;
@@ -92,7 +86,13 @@ protected:
     LiveControl control{engine, clock, queries()};
 };
 
-TEST_F(LiveControlTest, ALocalPickOwnsTheModeWhileSendingAndForSixTenthsOfASecond) {
+class LiveControlTest : public testing::Test, protected LiveControlRig {};
+
+std::exception_ptr httpError(int status) {
+    return std::make_exception_ptr(BridgeAPIError::httpError(status));
+}
+
+TEST(LiveControl, ALocalPickOwnsTheModeWhileSendingAndForSixTenthsOfASecond) {
     struct Case {
         const char* name;
         std::optional<std::chrono::milliseconds> answeredAt; // nullopt: still sending
@@ -108,37 +108,28 @@ TEST_F(LiveControlTest, ALocalPickOwnsTheModeWhileSendingAndForSixTenthsOfASecon
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
-        EngineHost engine;
-        engine.loadHarness(test::testHarness());
-        engine.loadShow({{"name", "Demo"}, {"result", json::object()}}, json::object());
-        ManualMonotonicClock clock;
-        ScriptedControlEndpoint cloud;
-        LiveControlQueries q = queries();
-        q.sendControlState = [&cloud](json fields, std::string token, CancellationToken cancel) {
-            return cloud.send(std::move(fields), std::move(token), std::move(cancel));
-        };
-        LiveControl control{engine, clock, q};
-        const auto start = clock.now();
-        control.applyLiveControlState({{"mode", "wash"}});
-        control.selectLightingBlend({"pulse", std::nullopt, 0});
-        ASSERT_EQ(cloud.requests.size(), 1u);
-        EXPECT_EQ(cloud.requests[0]->fields,
+        LiveControlRig rig;
+        const auto start = rig.clock.now();
+        rig.control.applyLiveControlState({{"mode", "wash"}});
+        rig.control.selectLightingBlend({"pulse", std::nullopt, 0});
+        ASSERT_EQ(rig.cloud.requests.size(), 1u);
+        EXPECT_EQ(rig.cloud.requests[0]->fields,
                   (json{{"mode", "pulse"}, {"mode_to", nullptr}, {"mode_lerp", 0.0}}));
         if (c.answeredAt) {
-            clock.advance(*c.answeredAt);
-            cloud.answer();
+            rig.clock.advance(*c.answeredAt);
+            rig.cloud.answer();
         }
-        clock.set(start + c.remoteAt);
-        control.applyLiveControlState({{"mode", "chase"}, {"theme_name", "Ice"}});
-        EXPECT_EQ(control.selectedModeId(), c.localWins ? "pulse" : "chase");
-        EXPECT_EQ(control.selectedThemeName(), "Ice") << "the other keys always apply";
-        EXPECT_EQ(test::loggedCalls(engine, "applyControl").back()["modeId"],
-                  c.localWins ? "pulse" : "chase");
+        rig.clock.set(start + c.remoteAt);
+        rig.control.applyLiveControlState({{"mode", "chase"}, {"theme_name", "Ice"}});
+        const std::string winner = c.localWins ? "pulse" : "chase";
+        EXPECT_EQ(rig.control.selectedModeId(), winner);
+        EXPECT_EQ(rig.control.selectedThemeName(), "Ice") << "the other keys always apply";
+        EXPECT_EQ(rig.engineControls().back()["modeId"], winner);
         if (!c.answeredAt)
-            cloud.answer();
-        EXPECT_EQ(control.confirmedModeSelection()->modeId, c.localWins ? "pulse" : "chase")
+            rig.cloud.answer();
+        EXPECT_EQ(rig.control.confirmedModeSelection()->modeId, winner)
             << "an overridden echo confirms nothing";
-        EXPECT_FALSE(control.isUpdatingControl());
+        EXPECT_FALSE(rig.control.isUpdatingControl());
     }
 }
 
@@ -229,40 +220,37 @@ TEST_F(LiveControlTest, OfflinePicksAreFinalAndNothingIsSent) {
 }
 
 TEST_F(LiveControlTest, ASendOutlivingItsControlEndsQuietly) {
-    ScriptedControlEndpoint endpoint;
     {
-        LiveControlQueries q = queries();
-        q.sendControlState = [&endpoint](json fields, std::string token, CancellationToken cancel) {
-            return endpoint.send(std::move(fields), std::move(token), std::move(cancel));
-        };
-        LiveControl doomed{engine, clock, q};
+        LiveControl doomed{engine, clock, queries()};
         doomed.selectLightingBlend({"pulse", std::nullopt, 0});
         doomed.selectTheme("Ice");
     }
-    EXPECT_EQ(endpoint.requests.size(), 2u);
-    EXPECT_TRUE(endpoint.requests[0]->answered.hasFired()) << "cancelled with its control";
+    EXPECT_EQ(cloud.requests.size(), 2u);
+    EXPECT_TRUE(cloud.requests[0]->answered.hasFired()) << "cancelled with its control";
 }
 
-TEST_F(LiveControlTest, RemoteStateWithoutModeLeavesModeAndDoesNotPublish) {
-    control.applyLiveControlState({{"mode", "wash"}});
-    EXPECT_EQ(publishes, 1);
-    control.applyLiveControlState({{"theme_name", "Sunset"}, {"manual_dimmer", 0.5}});
-    EXPECT_EQ(control.selectedModeId(), "wash");
-    EXPECT_EQ(publishes, 1);
-    EXPECT_EQ(persists, 2);
-    EXPECT_EQ(engineControls().back(), (json{{"themeName", "Sunset"}, {"manualDimmer", 0.5}}));
-    EXPECT_EQ(control.lastControlState(),
-              (json{{"mode", "wash"}, {"theme_name", "Sunset"}, {"manual_dimmer", 0.5}}));
-}
-
-TEST_F(LiveControlTest, LerpIsClampedForDisplayAndPassedOnAsGiven) {
+TEST_F(LiveControlTest, RemoteStateIsAppliedItsLerpClampedForDisplayAndPassedOnAsGiven) {
     control.applyLiveControlState({{"mode", "a"}, {"mode_to", "b"}, {"mode_lerp", 1.7}});
     EXPECT_EQ(control.selectedModeLerp(), 1.0);
     EXPECT_EQ(control.selectedModeTo(), "b");
     EXPECT_EQ(engineControls().back()["modeLerp"], 1.7);
-    control.applyLiveControlState({{"mode", "a"}, {"mode_to", nullptr}});
+    control.applyLiveControlState({{"mode", "wash"}, {"mode_to", nullptr}});
     EXPECT_EQ(control.selectedModeLerp(), 0.0) << "missing lerp with a mode sets the blend to 0";
     EXPECT_EQ(control.selectedModeTo(), std::nullopt);
+    EXPECT_EQ(publishes, 2);
+
+    // Without a mode the mode stays and nothing is published.
+    control.applyLiveControlState({{"theme_name", "Sunset"}, {"manual_dimmer", 0.5}});
+    EXPECT_EQ(control.selectedModeId(), "wash");
+    EXPECT_EQ(publishes, 2);
+    EXPECT_EQ(persists, 3);
+    EXPECT_EQ(engineControls().back(), (json{{"themeName", "Sunset"}, {"manualDimmer", 0.5}}));
+    EXPECT_EQ(control.lastControlState(), (json{{"mode", "wash"},
+                                                {"mode_to", nullptr},
+                                                {"mode_lerp", 1.7},
+                                                {"theme_name", "Sunset"},
+                                                {"manual_dimmer", 0.5}}))
+        << "the cloud's keys merged";
 }
 
 } // namespace

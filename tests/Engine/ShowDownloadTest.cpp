@@ -44,43 +44,34 @@ protected:
     std::unique_ptr<AppModel> model;
 };
 
-TEST_F(ShowDownloadTest, FullDownloadCachesAndLightsTheActiveShow) {
+TEST_F(ShowDownloadTest, FullDownloadCachesAndLightsTheActiveShowAndFetchesOnlyStalePatches) {
     finish(model->fetchShowAndHarness("tok"));
     const auto cache = makeCache();
     EXPECT_EQ(cache->loadHarnessJS(), answers["/bridge-harness/v1/engine.js"].body);
     EXPECT_EQ(cache->loadManifest(), answers["/bridge-harness/v1/manifest.json"].body);
     EXPECT_TRUE(model->engine().hasRealizedShow());
-    EXPECT_TRUE(test::pumpUntil([&] { return model->hasOfflineWorkspace(); }))
-        << "once the snapshot is on disk";
     EXPECT_EQ(model->shows().size(), 2u) << "the archived show is left out";
     EXPECT_EQ(model->selectedModeId(), "pulse");
     EXPECT_EQ(model->showPatch()->showId, "show-demo");
-    EXPECT_EQ(model->themes().size(), 6u);
-    std::optional<OfflineWorkspaceUIState> workspace;
-    // Written on the cache's worker after the bootstrap, and again once the themes arrived.
+    // Written on the cache's worker after the bootstrap, and again once the themes arrived; the
+    // workspace counts once the snapshot is on disk.
     EXPECT_TRUE(test::pumpUntil([&] {
-        workspace = cache->loadWorkspaceUI();
-        return workspace && workspace->themes == model->themes();
+        const auto workspace = cache->loadWorkspaceUI();
+        return model->hasOfflineWorkspace() && workspace && workspace->themes == model->themes() &&
+               workspace->themes.size() == 6 && workspace->selectedShowId == "show-demo";
     }));
-    ASSERT_TRUE(workspace);
-    EXPECT_EQ(workspace->selectedShowId, "show-demo");
     // Only the show without a cached patch is fetched; its patch lands in the cache.
     ASSERT_TRUE(test::pumpUntil([&] { return cache->loadPatch("show-warehouse").has_value(); }));
     EXPECT_EQ(cloud->countPath("/api/shows/show-demo"), 0u);
     EXPECT_EQ(cloud->countPath("/api/shows/show-warehouse"), 1u);
-}
 
-TEST_F(ShowDownloadTest, PatchesOfOlderRevisionsAreFetchedAgain) {
-    finish(model->fetchShowAndHarness("tok"));
-    ASSERT_TRUE(
-        test::pumpUntil([&] { return makeCache()->loadPatch("show-warehouse").has_value(); }));
-    ShowPatch old = *makeCache()->loadPatch("show-warehouse");
+    // A patch of an older revision is fetched again.
+    ShowPatch old = *cache->loadPatch("show-warehouse");
     old.revision = 0;
-    makeCache()->savePatch(old);
+    cache->savePatch(old);
     cloud->requests.clear();
     finish(model->fetchShowAndHarness("tok"));
-    ASSERT_TRUE(
-        test::pumpUntil([&] { return makeCache()->loadPatch("show-warehouse")->revision == 1; }));
+    ASSERT_TRUE(test::pumpUntil([&] { return cache->loadPatch("show-warehouse")->revision == 1; }));
     EXPECT_EQ(cloud->countPath("/api/shows/show-warehouse"), 1u);
     EXPECT_EQ(cloud->countPath("/api/shows/show-demo"), 0u) << "its revision is current";
 }
@@ -107,14 +98,10 @@ TEST(HarnessLoader, ManifestRules) {
           R"({"harnessMajor": "1", "file": "engine.js"})",
           R"({"harnessMajor": 1.5, "file": "engine.js"})", R"({"harnessMajor": 1})",
           R"({"harnessMajor": 1, "file": 3})", R"([1])"}) {
-        try {
-            loader.scriptFileName(manifest);
-            ADD_FAILURE() << manifest;
-        } catch (const HarnessLoaderError& error) {
-            EXPECT_STREQ(error.what(), "Invalid harness manifest");
-        }
+        EXPECT_THROW(loader.scriptFileName(manifest), HarnessLoaderError) << manifest;
     }
     EXPECT_THROW(loader.scriptFileName("not json"), nlohmann::json::parse_error);
+    EXPECT_STREQ(HarnessLoaderError().what(), "Invalid harness manifest");
 }
 
 TEST_F(ShowDownloadTest, TheScriptIsCachedWhateverItsStatus) {

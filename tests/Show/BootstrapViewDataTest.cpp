@@ -33,6 +33,7 @@ TEST(BootstrapDocument, ATopLevelThatIsNotAnObjectIsInvalidJSONBadSyntaxIsThePar
             EXPECT_EQ(error.kind(), BootstrapViewDataError::Kind::invalidJSON);
             EXPECT_STREQ(error.what(), "Runtime bootstrap payload was not a JSON object");
         }
+        // Every extractor reads through the one parse.
         EXPECT_THROW(extractShowList(document), BootstrapViewDataError);
         EXPECT_THROW(extractLightingModes(document), BootstrapViewDataError);
         EXPECT_THROW(extractControlSelections(document), BootstrapViewDataError);
@@ -93,14 +94,12 @@ TEST(LightingModes, EachModeIsReadWithItsDefaultsOrSkipped) {
     const std::pair<json, std::optional<M>> cases[] = {
         {mode({{"label", "  "}}), M{"m", "k", "k", "general", 0, true, {}, {}}},
         {mode({{"label", " \n\tSoft\u2028 "}}), M{"m", "k", "Soft", "general", 0, true, {}, {}}},
-        {mode({{"label", 12}}), M{"m", "k", "k", "general", 0, true, {}, {}}},
         // No "show_id" key at all makes a mode shared; a null one does not.
         {mode({{"show_id", nullptr}}), M{"m", "k", "k", "show", 0, false, {}, {}}},
         {mode({{"show_id", "s"}, {"shared", true}}), M{"m", "k", "k", "general", 0, true, {}, {}}},
         {mode({{"category", "  Strobes "}, {"shared", 1}}),
          M{"m", "k", "k", "Strobes", 0, true, {}, {}}},
         {mode({{"category", " "}, {"shared", false}}), M{"m", "k", "k", "show", 0, false, {}, {}}},
-        {mode({{"order_index", "3"}}), M{"m", "k", "k", "general", 0, true, {}, {}}},
         {mode({{"order_index", -1.7}}), M{"m", "k", "k", "general", -1, true, {}, {}}},
         {mode({{"order_index", true}}), M{"m", "k", "k", "general", 1, true, {}, {}}},
         {mode({{"order_index", 1e300}}), M{"m", "k", "k", "general", INT64_MAX, true, {}, {}}},
@@ -108,21 +107,14 @@ TEST(LightingModes, EachModeIsReadWithItsDefaultsOrSkipped) {
          M{"m", "k", "k", "general", 0, true, "p", "c"}},
         {mode({{"global_parent_id", 3}, {"core_key", nullptr}}),
          M{"m", "k", "k", "general", 0, true, {}, {}}},
-        {mode({{"archived", "true"}}), M{"m", "k", "k", "general", 0, true, {}, {}}},
         {mode({{"archived", true}}), std::nullopt},
         {{{"id", 1}, {"key", "k"}}, std::nullopt},
-        {{{"id", "m"}}, std::nullopt},
         {"text", std::nullopt},
     };
-    for (const auto& [row, expected] : cases) {
-        const auto modes = modesFrom(json::array({row}));
-        if (expected) {
-            ASSERT_EQ(modes.size(), 1u) << row;
-            EXPECT_EQ(modes[0], *expected) << row;
-        } else {
-            EXPECT_TRUE(modes.empty()) << row;
-        }
-    }
+    for (const auto& [row, expected] : cases)
+        EXPECT_EQ(modesFrom(json::array({row})),
+                  expected ? std::vector<M>{*expected} : std::vector<M>{})
+            << row;
 }
 
 TEST(LightingModes, SortStablyByOrderIndexThenTheLabelInTheUsersLanguage) {
@@ -149,12 +141,8 @@ TEST(ControlSelections, TrimModeAndThemeKeepModeToVerbatimClampTheLerp) {
         {{{"theme_name", ""}}, {"blackout", "Rave", std::nullopt, 0}},
         {{{"mode", " party\n"}, {"theme_name", "\tOcean "}}, {"party", "Ocean", std::nullopt, 0}},
         {{{"mode", 4}, {"theme_name", " "}}, {"blackout", "Rave", std::nullopt, 0}},
-        {{{"mode_to", ""}}, {"blackout", "Rave", "", 0}},
         {{{"mode_to", " x "}}, {"blackout", "Rave", " x ", 0}},
-        {{{"mode_to", nullptr}}, {"blackout", "Rave", std::nullopt, 0}},
         {{{"mode_lerp", 1.7}}, {"blackout", "Rave", std::nullopt, 1}},
-        {{{"mode_lerp", -0.2}}, {"blackout", "Rave", std::nullopt, 0}},
-        {{{"mode_lerp", 0.25}}, {"blackout", "Rave", std::nullopt, 0.25}},
         {{{"mode_lerp", "0.5"}}, {"blackout", "Rave", std::nullopt, 0}},
         {{{"mode_lerp", true}}, {"blackout", "Rave", std::nullopt, 1}},
         {{{"mode_lerp", inf}}, {"blackout", "Rave", std::nullopt, 0}},
@@ -199,13 +187,10 @@ TEST(ThemeOptions, PalettesNeedThreeNumbersPerColourAndThreeColoursPerAlternativ
     EXPECT_TRUE(themes[0].allowsRainbow);
     EXPECT_FALSE(themes[0].alwaysRainbow);
     EXPECT_EQ(themes[1], (ThemeOption{" Spaced ", {}, {}, false, false})); // names are not trimmed
-}
-
-TEST(ThemeOptions, EnginePayloadUsesCamelCaseAndTriples) {
-    ThemeOption theme{"Ice", {{0.1, 0.2, 0.3}}, {{{1, 0, 0}, {0, 1, 0}, {0, 0, 1}}}, true, false};
-    EXPECT_EQ(theme.enginePayload(), json::parse(R"({"name":"Ice","palette":[[0.1,0.2,0.3]],
-                              "palettes":[[[1.0,0.0,0.0],[0.0,1.0,0.0],[0.0,0.0,1.0]]],
-                              "allowsRainbow":true,"alwaysRainbow":false})"));
+    // The engine takes camelCase keys and colours as triples.
+    EXPECT_EQ(themes[0].enginePayload(),
+              json::parse(R"({"name":"Fire","palette":[[1,0,0.5],[1,2,-1]],
+                  "palettes":[[[1,0,0],[0,1,0],[0,0,1]]],"allowsRainbow":true,"alwaysRainbow":false})"));
 }
 
 TEST(PersistedOptions, ExactKeysRoundTripAndMistypedKeysAreRejected) {
@@ -221,9 +206,6 @@ TEST(PersistedOptions, ExactKeysRoundTripAndMistypedKeysAreRejected) {
                                          "palettes":[],"allowsRainbow":false,"alwaysRainbow":true})"));
     EXPECT_EQ(json(theme).get<ThemeOption>(), theme);
 
-    EXPECT_THROW(
-        json::parse(R"({"id":"s","name":"n","active":1,"archived":false})").get<ShowOption>(),
-        json::exception);
     EXPECT_THROW(json::parse(R"({"id":"m","key":"k","label":"l","category":"c","orderIndex":1.5,
                                 "shared":true})")
                      .get<LightingModeOption>(),

@@ -62,7 +62,6 @@ var BridgeEngine = {
     this.loadShow = function (subset) { record("loadShow", subset); self.show = subset; };
     this.applyControl = function (control) {
       record("applyControl", control);
-      record("applyControlKeys", Object.keys(control));
     };
     this.applyFixtureOptions = function (list) { record("applyFixtureOptions", list); };
     this.setForcedDrop = function (on) { record("setForcedDrop", on); };
