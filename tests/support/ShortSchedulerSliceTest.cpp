@@ -5,7 +5,6 @@
 #include <future>
 #include <sched.h>
 #include <sys/resource.h>
-#include <thread>
 #include <unistd.h>
 
 namespace kelvo {
@@ -13,40 +12,31 @@ namespace {
 
 using namespace std::chrono_literals;
 
-/// Runs `body` on a thread of its own, so the test process keeps its scheduling.
+// Each case runs on a thread of its own, so the test process keeps its scheduling.
 template <typename Body> auto onFreshThread(Body body) {
     return std::async(std::launch::async, body).get();
 }
 
-int threadNice() {
-    return ::getpriority(PRIO_PROCESS, static_cast<id_t>(::gettid()));
-}
-
 TEST(ShortSchedulerSlice, TheThreadGetsItsSliceKeepsItsNiceAndItsChildrenTheDefault) {
-    const std::chrono::microseconds defaultSlice = onFreshThread(currentSchedulerSlice);
-    struct Seen {
-        SchedulerSliceResult result;
-        std::chrono::microseconds slice, childSlice;
-        int nice;
-    };
-    const Seen seen = onFreshThread([] {
-        ::setpriority(PRIO_PROCESS, static_cast<id_t>(::gettid()), 5);
+    const auto defaultSlice = onFreshThread(currentSchedulerSlice);
+    const auto [result, slice, childSlice, nice] = onFreshThread([] {
+        const auto self = static_cast<id_t>(::gettid());
+        ::setpriority(PRIO_PROCESS, self, 5);
         const SchedulerSliceResult result = requestShortSchedulerSlice(250us);
-        const auto childSlice = onFreshThread(currentSchedulerSlice);
-        return Seen{result, currentSchedulerSlice(), childSlice, threadNice()};
+        return std::tuple{result, currentSchedulerSlice(), onFreshThread(currentSchedulerSlice),
+                          ::getpriority(PRIO_PROCESS, self)};
     });
-    ASSERT_EQ(seen.result, SchedulerSliceResult::granted);
-    EXPECT_EQ(seen.nice, 5);
-    if (seen.slice != 250us)
+    ASSERT_EQ(result, SchedulerSliceResult::granted);
+    EXPECT_EQ(nice, 5);
+    if (slice != 250us)
         GTEST_SKIP() << "this kernel keeps no slice per thread (before 6.12)";
-    EXPECT_EQ(seen.childSlice, defaultSlice);
+    EXPECT_EQ(childSlice, defaultSlice);
 }
 
 TEST(ShortSchedulerSlice, AThreadUnderAnotherPolicyIsLeftAlone) {
     const auto [result, policy] = onFreshThread([] {
         const sched_param none{};
-        if (::sched_setscheduler(0, SCHED_BATCH, &none) != 0)
-            return std::pair{SchedulerSliceResult::refused, -1};
+        ::sched_setscheduler(0, SCHED_BATCH, &none);
         return std::pair{requestShortSchedulerSlice(250us), ::sched_getscheduler(0)};
     });
     EXPECT_EQ(result, SchedulerSliceResult::notTimeShared);
