@@ -50,6 +50,7 @@ struct EngineHost::Scripts {
     ProtectedValue dropDetectorConstructor;
     ProtectedValue dropDetector;
     ProtectedValue lastFrame;
+    ProtectedValue lastStep; // the last step's result that finished in time, for the visuals
 };
 
 namespace {
@@ -553,10 +554,13 @@ std::optional<std::string> EngineHost::latestFrameJSON() {
 std::optional<DmxFrame> EngineHost::step(std::string_view frameJSON, double dt,
                                          bool refreshVisuals) {
     const Names& n = *names_;
+    scripts_->lastStep.reset();
     if (!hasRealizedShow())
         return std::nullopt;
     ScriptContext& js = *context_;
-    const Value frame = js.evaluate("(" + std::string(frameJSON) + ")");
+    // Parsed as JSON, not compiled as a program: a fresh program every tick cost more than
+    // the step itself.
+    const Value frame = js.parseJSON(frameJSON);
     const std::uint64_t exceptionsBefore = js.exceptionCount();
     const Value result = scripts_->session.view().call(n.step, {frame, js.number(dt)});
     if (js.isSuspended())
@@ -567,57 +571,61 @@ std::optional<DmxFrame> EngineHost::step(std::string_view frameJSON, double dt,
     }
     retryDelay_ = firstRetryDelay;
     setFaults(std::nullopt, loadFault_);
+    scripts_->lastStep = ProtectedValue(result);
 
-    if (refreshVisuals) {
-        // Plot: at most 14 fixtures, evenly strided, each at its known position.
-        std::vector<FixtureSample> samples;
-        const Value fixtures = result.get(n.fixtures);
-        const double length = fixtures.isPresent() ? fixtures.number(n.length) : 0.0;
-        if (length > 0) {
-            const auto count = static_cast<long long>(std::min(length, 1e9));
-            const long long stride =
-                count >= LightingPlot::maximumLamps ? count / LightingPlot::maximumLamps : 1;
-            for (long long i = 0;
-                 i < count && samples.size() < std::size_t(LightingPlot::maximumLamps);
-                 i += stride) {
-                const Value fixture = fixtures.at(static_cast<unsigned>(i));
-                const std::optional<std::string> id = fixture.get(n.id).toString();
-                const auto position = id ? fixturePositions_.find(*id) : fixturePositions_.end();
-                if (position == fixturePositions_.end())
-                    continue;
-                const Value color = fixture.get(n.color);
-                samples.push_back({position->second.first, position->second.second,
-                                   color.number(n.r), color.number(n.g), color.number(n.b),
-                                   fixture.number(n.dimmer) / 255.0,
-                                   fixture.number(n.strobe) / 255.0});
-            }
-        }
-        lightingPlot_ = fitLightingPlot(samples);
+    std::optional<DmxFrame> buffers;
+    if (const Value dmx = result.get(n.dmx); dmx.isObject()) {
+        if (const std::optional<std::string> text = stringify(js, dmx, n.json, n.stringify))
+            buffers = parseDmxBuffersJSON(*text);
+    }
+    if (refreshVisuals)
+        this->refreshVisuals();
+    return buffers;
+}
 
-        liveScheme_.clear();
-        const Value palette = result.get(n.colorPalette);
-        if (palette.isPresent()) {
-            const double entries = palette.number(n.length);
-            for (unsigned i = 0; std::isfinite(entries) && i < entries && i < 4096u; ++i) {
-                const Value color = palette.at(i);
-                if (!color.isPresent())
-                    continue;
-                const auto component = [&](unsigned k) {
-                    const Value v = color.at(k);
-                    return v.isPresent() ? v.toNumber() : 0.0;
-                };
-                liveScheme_.push_back({component(0), component(1), component(2)});
-            }
+void EngineHost::refreshVisuals() {
+    const Names& n = *names_;
+    const Value result = scripts_->lastStep.view();
+    if (!result.isPresent() || !scriptMayRun())
+        return;
+    // Plot: at most 14 fixtures, evenly strided, each at its known position.
+    std::vector<FixtureSample> samples;
+    const Value fixtures = result.get(n.fixtures);
+    const double length = fixtures.isPresent() ? fixtures.number(n.length) : 0.0;
+    if (length > 0) {
+        const auto count = static_cast<long long>(std::min(length, 1e9));
+        const long long stride =
+            count >= LightingPlot::maximumLamps ? count / LightingPlot::maximumLamps : 1;
+        for (long long i = 0; i < count && samples.size() < std::size_t(LightingPlot::maximumLamps);
+             i += stride) {
+            const Value fixture = fixtures.at(static_cast<unsigned>(i));
+            const std::optional<std::string> id = fixture.get(n.id).toString();
+            const auto position = id ? fixturePositions_.find(*id) : fixturePositions_.end();
+            if (position == fixturePositions_.end())
+                continue;
+            const Value color = fixture.get(n.color);
+            samples.push_back({position->second.first, position->second.second, color.number(n.r),
+                               color.number(n.g), color.number(n.b),
+                               fixture.number(n.dimmer) / 255.0, fixture.number(n.strobe) / 255.0});
         }
     }
+    lightingPlot_ = fitLightingPlot(samples);
 
-    const Value dmx = result.get(n.dmx);
-    if (!dmx.isObject())
-        return std::nullopt;
-    const std::optional<std::string> text = stringify(js, dmx, n.json, n.stringify);
-    if (!text)
-        return std::nullopt;
-    return parseDmxBuffersJSON(*text);
+    liveScheme_.clear();
+    const Value palette = result.get(n.colorPalette);
+    if (palette.isPresent()) {
+        const double entries = palette.number(n.length);
+        for (unsigned i = 0; std::isfinite(entries) && i < entries && i < 4096u; ++i) {
+            const Value color = palette.at(i);
+            if (!color.isPresent())
+                continue;
+            const auto component = [&](unsigned k) {
+                const Value v = color.at(k);
+                return v.isPresent() ? v.toNumber() : 0.0;
+            };
+            liveScheme_.push_back({component(0), component(1), component(2)});
+        }
+    }
 }
 
 DropDiagnostics EngineHost::dropDiagnostics() const {

@@ -100,6 +100,10 @@ public:
     /// One session step; nullopt without a realized show, or when the step threw, ran out of
     /// time or gave no `dmx` object (the caller keeps its last buffers).
     std::optional<DmxFrame> step(std::string_view frameJSON, double dt, bool refreshVisuals);
+    /// Reads the plot and the live scheme from the last step that finished in time (a step with
+    /// `refreshVisuals` does it itself); nothing after a step that failed. Split from the step so
+    /// the tick can send its DMX first.
+    void refreshVisuals();
 
     DropDiagnostics dropDiagnostics() const;
 

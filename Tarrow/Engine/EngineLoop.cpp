@@ -53,6 +53,7 @@ void EngineLoop::tick() {
     lastDt_ = dt;
     ++tickCount_;
 
+    bool stepped = false;
     if (engine_.hasRealizedShow()) {
         std::optional<std::string> frame;
         if (!hops_.isCapturing()) {
@@ -69,28 +70,36 @@ void EngineLoop::tick() {
             frame = hops.empty() ? engine_.latestFrameJSON() : engine_.updateClassical(hops);
         }
         if (frame) {
-            const bool refresh = tickCount_ % visualRefreshInterval == 0;
-            if (auto buffers = engine_.step(*frame, dt, refresh)) {
-                const MicBands& bands = engine_.lastNormalizedBands();
-                const bool lowMoved = pushTrace(micTrace_.low, bands.low);
-                const bool midMoved = pushTrace(micTrace_.mid, bands.mid);
-                const bool highMoved = pushTrace(micTrace_.high, bands.high);
-                if (lowMoved || midMoved || highMoved)
-                    emit micTraceChanged(micTrace_);
-                if (engine_.lastBeat() != beatReadout_) {
-                    beatReadout_ = engine_.lastBeat();
-                    emit beatReadoutChanged(beatReadout_);
-                }
-                if (refresh)
-                    emit visualsRefreshed();
+            if (auto buffers = engine_.step(*frame, dt, false)) {
                 lastEngineBuffers_ = std::move(*buffers);
+                stepped = true;
             }
         }
     } else if (hops_.isCapturing()) {
         // Without a show nobody reads the hops; drop them rather than let them pile up.
         hops_.takePendingHops();
     }
+    // The lights first: whatever the meters and the visuals cost comes after the send.
     emit frameReady(lastEngineBuffers_);
+    if (stepped)
+        publishMeters();
+}
+
+void EngineLoop::publishMeters() {
+    const MicBands& bands = engine_.lastNormalizedBands();
+    const bool lowMoved = pushTrace(micTrace_.low, bands.low);
+    const bool midMoved = pushTrace(micTrace_.mid, bands.mid);
+    const bool highMoved = pushTrace(micTrace_.high, bands.high);
+    if (lowMoved || midMoved || highMoved)
+        emit micTraceChanged(micTrace_);
+    if (engine_.lastBeat() != beatReadout_) {
+        beatReadout_ = engine_.lastBeat();
+        emit beatReadoutChanged(beatReadout_);
+    }
+    if (tickCount_ % visualRefreshInterval == 0) {
+        engine_.refreshVisuals();
+        emit visualsRefreshed();
+    }
 }
 
 } // namespace kelvo

@@ -23,8 +23,8 @@ public:
     virtual std::vector<MicHop> takePendingHops() = 0;
 };
 
-/// One engine step per call: drain the hops, run the classical chain, step the session, publish
-/// the meters and hand the buffers on. The 60 Hz timing lives elsewhere. Its signals are
+/// One engine step per call: drain the hops, run the classical chain, step the session, hand the
+/// buffers on and then publish the meters. The 60 Hz timing lives elsewhere. Its signals are
 /// emitted on the main thread, inside `tick`.
 class EngineLoop : public QObject {
     Q_OBJECT
@@ -58,12 +58,15 @@ public:
 signals:
     void micTraceChanged(const kelvo::MicBandTrace& trace);
     void beatReadoutChanged(const kelvo::BeatReadout& beat);
-    /// Every fifth tick that stepped: the plot and live scheme were resampled.
+    /// Every fifth tick that stepped, after `frameReady`: the plot and live scheme were resampled.
     void visualsRefreshed();
     /// Every tick, with the newest engine buffers (or the last ones when none came).
     void frameReady(const kelvo::DmxFrame& engineBuffers);
 
 private:
+    /// After a step that finished: the traces, the beat and, every fifth tick, the visuals.
+    void publishMeters();
+
     EngineHost& engine_;
     HopSource& hops_;
     const MonotonicClock& clock_;

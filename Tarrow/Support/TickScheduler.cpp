@@ -1,5 +1,8 @@
 #include "Support/TickScheduler.h"
 
+#include "Support/Logging.h"
+#include "Support/ShortSchedulerSlice.h"
+
 #include <QSocketNotifier>
 
 #include <cerrno>
@@ -9,11 +12,29 @@
 #include <string>
 #include <sys/timerfd.h>
 #include <unistd.h>
+#include <utility>
 
 namespace kelvo {
 
 namespace {
 constexpr int maximumLatePeriods = 3;
+}
+
+void TickScheduler::askForPromptWakeUps() {
+    static thread_local bool asked = false;
+    if (std::exchange(asked, true))
+        return;
+    switch (requestShortSchedulerSlice(tickThreadSlice)) {
+    case SchedulerSliceResult::granted:
+        break;
+    case SchedulerSliceResult::notTimeShared:
+        qCInfo(lcEngine) << "Tick thread: left under its own scheduling policy";
+        break;
+    case SchedulerSliceResult::refused:
+        qCInfo(lcEngine) << "Tick thread: short scheduler slices refused; ticks may wake late "
+                            "on a busy machine";
+        break;
+    }
 }
 
 TickScheduler::TickScheduler(std::chrono::nanoseconds period, QObject* parent)
@@ -33,6 +54,7 @@ TickScheduler::~TickScheduler() {
 }
 
 void TickScheduler::start(std::function<void()> handler) {
+    askForPromptWakeUps();
     handler_ = std::move(handler);
     active_ = true;
     nextDeadline_ = std::chrono::steady_clock::now();

@@ -14,9 +14,13 @@ namespace kelvo {
 /// of the monotonic clock and armed to the nanosecond (a Linux timerfd watched by the event
 /// loop), so each tick wakes on time rather than on a whole millisecond, and 60 Hz stays
 /// 60.0 Hz. After a stall longer than a few periods the grid restarts instead of firing a burst.
+/// The thread that starts it asks for short scheduler slices, so that on a busy machine a tick
+/// wakes when due rather than after another program's slice.
 class TickScheduler : public QObject {
     Q_OBJECT
 public:
+    static constexpr std::chrono::microseconds tickThreadSlice{100};
+
     explicit TickScheduler(std::chrono::nanoseconds period, QObject* parent = nullptr);
     ~TickScheduler() override;
 
@@ -26,6 +30,7 @@ public:
     bool isActive() const { return active_; }
 
 private:
+    static void askForPromptWakeUps();
     void fire();
     void arm(std::chrono::steady_clock::time_point deadline);
 

@@ -18,6 +18,7 @@
 #include <poll.h>
 #include <string>
 #include <sys/socket.h>
+#include <sys/uio.h>
 #include <time.h>
 #include <unistd.h>
 #include <vector>
@@ -74,6 +75,8 @@ int main(int argc, char** argv) {
     const int on = 1;
     if (fd >= 0)
         ::setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+    if (fd >= 0)
+        ::setsockopt(fd, SOL_SOCKET, SO_TIMESTAMPNS, &on, sizeof on);
     if (fd < 0 || ::bind(fd, reinterpret_cast<sockaddr*>(&local), sizeof local) != 0) {
         std::perror("artdmx-timing: bind 127.0.0.1:6454");
         return 1;
@@ -92,8 +95,25 @@ int main(int argc, char** argv) {
         pollfd entry{fd, POLLIN, 0};
         if (::poll(&entry, 1, int((end - now) * 1000) + 1) <= 0)
             continue;
-        const ssize_t size = ::recv(fd, buffer.data(), buffer.size(), 0);
-        const double at = realtimeSeconds();
+        // The kernel's receive time: the probe's own wake-up, late on a loaded machine, must
+        // not count against the bridge.
+        iovec part{buffer.data(), buffer.size()};
+        alignas(cmsghdr) char control[CMSG_SPACE(sizeof(timespec))];
+        msghdr message{};
+        message.msg_iov = &part;
+        message.msg_iovlen = 1;
+        message.msg_control = control;
+        message.msg_controllen = sizeof control;
+        const ssize_t size = ::recvmsg(fd, &message, 0);
+        const double readAt = realtimeSeconds();
+        double at = readAt;
+        for (cmsghdr* c = CMSG_FIRSTHDR(&message); c; c = CMSG_NXTHDR(&message, c)) {
+            if (c->cmsg_level == SOL_SOCKET && c->cmsg_type == SCM_TIMESTAMPNS) {
+                timespec stamp{};
+                std::memcpy(&stamp, CMSG_DATA(c), sizeof stamp);
+                at = double(stamp.tv_sec) + double(stamp.tv_nsec) * 1e-9;
+            }
+        }
         if (size < 18 || std::memcmp(buffer.data(), "Art-Net", 8) != 0 ||
             (buffer[8] | (buffer[9] << 8)) != 0x5000)
             continue;
@@ -104,7 +124,7 @@ int main(int argc, char** argv) {
             first = at;
         arrivals.push_back(at);
         if (listArrivals)
-            monotonicArrivals.push_back(monotonicSeconds());
+            monotonicArrivals.push_back(monotonicSeconds() - (readAt - at));
         const bool nowLit = size > 18 && buffer[18] != 0;
         if (nowLit && !lit)
             rises.push_back(at);

@@ -150,6 +150,28 @@ TEST_F(EngineLoopTest, VisualsRefreshOnEveryFifthTickSinceLaunch) {
     EXPECT_EQ(schemeStep, (std::vector<double>{0, 0, 3, 3, 3, 3, 3, 8, 8, 8}));
 }
 
+TEST_F(EngineLoopTest, TheLightsGoOutBeforeTheMetersAndVisuals) {
+    realizeShow(true);
+    hops.capturing = true;
+    std::vector<std::string> order;
+    QObject::connect(&loop, &EngineLoop::frameReady, [&] { order.push_back("frame"); });
+    QObject::connect(&loop, &EngineLoop::micTraceChanged, [&] { order.push_back("trace"); });
+    QObject::connect(&loop, &EngineLoop::beatReadoutChanged, [&] { order.push_back("beat"); });
+    QObject::connect(&loop, &EngineLoop::visualsRefreshed, [&] {
+        order.push_back(engine.liveScheme().empty() ? "visuals (empty)" : "visuals");
+    });
+    for (int i = 0; i < EngineLoop::visualRefreshInterval; ++i) {
+        hops.pending = {levelHop(0.2 * i)};
+        loop.tick();
+    }
+    // A rising level moves the trace and the beat readout on every tick.
+    std::vector<std::string> expected;
+    for (int i = 0; i < EngineLoop::visualRefreshInterval; ++i)
+        expected.insert(expected.end(), {"frame", "trace", "beat"});
+    expected.push_back("visuals");
+    EXPECT_EQ(order, expected);
+}
+
 TEST_F(EngineLoopTest, TheTraceIsAnnouncedOnlyWhenItMoves) {
     realizeShow();
     for (int i = 0; i < 10; ++i)
