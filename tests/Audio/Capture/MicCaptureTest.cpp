@@ -154,6 +154,7 @@ TEST_F(MicCaptureTest, TheRecorderSeesEveryBufferAndStopsWithCapture) {
     EXPECT_EQ(capture.recording().message(),
               QStringLiteral("Recording saved in Downloads. Audio input stopped or changed."));
     capture.recording().writer().waitUntilIdle();
+    ASSERT_TRUE(test::pumpUntil([&] { return capture.recording().firstFile().has_value(); }));
     const auto bytes = test::readBytes(*capture.recording().firstFile());
     EXPECT_EQ(test::u32At(bytes, 40), 800u * 2 * 3);
     EXPECT_EQ(test::u16At(bytes, 22), 2);

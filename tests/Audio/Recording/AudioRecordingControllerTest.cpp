@@ -28,6 +28,7 @@ TEST_F(AudioRecordingControllerTest, StartAndStopPublishTheStateAndTheSavedNotic
     controller.start(48000, 2, dir.path());
     ASSERT_TRUE(controller.isRecording());
     EXPECT_TRUE(controller.startedAt().has_value());
+    ASSERT_TRUE(test::pumpUntil([&] { return controller.firstFile().has_value(); }));
     EXPECT_EQ(controller.firstFile()->parent_path(), dir.path());
     EXPECT_FALSE(controller.message().has_value());
     EXPECT_FALSE(controller.errorMessage().has_value());
@@ -55,6 +56,8 @@ TEST_F(AudioRecordingControllerTest, StartFailuresAreExplained) {
 
     test::writeText(dir / "plain-file", "x");
     controller.start(48000, 2, dir / "plain-file" / "sub");
+    ASSERT_TRUE(test::pumpUntil([&] { return !controller.isRecording(); }));
+    EXPECT_FALSE(controller.startedAt().has_value());
     EXPECT_EQ(controller.errorMessage(),
               QStringLiteral("Could not start recording: Not a directory"));
     EXPECT_FALSE(controller.isRecording());
@@ -70,6 +73,7 @@ TEST_F(AudioRecordingControllerTest, AWriterFailureStopsTheRecordingWithItsText)
 
 TEST_F(AudioRecordingControllerTest, ALastPartThatCannotBeClosedIsShownAfterStop) {
     controller.start(48000, 2, dir.path());
+    ASSERT_TRUE(test::pumpUntil([&] { return controller.firstFile().has_value(); }));
     // Its side file cannot be removed: a non-empty folder stands in its place.
     const auto side = WAVRecordingFile::recoveryURLFor(*controller.firstFile());
     std::filesystem::remove(side);

@@ -47,6 +47,15 @@ struct Failures {
     }
 };
 
+AudioRecordingWriter::Started startAndWait(AudioRecordingWriter& writer, int channels,
+                                           const std::filesystem::path& dir,
+                                           AudioRecordingWriter::FailureHandler failure = {}) {
+    std::promise<AudioRecordingWriter::Started> opened;
+    writer.start(48000, channels, dir, std::move(failure),
+                 [&](const AudioRecordingWriter::Started& s) { opened.set_value(s); });
+    return opened.get_future().get();
+}
+
 void captureMono(AudioRecordingWriter& writer, const std::vector<float>& samples) {
     const AudioBuffer buffer{1, samples.data()};
     writer.capture({&buffer, 1}, static_cast<std::uint32_t>(samples.size()), 1);
@@ -64,8 +73,8 @@ TEST(AudioRecordingWriter, CutsPartsAtExactlySegmentFramesAndNamesTheSecondWithM
     const auto t = localTime(2026, 11, 14, 21, 30, 5, 42);
     AudioRecordingWriter writer(1.0, [t] { return t; });
     Failures failures;
-    const auto first = writer.start(48000, 1, dir.path(), failures.handler());
-    EXPECT_EQ(first, dir / "2026-11-14_21-30-05.wav");
+    const auto started = startAndWait(writer, 1, dir.path(), failures.handler());
+    EXPECT_EQ(started.firstFile, dir / "2026-11-14_21-30-05.wav");
     EXPECT_EQ(writer.segmentFrames(), 48000);
 
     std::vector<float> samples(50000);
@@ -88,6 +97,24 @@ TEST(AudioRecordingWriter, CutsPartsAtExactlySegmentFramesAndNamesTheSecondWithM
     EXPECT_EQ(writer.pendingSamples(), 0);
 }
 
+TEST(AudioRecordingWriter, StartsWithoutWaitingForTheDiskAndKeepsWhatComesMeanwhile) {
+    TemporaryDirectory dir;
+    AudioRecordingWriter writer;
+    std::promise<void> diskAnswers;
+    writer.async([gate = diskAnswers.get_future().share()] { gate.wait(); }); // the writer is busy
+    std::promise<AudioRecordingWriter::Started> opened;
+    writer.start(48000, 1, dir / "new", {},
+                 [&](const AudioRecordingWriter::Started& s) { opened.set_value(s); });
+    EXPECT_TRUE(writer.accepting());
+    captureMono(writer, std::vector<float>(300, 0.5f)); // before the part exists
+    diskAnswers.set_value();
+    const auto started = opened.get_future().get();
+    captureMono(writer, std::vector<float>(200, 0.5f));
+    writer.stop();
+    writer.waitUntilIdle();
+    EXPECT_EQ(u32At(readBytes(started.firstFile), 40), 500u * 3);
+}
+
 TEST(AudioRecordingWriter, PartsAreAnHourUnlessThatOutgrowsAWavFile) {
     EXPECT_EQ(AudioRecordingWriter::segmentFramesFor(3600, 48000, 2), 172800000);
     EXPECT_EQ(AudioRecordingWriter::segmentFramesFor(3600, 44100, 1), 158760000);
@@ -99,7 +126,7 @@ TEST(AudioRecordingWriter, PartsAreAnHourUnlessThatOutgrowsAWavFile) {
 TEST(AudioRecordingWriter, RecordsTheLeadingChannelsOfANonInterleavedList) {
     TemporaryDirectory dir;
     AudioRecordingWriter writer;
-    writer.start(48000, 2, dir.path(), {});
+    startAndWait(writer, 2, dir.path());
     const std::vector<float> left = {0.5f, 0.5f}, skipped = {9, 9}, right = {-0.5f, -0.5f},
                              third = {0.25f, 0.25f};
     const AudioBuffer list[] = {
@@ -118,7 +145,7 @@ TEST(AudioRecordingWriter, OnlyTheFirstFailureCounts) {
     TemporaryDirectory dir;
     AudioRecordingWriter writer;
     Failures failures;
-    writer.start(48000, 1, dir.path(), failures.handler());
+    startAndWait(writer, 1, dir.path(), failures.handler());
     writer.sync([&] {
         writer.fail("first");
         writer.fail("second");
@@ -134,7 +161,7 @@ TEST(AudioRecordingWriter, StopsWithTheOverloadTextWhenTheDiskFallsBehind) {
     TemporaryDirectory dir;
     AudioRecordingWriter writer;
     Failures failures;
-    writer.start(48000, 2, dir.path(), failures.handler());
+    startAndWait(writer, 2, dir.path(), failures.handler());
     std::vector<float> stereo(2 * 4800, 0.25f); // 0.1 s of audio
     const AudioBuffer buffer{2, stereo.data()};
     writer.capture({&buffer, 1}, 4800, 2);
@@ -162,7 +189,7 @@ TEST(AudioRecordingWriter, StopsWithTheOverloadTextWhenTheDiskFallsBehind) {
 /// Four seconds of stereo queued behind a disk that holds the first write until released.
 struct QueuedBehindAStalledDisk {
     QueuedBehindAStalledDisk() {
-        writer.start(48000, 2, dir.path(), failures.handler());
+        startAndWait(writer, 2, dir.path(), failures.handler());
         writer.setBeforeAppendHook([gate = released.get_future().share()] { gate.wait(); });
         const AudioBuffer buffer{2, stereo.data()};
         for (int i = 0; i < 40; ++i)

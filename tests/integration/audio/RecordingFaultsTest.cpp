@@ -92,6 +92,7 @@ TEST_F(RecordingFaults, AKilledRecordingIsRecoveredToAllButTheLastSecondByTheNex
 
     AudioRecordingWriter next;
     next.start(48000, 2, dir.path(), {});
+    next.waitUntilIdle();
 
     EXPECT_FALSE(std::filesystem::exists(WAVRecordingFile::recoveryURLFor(part)));
     const sf_count_t frames = test::readSoundFile(part).frames;

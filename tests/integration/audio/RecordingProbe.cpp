@@ -14,6 +14,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <future>
 #include <string>
 #include <thread>
 #include <vector>
@@ -53,18 +54,22 @@ int main(int argc, char** argv) {
     std::printf("pid %d\n", static_cast<int>(::getpid()));
     std::atomic<bool> failed{false};
     kelvo::AudioRecordingWriter writer;
-    try {
-        const auto part = writer.start(48000, 2, argv[1], [&](const std::string& text) {
+    std::promise<kelvo::AudioRecordingWriter::Started> opened;
+    writer.start(
+        48000, 2, argv[1],
+        [&](const std::string& text) {
             std::printf("failed: %s\n", text.c_str());
             std::fflush(stdout);
             failed = true;
-        });
-        std::printf("part %s\n", part.c_str());
-        std::fflush(stdout);
-    } catch (const std::exception& e) {
-        std::printf("failed: %s\n", e.what());
+        },
+        [&](const kelvo::AudioRecordingWriter::Started& outcome) { opened.set_value(outcome); });
+    const kelvo::AudioRecordingWriter::Started outcome = opened.get_future().get();
+    if (outcome.error) {
+        std::printf("failed: %s\n", outcome.error->c_str());
         return 3;
     }
+    std::printf("part %s\n", outcome.firstFile.c_str());
+    std::fflush(stdout);
 
     constexpr std::uint32_t chunk = 480;
     std::vector<float> buffer(chunk * 2);
