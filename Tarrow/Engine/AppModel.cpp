@@ -142,10 +142,6 @@ AppModel::AppModel(AppModelEnvironment environment, QObject* parent)
     connect(audioMonitor_, &AudioInputDeviceMonitor::listed, this, &AppModel::resumeCaptureIfLost,
             Qt::QueuedConnection);
     audioSelection_->startAudioDeviceMonitoring(*audioMonitor_);
-    if (environment_.audio.deviceListUnavailable)
-        qCInfo(lcEngine).noquote()
-            << "Audio devices:"
-            << QString::fromStdString(*environment_.audio.deviceListUnavailable);
     makeCloudLink();
 }
 
