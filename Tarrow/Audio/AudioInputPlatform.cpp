@@ -13,10 +13,9 @@ AudioInputPlatform AudioInputPlatform::make(const std::optional<std::filesystem:
         platform.backend = std::make_shared<AudioFileInputBackend>(*audioFile);
         return platform;
     }
-    // Without a server now, the layer keeps trying in the background and lists the devices
-    // once one answers; each capture start also tries at once.
+    // The layer reaches the server in the background and lists the devices once one answers;
+    // each capture start also tries, off the main thread.
     auto layer = std::make_shared<PulseAudioDeviceLayer>();
-    platform.deviceListUnavailable = layer->unavailableReason();
     platform.deviceLayer = layer;
     platform.backend = std::make_shared<PulseAudioInputBackend>(layer);
     return platform;

@@ -15,12 +15,10 @@ namespace kelvo {
 struct AudioInputPlatform {
     std::shared_ptr<AudioDeviceLayer> deviceLayer;
     std::shared_ptr<AudioInputBackend> backend;
-    /// Why devices cannot be listed (no audio server answered at start-up), when that is so.
-    std::optional<std::string> deviceListUnavailable;
 
     /// The audio server's devices, or with `audioFile` that file in place of any device.
-    /// Never throws: without a server the device list stays empty until one answers, and
-    /// capture reports why when it starts.
+    /// Never throws nor waits for a server: the device list stays empty until one answers,
+    /// and capture reports why when it starts.
     static AudioInputPlatform make(const std::optional<std::filesystem::path>& audioFile);
 };
 

@@ -28,13 +28,14 @@ public:
 class AppModel::CaptureHopSource final : public HopSource {
 public:
     explicit CaptureHopSource(AppModel& model)
-        : model_(model), mic_(*model.mic_), keeper_(*model.environment_.timers, keeperHooks()) {
+        : model_(model), mic_(*model.mic_), keeper_(*model.environment_.timers) {
         started_ = QObject::connect(&mic_, &MicCapture::isCapturingChanged, &model, [this] {
             if (mic_.isCapturing())
                 captureStarted();
         });
         failed_ = QObject::connect(&mic_, &MicCapture::startFailed, &model,
                                    [this](const QString& reason) { captureFailed(reason); });
+        QObject::connect(&keeper_, &CaptureKeeper::attemptDue, &keeper_, [this] { attempt(); });
     }
     ~CaptureHopSource() override {
         QObject::disconnect(started_);
@@ -44,20 +45,24 @@ public:
     std::vector<MicHop> takePendingHops() override { return mic_.takePendingHops(); }
     CaptureKeeper& keeper() { return keeper_; }
 
-private:
-    CaptureKeeper::Hooks keeperHooks() {
-        CaptureKeeper::Hooks hooks;
-        hooks.startCapture = [this] {
+    /// Starts capture on the chosen input unless it runs or is starting; true when it runs or
+    /// is starting.
+    bool attempt() {
+        if (mic_.isCapturing() || mic_.isStarting())
+            return true;
+        try {
             model_.audioSelection_->applyAudioInputSelection(false);
             model_.engine_.replaceDropDetector();
             mic_.start(model_.audioSelection_->activeAudioDeviceUID(),
                        model_.captureChannelCount());
-        };
-        hooks.isCapturingOrStarting = [this] { return mic_.isCapturing() || mic_.isStarting(); };
-        hooks.unavailable = [this](const QString& reason) { captureFailed(reason); };
-        return hooks;
+        } catch (const std::exception& error) {
+            captureFailed(QString::fromUtf8(error.what()));
+            return false;
+        }
+        return true;
     }
 
+private:
     void captureStarted() {
         // The complaint about the input is stale once it listens again.
         if (model_.statusMessage_.startsWith(QLatin1String(audioUnavailablePrefix)))
@@ -142,10 +147,6 @@ AppModel::AppModel(AppModelEnvironment environment, QObject* parent)
     connect(audioMonitor_, &AudioInputDeviceMonitor::listed, this, &AppModel::resumeCaptureIfLost,
             Qt::QueuedConnection);
     audioSelection_->startAudioDeviceMonitoring(*audioMonitor_);
-    if (environment_.audio.deviceListUnavailable)
-        qCInfo(lcEngine).noquote()
-            << "Audio devices:"
-            << QString::fromStdString(*environment_.audio.deviceListUnavailable);
     makeCloudLink();
 }
 
@@ -330,7 +331,7 @@ void AppModel::resumeCaptureIfLost() {
 }
 
 bool AppModel::startCapture() {
-    return hopSource_->keeper().attempt();
+    return hopSource_->attempt();
 }
 
 void AppModel::tick() {

@@ -41,6 +41,9 @@ public:
     /// Called from any thread whenever the device list or a default device changes.
     /// Returns false when the layer cannot deliver changes.
     virtual bool setChangeListener(std::function<void()> listener) = 0;
+    /// Whether a query may wait for an audio server; such a layer is never asked on the main
+    /// thread.
+    virtual bool mayWaitForServer() const { return false; }
 };
 
 } // namespace kelvo

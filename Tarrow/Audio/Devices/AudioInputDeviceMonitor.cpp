@@ -13,7 +13,8 @@ namespace kelvo {
 
 AudioInputDeviceMonitor::AudioInputDeviceMonitor(std::shared_ptr<AudioDeviceLayer> layer,
                                                  QObject* parent)
-    : QObject(parent), layer_(std::move(layer)) {}
+    : QObject(parent), layer_(std::move(layer)),
+      lister_(std::make_unique<SerialQueue>("kelvo.audio-devices")) {}
 
 AudioInputDeviceMonitor::~AudioInputDeviceMonitor() {
     if (listening_)
@@ -23,6 +24,10 @@ AudioInputDeviceMonitor::~AudioInputDeviceMonitor() {
 }
 
 void AudioInputDeviceMonitor::refresh() {
+    if (layer_->mayWaitForServer()) {
+        listInBackground();
+        return;
+    }
     if (QThread::currentThread() != thread()) {
         QMetaObject::invokeMethod(
             this, [this] { refresh(); }, Qt::QueuedConnection);
@@ -31,11 +36,7 @@ void AudioInputDeviceMonitor::refresh() {
     apply(listInputDevices(*layer_));
 }
 
-void AudioInputDeviceMonitor::refreshInBackground() {
-    if (!lister_) { // not listening yet: made with the listener
-        refresh();
-        return;
-    }
+void AudioInputDeviceMonitor::listInBackground() {
     if (listingQueued_.exchange(true))
         return;
     lister_->async([this] {
@@ -58,9 +59,7 @@ void AudioInputDeviceMonitor::apply(std::vector<AudioInputDeviceInfo> inputs) {
 bool AudioInputDeviceMonitor::startListening() {
     // The layer calls from its own thread. The destructor removes the listener and ends the
     // listing thread before the monitor goes.
-    if (!lister_)
-        lister_ = std::make_unique<SerialQueue>("kelvo.audio-devices");
-    listening_ = layer_->setChangeListener([this] { refreshInBackground(); });
+    listening_ = layer_->setChangeListener([this] { listInBackground(); });
     if (!listening_)
         layer_->setChangeListener({});
     return listening_;

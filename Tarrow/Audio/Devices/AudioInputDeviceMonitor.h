@@ -14,9 +14,9 @@ namespace kelvo {
 class SerialQueue;
 
 /// Lists the audio inputs and follows the list as devices come and go. Lives on the main
-/// thread. After the first listing, changes are listed on the "kelvo.audio-devices" thread, so
-/// an audio server that is slow to answer never holds up the main thread; the list is handed
-/// back to it.
+/// thread. A layer that may wait for an audio server is listed on the "kelvo.audio-devices"
+/// thread, so a server that is slow to answer never holds up the main thread; the list is
+/// handed back to it.
 class AudioInputDeviceMonitor : public QObject {
     Q_OBJECT
 
@@ -27,11 +27,9 @@ public:
 
     const std::vector<AudioInputDeviceInfo>& devices() const { return devices_; }
 
-    /// Lists the devices now when called on the monitor's thread, else on it, later.
+    /// Lists the devices, from any thread: on the listing thread when the layer may wait for
+    /// a server, else now on the monitor's thread.
     void refresh();
-    /// Lists the devices on the listing thread and hands the list back; from any thread.
-    /// Changes that come while a listing is under way are covered by one more listing.
-    void refreshInBackground();
     /// Follows device-list changes; true when the layer can deliver them.
     bool startListening();
     bool isListening() const { return listening_; }
@@ -50,6 +48,9 @@ signals:
     void listed();
 
 private:
+    /// Lists on the listing thread and hands the list back; from any thread. Changes that come
+    /// while a listing is under way are covered by one more listing.
+    void listInBackground();
     void apply(std::vector<AudioInputDeviceInfo> inputs);
 
     std::shared_ptr<AudioDeviceLayer> layer_;

@@ -115,9 +115,12 @@ void subscribed(pa_context*, int, void* userdata) {
 
 } // namespace
 
-PulseAudioDeviceLayer::PulseAudioDeviceLayer() {
-    tryConnect(PulseAudioConnection::replyTimeout);
-    retry_ = std::thread([this] { retryLoop(); });
+PulseAudioDeviceLayer::PulseAudioDeviceLayer() : failure_(connectingText) {
+    // The first attempt too is the background thread's: the server may take seconds to answer.
+    retry_ = std::thread([this] {
+        tryConnect(PulseAudioConnection::replyTimeout);
+        retryLoop();
+    });
 }
 
 PulseAudioDeviceLayer::~PulseAudioDeviceLayer() {
@@ -248,13 +251,12 @@ std::optional<std::string> PulseAudioDeviceLayer::unavailableReason() const {
 std::optional<std::string> PulseAudioDeviceLayer::connectNow() {
     if (!unavailableReason())
         return std::nullopt;
-    // Called on the main thread: one short try, and none while the background attempt is under
-    // way (it tells the listener when it succeeds), so a server that hangs never stalls it long.
+    // Off the main thread (capture set-up): an attempt under way is waited for, then one
+    // short try of its own.
     Attempt result = Attempt::failed;
     {
-        std::unique_lock attempt(connectMutex_, std::try_to_lock);
-        if (attempt.owns_lock())
-            result = tryConnectHoldingAttempt(quickAttempt);
+        std::lock_guard attempt(connectMutex_);
+        result = tryConnectHoldingAttempt(quickAttempt);
     }
     if (result == Attempt::connected)
         notifyListener();

@@ -33,8 +33,10 @@ class PulseAudioDeviceLayer : public AudioDeviceLayer {
 public:
     static constexpr std::chrono::milliseconds retryInterval{2000};
 
-    /// Connects (waiting at most the reply timeout). Never throws: without a server it lists
-    /// nothing, says why in `unavailableReason`, and keeps trying in the background.
+    static constexpr const char* connectingText = "Audio server unavailable (connecting)";
+
+    /// Returns at once and connects in the background. Never throws: until a server answers
+    /// it lists nothing, says why in `unavailableReason`, and keeps trying.
     PulseAudioDeviceLayer();
     ~PulseAudioDeviceLayer() override;
     PulseAudioDeviceLayer(const PulseAudioDeviceLayer&) = delete;
@@ -48,13 +50,13 @@ public:
     std::vector<AudioSampleRateRange> availableSampleRates(const std::string& id) override;
     /// Always true: changes are delivered now, or once the server is reached again.
     bool setChangeListener(std::function<void()> listener) override;
+    bool mayWaitForServer() const override { return true; }
 
     /// Why the server cannot be reached ("Audio server unavailable (…)"); absent while
     /// connected.
     std::optional<std::string> unavailableReason() const;
-    /// Without a connection, tries once now (at most `quickAttempt`; not at all while the
-    /// background attempt is under way, which reports through the listener); then as
-    /// `unavailableReason`.
+    /// Without a connection, waits for an attempt under way, then tries once (at most
+    /// `quickAttempt`); then as `unavailableReason`. Never on the main thread.
     std::optional<std::string> connectNow();
     static constexpr std::chrono::milliseconds quickAttempt{1000};
 

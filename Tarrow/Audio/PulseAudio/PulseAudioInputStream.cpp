@@ -1,5 +1,6 @@
 #include "Audio/PulseAudio/PulseAudioInputStream.h"
 
+#include "Audio/Capture/RecordedFragment.h"
 #include "Audio/Devices/AudioInputDeviceConfigurator.h"
 
 #include <algorithm>
@@ -107,27 +108,12 @@ void PulseAudioInputStream::stop() {
 void PulseAudioInputStream::readable(pa_stream* stream, std::size_t, void* userdata) {
     auto* self = static_cast<PulseAudioInputStream*>(userdata);
     const auto channels = static_cast<std::uint32_t>(self->format_.channelCount);
-    const std::size_t frameBytes = channels * sizeof(float);
     while (pa_stream_readable_size(stream) > 0) {
         const void* data = nullptr;
         std::size_t bytes = 0;
         if (pa_stream_peek(stream, &data, &bytes) < 0 || bytes == 0)
             return;
-        if (data) {
-            const AudioBuffer buffer{channels, static_cast<const float*>(data)};
-            self->receiver_(AudioBufferListView(&buffer, 1),
-                            static_cast<std::uint32_t>(bytes / frameBytes));
-        } else {
-            // A hole: the server had nothing for this stretch. It is heard as silence, so the
-            // recording and the analysis keep time with the room.
-            const AudioBuffer silence{channels, self->silence_.data()};
-            for (std::size_t frames = bytes / frameBytes; frames > 0;) {
-                const auto n =
-                    static_cast<std::uint32_t>(std::min<std::size_t>(frames, fragmentFrames));
-                self->receiver_(AudioBufferListView(&silence, 1), n);
-                frames -= n;
-            }
-        }
+        deliverRecordedFragment(data, bytes, channels, self->silence_, self->receiver_);
         pa_stream_drop(stream);
     }
 }

@@ -23,51 +23,66 @@ void AudioRecordingController::start(int sampleRate, int channels,
                                      std::optional<std::filesystem::path> directory) {
     if (isRecording_)
         return;
-    auto couldNotStart = [this](const QString& reason) {
-        setErrorMessage(QString::fromUtf8(couldNotStartPrefix) + reason);
-    };
     if (sampleRate < 1 || channels < 1 || channels > WAVRecordingFile::maximumChannels ||
         static_cast<std::int64_t>(sampleRate) * channels >
             WAVRecordingFile::maximumRateTimesChannels) {
-        couldNotStart(QString::fromUtf8(description(RecordingError::invalidFormat)));
+        setErrorMessage(QString::fromUtf8(couldNotStartPrefix) +
+                        QString::fromUtf8(description(RecordingError::invalidFormat)));
         return;
     }
     const std::filesystem::path folder = directory.value_or(defaultDirectory());
-    std::error_code error;
-    std::filesystem::create_directories(folder, error);
-    if (error) {
-        couldNotStart(QString::fromStdString(error.message()));
-        return;
-    }
 
+    // The writer thread creates the folder and opens the first part; the tile shows the
+    // recording from the click on, and learns the outcome when the disk has answered.
     const QUuid session = QUuid::createUuid();
     QPointer<AudioRecordingController> self(this);
-    auto failure = [self, session](const std::string& text) {
-        const QString description = QString::fromStdString(text);
-        // Writer thread: hop to the controller's thread; dropped if it is gone.
+    auto toMainThread = [self](auto report) {
         QMetaObject::invokeMethod(
             self.data(),
-            [self, session, description] {
+            [self, report = std::move(report)] {
                 if (self)
-                    self->writerFailed(session, description);
+                    report(*self);
             },
             Qt::QueuedConnection);
     };
-    std::filesystem::path first;
-    try {
-        first = writer().start(sampleRate, channels, folder, std::move(failure));
-        samplesPerSecond_ = sampleRate * channels;
-    } catch (const RecordingFileError& e) {
-        couldNotStart(QString::fromUtf8(e.what()));
-        return;
-    }
+    auto failure = [toMainThread, session](const std::string& text) {
+        toMainThread([session, description = QString::fromStdString(text)](
+                         AudioRecordingController& c) { c.writerFailed(session, description); });
+    };
+    auto started = [toMainThread, session](const AudioRecordingWriter::Started& outcome) {
+        toMainThread(
+            [session, outcome](AudioRecordingController& c) { c.writerStarted(session, outcome); });
+    };
+    writer().start(sampleRate, channels, folder, std::move(failure), std::move(started));
+    samplesPerSecond_ = sampleRate * channels;
     session_ = session;
     stoppedSession_ = QUuid();
     setErrorMessage(std::nullopt);
     setMessage(std::nullopt);
-    setFirstFile(first);
+    setFirstFile(std::nullopt);
     setStartedAt(QDateTime::currentDateTime());
     setRecording(true);
+}
+
+void AudioRecordingController::writerStarted(const QUuid& session,
+                                             const AudioRecordingWriter::Started& outcome) {
+    const bool current = session == session_ && isRecording_;
+    if (!current && session != stoppedSession_)
+        return;
+    if (!outcome.error) {
+        setFirstFile(outcome.firstFile);
+        return;
+    }
+    const QString reason =
+        QString::fromUtf8(couldNotStartPrefix) + QString::fromStdString(*outcome.error);
+    if (current) {
+        session_ = QUuid::createUuid();
+        setStartedAt(std::nullopt);
+        setRecording(false);
+    } else {
+        setMessage(std::nullopt); // stopped before the disk answered: nothing was saved
+    }
+    setErrorMessage(reason);
 }
 
 void AudioRecordingController::finishForQuit() {

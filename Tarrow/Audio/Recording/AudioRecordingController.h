@@ -38,8 +38,9 @@ public:
                                       QObject* parent = nullptr);
     ~AudioRecordingController() override;
 
-    /// Starts a recording into `directory` (the Downloads folder when absent). Failures end in
-    /// `errorMessage` as "Could not start recording: " + the reason.
+    /// Starts a recording into `directory` (the Downloads folder when absent) without waiting
+    /// for the disk: `firstFile` follows once the part is open. Failures end the recording
+    /// with `errorMessage` "Could not start recording: " + the reason.
     void start(int sampleRate, int channels,
                std::optional<std::filesystem::path> directory = std::nullopt);
     /// Ends the recording; `message` becomes `reason`, or "Recording saved in Downloads.".
@@ -86,6 +87,7 @@ signals:
 
 private:
     void writerFailed(const QUuid& session, const QString& description);
+    void writerStarted(const QUuid& session, const AudioRecordingWriter::Started& outcome);
     void setRecording(bool recording);
     void setStartedAt(std::optional<QDateTime> startedAt);
     void setFirstFile(std::optional<std::filesystem::path> file);

@@ -67,8 +67,14 @@ void AudioRecordingWriter::run() {
         std::deque<std::function<void()>> tasks = std::move(tasks_);
         tasks_.clear();
         const bool stopping = stopping_;
+        // With no start or stop queued the ring holds only the open part's audio: a start
+        // queues its task before it accepts audio. Otherwise the tasks say where parts end.
+        std::optional<std::uint64_t> end;
+        if (tasks.empty())
+            end = ringHead_.load(std::memory_order_acquire);
         lock.unlock();
-        drain();
+        if (end)
+            drain(*end, overloaded_.load(std::memory_order_relaxed));
         for (std::function<void()>& task : tasks)
             task();
         tasks.clear(); // release captures outside the lock
@@ -100,42 +106,60 @@ void AudioRecordingWriter::sync(const std::function<void()>& task) {
     doneSignal.wait(lock, [&] { return done; });
 }
 
-std::filesystem::path AudioRecordingWriter::start(int sampleRate, int channels,
-                                                  const std::filesystem::path& directory,
-                                                  FailureHandler failure) {
-    std::filesystem::path first;
-    std::optional<RecordingFileError> error;
-    sync([&] {
+std::uint64_t AudioRecordingWriter::settledHead() const {
+    // A copy under way takes a few microseconds; none starts while nothing is accepted.
+    while (producing_.load(std::memory_order_seq_cst))
+        std::this_thread::yield();
+    return ringHead_.load(std::memory_order_acquire);
+}
+
+void AudioRecordingWriter::start(int sampleRate, int channels,
+                                 const std::filesystem::path& directory, FailureHandler failure,
+                                 StartedHandler started) {
+    accepting_.store(0, std::memory_order_seq_cst);
+    const std::uint64_t from = settledHead();
+    overloaded_.store(false, std::memory_order_relaxed);
+    if (!ring_)
+        ring_.reset(new float[ringSamples]);
+    const std::uint64_t number = ++lastRecording_;
+    async([this, from, number, sampleRate, channels, directory, failure = std::move(failure),
+           started = std::move(started)]() mutable {
         closePartIgnoringErrors();
-        // A copy the audio thread began before the last stop must not spill into this
-        // recording: wait it out, then forget whatever is left in the ring.
-        while (producing_.load(std::memory_order_seq_cst))
-            std::this_thread::yield();
-        ringTail_.store(ringHead_.load(std::memory_order_acquire), std::memory_order_release);
-        overloaded_.store(false, std::memory_order_relaxed);
+        ringTail_.store(from, std::memory_order_release);
         giveUpAt_ = INT64_MAX;
         droppedSamples_ = 0;
-        if (!ring_)
-            ring_.reset(new float[ringSamples]);
         firstError_.reset();
         failure_ = std::move(failure);
+        recording_ = number;
         directory_ = directory;
         sampleRate_ = sampleRate;
         channels_ = channels;
         segmentFrames_ = segmentFramesFor(segmentSeconds_, sampleRate, channels);
-        WAVRecordingFile::recoverInterrupted(directory);
-        try {
-            openNextPart();
-            first = file_->url();
-        } catch (const RecordingFileError& e) {
-            error = e;
-            return;
+        Started outcome;
+        std::error_code folderError;
+        std::filesystem::create_directories(directory, folderError);
+        if (folderError) {
+            outcome.error = folderError.message();
+        } else {
+            WAVRecordingFile::recoverInterrupted(directory);
+            try {
+                openNextPart();
+                outcome.firstFile = file_->url();
+            } catch (const RecordingFileError& e) {
+                outcome.error = e.what();
+            }
         }
-        accepting_.store(true, std::memory_order_seq_cst);
+        if (outcome.error) {
+            // Told through `started`, not as a failure; what was captured meanwhile goes.
+            std::uint64_t mine = number;
+            accepting_.compare_exchange_strong(mine, 0, std::memory_order_seq_cst);
+            firstError_ = outcome.error;
+        }
+        if (started)
+            started(outcome);
     });
-    if (error)
-        throw *error;
-    return first;
+    // Queued first: until the task runs, the ring's new audio is not drained into an old part.
+    accepting_.store(number, std::memory_order_seq_cst);
 }
 
 void AudioRecordingWriter::openNextPart() {
@@ -172,7 +196,7 @@ void AudioRecordingWriter::capture(AudioBufferListView list, std::uint32_t frame
                                    std::uint32_t channels) {
     producing_.store(true, std::memory_order_seq_cst);
     const std::uint64_t n = std::uint64_t{frames} * channels;
-    if (n == 0 || !accepting_.load(std::memory_order_seq_cst) ||
+    if (n == 0 || accepting_.load(std::memory_order_seq_cst) == 0 ||
         overloaded_.load(std::memory_order_relaxed)) {
         producing_.store(false, std::memory_order_release);
         return;
@@ -212,14 +236,13 @@ void AudioRecordingWriter::capture(AudioBufferListView list, std::uint32_t frame
     producing_.store(false, std::memory_order_release);
 }
 
-void AudioRecordingWriter::drain() {
+void AudioRecordingWriter::drain(std::uint64_t end, bool overloaded) {
     const std::uint64_t tail = ringTail_.load(std::memory_order_relaxed);
-    if (tail == ringHead_.load(std::memory_order_acquire) &&
-        !overloaded_.load(std::memory_order_relaxed))
+    if (end <= tail && !overloaded)
         return;
     if (beforeAppend_ && !firstError_)
         beforeAppend_();
-    const std::uint64_t head = ringHead_.load(std::memory_order_acquire);
+    const std::uint64_t head = end;
     constexpr std::uint64_t mask = ringSamples - 1;
     for (std::uint64_t from = tail; from < head;) {
         if (std::chrono::steady_clock::now().time_since_epoch().count() >= giveUpAt_.load()) {
@@ -245,7 +268,7 @@ void AudioRecordingWriter::drain() {
         from += count;
         ringTail_.store(from, std::memory_order_release);
     }
-    if (overloaded_.load(std::memory_order_relaxed) && !firstError_)
+    if (overloaded && !firstError_)
         fail(std::string(description(RecordingError::writerOverloaded)));
 }
 
@@ -271,7 +294,9 @@ void AudioRecordingWriter::append(std::span<const float> interleaved) {
 void AudioRecordingWriter::fail(const std::string& message) {
     if (firstError_)
         return;
-    accepting_.store(false, std::memory_order_seq_cst);
+    // Only this recording stops accepting: the next one may have started meanwhile.
+    std::uint64_t mine = recording_;
+    accepting_.compare_exchange_strong(mine, 0, std::memory_order_seq_cst);
     closePartIgnoringErrors();
     firstError_ = message;
     if (failure_)
@@ -279,9 +304,11 @@ void AudioRecordingWriter::fail(const std::string& message) {
 }
 
 void AudioRecordingWriter::stop() {
-    accepting_.store(false, std::memory_order_seq_cst);
-    async([this] {
-        drain();
+    accepting_.store(0, std::memory_order_seq_cst);
+    const std::uint64_t end = settledHead();
+    const bool overloaded = overloaded_.exchange(false, std::memory_order_relaxed);
+    async([this, end, overloaded] {
+        drain(end, overloaded);
         try {
             closePart();
         } catch (const RecordingFileError& e) {
@@ -307,7 +334,8 @@ AudioRecordingWriter::Finish AudioRecordingWriter::finishWithin(std::chrono::mil
 }
 
 void AudioRecordingWriter::waitUntilIdle() {
-    sync([this] { drain(); });
+    const std::uint64_t end = ringHead_.load(std::memory_order_acquire);
+    sync([this, end] { drain(end, overloaded_.load(std::memory_order_relaxed)); });
 }
 
 void AudioRecordingWriter::setBeforeAppendHook(std::function<void()> hook) {

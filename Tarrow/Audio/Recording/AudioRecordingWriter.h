@@ -24,12 +24,21 @@ namespace kelvo {
 /// thread: `capture` copies the buffer into a preallocated single-producer ring, taking no lock
 /// and allocating nothing; the "Kelvo.wav-writer" thread empties the ring every few
 /// milliseconds into hourly `WAVRecordingFile` parts. At most `maximumPendingSamples` may wait
-/// for the disk; beyond that the recording stops and keeps what was written.
+/// for the disk; beyond that the recording stops and keeps what was written. Starting and
+/// stopping never wait for the disk: the parts are opened and closed on the writer thread.
 class AudioRecordingWriter {
 public:
     using Clock = std::function<std::chrono::system_clock::time_point()>;
     /// Told once, on the writer thread, with the text of the error that stopped the recording.
     using FailureHandler = std::function<void(const std::string&)>;
+    /// How a start ended: the first part's location, or why it could not be opened.
+    struct Started {
+        std::filesystem::path firstFile;
+        std::optional<std::string> error;
+        bool operator==(const Started&) const = default;
+    };
+    /// Told once, on the writer thread, when the first part is open or cannot be.
+    using StartedHandler = std::function<void(const Started&)>;
 
     static constexpr std::int64_t maximumPendingSamples = 4000000;
     static constexpr double defaultSegmentSeconds = 3600;
@@ -43,10 +52,11 @@ public:
     AudioRecordingWriter(const AudioRecordingWriter&) = delete;
     AudioRecordingWriter& operator=(const AudioRecordingWriter&) = delete;
 
-    /// Repairs interrupted parts in `directory`, opens the first part and accepts audio.
-    /// Returns the first part's location; throws `RecordingFileError` when it cannot be opened.
-    std::filesystem::path start(int sampleRate, int channels,
-                                const std::filesystem::path& directory, FailureHandler failure);
+    /// Accepts audio from now on; on the writer thread, creates `directory`, repairs
+    /// interrupted parts in it and opens the first part, then tells `started`. Audio captured
+    /// meanwhile waits in the ring; when no part can be opened it is dropped.
+    void start(int sampleRate, int channels, const std::filesystem::path& directory,
+               FailureHandler failure, StartedHandler started = {});
     /// Audio thread: copies the first `channels` channels of the buffer list, interleaved, into
     /// the ring (missing channels as silence). Never blocks, locks or allocates.
     void capture(AudioBufferListView list, std::uint32_t frames, std::uint32_t channels);
@@ -82,7 +92,7 @@ public:
     /// Runs on the writer thread before each write of captured audio (tests hold the disk).
     void setBeforeAppendHook(std::function<void()> hook);
 
-    bool accepting() const { return accepting_.load(std::memory_order_acquire); }
+    bool accepting() const { return accepting_.load(std::memory_order_acquire) != 0; }
     /// Samples captured and not yet written.
     std::int64_t pendingSamples() const;
     /// Writer-thread state, read through the writer thread.
@@ -98,9 +108,12 @@ private:
     static_assert(ringSamples >= std::size_t(maximumPendingSamples));
 
     void run();
-    /// Writer thread: writes what the ring holds (or discards it after a failure); reports an
-    /// overload once the audio before it is on disk.
-    void drain();
+    /// Writer thread: writes what the ring holds before position `end` (or discards it after
+    /// a failure); reports an overload once the audio before it is on disk.
+    void drain(std::uint64_t end, bool overloaded);
+    /// Not on the audio thread: waits out a copy that began while audio was accepted; the ring
+    /// position then ends what was accepted.
+    std::uint64_t settledHead() const;
     void openNextPart();
     void closePart();
     void closePartIgnoringErrors();
@@ -112,13 +125,16 @@ private:
     // stores `ringHead_` with release; the writer loads it with acquire before reading them.
     // The writer stores `ringTail_` with release once the samples are written; the audio thread
     // loads it with acquire before reusing that space. `accepting_` and `producing_` are
-    // sequentially consistent so that a start waits out a copy begun before the last stop: the
-    // audio thread sets `producing_` then reads `accepting_`; a stop clears `accepting_` and the
-    // next start reads `producing_`, so one of them always sees the other.
+    // sequentially consistent so that a stop waits out a copy begun before it: the audio thread
+    // sets `producing_` then reads `accepting_`; a stop clears `accepting_` then reads
+    // `producing_`, so one of them always sees the other. Each recording owns the ring from the
+    // head at its start to the head at its stop; those positions travel with the writer tasks.
     std::unique_ptr<float[]> ring_;
     std::atomic<std::uint64_t> ringHead_{0};
     std::atomic<std::uint64_t> ringTail_{0};
-    std::atomic<bool> accepting_{false};
+    // The accepting recording's number; 0 while none accepts.
+    std::atomic<std::uint64_t> accepting_{0};
+    std::uint64_t lastRecording_ = 0; // the caller's thread
     std::atomic<bool> producing_{false};
     // Set by the audio thread when a buffer did not fit; the writer thread reports it.
     std::atomic<bool> overloaded_{false};
@@ -127,6 +143,7 @@ private:
     std::atomic<std::int64_t> droppedSamples_{0};
 
     // Writer thread only.
+    std::uint64_t recording_ = 0;
     std::unique_ptr<WAVRecordingFile> file_;
     std::filesystem::path directory_;
     int sampleRate_ = 0;

@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <thread>
-
 namespace kelvo {
 namespace {
 
@@ -29,33 +27,6 @@ TEST(HopRing, AnOverflowDropsWhatIsQueuedRatherThanFeedStaleAudio) {
     EXPECT_EQ(taken[2].levels.low, 2.0);
     EXPECT_DOUBLE_EQ(taken[2].dt, 512.0 / 48000);
     EXPECT_EQ(taken[2].sampleRate, 48000);
-}
-
-TEST(HopRing, HopsCrossThreadsWholeAndInOrder) {
-    HopRing ring(48000, 512);
-    constexpr int total = 20000;
-    std::thread producer([&] {
-        for (int n = 0; n < total; ++n)
-            pushNumbered(ring, n);
-    });
-    std::size_t dropped = 0;
-    int last = -1, seen = 0;
-    std::vector<MicHop> taken;
-    while (last < total - 1 && seen + int(dropped) < total) {
-        taken.clear();
-        dropped += ring.takeInto(taken);
-        for (const MicHop& hop : taken) {
-            ASSERT_GT(hop.levels.low, last);
-            ASSERT_EQ(hop.samples.front(), hop.levels.low);
-            ASSERT_EQ(hop.samples.back(), hop.levels.low);
-            last = int(hop.levels.low);
-            ++seen;
-        }
-    }
-    producer.join();
-    taken.clear();
-    dropped += ring.takeInto(taken);
-    EXPECT_EQ(seen + int(taken.size()) + int(dropped), total);
 }
 
 } // namespace

@@ -22,19 +22,16 @@ protected:
     std::vector<std::pair<std::optional<std::string>, std::optional<int>>> restarts;
 };
 
-TEST_F(SelectionModelTest, TheMixerIsChosenWithTwoChannels) {
+TEST_F(SelectionModelTest, TheMixerIsChosenWithTwoChannelsAndOnlyAChangeRestartsCapture) {
     model.handleAudioDevicesChanged({mic, codec, djm});
-    EXPECT_EQ(model.activeAudioDeviceUID(), "djm");
-    EXPECT_EQ(model.audioInputKind(), AudioInputSourceKind::usb);
     EXPECT_EQ(model.audioInputDisplayName(), "DJM-A9");
-    EXPECT_EQ(model.captureChannelCount(), 2);
     ASSERT_EQ(restarts.size(), 1u);
     EXPECT_EQ(restarts[0], (std::pair<std::optional<std::string>, std::optional<int>>{"djm", 2}));
+    model.handleAudioDevicesChanged({mic, codec, djm, {"line", "Line In", false, false}});
+    EXPECT_EQ(restarts.size(), 1u) << "the choice did not change";
 
     // Nothing listed: the system default input.
     model.handleAudioDevicesChanged({});
-    EXPECT_EQ(model.activeAudioDeviceUID(), std::nullopt);
-    EXPECT_EQ(model.audioInputDisplayName(), "Microphone");
     EXPECT_EQ(restarts.back().first, std::nullopt);
 }
 
@@ -80,13 +77,6 @@ TEST_F(SelectionModelTest, AManualChoiceSurvivesUntilItsDeviceGoes) {
     model.handleAudioDevicesChanged({codec, djm});
     EXPECT_EQ(model.selectedAudioDeviceUID(), std::nullopt);
     EXPECT_EQ(model.activeAudioDeviceUID(), "djm");
-}
-
-TEST_F(SelectionModelTest, NoRestartWithoutAChange) {
-    model.handleAudioDevicesChanged({mic});
-    const auto callsBefore = restarts.size();
-    model.handleAudioDevicesChanged({mic, {"line", "Line In", false, false}});
-    EXPECT_EQ(restarts.size(), callsBefore) << "the choice did not change";
 }
 
 } // namespace

@@ -73,13 +73,6 @@ TEST(AudioInputSelectionResolve, PrefersTheMixerThenTheMicrophoneWhenAsked) {
     EXPECT_EQ(AudioInputSelection::preferredUSBDevice(twoUSB)->uid, "codec");
 }
 
-TEST(AudioOutputClockPolicy, OnlyOutputClockedTransportsAndDisplaysFollow) {
-    EXPECT_TRUE(AudioOutputClockPolicy::followsOutputClock(T::builtIn, "Microphone"));
-    EXPECT_TRUE(AudioOutputClockPolicy::followsOutputClock(T::displayPort, "Monitor"));
-    EXPECT_FALSE(AudioOutputClockPolicy::followsOutputClock(T::other, "Line In"));
-    EXPECT_TRUE(AudioOutputClockPolicy::followsOutputClock(T::other, "PRO DISPLAY XDR"));
-}
-
 TEST(AudioInputDeviceErrorTexts, RoundTheRatesAndNameTheUnit) {
     const AudioInputDeviceError mismatch{
         AudioInputDeviceError::InputClockMismatch{44099.6, 47999.5}};

@@ -6,7 +6,7 @@
 
 namespace kelvo::test {
 
-/// A device layer held in memory; rates settle after `settleReads` reads when asked to.
+/// A device layer held in memory.
 class FakeAudioDeviceLayer : public AudioDeviceLayer {
 public:
     std::vector<AudioDeviceRecord> records;
@@ -14,12 +14,10 @@ public:
     std::optional<std::string> defaultOutput;
     std::map<std::string, double> rates;
     std::map<std::string, std::vector<AudioSampleRateRange>> ranges;
-    std::map<std::string, double> pendingRates;
     int setRateStatus = 0;
     bool rateNeverSettles = false;
     std::vector<std::pair<std::string, double>> rateWrites;
     std::function<void()> listener;
-    bool canListen = true;
 
     void addInput(const std::string& uid, const std::string& name, AudioClockTransport transport,
                   int channels = 2, double rate = 48000) {
@@ -37,9 +35,7 @@ public:
     std::optional<std::string> defaultOutputDevice() override { return defaultOutput; }
     std::optional<double> nominalSampleRate(const std::string& id) override {
         const auto it = rates.find(id);
-        if (it == rates.end())
-            return std::nullopt;
-        return it->second;
+        return it == rates.end() ? std::nullopt : std::optional(it->second);
     }
     int setNominalSampleRate(const std::string& id, double hz) override {
         rateWrites.emplace_back(id, hz);
@@ -52,7 +48,7 @@ public:
     }
     bool setChangeListener(std::function<void()> l) override {
         listener = std::move(l);
-        return canListen;
+        return true;
     }
 };
 

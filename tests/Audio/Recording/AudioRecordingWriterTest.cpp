@@ -6,10 +6,13 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <ctime>
 #include <future>
 #include <mutex>
-#include <thread>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 namespace kelvo {
 namespace {
@@ -17,80 +20,91 @@ namespace {
 using test::readBytes;
 using test::TemporaryDirectory;
 using test::u32At;
+using Failures = std::vector<std::string>; // read once the writer is idle
 
-std::chrono::system_clock::time_point localTime(int y, int mo, int d, int h, int mi, int s,
-                                                int micros) {
-    std::tm t{};
-    t.tm_year = y - 1900;
-    t.tm_mon = mo - 1;
-    t.tm_mday = d;
-    t.tm_hour = h;
-    t.tm_min = mi;
-    t.tm_sec = s;
-    t.tm_isdst = -1;
-    return std::chrono::system_clock::from_time_t(std::mktime(&t)) +
-           std::chrono::microseconds(micros);
+AudioRecordingWriter::Started startAndWait(AudioRecordingWriter& writer, int channels,
+                                           const std::filesystem::path& dir,
+                                           Failures* failures = nullptr) {
+    std::promise<AudioRecordingWriter::Started> opened;
+    writer.start(
+        48000, channels, dir,
+        [failures](const std::string& m) {
+            if (failures)
+                failures->push_back(m);
+        },
+        [&](const AudioRecordingWriter::Started& s) { opened.set_value(s); });
+    return opened.get_future().get();
 }
 
-struct Failures {
-    std::mutex mutex;
-    std::vector<std::string> messages;
-    AudioRecordingWriter::FailureHandler handler() {
-        return [this](const std::string& m) {
-            std::lock_guard lock(mutex);
-            messages.push_back(m);
-        };
-    }
-    std::vector<std::string> snapshot() {
-        std::lock_guard lock(mutex);
-        return messages;
-    }
-};
-
-void captureMono(AudioRecordingWriter& writer, const std::vector<float>& samples) {
-    const AudioBuffer buffer{1, samples.data()};
-    writer.capture({&buffer, 1}, static_cast<std::uint32_t>(samples.size()), 1);
+void capture(AudioRecordingWriter& writer, const std::vector<float>& samples,
+             std::uint32_t channels) {
+    const AudioBuffer buffer{channels, samples.data()};
+    writer.capture({&buffer, 1}, static_cast<std::uint32_t>(samples.size() / channels), channels);
 }
 
-TEST(AudioRecordingWriter, IgnoresAudioUntilStarted) {
-    AudioRecordingWriter writer;
-    captureMono(writer, std::vector<float>(512, 0.5f));
-    EXPECT_EQ(writer.pendingSamples(), 0);
-    EXPECT_FALSE(writer.accepting());
+std::filesystem::path onlyFileIn(const TemporaryDirectory& dir) {
+    return std::filesystem::directory_iterator(dir.path())->path();
 }
 
-TEST(AudioRecordingWriter, CutsPartsAtExactlySegmentFramesAndNamesTheSecondWithMicroseconds) {
+TEST(AudioRecordingWriter, RepairsOldPartsThenCutsAtSegmentFramesNamingTheSecondWithMicros) {
     TemporaryDirectory dir;
-    const auto t = localTime(2026, 11, 14, 21, 30, 5, 42);
-    AudioRecordingWriter writer(1.0, [t] { return t; });
+    const auto interrupted = dir / "2026-01-01_00-00-00.wav";
+    const auto header = WAVRecordingFile::header(0, 48000, 1);
+    std::vector<std::uint8_t> stale(header.begin(), header.end());
+    stale.resize(44 + 9, 1);
+    test::writeBytes(interrupted, stale);
+    test::writeText(WAVRecordingFile::recoveryURLFor(interrupted),
+                    WAVRecoveryMetadata{"2026-01-01_00-00-00.wav", 48000, 1}.encode());
+    std::tm t{};
+    t.tm_year = 126, t.tm_mon = 10, t.tm_mday = 14, t.tm_hour = 21, t.tm_min = 30, t.tm_sec = 5;
+    t.tm_isdst = -1;
+    const auto at =
+        std::chrono::system_clock::from_time_t(std::mktime(&t)) + std::chrono::microseconds(42);
+    AudioRecordingWriter writer(1.0, [at] { return at; });
     Failures failures;
-    const auto first = writer.start(48000, 1, dir.path(), failures.handler());
-    EXPECT_EQ(first, dir / "2026-11-14_21-30-05.wav");
-    EXPECT_EQ(writer.segmentFrames(), 48000);
+    EXPECT_EQ(startAndWait(writer, 1, dir.path(), &failures).firstFile,
+              dir / "2026-11-14_21-30-05.wav");
+    EXPECT_FALSE(std::filesystem::exists(WAVRecordingFile::recoveryURLFor(interrupted)));
+    EXPECT_EQ(u32At(readBytes(interrupted), 40), 9u);
 
     std::vector<float> samples(50000);
     for (std::size_t i = 0; i < samples.size(); ++i)
         samples[i] = static_cast<float>(i % 100) / 100.0f;
-    captureMono(writer, samples);
+    capture(writer, samples, 1);
     writer.stop();
     writer.waitUntilIdle();
-
     const auto a = readBytes(dir / "2026-11-14_21-30-05.wav");
     const auto b = readBytes(dir / "2026-11-14_21-30-05.000042.wav");
     EXPECT_EQ(u32At(a, 40), 48000u * 3);
     EXPECT_EQ(u32At(b, 40), 2000u * 3);
     // The second part continues the signal exactly where the first stopped.
-    const std::int32_t expected = WAVRecordingFile::sampleCode(samples[48000]);
-    EXPECT_EQ(b[44] | b[45] << 8 | b[46] << 16, expected & 0xFFFFFF);
-    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir.path()), {}), 2)
+    EXPECT_EQ(b[44] | b[45] << 8 | b[46] << 16,
+              WAVRecordingFile::sampleCode(samples[48000]) & 0xFFFFFF);
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir.path()), {}), 3)
         << "side files must be gone after stop";
-    EXPECT_TRUE(failures.snapshot().empty());
-    EXPECT_EQ(writer.pendingSamples(), 0);
+    EXPECT_TRUE(failures.empty());
+}
+
+TEST(AudioRecordingWriter, StartsWithoutWaitingForTheDiskAndKeepsWhatComesMeanwhile) {
+    TemporaryDirectory dir;
+    AudioRecordingWriter writer;
+    std::promise<void> diskAnswers;
+    writer.async([gate = diskAnswers.get_future().share()] { gate.wait(); }); // busy
+    std::promise<AudioRecordingWriter::Started> opened;
+    writer.start(48000, 1, dir / "new", {},
+                 [&](const AudioRecordingWriter::Started& s) { opened.set_value(s); });
+    EXPECT_TRUE(writer.accepting());
+    capture(writer, std::vector<float>(300, 0.5f), 1); // before the part exists
+    diskAnswers.set_value();
+    const auto started = opened.get_future().get();
+    capture(writer, std::vector<float>(200, 0.5f), 1);
+    writer.stop();
+    writer.waitUntilIdle();
+    EXPECT_EQ(u32At(readBytes(started.firstFile), 40), 500u * 3);
 }
 
 TEST(AudioRecordingWriter, PartsAreAnHourUnlessThatOutgrowsAWavFile) {
     EXPECT_EQ(AudioRecordingWriter::segmentFramesFor(3600, 48000, 2), 172800000);
-    EXPECT_EQ(AudioRecordingWriter::segmentFramesFor(3600, 44100, 1), 158760000);
     // 16 channels: an hour would be 8.3 GB; a part stops just short of 4 GiB.
     EXPECT_EQ(AudioRecordingWriter::segmentFramesFor(3600, 48000, 16), 4294967258 / 48);
     EXPECT_EQ(AudioRecordingWriter::segmentFramesFor(0.00001, 8000, 1), 1);
@@ -99,45 +113,26 @@ TEST(AudioRecordingWriter, PartsAreAnHourUnlessThatOutgrowsAWavFile) {
 TEST(AudioRecordingWriter, RecordsTheLeadingChannelsOfANonInterleavedList) {
     TemporaryDirectory dir;
     AudioRecordingWriter writer;
-    writer.start(48000, 2, dir.path(), {});
-    const std::vector<float> left = {0.5f, 0.5f}, skipped = {9, 9}, right = {-0.5f, -0.5f},
-                             third = {0.25f, 0.25f};
+    startAndWait(writer, 2, dir.path());
+    const std::vector<float> left = {0.5f, 0.5f}, right = {-0.5f, -0.5f}, third = {0.25f, 0.25f};
     const AudioBuffer list[] = {
         {1, left.data()}, {1, nullptr}, {1, right.data()}, {1, third.data()}};
     writer.capture(list, 2, 2);
     writer.stop();
     writer.waitUntilIdle();
-    const auto parts = std::filesystem::directory_iterator(dir.path());
-    const auto b = readBytes(parts->path());
+    const auto b = readBytes(onlyFileIn(dir));
     ASSERT_EQ(b.size(), 44u + 12u);
     EXPECT_EQ(std::vector<std::uint8_t>(b.begin() + 44, b.begin() + 50),
               (std::vector<std::uint8_t>{0x00, 0x00, 0x40, 0x00, 0x00, 0xC0}));
 }
 
-TEST(AudioRecordingWriter, OnlyTheFirstFailureCounts) {
+TEST(AudioRecordingWriter, StopsOnceWithTheOverloadTextWhenTheDiskFallsBehind) {
     TemporaryDirectory dir;
     AudioRecordingWriter writer;
     Failures failures;
-    writer.start(48000, 1, dir.path(), failures.handler());
-    writer.sync([&] {
-        writer.fail("first");
-        writer.fail("second");
-    });
-    EXPECT_EQ(failures.snapshot(), std::vector<std::string>{"first"});
-    EXPECT_EQ(writer.firstError(), "first");
-    EXPECT_FALSE(writer.accepting());
-    captureMono(writer, std::vector<float>(10, 0.1f));
-    EXPECT_EQ(writer.pendingSamples(), 0);
-}
-
-TEST(AudioRecordingWriter, StopsWithTheOverloadTextWhenTheDiskFallsBehind) {
-    TemporaryDirectory dir;
-    AudioRecordingWriter writer;
-    Failures failures;
-    writer.start(48000, 2, dir.path(), failures.handler());
-    std::vector<float> stereo(2 * 4800, 0.25f); // 0.1 s of audio
-    const AudioBuffer buffer{2, stereo.data()};
-    writer.capture({&buffer, 1}, 4800, 2);
+    startAndWait(writer, 2, dir.path(), &failures);
+    const std::vector<float> stereo(2 * 4800, 0.25f); // 0.1 s of audio
+    capture(writer, stereo, 2);
     writer.waitUntilIdle(); // the first 0.1 s reaches the disk
 
     std::mutex disk;
@@ -145,33 +140,56 @@ TEST(AudioRecordingWriter, StopsWithTheOverloadTextWhenTheDiskFallsBehind) {
     writer.setBeforeAppendHook([&] { std::lock_guard wait(disk); });
     // 4,000,000 samples is 41.67 s of 48 kHz stereo: 416 buffers fit, the 417th does not.
     for (int i = 0; i < 417; ++i)
-        writer.capture({&buffer, 1}, 4800, 2);
+        capture(writer, stereo, 2);
     EXPECT_EQ(writer.pendingSamples(), 416 * 9600);
     held.unlock();
     writer.waitUntilIdle();
+    writer.sync([&] { writer.fail("later"); });
+    capture(writer, stereo, 2);
 
-    EXPECT_EQ(failures.snapshot(),
-              std::vector<std::string>{std::string(description(RecordingError::writerOverloaded))});
+    EXPECT_EQ(failures, Failures{std::string(description(RecordingError::writerOverloaded))});
     EXPECT_EQ(writer.pendingSamples(), 0);
     // Everything queued before the overload was written, and the header says so.
-    const auto b = readBytes(std::filesystem::directory_iterator(dir.path())->path());
+    const auto b = readBytes(onlyFileIn(dir));
     EXPECT_EQ(u32At(b, 40), 417u * 4800 * 6);
     EXPECT_EQ(b.size(), 44u + 417u * 4800 * 6);
+}
+
+TEST(AudioRecordingWriter, AFileSizeLimitEndsTheRecordingWithItsTextNotTheProcess) {
+    TemporaryDirectory dir;
+    const pid_t child = ::fork();
+    if (child == 0) {
+        const rlimit limit{200000, 200000};
+        ::setrlimit(RLIMIT_FSIZE, &limit);
+        AudioRecordingWriter writer;
+        Failures failures;
+        startAndWait(writer, 2, dir.path(), &failures);
+        for (int i = 0; i < 10; ++i) {
+            capture(writer, std::vector<float>(2 * 4800, 0.25f), 2);
+            writer.waitUntilIdle();
+        }
+        ::_exit(failures == Failures{std::strerror(EFBIG)} ? 0 : 1);
+    }
+    int status = 0;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+    // Closed on failure: the header counts whole frames, those written before the refusal.
+    const auto b = readBytes(onlyFileIn(dir));
+    EXPECT_GT(u32At(b, 40), 100000u);
+    EXPECT_LE(u32At(b, 40) + 44, b.size());
+    EXPECT_EQ(u32At(b, 40) % 6, 0u);
 }
 
 /// Four seconds of stereo queued behind a disk that holds the first write until released.
 struct QueuedBehindAStalledDisk {
     QueuedBehindAStalledDisk() {
-        writer.start(48000, 2, dir.path(), failures.handler());
+        startAndWait(writer, 2, dir.path());
         writer.setBeforeAppendHook([gate = released.get_future().share()] { gate.wait(); });
-        const AudioBuffer buffer{2, stereo.data()};
         for (int i = 0; i < 40; ++i)
-            writer.capture({&buffer, 1}, 4800, 2);
+            capture(writer, std::vector<float>(2 * 4800, 0.25f), 2);
     }
     TemporaryDirectory dir;
     std::promise<void> released; // the disk answers
-    Failures failures;
-    std::vector<float> stereo = std::vector<float>(2 * 4800, 0.25f);
     AudioRecordingWriter writer;
 };
 
@@ -185,11 +203,11 @@ TEST(AudioRecordingWriter, AtQuitWhatTheDiskDidNotTakeInTimeIsDroppedCountedAndT
         queued.writer.finishWithin(std::chrono::milliseconds(0), std::chrono::seconds(30));
     release.wait();
     EXPECT_TRUE(finish.closed);
-    EXPECT_GT(finish.droppedSamples, 0);
-    const auto b = readBytes(std::filesystem::directory_iterator(queued.dir.path())->path());
-    const std::int64_t writtenSamples = (std::int64_t(b.size()) - 44) / 3;
+    const auto b = readBytes(onlyFileIn(queued.dir));
     EXPECT_EQ(u32At(b, 40), b.size() - 44) << "the header tells what was written";
-    EXPECT_EQ(writtenSamples + finish.droppedSamples, 40 * 9600) << "nothing unaccounted for";
+    EXPECT_GT(finish.droppedSamples, 0);
+    EXPECT_EQ((std::int64_t(b.size()) - 44) / 3 + finish.droppedSamples, 40 * 9600)
+        << "nothing unaccounted for";
 }
 
 TEST(AudioRecordingWriter, AtQuitADiskThatNeverAnswersIsNotWaitedForBeyondTheLimit) {

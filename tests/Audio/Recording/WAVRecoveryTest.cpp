@@ -101,9 +101,5 @@ TEST(WAVRecovery, LeavesEverythingElseAlone) {
     EXPECT_FALSE(std::filesystem::exists(dir / ".2026-01-01_00-00-03.wav.recovery.json"));
 }
 
-TEST(WAVRecovery, MissingFolderIsNotAnError) {
-    EXPECT_NO_THROW(WAVRecordingFile::recoverInterrupted("/nonexistent/kelvo/folder"));
-}
-
 } // namespace
 } // namespace kelvo
