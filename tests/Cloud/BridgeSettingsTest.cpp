@@ -68,18 +68,12 @@ TEST_F(BridgeSettingsTest, HandWrittenValuesReadAsTheyAreMeant) {
         return std::make_unique<BridgeSettings>(
             std::make_unique<QSettings>(name, QSettings::IniFormat), production);
     };
-    for (const auto& [text, meaning] : std::vector<std::pair<const char*, bool>>{{"maybe", false},
-                                                                                 {"no", false},
-                                                                                 {"0", false},
-                                                                                 {"", false},
-                                                                                 {"-00", false},
-                                                                                 {"Yes", true},
-                                                                                 {"TRUE", true},
-                                                                                 {" 1", true},
-                                                                                 {"007", true},
-                                                                                 {"+2", true}})
-        EXPECT_EQ(reread(BridgeSettings::enttecEnabledKey, text)->loadEnttecEnabled(), meaning)
-            << text;
+    const std::pair<bool, std::vector<const char*>> readings[] = {
+        {false, {"maybe", "no", "0", "", "-00"}}, {true, {"Yes", "TRUE", " 1", "007", "+2"}}};
+    for (const auto& [meaning, texts] : readings)
+        for (const char* text : texts)
+            EXPECT_EQ(reread(BridgeSettings::enttecEnabledKey, text)->loadEnttecEnabled(), meaning)
+                << text;
     EXPECT_EQ(reread(BridgeSettings::routesKey, QString("[4]"))->loadRoutesJSON(), "[4]")
         << "text is read as well";
 }

@@ -64,12 +64,6 @@ public:
         }
         return false;
     }
-    std::size_t waiting() const {
-        std::size_t count = 0;
-        for (const auto& pending : pending_)
-            count += pending->event.hasFired() ? 0 : 1;
-        return count;
-    }
 
     std::vector<std::chrono::milliseconds> sleeps;
     bool autoAdvance = false;

@@ -67,8 +67,12 @@ TEST_F(OfflineShowCacheFiles, FolderIsCreatedOnDemandAndFollowsXdgDataHome) {
 }
 
 TEST_F(OfflineShowCacheFiles, HarnessSnapshotWorkspaceAndPatchRoundTrip) {
-    cache.saveHarnessJS("var BridgeEngine = {}; // \xc3\xa9", "{\"version\":\"1.2.0\"}");
+    // Running offline needs both the script and the show.
+    EXPECT_FALSE(cache.hasOfflineRuntime());
     cache.saveShowSnapshot("{\"summary\":{\"id\":\"s1\"}}");
+    EXPECT_FALSE(cache.hasOfflineRuntime());
+    cache.saveHarnessJS("var BridgeEngine = {}; // \xc3\xa9", "{\"version\":\"1.2.0\"}");
+    EXPECT_TRUE(cache.hasOfflineRuntime());
     cache.saveWorkspaceUI(sampleWorkspace());
     cache.savePatch(samplePatch("s1"));
     EXPECT_EQ(readAll(base() + "/engine.js"), "var BridgeEngine = {}; // \xc3\xa9");
@@ -105,7 +109,7 @@ TEST_F(OfflineShowCacheFiles, WorkspaceWrittenLaterKeepsTheNewestAndReportsFailu
     EXPECT_TRUE(reason.startsWith("Couldn’t create the cache folder ")) << reason.toStdString();
 }
 
-TEST_F(OfflineShowCacheFiles, WorkspaceFileUsesTheExactKeys) {
+TEST_F(OfflineShowCacheFiles, WorkspaceFileUsesTheExactKeysAndNeedsTheRequiredOnes) {
     cache.saveWorkspaceUI(sampleWorkspace());
     const auto saved = nlohmann::json::parse(readAll(base() + "/workspace_ui.json").toStdString());
     std::vector<std::string> keys;
@@ -117,9 +121,8 @@ TEST_F(OfflineShowCacheFiles, WorkspaceFileUsesTheExactKeys) {
                                               "selectedThemeName", "shows", "themes"}));
     EXPECT_EQ(saved["lightingModes"][0]["orderIndex"], 1);
     EXPECT_EQ(saved["themes"][0]["palette"][0]["b"], 0.5);
-}
 
-TEST_F(OfflineShowCacheFiles, WorkspaceOptionalKeysMayBeMissingRequiredOnesMayNot) {
+    // Optional keys may be missing, required ones may not.
     const QString path = cache.supportDir() + "/workspace_ui.json";
     writeFile(path, R"({"shows":[],"lightingModes":[],"selectedModeId":"blackout","themes":[],
                         "selectedThemeName":"Rave"})");
@@ -135,17 +138,6 @@ TEST_F(OfflineShowCacheFiles, WorkspaceOptionalKeysMayBeMissingRequiredOnesMayNo
         writeFile(path, damaged);
         EXPECT_EQ(cache.loadWorkspaceUI(), std::nullopt) << damaged;
     }
-}
-
-TEST_F(OfflineShowCacheFiles, OfflineRuntimeNeedsBothHarnessAndSnapshot) {
-    EXPECT_FALSE(cache.hasOfflineRuntime());
-    writeFile(cache.supportDir() + "/engine.js", "js");
-    EXPECT_FALSE(cache.hasOfflineRuntime());
-    QFile::remove(base() + "/engine.js");
-    writeFile(base() + "/show_snapshot.json", "{}");
-    EXPECT_FALSE(cache.hasOfflineRuntime());
-    writeFile(base() + "/engine.js", "");
-    EXPECT_TRUE(cache.hasOfflineRuntime()); // an empty script is still a readable file
 }
 
 TEST(OfflineShowCachePatchNames, KeepLettersDigitsAndHyphensOfAnyScript) {

@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <filesystem>
 #include <regex>
 
 namespace kelvo {
@@ -70,6 +71,7 @@ TEST_F(HeadlessPairingTest, PairPrintsTheApprovalPageThenConnectsAndSignOutForge
                           cloud.baseUrl() + "/pair\\?code=[A-Z0-9-]+\n");
     EXPECT_TRUE(std::regex_search(printed, page)) << printed;
     EXPECT_NE(printed.find("· cloud connected"), std::string::npos) << printed;
+    EXPECT_TRUE(std::filesystem::exists(dir / "data/KelvoBridge/engine.js")) << "downloaded";
     EXPECT_FALSE(storedToken(cloud.baseUrl()).empty());
     EXPECT_EQ(printed.find(storedToken(cloud.baseUrl())), std::string::npos)
         << "the token never reaches the output";
