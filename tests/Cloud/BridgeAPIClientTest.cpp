@@ -1,7 +1,6 @@
 #include "Cloud/BridgeAPIClient.h"
 
 #include "Cloud/BridgeAPIError.h"
-#include "Cloud/BridgeServerConfig.h"
 #include "Cloud/FakeURLSession.h"
 #include "support/QtEventLoop.h"
 
@@ -79,7 +78,7 @@ TEST_F(BridgeAPIClientTest, EveryEndpointSendsItsExactRequest) {
     }
 }
 
-TEST_F(BridgeAPIClientTest, EndpointJoiningAndPairingQueryEscaping) {
+TEST_F(BridgeAPIClientTest, EndpointJoiningAndQueryEscaping) {
     const BridgeAPIClient slashes(QUrl("http://127.0.0.1:4041///"), session);
     EXPECT_EQ(slashes.endpoint(u"/api/config")->toString(), "http://127.0.0.1:4041/api/config");
     const BridgeAPIClient sub(QUrl("https://10.0.0.5/sub/"), session);
@@ -90,30 +89,46 @@ TEST_F(BridgeAPIClientTest, EndpointJoiningAndPairingQueryEscaping) {
     EXPECT_EQ(sent().url.toEncoded(),
               "http://127.0.0.1:4041/api/bridge/pairing/status?code=a%20b%2Bc%26d%3D%C3%A9");
     EXPECT_EQ(QUrlQuery(sent().url).queryItemValue("code", QUrl::FullyDecoded), "a b+c&d=é");
+    EXPECT_EQ(BridgeAPIClient(QUrl("https://10.0.0.5/sub/"), session)
+                  .showUpdatesWebSocketURL("t&k")
+                  .toEncoded(),
+              "wss://10.0.0.5/sub/ws/show-updates?role=runtime&token=t%26k");
+    EXPECT_EQ(client.showUpdatesWebSocketURL("tok").toEncoded(),
+              "ws://127.0.0.1:4041/ws/show-updates?role=runtime&token=tok");
 }
 
 TEST_F(BridgeAPIClientTest, StatusHandling) {
+    const auto failure = [](const std::function<void()>& call) -> std::string {
+        try {
+            call();
+        } catch (const BridgeAPIError& error) {
+            return error.what();
+        }
+        return "none";
+    };
+    const std::string invalid = "Invalid response from server";
     answer(204, "");
-    EXPECT_NO_THROW(finish(client.patchControlState({{"mode", "x"}}, token)));
-    EXPECT_NO_THROW(finish(client.disconnect(token)));
+    EXPECT_EQ(failure([&] { finish(client.patchControlState({{"mode", "x"}}, token)); }), "none");
     for (int status : {300, 401, 403, 500}) {
         answer(status, R"({"status":"complete"})");
-        try {
-            finish(client.disconnect(token));
-            ADD_FAILURE() << status;
-        } catch (const BridgeAPIError& error) {
-            EXPECT_EQ(error.kind(), BridgeAPIError::Kind::httpError);
-            EXPECT_EQ(error.what(), "Server returned HTTP " + std::to_string(status));
-        }
+        EXPECT_EQ(failure([&] { finish(client.disconnect(token)); }),
+                  "Server returned HTTP " + std::to_string(status));
     }
+    // Show bodies are passed on whole, but must be objects.
+    for (const char* body : {"[]", "not json", ""}) {
+        answer(200, body);
+        EXPECT_EQ(failure([&] { finish(client.fetchShow("s", token)); }), invalid) << body;
+    }
+    answer(200, R"({"summary":{"id":"s"}})");
+    EXPECT_EQ(finish(client.activateShow("s", token))["summary"]["id"], "s");
     session->setResponder([](const HTTPRequest&) { return HTTPResponse{std::nullopt, "{}"}; });
-    EXPECT_THROW(finish(client.fetchConfig(token)), BridgeAPIError) << "not an HTTP answer";
+    EXPECT_EQ(failure([&] { finish(client.fetchConfig(token)); }), invalid) << "no HTTP answer";
     session->setResponder(
         [](const HTTPRequest&) -> std::optional<HTTPResponse> { throw TransportError("down"); });
     EXPECT_THROW(finish(client.fetchConfig(token)), TransportError) << "passed through";
     const BridgeAPIClient broken(QUrl("no scheme at all"), session);
     session->requests.clear();
-    EXPECT_THROW(finish(broken.fetchConfig(token)), BridgeAPIError);
+    EXPECT_EQ(failure([&] { finish(broken.fetchConfig(token)); }), invalid);
     EXPECT_TRUE(session->requests.empty()) << "an unusable address sends nothing";
 }
 
@@ -143,34 +158,6 @@ TEST_F(BridgeAPIClientTest, RecordsDecodeRequiredAndOptionalKeys) {
         answer(200, body);
         EXPECT_THROW(call(), ResponseDecodingError) << body;
     }
-    // Show bodies are passed on whole, but must be objects.
-    for (const char* body : {"[]", "not json", ""}) {
-        answer(200, body);
-        try {
-            finish(client.fetchShow("s", token));
-            ADD_FAILURE() << body;
-        } catch (const BridgeAPIError& error) {
-            EXPECT_EQ(error.kind(), BridgeAPIError::Kind::invalidResponse) << body;
-        }
-    }
-    answer(200, R"({"summary":{"id":"s"}})");
-    EXPECT_EQ(finish(client.activateShow("s", token))["summary"]["id"], "s");
-}
-
-TEST_F(BridgeAPIClientTest, WebSocketAddress) {
-    EXPECT_EQ(BridgeAPIClient(QUrl("https://10.0.0.5/sub/"), session)
-                  .showUpdatesWebSocketURL("t&k")
-                  .toEncoded(),
-              "wss://10.0.0.5/sub/ws/show-updates?role=runtime&token=t%26k");
-    EXPECT_EQ(client.showUpdatesWebSocketURL("tok").toEncoded(),
-              "ws://127.0.0.1:4041/ws/show-updates?role=runtime&token=tok");
-}
-
-TEST(BridgeServerConfigEditor, ShowEditorAddress) {
-    EXPECT_EQ(BridgeServerConfig::showEditorURL(QUrl("http://127.0.0.1:4041"), "  "), std::nullopt);
-    EXPECT_EQ(
-        BridgeServerConfig::showEditorURL(QUrl("https://c.example/sub/"), " a b/c ")->toEncoded(),
-        "https://c.example/sub/shows/a%20b%2Fc");
 }
 
 } // namespace
