@@ -1,8 +1,11 @@
 #include "Cloud/CloudSession.h"
 
 #include "Cloud/BridgeAPIError.h"
-#include "Cloud/CloudFakes.h"
+#include "Cloud/BridgeSettings.h"
+#include "Cloud/CloudScheduler.h"
 #include "Cloud/FakeURLSession.h"
+
+#include <QTemporaryDir>
 
 #include <gtest/gtest.h>
 
@@ -11,10 +14,53 @@ namespace {
 
 using namespace std::chrono_literals;
 using test::FakeURLSession;
-using test::ManualScheduler;
-using test::MemoryTokenStore;
 
 const QUrl server("http://127.0.0.1:4041");
+
+/// A clock that moves only when a sleep ends. Sleeps wait for `wake()`, or pass at once (moving
+/// the clock) with `autoAdvance`.
+class ManualScheduler final : public CloudScheduler {
+public:
+    Clock::time_point now() const override { return now_; }
+
+    QCoro::Task<> sleep(std::chrono::milliseconds duration, CancellationToken cancel) override {
+        sleeps.push_back(duration);
+        if (autoAdvance) {
+            now_ += duration;
+            co_return;
+        }
+        auto pending = std::make_shared<Pending>();
+        pending->duration = duration;
+        pending_.push_back(pending);
+        const auto subscription = cancel.onCancel([pending] { pending->event.fire(); });
+        co_await pending->event;
+    }
+
+    /// Ends the earliest sleep still waiting, moving the clock by its length; false if none.
+    bool wake() {
+        while (!pending_.empty()) {
+            auto pending = pending_.front();
+            pending_.pop_front();
+            if (pending->event.hasFired())
+                continue;
+            now_ += pending->duration;
+            pending->event.fire();
+            return true;
+        }
+        return false;
+    }
+
+    std::vector<std::chrono::milliseconds> sleeps;
+    bool autoAdvance = false;
+
+private:
+    struct Pending {
+        std::chrono::milliseconds duration{};
+        OneShotEvent event;
+    };
+    Clock::time_point now_{std::chrono::hours(1)};
+    std::deque<std::shared_ptr<Pending>> pending_;
+};
 
 class RecordingLeave final : public DisconnectNotifying {
 public:
@@ -89,7 +135,10 @@ protected:
     std::shared_ptr<FakeURLSession> http = std::make_shared<FakeURLSession>();
     std::shared_ptr<ManualScheduler> scheduler = std::make_shared<ManualScheduler>();
     std::shared_ptr<RecordingLeave> leave = std::make_shared<RecordingLeave>();
-    MemoryTokenStore tokens;
+    QTemporaryDir temp;
+    BridgeSettings tokens{
+        std::make_unique<QSettings>(temp.filePath("s.conf"), QSettings::IniFormat),
+        QUrl("https://cloud.example")};
     ScriptedCloud cloud;
     bool offline = true;
     std::vector<std::string> messages;
@@ -104,7 +153,7 @@ TEST_F(CloudSessionTest, PairingStoresTheTokenAndConnects) {
     EXPECT_EQ(scheduler->sleeps, std::vector{2000ms}) << "one pending poll, then 2 s";
     ASSERT_TRUE(scheduler->wake());
     EXPECT_EQ(session->connectionStatus(), ConnectionStatus::connected);
-    EXPECT_EQ(tokens.tokens[server.toString()], "dev-tok");
+    EXPECT_EQ(tokens.authToken(server), "dev-tok");
     EXPECT_EQ(pages, std::vector<QString>{"http://127.0.0.1:4041/pair/K-1"});
     EXPECT_EQ(messages, (std::vector<std::string>{"Approve this bridge in your browser to sync…",
                                                   "Approve this bridge in your browser…",
@@ -136,7 +185,7 @@ TEST_F(CloudSessionTest, PairingFailuresTellWhy) {
         session->startPairing();
         EXPECT_EQ(messages.back(), message);
         EXPECT_EQ(session->connectionStatus(), ConnectionStatus::disconnected);
-        EXPECT_TRUE(tokens.tokens.empty()) << message;
+        EXPECT_EQ(tokens.authToken(server), std::nullopt) << message;
     }
     // Pending throughout: polled every 2 s until the 600 s are up.
     EXPECT_EQ(http->countPath("pairing/status"), 0u) << "the start failed";
