@@ -17,49 +17,39 @@ using test::FakeURLSession;
 
 const QUrl server("http://127.0.0.1:4041");
 
-/// A clock that moves only when a sleep ends. Sleeps wait for `wake()`, or pass at once (moving
-/// the clock) with `autoAdvance`.
+/// A clock that moves by each sleep's length. Sleeps wait for `wake()`, or pass at once with
+/// `autoAdvance`.
 class ManualScheduler final : public CloudScheduler {
 public:
     Clock::time_point now() const override { return now_; }
 
     QCoro::Task<> sleep(std::chrono::milliseconds duration, CancellationToken cancel) override {
         sleeps.push_back(duration);
-        if (autoAdvance) {
-            now_ += duration;
+        now_ += duration;
+        if (autoAdvance)
             co_return;
-        }
-        auto pending = std::make_shared<Pending>();
-        pending->duration = duration;
+        auto pending = std::make_shared<OneShotEvent>();
         pending_.push_back(pending);
-        const auto subscription = cancel.onCancel([pending] { pending->event.fire(); });
-        co_await pending->event;
+        const auto subscription = cancel.onCancel([pending] { pending->fire(); });
+        co_await *pending;
     }
 
-    /// Ends the earliest sleep still waiting, moving the clock by its length; false if none.
+    /// Ends the earliest sleep still waiting; false if none.
     bool wake() {
-        while (!pending_.empty()) {
-            auto pending = pending_.front();
-            pending_.pop_front();
-            if (pending->event.hasFired())
-                continue;
-            now_ += pending->duration;
-            pending->event.fire();
-            return true;
-        }
-        return false;
+        std::erase_if(pending_, [](const auto& pending) { return pending->hasFired(); });
+        if (pending_.empty())
+            return false;
+        pending_.front()->fire();
+        pending_.pop_front();
+        return true;
     }
 
     std::vector<std::chrono::milliseconds> sleeps;
     bool autoAdvance = false;
 
 private:
-    struct Pending {
-        std::chrono::milliseconds duration{};
-        OneShotEvent event;
-    };
     Clock::time_point now_{std::chrono::hours(1)};
-    std::deque<std::shared_ptr<Pending>> pending_;
+    std::deque<std::shared_ptr<OneShotEvent>> pending_;
 };
 
 class RecordingLeave final : public DisconnectNotifying {

@@ -100,6 +100,8 @@ TEST_F(DevCloudServer, StateSurvivesARestartAndCommandLineFaultsFailChosenPaths)
     ASSERT_EQ(send("POST", "api/shows/show-warehouse/activate", paired).status, 200);
     cloud.reset();
 
+    // Faults on chosen paths: exact or by prefix, for a number of calls or for good. (Tests of
+    // the bridge add delays through the admin calls.)
     start({"--fault", "api/config:status=503,times=1", "--fault", "api/shows/*:drop"});
     const auto bootstrap = send("GET", "api/runtime/bootstrap", paired).json();
     EXPECT_EQ(bootstrap["control_state"]["mode"], "chase");
@@ -112,18 +114,22 @@ TEST_F(DevCloudServer, StateSurvivesARestartAndCommandLineFaultsFailChosenPaths)
     EXPECT_EQ(send("GET", "api/runtime/active-show").status, 200);
 }
 
-TEST_F(DevCloudServer, RefusesToListenBeyondLoopbackUnlessAsked) {
-    for (const std::string listen : {"0.0.0.0:0", "10.1.2.3:4041", "not-an-address"}) {
-        SCOPED_TRACE(listen);
-        const pid_t pid = test::spawnWithOutput(
-            KELVO_DEVCLOUD, {KELVO_DEVCLOUD, "--listen", listen, "--state", state},
-            dir / "refused.log");
+TEST_F(DevCloudServer, RefusesToListenBeyondLoopbackAndExplainsBadOptions) {
+    const std::pair<std::vector<std::string>, std::string> cases[] = {
+        {{"--listen", "0.0.0.0:0"}, "refusing to listen on"},
+        {{"--listen", "10.1.2.3:4041"}, "refusing to listen on"},
+        {{"--listen", "not-an-address"}, "--listen needs HOST:PORT"},
+        {{"--fault", "api/config:status=600"}, "bad fault \"status=600\""},
+        {{"--fault", "api/config:times=2"}, "a fault needs delay=MS, drop or status=CODE"},
+    };
+    for (const auto& [options, explanation] : cases) {
+        SCOPED_TRACE(options[1]);
+        std::vector<std::string> arguments{KELVO_DEVCLOUD, "--state", state};
+        arguments.insert(arguments.end(), options.begin(), options.end());
+        const pid_t pid = test::spawnWithOutput(KELVO_DEVCLOUD, arguments, dir / "refused.log");
         EXPECT_EQ(test::waitForExit(pid), 2);
         const std::string output = test::readText(dir / "refused.log");
-        EXPECT_NE(output.find(listen == "not-an-address" ? "--listen needs HOST:PORT"
-                                                         : "refusing to listen on"),
-                  std::string::npos)
-            << output;
+        EXPECT_NE(output.find(explanation), std::string::npos) << output;
     }
 }
 
