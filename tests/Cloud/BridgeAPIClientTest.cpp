@@ -1,7 +1,6 @@
 #include "Cloud/BridgeAPIClient.h"
 
 #include "Cloud/BridgeAPIError.h"
-#include "Cloud/BridgeServerConfig.h"
 #include "Cloud/FakeURLSession.h"
 #include "support/QtEventLoop.h"
 
@@ -31,50 +30,36 @@ protected:
 };
 
 TEST_F(BridgeAPIClientTest, EveryEndpointSendsItsExactRequest) {
-    const Headers bearer = {{"Authorization", "Bearer tok-123"}};
-    const Headers bearerJSON = {{"Authorization", "Bearer tok-123"},
-                                {"Content-Type", "application/json"}};
+    const std::pair<QByteArray, QByteArray> bearer{"Authorization", "Bearer tok-123"};
+    const std::pair<QByteArray, QByteArray> json{"Content-Type", "application/json"};
     struct Case {
         std::function<void()> call;
-        QByteArray method;
-        QString url;
-        Headers headers = {};
+        QString request; // method and path
+        Headers headers;
         std::optional<QByteArray> body = std::nullopt;
-        int timeoutSeconds = 60;
     };
     const auto run = [](auto task) { finish(std::move(task)); };
+    BridgeAPIClient& api = client;
+    const std::string& t = token;
+    const nlohmann::json mode = {{"mode", "party"}};
     const Case cases[] = {
-        {[&] { run(client.fetchAPIVersion()); },
-         "GET",
-         "http://127.0.0.1:4041/api/health",
-         {},
-         std::nullopt,
-         5},
-        {[&] { run(client.startPairing()); },
-         "POST",
-         "http://127.0.0.1:4041/api/bridge/pairing/start",
-         {{"Content-Type", "application/json"}},
-         "{}"},
-        {[&] { run(client.fetchSessionInfo(token)); }, "GET", "http://127.0.0.1:4041/api/auth/me",
-         bearer},
-        {[&] { run(client.fetchRuntimeBootstrap(token)); }, "GET",
-         "http://127.0.0.1:4041/api/runtime/bootstrap", bearer},
-        {[&] { run(client.fetchRuntimeActiveShow(token)); }, "GET",
-         "http://127.0.0.1:4041/api/runtime/active-show", bearer},
-        {[&] { run(client.fetchConfig(token)); }, "GET", "http://127.0.0.1:4041/api/config",
-         bearer},
-        {[&] { run(client.fetchShow("show-1", token)); }, "GET",
-         "http://127.0.0.1:4041/api/shows/show-1", bearer},
-        {[&] { run(client.activateShow("show-1", token)); }, "POST",
-         "http://127.0.0.1:4041/api/shows/show-1/activate", bearer},
-        {[&] {
-             run(client.patchControlState({{"mode", "party"}}, token));
-         },
-         "PATCH", "http://127.0.0.1:4041/api/control-state", bearerJSON, R"({"mode":"party"})"},
-        {[&] { run(client.publishInterpretationTree("[1, 2]", token)); }, "POST",
-         "http://127.0.0.1:4041/api/runtime/interpretation-tree", bearerJSON, "[1, 2]"},
-        {[&] { run(client.disconnect(token)); }, "POST",
-         "http://127.0.0.1:4041/api/bridge/disconnect", bearer},
+        {[&] { run(api.fetchAPIVersion()); }, "GET /api/health", {}},
+        {[&] { run(api.startPairing()); }, "POST /api/bridge/pairing/start", {json}, "{}"},
+        {[&] { run(api.fetchSessionInfo(t)); }, "GET /api/auth/me", {bearer}},
+        {[&] { run(api.fetchRuntimeBootstrap(t)); }, "GET /api/runtime/bootstrap", {bearer}},
+        {[&] { run(api.fetchRuntimeActiveShow(t)); }, "GET /api/runtime/active-show", {bearer}},
+        {[&] { run(api.fetchConfig(t)); }, "GET /api/config", {bearer}},
+        {[&] { run(api.fetchShow("show-1", t)); }, "GET /api/shows/show-1", {bearer}},
+        {[&] { run(api.activateShow("show-1", t)); }, "POST /api/shows/show-1/activate", {bearer}},
+        {[&] { run(api.patchControlState(mode, t)); },
+         "PATCH /api/control-state",
+         {bearer, json},
+         R"({"mode":"party"})"},
+        {[&] { run(api.publishInterpretationTree("[1]", t)); },
+         "POST /api/runtime/interpretation-tree",
+         {bearer, json},
+         "[1]"},
+        {[&] { run(api.disconnect(t)); }, "POST /api/bridge/disconnect", {bearer}},
     };
     session->setResponder([](const HTTPRequest& request) {
         if (request.url.path() == "/api/health")
@@ -83,16 +68,17 @@ TEST_F(BridgeAPIClientTest, EveryEndpointSendsItsExactRequest) {
     });
     for (const Case& c : cases) {
         c.call();
-        SCOPED_TRACE(c.url.toStdString());
-        EXPECT_EQ(sent().method, c.method);
-        EXPECT_EQ(sent().url.toString(), c.url);
+        SCOPED_TRACE(c.request.toStdString());
+        EXPECT_EQ(sent().method + " " + sent().url.toString().toUtf8(),
+                  c.request.toUtf8().replace(" ", " http://127.0.0.1:4041"));
         EXPECT_EQ(sent().headers, c.headers);
         EXPECT_EQ(sent().body, c.body);
-        EXPECT_EQ(sent().timeout, std::chrono::seconds(c.timeoutSeconds));
+        // Only the version check has the short limit.
+        EXPECT_EQ(sent().timeout, std::chrono::seconds(c.headers.empty() ? 5 : 60));
     }
 }
 
-TEST_F(BridgeAPIClientTest, EndpointJoiningAndPairingQueryEscaping) {
+TEST_F(BridgeAPIClientTest, EndpointJoiningAndQueryEscaping) {
     const BridgeAPIClient slashes(QUrl("http://127.0.0.1:4041///"), session);
     EXPECT_EQ(slashes.endpoint(u"/api/config")->toString(), "http://127.0.0.1:4041/api/config");
     const BridgeAPIClient sub(QUrl("https://10.0.0.5/sub/"), session);
@@ -103,45 +89,47 @@ TEST_F(BridgeAPIClientTest, EndpointJoiningAndPairingQueryEscaping) {
     EXPECT_EQ(sent().url.toEncoded(),
               "http://127.0.0.1:4041/api/bridge/pairing/status?code=a%20b%2Bc%26d%3D%C3%A9");
     EXPECT_EQ(QUrlQuery(sent().url).queryItemValue("code", QUrl::FullyDecoded), "a b+c&d=é");
+    EXPECT_EQ(BridgeAPIClient(QUrl("https://10.0.0.5/sub/"), session)
+                  .showUpdatesWebSocketURL("t&k")
+                  .toEncoded(),
+              "wss://10.0.0.5/sub/ws/show-updates?role=runtime&token=t%26k");
+    EXPECT_EQ(client.showUpdatesWebSocketURL("tok").toEncoded(),
+              "ws://127.0.0.1:4041/ws/show-updates?role=runtime&token=tok");
 }
 
 TEST_F(BridgeAPIClientTest, StatusHandling) {
+    const auto failure = [](const std::function<void()>& call) -> std::string {
+        try {
+            call();
+        } catch (const BridgeAPIError& error) {
+            return error.what();
+        }
+        return "none";
+    };
+    const std::string invalid = "Invalid response from server";
     answer(204, "");
-    EXPECT_NO_THROW(finish(client.patchControlState({{"mode", "x"}}, token)));
-    EXPECT_NO_THROW(finish(client.disconnect(token)));
+    EXPECT_EQ(failure([&] { finish(client.patchControlState({{"mode", "x"}}, token)); }), "none");
     for (int status : {300, 401, 403, 500}) {
         answer(status, R"({"status":"complete"})");
-        try {
-            finish(client.disconnect(token));
-            ADD_FAILURE() << status;
-        } catch (const BridgeAPIError& error) {
-            EXPECT_EQ(error.kind(), BridgeAPIError::Kind::httpError);
-            EXPECT_EQ(error.what(), "Server returned HTTP " + std::to_string(status));
-        }
+        EXPECT_EQ(failure([&] { finish(client.disconnect(token)); }),
+                  "Server returned HTTP " + std::to_string(status));
     }
+    // Show bodies are passed on whole, but must be objects.
+    for (const char* body : {"[]", "not json", ""}) {
+        answer(200, body);
+        EXPECT_EQ(failure([&] { finish(client.fetchShow("s", token)); }), invalid) << body;
+    }
+    answer(200, R"({"summary":{"id":"s"}})");
+    EXPECT_EQ(finish(client.activateShow("s", token))["summary"]["id"], "s");
     session->setResponder([](const HTTPRequest&) { return HTTPResponse{std::nullopt, "{}"}; });
-    EXPECT_THROW(finish(client.fetchConfig(token)), BridgeAPIError) << "not an HTTP answer";
+    EXPECT_EQ(failure([&] { finish(client.fetchConfig(token)); }), invalid) << "no HTTP answer";
     session->setResponder(
         [](const HTTPRequest&) -> std::optional<HTTPResponse> { throw TransportError("down"); });
     EXPECT_THROW(finish(client.fetchConfig(token)), TransportError) << "passed through";
     const BridgeAPIClient broken(QUrl("no scheme at all"), session);
     session->requests.clear();
-    EXPECT_THROW(finish(broken.fetchConfig(token)), BridgeAPIError);
+    EXPECT_EQ(failure([&] { finish(broken.fetchConfig(token)); }), invalid);
     EXPECT_TRUE(session->requests.empty()) << "an unusable address sends nothing";
-}
-
-TEST_F(BridgeAPIClientTest, ShowBodiesMustBeObjects) {
-    for (const char* body : {"[]", "not json", ""}) {
-        answer(200, body);
-        try {
-            finish(client.fetchShow("s", token));
-            ADD_FAILURE() << body;
-        } catch (const BridgeAPIError& error) {
-            EXPECT_EQ(error.kind(), BridgeAPIError::Kind::invalidResponse) << body;
-        }
-    }
-    answer(200, R"({"summary":{"id":"s"}})");
-    EXPECT_EQ(finish(client.activateShow("s", token))["summary"]["id"], "s");
 }
 
 TEST_F(BridgeAPIClientTest, RecordsDecodeRequiredAndOptionalKeys) {
@@ -170,22 +158,6 @@ TEST_F(BridgeAPIClientTest, RecordsDecodeRequiredAndOptionalKeys) {
         answer(200, body);
         EXPECT_THROW(call(), ResponseDecodingError) << body;
     }
-}
-
-TEST_F(BridgeAPIClientTest, WebSocketAddress) {
-    EXPECT_EQ(BridgeAPIClient(QUrl("https://10.0.0.5/sub/"), session)
-                  .showUpdatesWebSocketURL("t&k")
-                  .toEncoded(),
-              "wss://10.0.0.5/sub/ws/show-updates?role=runtime&token=t%26k");
-    EXPECT_EQ(client.showUpdatesWebSocketURL("tok").toEncoded(),
-              "ws://127.0.0.1:4041/ws/show-updates?role=runtime&token=tok");
-}
-
-TEST(BridgeServerConfigEditor, ShowEditorAddress) {
-    EXPECT_EQ(BridgeServerConfig::showEditorURL(QUrl("http://127.0.0.1:4041"), "  "), std::nullopt);
-    EXPECT_EQ(
-        BridgeServerConfig::showEditorURL(QUrl("https://c.example/sub/"), " a b/c ")->toEncoded(),
-        "https://c.example/sub/shows/a%20b%2Fc");
 }
 
 } // namespace

@@ -41,22 +41,18 @@ protected:
 
 TEST_F(BridgeSettingsTest, OutputValuesDistinguishNeverWrittenAndReachTheFile) {
     auto settings = open();
-    EXPECT_EQ(settings->loadArtNetEnabled(), std::nullopt);
     EXPECT_EQ(settings->loadArtNetHost(), std::nullopt);
     EXPECT_EQ(settings->loadRoutesJSON(), std::nullopt);
-    settings->saveArtNetEnabled(false);
     settings->saveArtNetHost("10.0.0.9");
     settings->saveEnttecEnabled(false);
-    settings->saveArtNetAutoFix(true);
     settings->saveRoutesJSON("[]");
     EXPECT_EQ(settings->loadEnttecEnabled(), false) << "served at once, before the disk";
     settings.reset(); // writes what is pending
     auto reopened = open();
-    EXPECT_EQ(reopened->loadArtNetEnabled(), false);
     EXPECT_EQ(reopened->loadArtNetHost(), "10.0.0.9");
     EXPECT_EQ(reopened->loadEnttecEnabled(), false);
-    EXPECT_EQ(reopened->loadArtNetAutoFix(), true);
     EXPECT_EQ(reopened->loadRoutesJSON(), "[]");
+    EXPECT_EQ(reopened->loadArtNetEnabled(), std::nullopt);
 }
 
 TEST_F(BridgeSettingsTest, HandWrittenValuesReadAsTheyAreMeant) {
@@ -68,18 +64,12 @@ TEST_F(BridgeSettingsTest, HandWrittenValuesReadAsTheyAreMeant) {
         return std::make_unique<BridgeSettings>(
             std::make_unique<QSettings>(name, QSettings::IniFormat), production);
     };
-    for (const auto& [text, meaning] : std::vector<std::pair<const char*, bool>>{{"maybe", false},
-                                                                                 {"no", false},
-                                                                                 {"0", false},
-                                                                                 {"", false},
-                                                                                 {"-00", false},
-                                                                                 {"Yes", true},
-                                                                                 {"TRUE", true},
-                                                                                 {" 1", true},
-                                                                                 {"007", true},
-                                                                                 {"+2", true}})
-        EXPECT_EQ(reread(BridgeSettings::enttecEnabledKey, text)->loadEnttecEnabled(), meaning)
-            << text;
+    const std::pair<bool, std::vector<const char*>> readings[] = {
+        {false, {"maybe", "no", "0", "", "-00"}}, {true, {"Yes", "TRUE", " 1", "007", "+2"}}};
+    for (const auto& [meaning, texts] : readings)
+        for (const char* text : texts)
+            EXPECT_EQ(reread(BridgeSettings::enttecEnabledKey, text)->loadEnttecEnabled(), meaning)
+                << text;
     EXPECT_EQ(reread(BridgeSettings::routesKey, QString("[4]"))->loadRoutesJSON(), "[4]")
         << "text is read as well";
 }

@@ -1,8 +1,11 @@
 #include "Cloud/CloudSession.h"
 
 #include "Cloud/BridgeAPIError.h"
-#include "Cloud/CloudFakes.h"
+#include "Cloud/BridgeSettings.h"
+#include "Cloud/CloudScheduler.h"
 #include "Cloud/FakeURLSession.h"
+
+#include <QTemporaryDir>
 
 #include <gtest/gtest.h>
 
@@ -11,10 +14,43 @@ namespace {
 
 using namespace std::chrono_literals;
 using test::FakeURLSession;
-using test::ManualScheduler;
-using test::MemoryTokenStore;
 
 const QUrl server("http://127.0.0.1:4041");
+
+/// A clock that moves by each sleep's length. Sleeps wait for `wake()`, or pass at once with
+/// `autoAdvance`.
+class ManualScheduler final : public CloudScheduler {
+public:
+    Clock::time_point now() const override { return now_; }
+
+    QCoro::Task<> sleep(std::chrono::milliseconds duration, CancellationToken cancel) override {
+        sleeps.push_back(duration);
+        now_ += duration;
+        if (autoAdvance)
+            co_return;
+        auto pending = std::make_shared<OneShotEvent>();
+        pending_.push_back(pending);
+        const auto subscription = cancel.onCancel([pending] { pending->fire(); });
+        co_await *pending;
+    }
+
+    /// Ends the earliest sleep still waiting; false if none.
+    bool wake() {
+        std::erase_if(pending_, [](const auto& pending) { return pending->hasFired(); });
+        if (pending_.empty())
+            return false;
+        pending_.front()->fire();
+        pending_.pop_front();
+        return true;
+    }
+
+    std::vector<std::chrono::milliseconds> sleeps;
+    bool autoAdvance = false;
+
+private:
+    Clock::time_point now_{std::chrono::hours(1)};
+    std::deque<std::shared_ptr<OneShotEvent>> pending_;
+};
 
 class RecordingLeave final : public DisconnectNotifying {
 public:
@@ -33,18 +69,14 @@ struct ScriptedCloud {
         if (path.endsWith("pairing/start"))
             return start;
         if (path.endsWith("pairing/status")) {
-            if (statuses.empty())
-                return HTTPResponse{200, R"({"status":"pending"})"};
-            const QByteArray body = statuses.front();
+            const QByteArray body = statuses.empty() ? R"({"status":"pending"})" : statuses.front();
             if (statuses.size() > 1)
                 statuses.pop_front();
             return HTTPResponse{200, body};
         }
         if (path.endsWith("runtime/bootstrap"))
             return bootstrap;
-        if (path.endsWith("auth/me"))
-            return HTTPResponse{200, R"({"display_name":"Front of house"})"};
-        return HTTPResponse{200, "{}"};
+        return HTTPResponse{200, R"({"display_name":"Front of house"})"};
     }
     bool down = false;
     std::optional<HTTPResponse> start = HTTPResponse{
@@ -90,13 +122,13 @@ protected:
         co_await std::move(fetch);
     }
 
-    /// Runs queued work until nothing changes for a moment.
-    void settle() { test::pumpFor(20ms); }
-
     std::shared_ptr<FakeURLSession> http = std::make_shared<FakeURLSession>();
     std::shared_ptr<ManualScheduler> scheduler = std::make_shared<ManualScheduler>();
     std::shared_ptr<RecordingLeave> leave = std::make_shared<RecordingLeave>();
-    MemoryTokenStore tokens;
+    QTemporaryDir temp;
+    BridgeSettings tokens{
+        std::make_unique<QSettings>(temp.filePath("s.conf"), QSettings::IniFormat),
+        QUrl("https://cloud.example")};
     ScriptedCloud cloud;
     bool offline = true;
     std::vector<std::string> messages;
@@ -108,11 +140,10 @@ protected:
 TEST_F(CloudSessionTest, PairingStoresTheTokenAndConnects) {
     session->startPairing();
     EXPECT_EQ(session->connectionStatus(), ConnectionStatus::pairing);
-    ASSERT_EQ(scheduler->waiting(), 1u) << "one pending poll, then 2 s";
-    EXPECT_EQ(scheduler->sleeps.back(), 2s);
-    scheduler->wake();
+    EXPECT_EQ(scheduler->sleeps, std::vector{2000ms}) << "one pending poll, then 2 s";
+    ASSERT_TRUE(scheduler->wake());
     EXPECT_EQ(session->connectionStatus(), ConnectionStatus::connected);
-    EXPECT_EQ(tokens.tokens[server.toString()], "dev-tok");
+    EXPECT_EQ(tokens.authToken(server), "dev-tok");
     EXPECT_EQ(pages, std::vector<QString>{"http://127.0.0.1:4041/pair/K-1"});
     EXPECT_EQ(messages, (std::vector<std::string>{"Approve this bridge in your browser to sync…",
                                                   "Approve this bridge in your browser…",
@@ -124,46 +155,32 @@ TEST_F(CloudSessionTest, PairingStoresTheTokenAndConnects) {
 }
 
 TEST_F(CloudSessionTest, PairingFailuresTellWhy) {
-    struct Case {
-        bool offline;
-        std::deque<QByteArray> statuses;
-        std::optional<HTTPResponse> start;
-        std::string message;
-    };
     const auto started = ScriptedCloud().start;
-    const Case cases[] = {
-        {true,
-         {R"({"status":"pending"})"},
-         started,
+    const std::tuple<bool, QByteArray, std::optional<HTTPResponse>, std::string> cases[] = {
+        {true, R"({"status":"pending"})", started,
          "Login failed: Pairing code expired. Still running from cache."},
-        {false,
-         {R"({"status":"complete"})"},
-         started,
+        {false, R"({"status":"complete"})", started,
          "Link failed: Server did not return a device token"},
-        {false, {R"({"status":"unknown"})"}, started, "Link failed: Pairing code unknown"},
-        {false, {R"({"status":"expired"})"}, started, "Link failed: Pairing code expired"},
-        {true,
-         {},
-         HTTPResponse{500, ""},
+        {false, R"({"status":"unknown"})", started, "Link failed: Pairing code unknown"},
+        {false, R"({"status":"expired"})", started, "Link failed: Pairing code expired"},
+        {true, "", HTTPResponse{500, ""},
          "Login failed: Server returned HTTP 500. Still running from cache."},
     };
     scheduler->autoAdvance = true;
-    for (const Case& c : cases) {
-        offline = c.offline;
-        cloud.statuses = c.statuses;
-        cloud.start = c.start;
-        messages.clear();
+    for (const auto& [withCache, status, start, message] : cases) {
+        offline = withCache;
+        cloud.statuses = {status};
+        cloud.start = start;
         http->requests.clear();
         session->startPairing();
-        EXPECT_EQ(messages.back(), c.message);
+        EXPECT_EQ(messages.back(), message);
         EXPECT_EQ(session->connectionStatus(), ConnectionStatus::disconnected);
-        EXPECT_TRUE(tokens.tokens.empty()) << c.message;
+        EXPECT_EQ(tokens.authToken(server), std::nullopt) << message;
     }
     // Pending throughout: polled every 2 s until the 600 s are up.
-    offline = true;
+    EXPECT_EQ(http->countPath("pairing/status"), 0u) << "the start failed";
     cloud.statuses = {R"({"status":"pending"})"};
     cloud.start = started;
-    http->requests.clear();
     session->startPairing();
     EXPECT_EQ(http->countPath("pairing/status"), 300u);
 }
@@ -260,7 +277,7 @@ TEST_F(CloudSessionTest, GoingAwayMidFlowIsSafe) {
     session->autoConnect();
     session->startPairing();
     session.reset();
-    settle();
+    test::pumpFor(20ms);
     EXPECT_EQ(http->heldCount(), 0u);
 }
 

@@ -8,6 +8,7 @@
 #include <exception>
 #include <functional>
 #include <memory>
+#include <variant>
 
 namespace kelvo::test {
 // Internal linkage: clang 14 cannot emit inline coroutines (COMDAT) with sanitizers and
@@ -72,19 +73,16 @@ private:
 };
 
 namespace detail {
-template <typename T>
-QCoro::Task<> settle(QCoro::Task<T> task, std::optional<T>& result, std::exception_ptr& error,
+template <typename T, typename Result>
+QCoro::Task<> settle(QCoro::Task<T> task, std::optional<Result>& result, std::exception_ptr& error,
                      bool& done) {
     try {
-        result.emplace(co_await std::move(task));
-    } catch (...) {
-        error = std::current_exception();
-    }
-    done = true;
-}
-inline QCoro::Task<> settle(QCoro::Task<> task, std::exception_ptr& error, bool& done) {
-    try {
-        co_await std::move(task);
+        if constexpr (std::is_void_v<T>) {
+            co_await std::move(task);
+            result.emplace();
+        } else {
+            result.emplace(co_await std::move(task));
+        }
     } catch (...) {
         error = std::current_exception();
     }
@@ -94,23 +92,16 @@ inline QCoro::Task<> settle(QCoro::Task<> task, std::exception_ptr& error, bool&
 
 /// Runs the event loop until `task` ends (at most 10 s); rethrows its failure.
 template <typename T> T finish(QCoro::Task<T> task) {
+    std::optional<std::conditional_t<std::is_void_v<T>, std::monostate, T>> result;
     std::exception_ptr error;
     bool done = false;
-    if constexpr (std::is_void_v<T>) {
-        detail::settle(std::move(task), error, done);
-        if (!pumpUntil([&] { return done; }))
-            throw std::runtime_error("task did not finish");
-        if (error)
-            std::rethrow_exception(error);
-    } else {
-        std::optional<T> result;
-        detail::settle(std::move(task), result, error, done);
-        if (!pumpUntil([&] { return done; }))
-            throw std::runtime_error("task did not finish");
-        if (error)
-            std::rethrow_exception(error);
+    detail::settle(std::move(task), result, error, done);
+    if (!pumpUntil([&] { return done; }))
+        throw std::runtime_error("task did not finish");
+    if (error)
+        std::rethrow_exception(error);
+    if constexpr (!std::is_void_v<T>)
         return std::move(*result);
-    }
 }
 
 } // namespace

@@ -18,55 +18,41 @@ TEST(ShowUpdateMessage, DecodingRuleTable) {
     const json control = {{"mode_id", "m1"}, {"mode_lerp", 0.5}};
     const Case cases[] = {
         // Not a typed object: dropped.
-        {"", std::nullopt},
         {"not json", std::nullopt},
-        {"[]", std::nullopt},
         {"{}", std::nullopt},
-        {"\"bootstrap\"", std::nullopt},
         {R"({"type":7,"data":{}})", std::nullopt},
-        {R"({"type":null})", std::nullopt},
         {R"({"type":"force_drop","data":{"active":true})", std::nullopt}, // truncated
         // bootstrap: any data, re-serialised; none at all is ignored.
-        {R"({"type":"bootstrap","data":{"shows":[]}})", Bootstrap{R"({"shows":[]})"}},
-        {R"({"type":"bootstrap","data":[1, 2]})", Bootstrap{"[1,2]"}},
-        {R"({"type":"bootstrap","data":null})", Bootstrap{"null"}},
+        {R"({"type":"bootstrap","data":{"shows": [1, 2]}})", Bootstrap{R"({"shows":[1,2]})"}},
         {R"({"type":"bootstrap"})", Ignored{}},
         // control_state / show_snapshot: objects only.
         {R"({"type":"control_state","data":{"mode_id":"m1","mode_lerp":0.5}})",
          ControlState{control}},
         {R"({"type":"control_state","data":[]})", Ignored{}},
-        {R"({"type":"control_state"})", Ignored{}},
         {R"({"type":"show_snapshot","data":{"id":"s"}})", ShowSnapshot{json{{"id", "s"}}}},
         {R"({"type":"show_snapshot","data":"s"})", Ignored{}},
         // show_changed: an integer revision or none at all.
         {R"({"type":"show_changed","data":{"revision":12}})", ShowChanged{12}},
-        {R"({"type":"show_changed","data":{"revision":-3}})", ShowChanged{-3}},
         {R"({"type":"show_changed","data":{}})", ShowChanged{}},
         {R"({"type":"show_changed","data":{"revision":"12"}})", ShowChanged{}},
-        {R"({"type":"show_changed","data":{"revision":1.5}})", ShowChanged{}},
         {R"({"type":"show_changed","data":{"revision":18446744073709551615}})", ShowChanged{}},
         {R"({"type":"show_changed","data":5})", Ignored{}},
-        {R"({"type":"shared_catalog_changed","data":{"revision":9}})", ShowChanged{}},
         {R"({"type":"shared_catalog_changed"})", ShowChanged{}},
         // force_drop: a boolean "active" or nothing happens.
         {R"({"type":"force_drop","data":{"active":true}})", ForceDrop{true}},
-        {R"({"type":"force_drop","data":{"active":false}})", ForceDrop{false}},
         {R"({"type":"force_drop","data":{"active":1}})", Ignored{}},
-        {R"({"type":"force_drop","data":{}})", Ignored{}},
         {R"({"type":"force_drop"})", Ignored{}},
         // The shifts need no data at all.
         {R"({"type":"shift_lighting_only"})", ShiftLightingOnly{}},
         {R"({"type":"shift_color_scheme"})", ShiftColorScheme{}},
-        {R"({"type":"shift_color_scheme","data":[1]})", ShiftColorScheme{}},
         // Unknown or differently spelled types.
         {R"({"type":"Force_Drop","data":{"active":true}})", Ignored{}},
-        {R"({"type":"","data":{}})", Ignored{}},
     };
     for (const auto& c : cases)
         EXPECT_EQ(decodeShowUpdateMessage(c.text), c.expected) << c.text;
 }
 
-TEST(ShowUpdateMessage, FramesOverTheCapAreDroppedUnparsed) {
+TEST(ShowUpdateMessage, FramesOverTheCapDeepNestingAndBinaryGarbageAreDropped) {
     std::string padded = R"({"type":"shift_color_scheme","data":")";
     const std::string tail = "\"}";
     padded.append(kMaxShowUpdateFrameBytes - padded.size() - tail.size(), 'x');
@@ -75,9 +61,7 @@ TEST(ShowUpdateMessage, FramesOverTheCapAreDroppedUnparsed) {
     EXPECT_EQ(decodeShowUpdateMessage(padded), ShowUpdateMessage(ShiftColorScheme{}));
     padded.insert(padded.size() - tail.size(), "x");
     EXPECT_EQ(decodeShowUpdateMessage(padded), std::nullopt);
-}
 
-TEST(ShowUpdateMessage, DeepNestingAndBinaryGarbageAreDropped) {
     const std::string deep = std::string(200000, '[') + std::string(200000, ']');
     EXPECT_EQ(decodeShowUpdateMessage(deep), std::nullopt);
     const auto nestedBootstrap = [](std::size_t depth) {

@@ -23,18 +23,22 @@ QCoro::Task<> twoPieces(TickSlots& queue, std::string name, std::string& log,
     }
 }
 
-TEST(TickSlots, WhileTickingOnePieceRunsAfterEachTickInOrder) {
+TEST(TickSlots, WhileTickingOnePieceRunsAfterEachTickInOrderAndACancelledOneLeavesAtOnce) {
     test::qtApplication();
     bool ticking = true;
     TickSlots queue([&] { return ticking; });
+    auto flow = std::make_shared<CancellationSource>();
     std::string log;
     QCoro::Task<> a = twoPieces(queue, "a", log);
+    QCoro::Task<> c = twoPieces(queue, "c", log, CancellationToken(flow));
     QCoro::Task<> b = twoPieces(queue, "b", log);
     test::pumpFor(std::chrono::milliseconds(30));
     EXPECT_EQ(log, "") << "the event loop alone releases nothing while ticks come";
-    for (const char* expected : {"a", "ab", "aba", "abab", "abab"}) {
+    flow->cancel();
+    EXPECT_EQ(log, "cancelled(c)");
+    for (const char* expected : {"a", "ab", "aba", "abab", "abab"}) { // c gave up its slot
         queue.tickFinished();
-        EXPECT_EQ(log, expected);
+        EXPECT_EQ(log, "cancelled(c)" + std::string(expected));
     }
     EXPECT_EQ(queue.waiting(), 0u);
 }
@@ -44,33 +48,12 @@ TEST(TickSlots, WithoutTicksPiecesRunFromTheEventLoop) {
     bool ticking = true;
     TickSlots queue([&] { return ticking; });
     std::string log;
-    QCoro::Task<> a = twoPieces(queue, "a", log);
-    queue.tickFinished();
-    ticking = false; // the loop stopped with a piece waiting
-    QCoro::Task<> b = twoPieces(queue, "b", log);
-    EXPECT_TRUE(test::pumpUntil([&] { return log.size() == 4; }));
-    EXPECT_EQ(log, "aabb");
-}
-
-TEST(TickSlots, PiecesDoNotWaitForTicksThatStopped) {
-    test::qtApplication();
-    TickSlots queue([] { return true; }); // still said to tick, but no tick comes
-    std::string log;
+    // Still said to tick, but no tick comes: the pieces do not wait for it.
     QCoro::Task<> a = twoPieces(queue, "a", log);
     EXPECT_TRUE(test::pumpUntil([&] { return log == "aa"; }));
-}
-
-TEST(TickSlots, CancellingResumesAWaitingPieceAtOnce) {
-    test::qtApplication();
-    TickSlots queue([] { return true; });
-    auto flow = std::make_shared<CancellationSource>();
-    std::string log;
-    QCoro::Task<> a = twoPieces(queue, "a", log, CancellationToken(flow));
+    ticking = false; // the loop stopped
     QCoro::Task<> b = twoPieces(queue, "b", log);
-    flow->cancel();
-    EXPECT_EQ(log, "cancelled(a)");
-    queue.tickFinished();
-    EXPECT_EQ(log, "cancelled(a)b") << "the cancelled piece gives up its slot";
+    EXPECT_TRUE(test::pumpUntil([&] { return log == "aabb"; }));
 }
 
 } // namespace

@@ -1,6 +1,9 @@
 #include "support/ChildProcess.h"
 #include "support/DevCloudProcess.h"
 #include "support/FileBytes.h"
+#include "support/HeadlessBrowser.h"
+#include "support/QtEventLoop.h"
+#include "support/RequiredTool.h"
 #include "support/SoundFile.h"
 #include "support/TemporaryDirectory.h"
 
@@ -9,17 +12,21 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <filesystem>
 #include <regex>
 
 namespace kelvo {
 namespace {
 
-/// The headless program as an operator runs it on a venue server, against a dev cloud that
-/// approves by itself: the approval page is printed on its own line, the bridge connects, and
-/// --sign-out forgets the link.
+using namespace std::chrono_literals;
+
+/// The headless program as an operator runs it on a venue server: the approval page is printed
+/// on its own line, a click on it in a browser links the bridge, which downloads its show and
+/// connects, and --sign-out forgets the link.
 class HeadlessPairingTest : public ::testing::Test {
 protected:
     void SetUp() override {
+        test::qtApplication();
         for (char** variable = environ; *variable; ++variable)
             if (!std::string(*variable).starts_with("XDG_"))
                 environment.push_back(*variable);
@@ -32,18 +39,14 @@ protected:
                                          SF_FORMAT_WAV | SF_FORMAT_FLOAT));
     }
 
-    /// Runs the bridge to its end; what it printed.
-    std::string runBridge(std::vector<std::string> options) {
-        std::vector<std::string> arguments{KELVO_BRIDGE};
-        arguments.insert(arguments.end(), options.begin(), options.end());
+    /// Starts the bridge, its output in `output`.
+    pid_t startBridge(std::vector<std::string> options) {
+        options.insert(options.begin(), KELVO_BRIDGE);
         std::vector<char*> env;
         for (std::string& variable : environment)
             env.push_back(variable.data());
         env.push_back(nullptr);
-        const std::string output = (dir / "bridge.log").string();
-        const pid_t pid = test::spawnWithOutput(KELVO_BRIDGE, arguments, output, env.data());
-        EXPECT_EQ(test::waitForExit(pid), 0);
-        return test::readText(output);
+        return test::spawnWithOutput(KELVO_BRIDGE, options, output, env.data());
     }
 
     std::string storedToken(const std::string& server) {
@@ -56,26 +59,45 @@ protected:
 
     test::TemporaryDirectory dir;
     std::vector<std::string> environment;
+    std::string output = (dir / "bridge.log").string();
 };
 
-TEST_F(HeadlessPairingTest, PairPrintsTheApprovalPageThenConnectsAndSignOutForgets) {
-    test::DevCloudProcess cloud(KELVO_DEVCLOUD,
-                                {"--state", (dir / "cloud.json").string(), "--auto-approve"},
+TEST_F(HeadlessPairingTest, ABrowserApprovesThePrintedPageThenTheBridgeConnectsAndSignOutForgets) {
+    KELVO_REQUIRE_TOOL(test::HeadlessBrowser::available(), "chromium is not installed");
+    test::DevCloudProcess cloud(KELVO_DEVCLOUD, {"--state", (dir / "cloud.json").string()},
                                 dir / "cloud.log");
     ASSERT_TRUE(cloud.running()) << cloud.output();
-    const std::string printed = runBridge({"--headless", "--server", cloud.baseUrl(), "--pair",
-                                           "--audio-file", (dir / "tone.wav").string(), "--artnet",
-                                           "off", "--enttec", "off", "--run-seconds", "6"});
-    const std::regex page("Open this page on any device to approve the bridge:\n" +
-                          cloud.baseUrl() + "/pair\\?code=[A-Z0-9-]+\n");
-    EXPECT_TRUE(std::regex_search(printed, page)) << printed;
-    EXPECT_NE(printed.find("· cloud connected"), std::string::npos) << printed;
+    const pid_t bridge = startBridge({"--headless", "--server", cloud.baseUrl(), "--pair",
+                                      "--audio-file", (dir / "tone.wav").string(), "--artnet",
+                                      "off", "--enttec", "off", "--run-seconds", "10"});
+    const std::regex page("Open this page on any device to approve the bridge:\n(" +
+                          cloud.baseUrl() + "/pair\\?code=[A-Z0-9-]+)\n");
+    std::smatch printed;
+    std::string text;
+    ASSERT_TRUE(test::pumpUntil(
+        [&] { return std::regex_search(text = test::readText(output), printed, page); }, 10s))
+        << text;
+
+    test::HeadlessBrowser browser(dir / "chromium-profile");
+    ASSERT_TRUE(browser.attach()) << test::readText(dir / "chromium-profile.log");
+    browser.open(QUrl(QString::fromStdString(printed[1].str())));
+    ASSERT_TRUE(browser.waitUntil(QStringLiteral("!!document.getElementById('approve')")));
+    browser.evaluate(QStringLiteral("document.getElementById('approve').click()"));
+    ASSERT_TRUE(browser.waitUntil(QStringLiteral("!!document.getElementById('result')")));
+    EXPECT_EQ(browser.evaluate(QStringLiteral("document.getElementById('result').textContent")),
+              QStringLiteral("The bridge is linked. You can close this page."));
+
+    EXPECT_EQ(test::waitForExit(bridge), 0);
+    text = test::readText(output);
+    EXPECT_NE(text.find("· cloud connected"), std::string::npos) << text;
+    EXPECT_TRUE(std::filesystem::exists(dir / "data/KelvoBridge/engine.js")) << "downloaded";
     EXPECT_FALSE(storedToken(cloud.baseUrl()).empty());
-    EXPECT_EQ(printed.find(storedToken(cloud.baseUrl())), std::string::npos)
+    EXPECT_EQ(text.find(storedToken(cloud.baseUrl())), std::string::npos)
         << "the token never reaches the output";
 
-    const std::string signedOut = runBridge({"--server", cloud.baseUrl(), "--sign-out"});
-    EXPECT_NE(signedOut.find("Signed out of " + cloud.baseUrl()), std::string::npos) << signedOut;
+    EXPECT_EQ(test::waitForExit(startBridge({"--server", cloud.baseUrl(), "--sign-out"})), 0);
+    EXPECT_NE(test::readText(output).find("Signed out of " + cloud.baseUrl()), std::string::npos)
+        << test::readText(output);
     EXPECT_TRUE(storedToken(cloud.baseUrl()).empty());
 }
 

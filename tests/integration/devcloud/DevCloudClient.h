@@ -68,8 +68,6 @@ public:
         return statusLine.value(1).toInt();
     }
 
-    const std::string& baseUrl() const { return baseUrl_; }
-
 private:
     std::string baseUrl_;
     std::string adminSecret_;
