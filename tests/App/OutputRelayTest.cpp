@@ -83,23 +83,16 @@ TEST(OutputRelay, AStalledReaderNeverBlocksTheWriterAndWholeLinesArriveOnceItRea
     EXPECT_EQ(pipe.drain(), "after\n") << "the reader is back: lines go through again";
 }
 
-class HeadlessBridgeOutputTest : public testing::Test, protected test::AppModelRig {
-protected:
-    void SetUp() override {
-        test::qtApplication();
-        seedCache();
-    }
-    std::shared_ptr<test::FakeAudioDeviceLayer> devices =
-        std::make_shared<test::FakeAudioDeviceLayer>();
-};
-
-TEST_F(HeadlessBridgeOutputTest, ALineTheOutputCannotTakeIsCountedAndTheNextLineSaysSo) {
+TEST(OutputRelay, ALineTheHeadlessOutputCannotTakeIsCountedAndTheNextLineSaysSo) {
+    test::qtApplication();
+    test::AppModelRig rig;
+    rig.seedCache();
     StalledPipe pipe;
     ::fcntl(pipe.ends[1], F_SETFL, O_NONBLOCK); // as the relay's own pipe is
     std::FILE* out = ::fdopen(::dup(pipe.ends[1]), "w");
     LaunchOptions options;
-    options.audioDeviceUID = "absent-interface";
-    HeadlessBridge bridge(makeModel(devices), options, out);
+    options.audioDeviceUID = "absent";
+    HeadlessBridge bridge(rig.makeModel(), options, out);
     bridge.start();
     EXPECT_EQ(bridge.linesLost(), 1u) << "the absent input's line did not fit";
 
