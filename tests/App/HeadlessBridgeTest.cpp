@@ -1,5 +1,6 @@
 #include "App/HeadlessBridge.h"
 #include "App/BridgeStatusLine.h"
+#include "App/OutputRelay.h"
 
 #include "support/AppModelRig.h"
 #include "support/QtEventLoop.h"
@@ -8,6 +9,11 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <fcntl.h>
+#include <future>
+#include <poll.h>
+#include <string>
+#include <unistd.h>
 
 namespace kelvo {
 namespace {
@@ -30,12 +36,72 @@ TEST(BridgeStatusLine, ExactTexts) {
               "universes) · Enttec 0/s · recording · Couldn’t switch mode: offline");
     BridgeStatusSample quiet;
     quiet.seconds = 0; // no interval measured yet: counts are taken as per second
-    quiet.ticks = quiet.artnetPackets = 59;
+    quiet.ticks = 59;
     quiet.dropStatus = "held";
-    quiet.enttecFrames = 118;
-    EXPECT_EQ(formatBridgeStatusLine(quiet),
-              "59.0 ticks/s · 0.0 BPM · beat 0 · drop held · Art-Net 59/s · Enttec 118/s · "
-              "no audio input");
+    EXPECT_EQ(
+        formatBridgeStatusLine(quiet),
+        "59.0 ticks/s · 0.0 BPM · beat 0 · drop held · Art-Net 0/s · Enttec 0/s · no audio input");
+}
+
+/// A pipe whose reader has stopped: its buffer is full.
+struct StalledPipe {
+    StalledPipe() {
+        EXPECT_EQ(::pipe(ends), 0);
+        filled = std::size_t(::fcntl(ends[1], F_SETPIPE_SZ, 4096)); // the smallest it takes
+        EXPECT_EQ(::write(ends[1], std::string(filled, 'x').data(), filled), ssize_t(filled));
+    }
+    ~StalledPipe() {
+        ::close(ends[0]);
+        ::close(ends[1]);
+    }
+    /// Everything that arrives until nothing has for half a second.
+    std::string drain() {
+        std::string text;
+        char buffer[65536];
+        pollfd readable{ends[0], POLLIN, 0};
+        while (::poll(&readable, 1, 500) > 0) {
+            const ssize_t got = ::read(ends[0], buffer, sizeof buffer);
+            if (got <= 0)
+                break;
+            text.append(buffer, std::size_t(got));
+        }
+        return text;
+    }
+    int ends[2] = {-1, -1};
+    std::size_t filled = 0;
+};
+
+TEST(OutputRelay, AStalledReaderNeverBlocksTheWriterAndWholeLinesArriveOnceItReads) {
+    StalledPipe pipe;
+    const OutputRelay relay(pipe.ends[1]);
+    ASSERT_TRUE(relay.isRelaying());
+    // Without the relay the first write would wait for the reader for good: a watchdog, not a
+    // clock, tells.
+    auto writes = std::async(std::launch::async, [&] {
+        int refused = 0;
+        for (int i = 0; i < 2000; ++i) {
+            char line[101];
+            std::snprintf(line, sizeof line, "%04d %094d\n", i, 0);
+            if (::write(pipe.ends[1], line, 100) != 100)
+                ++refused;
+        }
+        return refused;
+    });
+    ASSERT_EQ(writes.wait_for(std::chrono::seconds(30)), std::future_status::ready)
+        << "a write waited for the stalled reader";
+    EXPECT_GT(writes.get(), 0) << "what does not fit is dropped";
+
+    const std::string arrived = pipe.drain().substr(pipe.filled);
+    ASSERT_FALSE(arrived.empty());
+    int previous = -1;
+    for (std::size_t at = 0; at < arrived.size(); at += 100) {
+        ASSERT_EQ(arrived.substr(at + 99, 1), "\n") << "a line arrived cut at " << at;
+        const int number = std::stoi(arrived.substr(at, 4));
+        EXPECT_GT(number, previous) << "in order, none twice";
+        previous = number;
+    }
+    ASSERT_EQ(::write(pipe.ends[1], "after\n", 6), 6);
+    EXPECT_EQ(pipe.drain(), "after\n") << "the reader is back: lines go through again";
 }
 
 /// A venue machine with a USB interface and a built-in microphone, and a cached show; what the
@@ -53,8 +119,8 @@ protected:
         std::fclose(out);
         std::free(text);
     }
-    void start(const LaunchOptions& options) {
-        bridge = std::make_unique<HeadlessBridge>(makeModel(devices), options, out);
+    void start(const LaunchOptions& options, std::FILE* to = nullptr) {
+        bridge = std::make_unique<HeadlessBridge>(makeModel(devices), options, to ? to : out);
         bridge->start();
     }
     std::string printed() {
@@ -105,16 +171,12 @@ TEST_F(HeadlessBridgeTest, LaunchSettingsAreSavedAndInForceBeforeTheFirstTick) {
     EXPECT_EQ(transport->sent[0].datagram[14], 7) << "Art-Net universe of the launch route";
 }
 
-TEST_F(HeadlessBridgeTest, AnAbsentAudioInputIsReportedAndTakenWhenItArrives) {
+TEST_F(HeadlessBridgeTest, AnAbsentAudioInputIsReportedAndTheAutomaticChoiceStands) {
     LaunchOptions options;
     options.audioDeviceUID = "gone";
     start(options);
     EXPECT_THAT(printed(), HasSubstr("Audio input \"gone\" is not connected; using "));
     EXPECT_EQ(backend->opened, (std::vector<std::optional<std::string>>{"usb-a"}));
-    devices->addInput("gone", "Late Interface", AudioClockTransport::usb);
-    devices->listener();
-    ASSERT_TRUE(test::pumpUntil([&] { return backend->opened.size() == 2; }));
-    EXPECT_EQ(backend->opened.back(), "gone");
 }
 
 TEST_F(HeadlessBridgeTest, AnAutomaticRepairIsPrintedOnceWhenItHappens) {
@@ -129,6 +191,26 @@ TEST_F(HeadlessBridgeTest, AnAutomaticRepairIsPrintedOnceWhenItHappens) {
     const std::string all = printed();
     ASSERT_NE(all.find(line), std::string::npos) << all;
     EXPECT_EQ(all.find(line, all.find(line) + 1), std::string::npos) << all;
+}
+
+TEST_F(HeadlessBridgeTest, ALineTheOutputCannotTakeIsCountedAndTheNextLineSaysSo) {
+    StalledPipe pipe;
+    ::fcntl(pipe.ends[1], F_SETFL, O_NONBLOCK); // as the relay's own pipe is
+    std::FILE* stalled = ::fdopen(::dup(pipe.ends[1]), "w");
+    LaunchOptions options;
+    options.audioDeviceUID = "absent";
+    start(options, stalled);
+    EXPECT_EQ(bridge->linesLost(), 1u) << "the absent input's line did not fit";
+    ASSERT_EQ(pipe.drain().size(), pipe.filled) << "nothing half written";
+    std::string printed;
+    ASSERT_TRUE(test::pumpUntil([&] { return !(printed += pipe.drain()).empty(); },
+                                std::chrono::seconds(5)));
+    EXPECT_THAT(printed,
+                testing::StartsWith("(lines not shown while the output was not being read: 1)\n"));
+    EXPECT_THAT(printed, testing::HasSubstr("ticks/s")) << "then the status line";
+    EXPECT_EQ(bridge->linesLost(), 0u);
+    bridge.reset();
+    std::fclose(stalled);
 }
 
 } // namespace
