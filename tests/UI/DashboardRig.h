@@ -14,7 +14,7 @@ namespace kelvo::test {
 
 /// The process's GUI application, offscreen unless the test run asks for a real display
 /// (QT_QPA_PLATFORM=xcb under Xvfb); the dashboard picks its renderer as the bridge does.
-inline QGuiApplication& guiApplication() {
+inline void guiApplication() {
     if (!QCoreApplication::instance()) {
         if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
             qputenv("QT_QPA_PLATFORM", "offscreen");
@@ -23,7 +23,6 @@ inline QGuiApplication& guiApplication() {
         static char* argv[] = {name, nullptr};
         new QGuiApplication(argc, argv);
     }
-    return *qobject_cast<QGuiApplication*>(QCoreApplication::instance());
 }
 
 /// The dashboard window around a model whose platform is faked (AppModelRig), started as the
