@@ -114,8 +114,11 @@ AppModel::AppModel(AppModelEnvironment environment, QObject* parent)
     connect(&dropHold_, &ForcedDropHold::engineForcedDrop, this,
             [this](bool on) { engine_.setForcedDrop(on); });
     connect(&dropHold_, &ForcedDropHold::heldChanged, this, &AppModel::isDropHeldChanged);
-    connect(&engineLoop_, &EngineLoop::micTraceChanged, this, &AppModel::micTraceChanged);
-    connect(&engineLoop_, &EngineLoop::beatReadoutChanged, this, &AppModel::beatReadoutChanged);
+    // The dashboard hears of the tick's trace and beat once the tick, sends included, is done.
+    connect(&engineLoop_, &EngineLoop::micTraceChanged, this, &AppModel::micTraceChanged,
+            Qt::QueuedConnection);
+    connect(&engineLoop_, &EngineLoop::beatReadoutChanged, this, &AppModel::beatReadoutChanged,
+            Qt::QueuedConnection);
     connect(&engineLoop_, &EngineLoop::visualsRefreshed, this, &AppModel::visualsRefreshed);
     connect(&engineLoop_, &EngineLoop::frameReady, this, &AppModel::outputMergedDmx);
     forwardComponentSignals();
@@ -341,8 +344,9 @@ void AppModel::tick() {
 }
 
 void AppModel::outputMergedDmx(const DmxFrame& engineBuffers) {
-    setAndNotify(dmxPreview_, desk_.merge(engineBuffers), this, &AppModel::dmxPreviewChanged);
-    outputs_.outputFrame(dmxPreview_);
+    DmxFrame merged = desk_.merge(engineBuffers);
+    outputs_.outputFrame(merged); // before the dashboard's preview binding runs
+    setAndNotify(dmxPreview_, std::move(merged), this, &AppModel::dmxPreviewChanged);
 }
 
 void AppModel::visualsRefreshed() {

@@ -8,6 +8,7 @@
 
 #include <QGuiApplication>
 #include <QQuickWindow>
+#include <QThread>
 #include <QtQml>
 
 #include <mutex>
@@ -18,7 +19,8 @@ namespace kelvo {
 
 namespace {
 constexpr const char* modelEngineProperty = "kelvoBridgeModel";
-}
+constexpr unsigned long renderThreadSettleMs = 20;
+} // namespace
 
 TarrowApp::TarrowApp(std::unique_ptr<AppModel> model, QObject* parent)
     : QObject(parent), model_(std::move(model)) {
@@ -26,8 +28,15 @@ TarrowApp::TarrowApp(std::unique_ptr<AppModel> model, QObject* parent)
     // Venue machines rarely have a GPU, and Mesa's software OpenGL costs the main thread several
     // times what Qt Quick's own software renderer does for these flat tiles. QT_QUICK_BACKEND
     // still chooses another.
-    if (qEnvironmentVariableIsEmpty("QT_QUICK_BACKEND"))
+    const QByteArray backend = qgetenv("QT_QUICK_BACKEND");
+    if (backend.isEmpty())
         QQuickWindow::setGraphicsApi(QSGRendererInterface::Software);
+    // The software renderer paints on the main thread unless asked for its own render thread;
+    // there a frame starting just before a tick delayed the tick. Only the scene graph's sync
+    // then holds the main thread. QSG_RENDER_LOOP still chooses another loop.
+    if ((backend.isEmpty() || backend == "software") &&
+        qEnvironmentVariableIsEmpty("QSG_RENDER_LOOP"))
+        qputenv("QSG_RENDER_LOOP", "threaded");
     engine_.addImportPath(QString::fromLatin1(qmlImportPath));
     engine_.setProperty(modelEngineProperty, QVariant::fromValue<QObject*>(model_.get()));
     QGuiApplication::setQuitOnLastWindowClosed(true);
@@ -37,6 +46,12 @@ TarrowApp::TarrowApp(std::unique_ptr<AppModel> model, QObject* parent)
 
 TarrowApp::~TarrowApp() {
     delegate_.applicationWillTerminate();
+    // Destroying a window that is still shown can leave the software render thread waiting for
+    // an event that never comes, and the quit with it: hide it first and let that thread settle.
+    if (QQuickWindow* shown = window(); shown && shown->isVisible()) {
+        shown->hide();
+        QThread::msleep(renderThreadSettleMs);
+    }
 }
 
 void TarrowApp::registerModelSingleton() {

@@ -1,5 +1,6 @@
 #include "App/HeadlessBridge.h"
 #include "App/BridgeStatusLine.h"
+#include "App/OutputRelay.h"
 
 #include "support/AppModelRig.h"
 #include "support/QtEventLoop.h"
@@ -8,6 +9,11 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <fcntl.h>
+#include <future>
+#include <poll.h>
+#include <string>
+#include <unistd.h>
 
 namespace kelvo {
 namespace {
@@ -23,26 +29,76 @@ TEST(BridgeStatusLine, ExactTexts) {
     busy.dropStatus = "listening";
     busy.artnetPackets = 240;
     busy.artnetHealth = "Rack · 2 universes";
-    busy.enttecFrames = 0;
-    busy.capturing = true;
-    busy.recording = true;
+    busy.capturing = busy.recording = true;
     busy.statusMessage = "Couldn’t switch mode: offline";
     EXPECT_EQ(formatBridgeStatusLine(busy),
               "60.0 ticks/s · 124.0 BPM · beat 57 ● · drop listening · Art-Net 120/s (Rack · 2 "
               "universes) · Enttec 0/s · recording · Couldn’t switch mode: offline");
-
-    BridgeStatusSample quiet;
-    quiet.seconds = 0; // no interval measured yet: counts are taken as per second
-    quiet.ticks = 59;
-    quiet.dropStatus = "held";
-    quiet.artnetPackets = 59;
-    quiet.enttecFrames = 118;
-    EXPECT_EQ(formatBridgeStatusLine(quiet),
-              "59.0 ticks/s · 0.0 BPM · beat 0 · drop held · Art-Net 59/s · Enttec 118/s · "
-              "no audio input");
+    busy.capturing = busy.recording = false;
+    EXPECT_THAT(formatBridgeStatusLine(busy), testing::HasSubstr("Enttec 0/s · no audio input"));
 }
 
-/// A venue machine with a USB interface and a built-in microphone, and a cached show.
+/// A pipe whose reader has stopped: its buffer is full.
+struct StalledPipe {
+    StalledPipe() {
+        EXPECT_EQ(::pipe(ends), 0);
+        filled = std::size_t(::fcntl(ends[1], F_SETPIPE_SZ, 4096)); // the smallest it takes
+        EXPECT_EQ(::write(ends[1], std::string(filled, 'x').data(), filled), ssize_t(filled));
+    }
+    ~StalledPipe() {
+        ::close(ends[0]);
+        ::close(ends[1]);
+    }
+    /// Everything that arrives until nothing has for half a second.
+    std::string drain() {
+        std::string text;
+        char buffer[65536];
+        for (pollfd readable{ends[0], POLLIN, 0}; ::poll(&readable, 1, 500) > 0;) {
+            const ssize_t got = ::read(ends[0], buffer, sizeof buffer);
+            if (got <= 0)
+                break;
+            text.append(buffer, std::size_t(got));
+        }
+        return text;
+    }
+    int ends[2] = {-1, -1};
+    std::size_t filled = 0;
+};
+
+TEST(OutputRelay, AStalledReaderNeverBlocksTheWriterAndWholeLinesArriveOnceItReads) {
+    StalledPipe pipe;
+    const OutputRelay relay(pipe.ends[1]);
+    // Without the relay the first write would wait for the reader for good: a watchdog, not a
+    // clock, tells.
+    auto writes = std::async(std::launch::async, [&] {
+        int refused = 0;
+        for (int i = 0; i < 2000; ++i) {
+            char line[101];
+            std::snprintf(line, sizeof line, "%04d %094d\n", i, 0);
+            if (::write(pipe.ends[1], line, 100) != 100)
+                ++refused;
+        }
+        return refused;
+    });
+    ASSERT_EQ(writes.wait_for(std::chrono::seconds(30)), std::future_status::ready)
+        << "a write waited for the stalled reader";
+    EXPECT_GT(writes.get(), 0) << "what does not fit is dropped";
+
+    const std::string arrived = pipe.drain().substr(pipe.filled);
+    ASSERT_FALSE(arrived.empty());
+    int previous = -1;
+    for (std::size_t at = 0; at < arrived.size(); at += 100) {
+        ASSERT_EQ(arrived.substr(at + 99, 1), "\n") << "a line arrived cut at " << at;
+        const int number = std::stoi(arrived.substr(at, 4));
+        EXPECT_GT(number, previous) << "in order, none twice";
+        previous = number;
+    }
+    ASSERT_EQ(::write(pipe.ends[1], "after\n", 6), 6);
+    EXPECT_EQ(pipe.drain(), "after\n") << "the reader is back: lines go through again";
+}
+
+/// A venue machine with a USB interface and a built-in microphone, and a cached show; what the
+/// bridge prints is kept in `printed()`.
 class HeadlessBridgeTest : public testing::Test, protected test::AppModelRig {
 protected:
     void SetUp() override {
@@ -51,102 +107,94 @@ protected:
         devices->addInput("mic", "Built-in Microphone", AudioClockTransport::builtIn);
         seedCache();
     }
-
-    /// Starts a bridge with these options; returns what it printed.
-    std::string start(std::unique_ptr<HeadlessBridge>& bridge, const LaunchOptions& options) {
+    void TearDown() override {
         bridge.reset();
-        char* text = nullptr;
-        std::size_t size = 0;
-        std::FILE* out = ::open_memstream(&text, &size);
-        bridge = std::make_unique<HeadlessBridge>(makeModel(devices), options, out);
-        bridge->start();
         std::fclose(out);
-        std::string printed(text, size);
         std::free(text);
-        return printed;
+    }
+    void start(const LaunchOptions& options, std::FILE* to = nullptr) {
+        bridge = std::make_unique<HeadlessBridge>(makeModel(devices), options, to ? to : out);
+        bridge->start();
+    }
+    std::string printed() {
+        std::fflush(out);
+        return {text, size};
     }
 
     std::shared_ptr<test::FakeAudioDeviceLayer> devices =
         std::make_shared<test::FakeAudioDeviceLayer>();
+    char* text = nullptr;
+    std::size_t size = 0;
+    std::FILE* out = ::open_memstream(&text, &size);
+    std::unique_ptr<HeadlessBridge> bridge;
 };
 
 TEST_F(HeadlessBridgeTest, LaunchSettingsAreSavedAndInForceBeforeTheFirstTick) {
-    std::unique_ptr<HeadlessBridge> bridge;
     // A fresh machine given only a host keeps it (the dashboard saves switch and host together).
-    LaunchOptions hostOnly;
-    hostOnly.artnetHost = " 10.1.1.1 ";
-    start(bridge, hostOnly);
+    LaunchOptions options;
+    options.artnetHost = " 10.1.1.1 ";
+    start(options);
     EXPECT_EQ(bridge->model().artnetHost(), "10.1.1.1");
     EXPECT_FALSE(bridge->model().artnetEnabled());
 
-    LaunchOptions options;
+    backend->opened.clear();
+    options = {};
     options.routes = std::vector<UniverseRoute>{{1, D::artnet(7)}, {2, D::unmapped()}};
     options.artnetEnabled = true;
     options.enttecEnabled = false;
     options.audioDeviceUID = "mic";
-    backend->opened.clear();
-    const std::string printed = start(bridge, options);
-    EXPECT_EQ(printed.find("not connected"), std::string::npos) << printed;
-
+    start(options);
     bridge->model().settings().flush();
     QSettings settings(settingsPath(), QSettings::IniFormat);
     EXPECT_EQ(decodeUniverseRoutes(
                   settings.value("kelvo.bridge.universe_routes").toByteArray().toStdString()),
               options.routes);
-    EXPECT_EQ(settings.value("kelvo.bridge.artnet_enabled").toBool(), true);
     EXPECT_EQ(settings.value("kelvo.bridge.artnet_host").toString(), "10.1.1.1") << "kept";
-    EXPECT_EQ(settings.value("kelvo.bridge.artnet_auto_fix").toBool(), true);
     EXPECT_EQ(settings.value("kelvo.bridge.enttec_enabled").toBool(), false);
-
-    // Capture was opened once, on the chosen input rather than the USB interface the automatic
-    // choice prefers.
+    // Capture opened once, on the chosen input rather than the USB interface it would prefer.
     EXPECT_EQ(backend->opened, (std::vector<std::optional<std::string>>{"mic"}));
-    AppModel& model = bridge->model();
 
     backend->last->deliver(std::vector<float>(2 * 512, 0.25f));
     test::pumpFor(std::chrono::milliseconds(20));
-    model.tick();
+    bridge->model().tick();
     ASSERT_EQ(transport->sent.size(), 1u);
     EXPECT_EQ(transport->sent[0].host, "10.1.1.1");
     EXPECT_EQ(transport->sent[0].datagram[14], 7) << "Art-Net universe of the launch route";
 }
 
-TEST_F(HeadlessBridgeTest, AnAbsentAudioInputIsReportedAndTheAutomaticChoiceStands) {
-    std::unique_ptr<HeadlessBridge> bridge;
+TEST_F(HeadlessBridgeTest, AnAbsentInputAndAnAutomaticRepairAreEachSaidOnce) {
     LaunchOptions options;
     options.audioDeviceUID = "gone";
-    const std::string printed = start(bridge, options);
-    EXPECT_THAT(printed, HasSubstr("Audio input \"gone\" is not connected; using "));
-    EXPECT_EQ(backend->opened, (std::vector<std::optional<std::string>>{"usb-a"}));
-
-    // Plugged in later, it is taken then.
-    devices->addInput("gone", "Late Interface", AudioClockTransport::usb);
-    devices->listener();
-    ASSERT_TRUE(test::pumpUntil([&] { return backend->opened.size() == 2; }));
-    EXPECT_EQ(backend->opened.back(), "gone");
-    EXPECT_EQ(bridge->model().audioSelection().activeAudioDeviceUID(), "gone");
-}
-
-TEST_F(HeadlessBridgeTest, AnAutomaticRepairIsPrintedOnceWhenItHappens) {
-    char* text = nullptr;
-    std::size_t size = 0;
-    std::FILE* out = ::open_memstream(&text, &size);
-    LaunchOptions options;
     options.artnetEnabled = true;
     options.artnetHost = "10.0.0.5";
-    HeadlessBridge bridge(makeModel(devices), options, out);
-    bridge.start();
+    start(options);
+    EXPECT_THAT(printed(), HasSubstr("Audio input \"gone\" is not connected; using "));
     discovery->state.nodes = ArtNetNodeList({test::artnetNode("10.0.0.9", {0}, {0})});
-    bridge.model().refreshArtNetHealth();
-    bridge.model().refreshArtNetHealth();
-    bridge.shutdown();
-    std::fclose(out);
-    const std::string printed(text, size);
-    std::free(text);
-    const std::string line = "Auto: Point Art-Net output at 10.0.0.9\n";
-    const auto first = printed.find(line);
-    ASSERT_NE(first, std::string::npos) << printed;
-    EXPECT_EQ(printed.find(line, first + 1), std::string::npos) << printed;
+    bridge->model().refreshArtNetHealth();
+    bridge->model().refreshArtNetHealth();
+    const std::string line = "Auto: Point Art-Net output at 10.0.0.9\n", all = printed();
+    ASSERT_NE(all.find(line), std::string::npos) << all;
+    EXPECT_EQ(all.find(line, all.find(line) + 1), std::string::npos) << all;
+}
+
+TEST_F(HeadlessBridgeTest, ALineTheOutputCannotTakeIsCountedAndTheNextLineSaysSo) {
+    StalledPipe pipe;
+    ::fcntl(pipe.ends[1], F_SETFL, O_NONBLOCK); // as the relay's own pipe is
+    std::FILE* stalled = ::fdopen(::dup(pipe.ends[1]), "w");
+    LaunchOptions options;
+    options.audioDeviceUID = "absent";
+    start(options, stalled);
+    EXPECT_EQ(bridge->linesLost(), 1u) << "the absent input's line did not fit";
+    ASSERT_EQ(pipe.drain().size(), pipe.filled) << "nothing half written";
+    std::string printed;
+    ASSERT_TRUE(test::pumpUntil([&] { return !(printed += pipe.drain()).empty(); },
+                                std::chrono::seconds(5)));
+    EXPECT_THAT(printed,
+                testing::StartsWith("(lines not shown while the output was not being read: 1)\n"));
+    EXPECT_THAT(printed, testing::HasSubstr("ticks/s")) << "then the status line";
+    EXPECT_EQ(bridge->linesLost(), 0u);
+    bridge.reset();
+    std::fclose(stalled);
 }
 
 } // namespace

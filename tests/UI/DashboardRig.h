@@ -12,20 +12,17 @@
 
 namespace kelvo::test {
 
-/// The process's GUI application, offscreen with the software renderer unless the test run
-/// asks for a real display (QT_QPA_PLATFORM=xcb under Xvfb).
-inline QGuiApplication& guiApplication() {
+/// The process's GUI application, offscreen unless the test run asks for a real display
+/// (QT_QPA_PLATFORM=xcb under Xvfb); the dashboard picks its renderer as the bridge does.
+inline void guiApplication() {
     if (!QCoreApplication::instance()) {
         if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
             qputenv("QT_QPA_PLATFORM", "offscreen");
-        if (qEnvironmentVariableIsEmpty("QT_QUICK_BACKEND"))
-            qputenv("QT_QUICK_BACKEND", "software");
         static int argc = 1;
         static char name[] = "kelvo-ui-tests";
         static char* argv[] = {name, nullptr};
         new QGuiApplication(argc, argv);
     }
-    return *qobject_cast<QGuiApplication*>(QCoreApplication::instance());
 }
 
 /// The dashboard window around a model whose platform is faked (AppModelRig), started as the
@@ -42,17 +39,11 @@ struct DashboardRig {
 
     AppModel& model() { return app->model(); }
     QQuickWindow* window() { return app->window(); }
-    /// The first item of that objectName in the window (popups and repeated items included),
-    /// or null.
+    /// The first item of that objectName in the window's visual tree, or null.
     QQuickItem* item(const char* objectName) {
-        const QString name = QString::fromLatin1(objectName);
-        if (auto* found = window()->findChild<QQuickItem*>(name))
-            return found;
-        return findVisual(window()->contentItem(), name);
+        return findVisual(window()->contentItem(), QString::fromLatin1(objectName));
     }
     static QQuickItem* findVisual(QQuickItem* from, const QString& name) {
-        if (!from)
-            return nullptr;
         if (from->objectName() == name)
             return from;
         for (QQuickItem* child : from->childItems())

@@ -14,7 +14,8 @@ Popup {
     width: Math.min(640, parent ? parent.width - 40 : 640)
     padding: Theme.padding * 1.5
 
-    readonly property var d: Bridge.dropDiagnostics
+    // Read only while shown: closed, its rows would be rebuilt at the visuals' rate for nobody.
+    readonly property var d: visible ? Bridge.dropDiagnostics : ({})
     function seconds(value) { return (value === undefined ? 0 : value).toFixed(1) + " s"; }
 
     background: Rectangle {

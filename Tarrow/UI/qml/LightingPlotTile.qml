@@ -15,12 +15,15 @@ Tile {
         color: "#07090b"
         radius: 6
         readonly property real lampSize: Math.max(10, Math.min(width, height) / 18)
+        readonly property var plot: Bridge.lightingPlot
 
         Repeater {
             objectName: "plotLamps"
-            model: Bridge.lightingPlot
+            // By count: the lamps stay while the show's fixtures do, only their colours change.
+            model: stage.plot.length
             Rectangle {
-                required property var modelData
+                required property int index
+                readonly property var modelData: stage.plot[index]
                 readonly property real level: modelData.dimmer
                 x: stage.lampSize / 2 + modelData.x * (stage.width - 2 * stage.lampSize)
                 y: stage.lampSize / 2 + modelData.y * (stage.height - 2 * stage.lampSize)
@@ -34,7 +37,7 @@ Tile {
         }
         Label {
             anchors.centerIn: parent
-            visible: Bridge.lightingPlot.length === 0
+            visible: stage.plot.length === 0
             text: "No fixtures in the current show"
             color: Theme.textDim
         }

@@ -9,6 +9,8 @@ Tile {
     title: "Tempo"
 
     readonly property var beat: Bridge.beatReadout
+    // Whole percent: the bar and its text repaint when the figure shown changes, not every tick.
+    readonly property real confidence: Math.round((beat ? beat.confidence : 0) * 100) / 100
     readonly property real beatCount: beat ? beat.beatCount : 0
     onBeatCountChanged: flash.restart()
 
@@ -61,11 +63,11 @@ Tile {
                 objectName: "confidence"
                 Layout.fillWidth: true
                 from: 0; to: 1
-                value: tile.beat ? tile.beat.confidence : 0
+                value: tile.confidence
             }
             Label {
                 objectName: "confidenceText"
-                text: Math.round((tile.beat ? tile.beat.confidence : 0) * 100) + " %"
+                text: Math.round(tile.confidence * 100) + " %"
                 color: Theme.text
                 font.pixelSize: Theme.fontBody
             }
