@@ -50,6 +50,7 @@ struct EngineHost::Scripts {
     ProtectedValue dropDetectorConstructor;
     ProtectedValue dropDetector;
     ProtectedValue lastFrame;
+    ProtectedValue stagedSubset; // a show built for the next switch
 };
 
 namespace {
@@ -154,6 +155,7 @@ EngineHost::~EngineHost() {
 
 void EngineHost::releaseScriptObjects() {
     *scripts_ = Scripts{};
+    stagedShowId_ = 0;
 }
 
 bool EngineHost::hasSession() const {
@@ -315,46 +317,17 @@ void EngineHost::loadCachedShow(std::string_view subsetJSON) {
 
 std::optional<std::string> EngineHost::loadShow(const nlohmann::json& activeShow,
                                                 const nlohmann::json& controlState) {
-    const Names& n = *names_;
-    const Value session = readySession();
-    if (!session.isPresent())
-        return std::nullopt;
-    const Value engine = context_->global().get(n.bridgeEngine);
-    const Value build = engine.get(n.buildShowSnapshotSubset);
-    if (!engine.isPresent() || !build.isPresent())
-        return std::nullopt;
-    const LoadTimeLimit limit(*context_, limits_);
-
-    const Value show = context_->parseJSON(scriptText(activeShow));
-    const Value control = context_->parseJSON(scriptText(controlState));
-    const Value subset = build.callAsFunction(engine, {show, control});
-    session.call(n.loadShow, {subset});
-
-    if (activeShow.is_object()) {
-        if (const auto fixtures = activeShow.find("fixtures");
-            fixtures != activeShow.end() && isArrayOfObjects(*fixtures))
-            applyFixtureOptions(*fixtures);
-    }
-
-    EngineControl fromState;
-    fromState.modeId = jsonString(controlState, "mode");
-    fromState.modeTo = jsonString(controlState, "mode_to");
-    fromState.modeLerp = jsonNumber(controlState, "mode_lerp").value_or(0.0);
-    fromState.themeName = jsonString(controlState, "theme_name");
-    fromState.manualDimmer = manualDimmer(controlState);
-    applyControl(fromState);
-
-    std::optional<std::string> text = stringify(*context_, subset, n.json, n.stringify);
-    if (!text)
-        return std::nullopt;
-    fixturePositions_ = fixturePositionsFromSubset(*text);
+    const ShowTexts texts = showTexts(activeShow, controlState);
+    const StagedShow staged = stageShow(texts);
+    std::optional<std::string> text = stagedShowText(staged);
+    auto positions = text ? fixturePositionsFromSubset(*text)
+                          : std::map<std::string, std::pair<double, double>>{};
+    switchToStagedShow(staged, texts, std::move(positions));
     return text;
 }
 
-void EngineHost::applyFixtureOptions(const nlohmann::json& fixtures) {
-    const Value session = readySession();
-    if (!session.isPresent() || !fixtures.is_array())
-        return;
+namespace {
+nlohmann::json fixtureOptionsList(const nlohmann::json& fixtures) {
     nlohmann::json list = nlohmann::json::array();
     for (const nlohmann::json& fixture : fixtures) {
         if (!fixture.is_object())
@@ -368,6 +341,85 @@ void EngineHost::applyFixtureOptions(const nlohmann::json& fixtures) {
                                         ? *options
                                         : nlohmann::json::object()}});
     }
+    return list;
+}
+} // namespace
+
+EngineHost::ShowTexts EngineHost::showTexts(const nlohmann::json& activeShow,
+                                            const nlohmann::json& controlState) {
+    ShowTexts texts;
+    texts.showJSON = scriptText(activeShow);
+    texts.controlStateJSON = scriptText(controlState);
+    if (activeShow.is_object()) {
+        if (const auto fixtures = activeShow.find("fixtures");
+            fixtures != activeShow.end() && isArrayOfObjects(*fixtures))
+            if (const nlohmann::json list = fixtureOptionsList(*fixtures); !list.empty())
+                texts.fixtureOptionsJSON = scriptText(list);
+    }
+    texts.control.modeId = jsonString(controlState, "mode");
+    texts.control.modeTo = jsonString(controlState, "mode_to");
+    texts.control.modeLerp = jsonNumber(controlState, "mode_lerp").value_or(0.0);
+    texts.control.themeName = jsonString(controlState, "theme_name");
+    texts.control.manualDimmer = manualDimmer(controlState);
+    return texts;
+}
+
+EngineHost::StagedShow EngineHost::stageShow(const ShowTexts& texts) {
+    const Names& n = *names_;
+    scripts_->stagedSubset = ProtectedValue();
+    stagedShowId_ = 0;
+    if (!readySession().isPresent())
+        return {};
+    const Value engine = context_->global().get(n.bridgeEngine);
+    const Value build = engine.get(n.buildShowSnapshotSubset);
+    if (!engine.isPresent() || !build.isPresent())
+        return {};
+    const LoadTimeLimit limit(*context_, limits_);
+    const Value show = context_->parseJSON(texts.showJSON);
+    const Value control = context_->parseJSON(texts.controlStateJSON);
+    const Value subset = build.callAsFunction(engine, {show, control});
+    if (!subset.isPresent())
+        return {};
+    scripts_->stagedSubset = ProtectedValue(subset);
+    static std::uint64_t lastStage = 0;
+    stagedShowId_ = ++lastStage;
+    return {stagedShowId_};
+}
+
+std::optional<std::string> EngineHost::stagedShowText(StagedShow staged) {
+    if (staged.id == 0 || staged.id != stagedShowId_ || !scriptMayRun())
+        return std::nullopt;
+    const LoadTimeLimit limit(*context_, limits_);
+    return stringify(*context_, scripts_->stagedSubset.view(), names_->json, names_->stringify);
+}
+
+bool EngineHost::switchToStagedShow(StagedShow staged, const ShowTexts& texts,
+                                    std::map<std::string, std::pair<double, double>> positions) {
+    const Value session = readySession();
+    if (staged.id == 0 || staged.id != stagedShowId_ || !session.isPresent())
+        return false;
+    const Value subset = scripts_->stagedSubset.view();
+    {
+        const LoadTimeLimit limit(*context_, limits_);
+        session.call(names_->loadShow, {subset});
+        // A script that ran out of time above is left alone; these become no-ops.
+        if (!texts.fixtureOptionsJSON.empty())
+            if (const Value ready = readySession(); ready.isPresent())
+                ready.call(names_->applyFixtureOptions,
+                           {context_->parseJSON(texts.fixtureOptionsJSON)});
+        applyControl(texts.control);
+    }
+    fixturePositions_ = std::move(positions);
+    scripts_->stagedSubset = ProtectedValue();
+    stagedShowId_ = 0;
+    return true;
+}
+
+void EngineHost::applyFixtureOptions(const nlohmann::json& fixtures) {
+    const Value session = readySession();
+    if (!session.isPresent() || !fixtures.is_array())
+        return;
+    const nlohmann::json list = fixtureOptionsList(fixtures);
     if (list.empty())
         return;
     session.call(names_->applyFixtureOptions, {context_->parseJSON(scriptText(list))});

@@ -12,6 +12,7 @@
 #include <nlohmann/json.hpp>
 
 #include <chrono>
+#include <cstdint>
 #include <map>
 #include <memory>
 #include <optional>
@@ -82,6 +83,28 @@ public:
     /// state; the subset as UTF-8 JSON for the cache, or nullopt.
     std::optional<std::string> loadShow(const nlohmann::json& activeShow,
                                         const nlohmann::json& controlState);
+
+    /// The same load in pieces short enough for the gaps between ticks. The running show keeps
+    /// stepping until `switchToStagedShow`, which loads the staged one, its fixture options and
+    /// control state in one go. A newer stage, or a new harness, drops the older stage.
+    struct StagedShow {
+        std::uint64_t id = 0; ///< 0: nothing staged (no session)
+    };
+    /// The texts the script needs, made from outside data on any thread.
+    struct ShowTexts {
+        std::string showJSON, controlStateJSON;
+        std::string fixtureOptionsJSON; ///< empty: none to apply
+        EngineControl control;          ///< the control state's own fields
+    };
+    static ShowTexts showTexts(const nlohmann::json& activeShow,
+                               const nlohmann::json& controlState);
+    /// Builds the show subset in the script and holds it.
+    StagedShow stageShow(const ShowTexts& texts);
+    /// The staged subset as UTF-8 JSON for the cache and the fixture positions, or nullopt.
+    std::optional<std::string> stagedShowText(StagedShow staged);
+    /// Switches to the staged show; false when it is no longer staged or the script may not run.
+    bool switchToStagedShow(StagedShow staged, const ShowTexts& texts,
+                            std::map<std::string, std::pair<double, double>> positions);
     void applyControl(const EngineControl& control);
     void applyFixtureOptions(const nlohmann::json& fixtures);
     bool hasRealizedShow();
@@ -165,6 +188,7 @@ private:
     LightingPlot lightingPlot_;
     std::vector<ThemePaletteColor> liveScheme_;
     std::map<std::string, std::pair<double, double>> fixturePositions_;
+    std::uint64_t stagedShowId_ = 0; // the subset held in Scripts::stagedSubset
     std::unique_ptr<const Names> names_;
 };
 

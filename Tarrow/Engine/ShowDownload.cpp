@@ -112,7 +112,9 @@ QCoro::Task<> ShowDownload::fetchShowAndHarness(BridgeAPIClient client, std::str
     }
     QCoro::Task<> showSlot = mainThreadSlot(cancel);
     co_await std::move(showSlot);
-    target_.applyParsedBootstrap(bootstrap.document);
+    QCoro::Task<> applying = target_.applyParsedBootstrap(std::move(bootstrap.document), cancel);
+    co_await std::move(applying);
+    cancel.throwIfCancelled();
     prefetchShowPatches(client, std::move(bootstrap.otherRevisions), token);
     target_.publishInterpretationInBackground(token);
 
@@ -137,6 +139,24 @@ QCoro::Task<> ShowDownload::fetchShowAndHarness(BridgeAPIClient client, std::str
     }
     cancel.throwIfCancelled();
     target_.showDownloadFinished();
+}
+
+QCoro::Task<> ShowDownload::applyPushedBootstrap(QByteArray bytes, CancellationToken cancel) {
+    try {
+        QCoro::Task<DecodedBootstrap> decoding =
+            offMainThread<DecodedBootstrap>([bytes] { return decodeBootstrap(bytes); });
+        DecodedBootstrap bootstrap = co_await std::move(decoding);
+        cancel.throwIfCancelled();
+        QCoro::Task<> slot = mainThreadSlot(cancel);
+        co_await std::move(slot);
+        QCoro::Task<> applying =
+            target_.applyParsedBootstrap(std::move(bootstrap.document), cancel);
+        co_await std::move(applying);
+    } catch (const FlowCancelled&) {
+    } catch (const std::exception& error) {
+        // A bad push changes nothing; the next connect downloads the whole state again.
+        qCWarning(lcDownload) << "pushed bootstrap ignored:" << error.what();
+    }
 }
 
 void ShowDownload::prefetchShowPatches(BridgeAPIClient client,
