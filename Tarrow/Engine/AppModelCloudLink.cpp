@@ -177,6 +177,9 @@ QCoro::Task<> AppModel::applyParsedBootstrap(nlohmann::json bootstrap, Cancellat
                                                });
         co_await std::move(loading);
     }
+    // A new engine without a show to switch with takes over now (a newer show brings it).
+    if (!showRealisation_->isRealising())
+        engine_.installStagedHarness();
     if (!engine_.hasRealizedShow() && !showRealisation_->isRealising()) {
         if (const std::optional<QByteArray> snapshot = cache_->loadShowSnapshot())
             engine_.loadCachedShow(

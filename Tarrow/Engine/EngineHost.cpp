@@ -208,19 +208,57 @@ void EngineHost::setFaults(std::optional<EngineScriptFault> run,
         emit faultChanged(before, fault());
 }
 
+struct EngineHost::CompiledHarness {
+    std::unique_ptr<ScriptContext> context; // null: none could be compiled in time
+    Scripts scripts;                        // dies before its context
+    std::optional<EngineScriptFault> loadFault;
+};
+
 bool EngineHost::loadHarness(std::string_view source) {
-    if (tryLoadHarness(source)) {
-        setFaults(std::nullopt, std::nullopt);
+    const bool inTime = stageHarness(source);
+    installStagedHarness();
+    return inTime;
+}
+
+bool EngineHost::stageHarness(std::string_view source) {
+    stagedHarness_.reset();
+    scripts_->stagedSubset = ProtectedValue(); // built by the engine being replaced
+    stagedShowId_ = 0;
+    auto compiled = compileHarness(source);
+    if (compiled->context) {
+        stagedHarness_ = std::move(compiled);
         return true;
     }
     // A harness that hangs at load would hang every start from the cache.
-    tryLoadHarness(bundledHarnessScript());
-    setFaults(std::nullopt, EngineScriptFault::loadTookTooLong);
+    stagedHarness_ = compileHarness(bundledHarnessScript());
+    stagedHarness_->loadFault = EngineScriptFault::loadTookTooLong;
     return false;
 }
 
-bool EngineHost::tryLoadHarness(std::string_view source) {
+void EngineHost::installStagedHarness() {
+    if (!stagedHarness_)
+        return;
+    const std::unique_ptr<CompiledHarness> compiled = std::move(stagedHarness_);
+    releaseScriptObjects();
+    *scripts_ = std::move(compiled->scripts);
+    context_ = std::move(compiled->context);
+    retryAt_.reset();
+    retryDelay_ = firstRetryDelay;
+    classicalClock_ = 0;
+    lastNormalizedBands_ = {};
+    lastBeat_ = {};
+    lightingPlot_ = {};
+    liveScheme_.clear();
+    fixturePositions_.clear();
+    dropArmed_ = false;
+    automaticDropCount_ = 0;
+    recentDrops_.clear();
+    setFaults(std::nullopt, compiled->loadFault);
+}
+
+std::unique_ptr<EngineHost::CompiledHarness> EngineHost::compileHarness(std::string_view source) {
     const Names& n = *names_;
+    auto compiled = std::make_unique<CompiledHarness>();
     auto context = std::make_unique<ScriptContext>();
     bool ranOutOfTime = false;
     context->setTimeoutHandler([&ranOutOfTime] { ranOutOfTime = true; });
@@ -235,39 +273,30 @@ bool EngineHost::tryLoadHarness(std::string_view source) {
 
     context->evaluate(source);
 
-    releaseScriptObjects();
-    context_ = std::move(context);
-    retryAt_.reset();
-    retryDelay_ = firstRetryDelay;
-    classicalClock_ = 0;
-    lastNormalizedBands_ = {};
-    lastBeat_ = {};
-    lightingPlot_ = {};
-    liveScheme_.clear();
-    fixturePositions_.clear();
-
-    const Value engine = context_->global().get(n.bridgeEngine);
+    Scripts& scripts = compiled->scripts;
+    const Value engine = context->global().get(n.bridgeEngine);
     if (engine.isPresent()) {
         Value tracker = engine.get(n.beatTracker);
         if (!tracker.isPresent())
             tracker = engine.get(n.classicalBeatTracker);
-        scripts_->beatTracker = ProtectedValue(tracker.construct());
-        scripts_->bandNormalizer = ProtectedValue(engine.get(n.bandNormalizer).construct());
-        scripts_->decibelWindow = ProtectedValue(engine.get(n.decibelWindow).construct());
-        scripts_->session = ProtectedValue(engine.get(n.session).construct());
+        scripts.beatTracker = ProtectedValue(tracker.construct());
+        scripts.bandNormalizer = ProtectedValue(engine.get(n.bandNormalizer).construct());
+        scripts.decibelWindow = ProtectedValue(engine.get(n.decibelWindow).construct());
+        scripts.session = ProtectedValue(engine.get(n.session).construct());
         const Value detector = engine.get(n.dropDetector);
-        if (detector.isPresent())
-            scripts_->dropDetectorConstructor = ProtectedValue(detector);
+        if (detector.isPresent()) {
+            scripts.dropDetectorConstructor = ProtectedValue(detector);
+            scripts.dropDetector = ProtectedValue(detector.construct());
+        }
     }
-    replaceDropDetector();
     if (ranOutOfTime) {
-        releaseScriptObjects();
-        context_.reset();
-        return false;
+        scripts = Scripts{};
+        return compiled;
     }
-    context_->setTimeoutHandler([this] { scriptTimedOut(); });
-    context_->setTimeLimit(limits_.call);
-    return true;
+    context->setTimeoutHandler([this] { scriptTimedOut(); });
+    context->setTimeLimit(limits_.call);
+    compiled->context = std::move(context);
+    return compiled;
 }
 
 void EngineHost::replaceDropDetector() {
@@ -364,39 +393,55 @@ EngineHost::ShowTexts EngineHost::showTexts(const nlohmann::json& activeShow,
     return texts;
 }
 
+ScriptContext* EngineHost::stagingContext() {
+    if (stagedHarness_)
+        return stagedHarness_->context.get();
+    return readySession().isPresent() ? context_.get() : nullptr;
+}
+
+EngineHost::Scripts& EngineHost::stagingScripts() {
+    return stagedHarness_ ? stagedHarness_->scripts : *scripts_;
+}
+
 EngineHost::StagedShow EngineHost::stageShow(const ShowTexts& texts) {
     const Names& n = *names_;
-    scripts_->stagedSubset = ProtectedValue();
+    stagingScripts().stagedSubset = ProtectedValue();
     stagedShowId_ = 0;
-    if (!readySession().isPresent())
+    ScriptContext* context = stagingContext();
+    if (!context || !stagingScripts().session.isPresent())
         return {};
-    const Value engine = context_->global().get(n.bridgeEngine);
+    const Value engine = context->global().get(n.bridgeEngine);
     const Value build = engine.get(n.buildShowSnapshotSubset);
     if (!engine.isPresent() || !build.isPresent())
         return {};
-    const LoadTimeLimit limit(*context_, limits_);
-    const Value show = context_->parseJSON(texts.showJSON);
-    const Value control = context_->parseJSON(texts.controlStateJSON);
+    const LoadTimeLimit limit(*context, limits_);
+    const Value show = context->parseJSON(texts.showJSON);
+    const Value control = context->parseJSON(texts.controlStateJSON);
     const Value subset = build.callAsFunction(engine, {show, control});
     if (!subset.isPresent())
         return {};
-    scripts_->stagedSubset = ProtectedValue(subset);
+    stagingScripts().stagedSubset = ProtectedValue(subset);
     static std::uint64_t lastStage = 0;
     stagedShowId_ = ++lastStage;
     return {stagedShowId_};
 }
 
 std::optional<std::string> EngineHost::stagedShowText(StagedShow staged) {
-    if (staged.id == 0 || staged.id != stagedShowId_ || !scriptMayRun())
+    ScriptContext* context = stagingContext();
+    if (staged.id == 0 || staged.id != stagedShowId_ || !context)
         return std::nullopt;
-    const LoadTimeLimit limit(*context_, limits_);
-    return stringify(*context_, scripts_->stagedSubset.view(), names_->json, names_->stringify);
+    const LoadTimeLimit limit(*context, limits_);
+    return stringify(*context, stagingScripts().stagedSubset.view(), names_->json,
+                     names_->stringify);
 }
 
 bool EngineHost::switchToStagedShow(StagedShow staged, const ShowTexts& texts,
                                     std::map<std::string, std::pair<double, double>> positions) {
+    if (staged.id == 0 || staged.id != stagedShowId_)
+        return false;
+    installStagedHarness(); // the show was built by it: both switch together
     const Value session = readySession();
-    if (staged.id == 0 || staged.id != stagedShowId_ || !session.isPresent())
+    if (!session.isPresent())
         return false;
     const Value subset = scripts_->stagedSubset.view();
     {

@@ -78,6 +78,12 @@ public:
     /// Loads the harness. One that runs out of time at load is not used: the built-in engine is
     /// loaded instead and false returned.
     bool loadHarness(std::string_view source);
+    /// Compiles the harness in a context of its own while the running one keeps stepping; it
+    /// takes over at the next staged show's switch, or at `installStagedHarness`. A show staged
+    /// meanwhile is built by it.
+    bool stageHarness(std::string_view source);
+    void installStagedHarness();
+    bool hasStagedHarness() const { return stagedHarness_ != nullptr; }
     void loadCachedShow(std::string_view subsetJSON);
     /// Builds the show subset in the script, loads it and applies fixture options and control
     /// state; the subset as UTF-8 JSON for the cache, or nullopt.
@@ -158,8 +164,12 @@ private:
     struct Names;
     struct Scripts;
 
-    /// Loads within the load limit; false when the script ran out of time.
-    bool tryLoadHarness(std::string_view source);
+    struct CompiledHarness;
+    /// Compiles within the load limit; without a context when the script ran out of time.
+    std::unique_ptr<CompiledHarness> compileHarness(std::string_view source);
+    /// Where a show is staged: the staged harness when one waits, else the running one.
+    script::ScriptContext* stagingContext();
+    Scripts& stagingScripts();
     /// True when a context exists and may be called now; ends a back-off that is over.
     bool scriptMayRun();
     /// The director session when it may be called now, else absent. Every session call goes
@@ -189,6 +199,7 @@ private:
     std::vector<ThemePaletteColor> liveScheme_;
     std::map<std::string, std::pair<double, double>> fixturePositions_;
     std::uint64_t stagedShowId_ = 0; // the subset held in Scripts::stagedSubset
+    std::unique_ptr<CompiledHarness> stagedHarness_;
     std::unique_ptr<const Names> names_;
 };
 

@@ -101,14 +101,13 @@ QCoro::Task<> ShowDownload::fetchShowAndHarness(BridgeAPIClient client, std::str
     if (!harness && !engine_.hasContext())
         harness = harnessBefore;
 
-    // Compiling a new engine cannot be split: it gets a slot of its own, right after a tick.
-    // Until its show is realised in the next slot the outputs hold their last frame (a step
-    // without a show yields nothing), and the new engine and its show always arrive together
-    // within two ticks; an unchanged engine keeps its tempo lock across a reconnect.
+    // Compiling a new engine cannot be split: it gets a slot of its own, right after a tick,
+    // in a context of its own while the running engine keeps stepping. The new engine takes
+    // over together with its show; an unchanged engine keeps its tempo lock across a reconnect.
     if (harness) {
         QCoro::Task<> compileSlot = mainThreadSlot(cancel);
         co_await std::move(compileSlot);
-        engine_.loadHarness(view(*harness));
+        engine_.stageHarness(view(*harness));
     }
     QCoro::Task<> showSlot = mainThreadSlot(cancel);
     co_await std::move(showSlot);
