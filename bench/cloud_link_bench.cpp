@@ -2,7 +2,9 @@
 // kelvo-devcloud on loopback, beside the first ArtDmx from the cache (which must not wait for
 // the network), and what a full download does to the lights' rhythm: the interval between
 // ArtDmx packets (sent by every tick), the longest main-thread piece the download ran in a slot
-// after a tick, and the longest main-thread slice of any kind.
+// after a tick, and the longest main-thread slice of any kind. The first launch starts from an
+// empty cache; the others alternate between the engine cached and an older engine cached (the
+// download then compiles the new one while the cached show is lighting).
 //   build/bench/cloud_link_bench [LAUNCHES]      (needs build/devcloud/kelvo-devcloud)
 #include "Cloud/DisconnectNotifier.h"
 #include "Cloud/QtURLSession.h"
@@ -12,7 +14,9 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QElapsedTimer>
+#include <QFile>
 #include <QProcess>
+#include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QTimer>
 
@@ -139,9 +143,26 @@ int main(int argc, char** argv) {
 
     // Main-thread slices during full downloads: a 1 ms timer's lateness while the bridge
     // connects (the first launch fills the cache, so the engine and show are new to it).
-    std::vector<double> firstArtDmx, connected, gaps, warmTicks, coldTicks;
-    double longestPieceWarm = 0, longestPieceCold = 0, longestCpuWarm = 0, longestCpuCold = 0;
+    enum Scenario { emptyCache, engineCached, newEngine };
+    const char* const scenarioNames[] = {"download with a new engine (empty cache)",
+                                         "downloads with the engine cached",
+                                         "downloads of a new engine while the cached show lights"};
+    struct Figures {
+        std::vector<double> ticks;
+        double piece = 0, pieceCpu = 0;
+    };
+    Figures figures[3];
+    std::vector<double> firstArtDmx, connected, gaps;
     for (int launch = 0; launch < launches; ++launch) {
+        const Scenario scenario = launch == 0 ? emptyCache : launch % 2 ? engineCached : newEngine;
+        if (scenario == newEngine) {
+            // An older engine in the cache: the download brings the current one.
+            QFile engine(QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation) +
+                         '/' + OfflineShowCache::cacheFolderName + '/' +
+                         OfflineShowCache::harnessFileName);
+            if (engine.open(QIODevice::Append))
+                engine.write("\n// an older engine\n");
+        }
         QElapsedTimer clock;
         clock.start();
         auto artnet = std::make_shared<TimedArtNet>();
@@ -182,15 +203,13 @@ int main(int argc, char** argv) {
         const double pieceCpu = pieces ? pieces->longestPieceProcessorTime().count() / 1e6 : 0;
         std::printf("launch %d: first ArtDmx %.1f ms, connected %.1f ms, longest slice after "
                     "start-up %.1f ms, longest piece after a tick %.1f ms (%.1f ms processor "
-                    "time), longest ArtDmx interval %.1f ms%s\n",
+                    "time), longest ArtDmx interval %.1f ms (%s)\n",
                     launch + 1, first, linked, launchLongest - 1, piece, pieceCpu, longestTick,
-                    launch == 0 ? " (empty cache)" : "");
-        (launch == 0 ? coldTicks : warmTicks)
-            .insert((launch == 0 ? coldTicks : warmTicks).end(), ticks.begin(), ticks.end());
-        double& longestPiece = launch == 0 ? longestPieceCold : longestPieceWarm;
-        longestPiece = std::max(longestPiece, piece);
-        double& longestCpu = launch == 0 ? longestCpuCold : longestCpuWarm;
-        longestCpu = std::max(longestCpu, pieceCpu);
+                    scenarioNames[scenario]);
+        Figures& group = figures[scenario];
+        group.ticks.insert(group.ticks.end(), ticks.begin(), ticks.end());
+        group.piece = std::max(group.piece, piece);
+        group.pieceCpu = std::max(group.pieceCpu, pieceCpu);
         if (launch > 0) {
             firstArtDmx.push_back(first);
             connected.push_back(linked - first);
@@ -205,23 +224,25 @@ int main(int argc, char** argv) {
         std::printf("1 ms probe while connecting: p50 %.2f ms, p99 %.2f ms, longest %.2f ms\n",
                     gaps[gaps.size() / 2], gaps[gaps.size() * 99 / 100], gaps.back());
     // A tick is 16.67 ms; its deviation is how far an interval strays from that.
-    const auto report = [](const char* name, std::vector<double> intervals, double piece,
-                           double pieceCpu) {
-        if (intervals.empty())
+    const auto report = [](const char* name, const Figures& group) {
+        if (group.ticks.empty())
             return;
-        std::vector<double> deviation;
+        std::vector<double> intervals = group.ticks, deviation;
         for (const double interval : intervals)
             deviation.push_back(std::abs(interval - 1000.0 / 60));
+        std::sort(intervals.begin(), intervals.end());
         std::sort(deviation.begin(), deviation.end());
-        std::printf(
-            "%s: ArtDmx interval deviation p50 %.2f ms, p99 %.2f ms, largest %.2f ms "
-            "(%zu intervals); longest main-thread piece after a tick %.2f ms (%.2f ms processor "
-            "time)\n",
-            name, deviation[deviation.size() / 2], deviation[deviation.size() * 99 / 100],
-            deviation.back(), deviation.size(), piece, pieceCpu);
+        const auto p99 = [](const std::vector<double>& sorted) {
+            return sorted[sorted.size() * 99 / 100];
+        };
+        std::printf("%s: ArtDmx interval p99 %.2f ms; deviation p50 %.2f ms, p99 %.2f ms, "
+                    "largest %.2f ms (%zu intervals); largest slice (piece after a tick) %.2f ms "
+                    "(%.2f ms processor time)\n",
+                    name, p99(intervals), deviation[deviation.size() / 2], p99(deviation),
+                    deviation.back(), deviation.size(), group.piece, group.pieceCpu);
     };
-    report("download with a new engine (empty cache)", coldTicks, longestPieceCold, longestCpuCold);
-    report("downloads with the engine cached", warmTicks, longestPieceWarm, longestCpuWarm);
+    for (const Scenario scenario : {emptyCache, engineCached, newEngine})
+        report(scenarioNames[scenario], figures[scenario]);
     cloud.terminate();
     cloud.waitForFinished(3000);
     return 0;

@@ -22,6 +22,7 @@
 #include "Engine/LiveControl.h"
 #include "Engine/MicrophoneAuthorization.h"
 #include "Engine/ShowDownload.h"
+#include "Engine/ShowRealisation.h"
 #include "Engine/StoredOutputSettings.h"
 #include "Show/InterpretationTree.h"
 #include "Show/ShowOptions.h"
@@ -201,6 +202,7 @@ public:
     void refreshAppUpdateNotice();
     QCoro::Task<> fetchShowAndHarness(std::string token);
     /// Applies a runtime bootstrap payload; throws the parser's error or BootstrapViewDataError.
+    /// With a cloud link the show is realised in slots after the following ticks.
     void applyBootstrap(const QByteArray& payload);
     void recordShowPatch(const ShowPatch& patch) override;
     /// Absent when the model was built without a cloud transport.
@@ -481,10 +483,15 @@ private:
     void makeShowUpdatesChannel();
     void handleShowUpdate(const ShowUpdateMessage& message);
     QCoro::Task<> reloadActiveShow(std::string token, std::uint64_t switchGeneration);
-    /// Loads `activeShow` with `controlState`, records its patch and caches the realised subset.
-    void loadActiveShow(const nlohmann::json& activeShow, const nlohmann::json& controlState);
+    /// Loads `activeShow` with `controlState`, records its patch and caches the realised subset;
+    /// `atSwitch` runs in the slot where the show switches (told whether it did).
+    QCoro::Task<> loadActiveShow(nlohmann::json activeShow, nlohmann::json controlState,
+                                 CancellationToken cancel,
+                                 std::function<void(bool switched)> atSwitch = {});
+    QCoro::Task<> inBackground(QCoro::Task<> flow);
+    CancellationToken cloudLifetime() const;
     // ShowDownloadTarget
-    void applyParsedBootstrap(const nlohmann::json& bootstrap) override;
+    QCoro::Task<> applyParsedBootstrap(nlohmann::json bootstrap, CancellationToken cancel) override;
     const std::vector<ThemeOption>& currentThemes() const override { return themes_; }
     void replaceThemes(std::vector<ThemeOption> themes) override;
     void showDownloadFinished() override;
@@ -566,6 +573,7 @@ private:
     std::unique_ptr<TickSlots> tickSlots_; // the download's main-thread work, after each tick
     std::unique_ptr<CacheWriter> cacheWriter_;
     std::unique_ptr<ShowDownload> showDownload_;
+    std::unique_ptr<ShowRealisation> showRealisation_; // outlives the flows the cloud cancels
     std::unique_ptr<CloudSession> cloud_;
     std::unique_ptr<ShowUpdatesChannel> showUpdates_;
     std::uint64_t showSwitchGeneration_ = 0;

@@ -14,9 +14,12 @@ namespace kelvo {
 
 void AppModel::makeCloudLink() {
     cacheWriter_ = std::make_unique<CacheWriter>();
-    if (!environment_.http)
+    if (!environment_.http) {
+        showRealisation_ = std::make_unique<ShowRealisation>(engine_, nullptr, nullptr);
         return;
+    }
     tickSlots_ = std::make_unique<TickSlots>([this] { return tickScheduler_.isActive(); });
+    showRealisation_ = std::make_unique<ShowRealisation>(engine_, tickSlots_.get(), this);
     ShowDownloadTarget& target = *this;
     showDownload_ = std::make_unique<ShowDownload>(*cache_, engine_, target, cacheWriter_.get(),
                                                    this, tickSlots_.get());
@@ -122,11 +125,24 @@ void AppModel::refreshOfflineWorkspace() {
 }
 
 void AppModel::applyBootstrap(const QByteArray& payload) {
-    applyParsedBootstrap(BootstrapViewData::parseDocument(
-        std::string_view(payload.constData(), std::size_t(payload.size()))));
+    inBackground(applyParsedBootstrap(BootstrapViewData::parseDocument(std::string_view(
+                                          payload.constData(), std::size_t(payload.size()))),
+                                      cloudLifetime()));
 }
 
-void AppModel::applyParsedBootstrap(const nlohmann::json& bootstrap) {
+CancellationToken AppModel::cloudLifetime() const {
+    return cloud_ ? cloud_->lifetimeToken() : CancellationToken();
+}
+
+QCoro::Task<> AppModel::inBackground(QCoro::Task<> flow) {
+    try {
+        co_await std::move(flow);
+    } catch (const FlowCancelled&) {
+        // Signed out or quitting: nothing is left to apply it to.
+    }
+}
+
+QCoro::Task<> AppModel::applyParsedBootstrap(nlohmann::json bootstrap, CancellationToken cancel) {
     if (assignIfChanged(shows_, BootstrapViewData::parsed::extractShowList(bootstrap)))
         emit showsChanged();
     if (assignIfChanged(lightingModes_, BootstrapViewData::parsed::extractLightingModes(bootstrap)))
@@ -143,29 +159,49 @@ void AppModel::applyParsedBootstrap(const nlohmann::json& bootstrap) {
         found != bootstrap.end() && found->is_object())
         controlState = *found;
     controlState.update(selection.controlFields());
+    // The selections and the themes reach the engine with the show, never a tick after it.
+    const auto applySelections = [this, selection] {
+        engine_.applyControl(
+            {.modeId = selection.modeId, .modeTo = selection.modeTo, .modeLerp = selection.amount});
+        pushThemesToEngine();
+    };
+    bool applied = false;
     const auto activeShow = bootstrap.find("active_show");
-    if (activeShow != bootstrap.end() && activeShow->is_object())
-        loadActiveShow(*activeShow, controlState);
-    if (!engine_.hasRealizedShow()) {
+    if (activeShow != bootstrap.end() && activeShow->is_object()) {
+        QCoro::Task<> loading = loadActiveShow(std::move(*activeShow), std::move(controlState),
+                                               cancel, [&applied, applySelections](bool switched) {
+                                                   if (switched) {
+                                                       applySelections();
+                                                       applied = true;
+                                                   }
+                                               });
+        co_await std::move(loading);
+    }
+    // A new engine without a show to switch with takes over now (a newer show brings it).
+    if (!showRealisation_->isRealising())
+        engine_.installStagedHarness();
+    if (!engine_.hasRealizedShow() && !showRealisation_->isRealising()) {
         if (const std::optional<QByteArray> snapshot = cache_->loadShowSnapshot())
             engine_.loadCachedShow(
                 std::string_view(snapshot->constData(), std::size_t(snapshot->size())));
     }
-    engine_.applyControl(
-        {.modeId = selection.modeId, .modeTo = selection.modeTo, .modeLerp = selection.amount});
-    pushThemesToEngine();
+    if (!applied)
+        applySelections();
     persistWorkspaceUI();
     refreshOfflineWorkspace();
 }
 
-void AppModel::loadActiveShow(const nlohmann::json& activeShow,
-                              const nlohmann::json& controlState) {
+QCoro::Task<> AppModel::loadActiveShow(nlohmann::json activeShow, nlohmann::json controlState,
+                                       CancellationToken cancel,
+                                       std::function<void(bool switched)> atSwitch) {
     if (const std::optional<ShowPatch> patch = ShowPatchBuilder::build(activeShow)) {
         setAndNotify(selectedShowId_, std::optional<std::string>(patch->showId), this,
                      &AppModel::selectedShowIdChanged);
         recordShowPatch(*patch);
     }
-    if (const std::optional<std::string> subset = engine_.loadShow(activeShow, controlState)) {
+    QCoro::Task<std::optional<std::string>> realising = showRealisation_->realise(
+        std::move(activeShow), std::move(controlState), std::move(cancel), std::move(atSwitch));
+    if (const std::optional<std::string> subset = co_await std::move(realising)) {
         // Snapshots pushed in a burst are written once: only the newest is worth the disk.
         if (pendingSnapshot_->put(QByteArray::fromStdString(*subset)))
             cacheWriter_->write(

@@ -39,12 +39,9 @@ void AppModel::stopShowUpdates() {
 void AppModel::handleShowUpdate(const ShowUpdateMessage& message) {
     using namespace show_update;
     if (const auto* bootstrap = std::get_if<Bootstrap>(&message)) {
-        try {
-            applyBootstrap(QByteArray::fromStdString(bootstrap->bytes));
-        } catch (const std::exception& error) {
-            // A bad push changes nothing; the next connect downloads the whole state again.
-            qWarning().noquote() << "pushed bootstrap ignored:" << error.what();
-        }
+        if (showDownload_)
+            showDownload_->applyPushedBootstrap(QByteArray::fromStdString(bootstrap->bytes),
+                                                cloudLifetime());
     } else if (const auto* control = std::get_if<ControlState>(&message)) {
         applyLiveControlState(control->object);
     } else if (const auto* snapshot = std::get_if<ShowSnapshot>(&message)) {
@@ -72,7 +69,7 @@ void AppModel::applyLiveShowSnapshot(const nlohmann::json& activeShow) {
             return;
     }
     nlohmann::json controlState = liveControl_.lightingModeSelection().controlFields();
-    loadActiveShow(activeShow, controlState);
+    inBackground(loadActiveShow(activeShow, std::move(controlState), cloudLifetime()));
 }
 
 QCoro::Task<> AppModel::reloadActiveShow(std::string token, std::uint64_t switchGeneration) {

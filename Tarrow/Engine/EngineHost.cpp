@@ -50,7 +50,8 @@ struct EngineHost::Scripts {
     ProtectedValue dropDetectorConstructor;
     ProtectedValue dropDetector;
     ProtectedValue lastFrame;
-    ProtectedValue lastStep; // the last step's result that finished in time, for the visuals
+    ProtectedValue lastStep;     // the last step's result that finished in time, for the visuals
+    ProtectedValue stagedSubset; // a show built for the next switch
 };
 
 namespace {
@@ -155,6 +156,7 @@ EngineHost::~EngineHost() {
 
 void EngineHost::releaseScriptObjects() {
     *scripts_ = Scripts{};
+    stagedShowId_ = 0;
 }
 
 bool EngineHost::hasSession() const {
@@ -207,19 +209,57 @@ void EngineHost::setFaults(std::optional<EngineScriptFault> run,
         emit faultChanged(before, fault());
 }
 
+struct EngineHost::CompiledHarness {
+    std::unique_ptr<ScriptContext> context; // null: none could be compiled in time
+    Scripts scripts;                        // dies before its context
+    std::optional<EngineScriptFault> loadFault;
+};
+
 bool EngineHost::loadHarness(std::string_view source) {
-    if (tryLoadHarness(source)) {
-        setFaults(std::nullopt, std::nullopt);
+    const bool inTime = stageHarness(source);
+    installStagedHarness();
+    return inTime;
+}
+
+bool EngineHost::stageHarness(std::string_view source) {
+    stagedHarness_.reset();
+    scripts_->stagedSubset = ProtectedValue(); // built by the engine being replaced
+    stagedShowId_ = 0;
+    auto compiled = compileHarness(source);
+    if (compiled->context) {
+        stagedHarness_ = std::move(compiled);
         return true;
     }
     // A harness that hangs at load would hang every start from the cache.
-    tryLoadHarness(bundledHarnessScript());
-    setFaults(std::nullopt, EngineScriptFault::loadTookTooLong);
+    stagedHarness_ = compileHarness(bundledHarnessScript());
+    stagedHarness_->loadFault = EngineScriptFault::loadTookTooLong;
     return false;
 }
 
-bool EngineHost::tryLoadHarness(std::string_view source) {
+void EngineHost::installStagedHarness() {
+    if (!stagedHarness_)
+        return;
+    const std::unique_ptr<CompiledHarness> compiled = std::move(stagedHarness_);
+    releaseScriptObjects();
+    *scripts_ = std::move(compiled->scripts);
+    context_ = std::move(compiled->context);
+    retryAt_.reset();
+    retryDelay_ = firstRetryDelay;
+    classicalClock_ = 0;
+    lastNormalizedBands_ = {};
+    lastBeat_ = {};
+    lightingPlot_ = {};
+    liveScheme_.clear();
+    fixturePositions_.clear();
+    dropArmed_ = false;
+    automaticDropCount_ = 0;
+    recentDrops_.clear();
+    setFaults(std::nullopt, compiled->loadFault);
+}
+
+std::unique_ptr<EngineHost::CompiledHarness> EngineHost::compileHarness(std::string_view source) {
     const Names& n = *names_;
+    auto compiled = std::make_unique<CompiledHarness>();
     auto context = std::make_unique<ScriptContext>();
     bool ranOutOfTime = false;
     context->setTimeoutHandler([&ranOutOfTime] { ranOutOfTime = true; });
@@ -234,39 +274,30 @@ bool EngineHost::tryLoadHarness(std::string_view source) {
 
     context->evaluate(source);
 
-    releaseScriptObjects();
-    context_ = std::move(context);
-    retryAt_.reset();
-    retryDelay_ = firstRetryDelay;
-    classicalClock_ = 0;
-    lastNormalizedBands_ = {};
-    lastBeat_ = {};
-    lightingPlot_ = {};
-    liveScheme_.clear();
-    fixturePositions_.clear();
-
-    const Value engine = context_->global().get(n.bridgeEngine);
+    Scripts& scripts = compiled->scripts;
+    const Value engine = context->global().get(n.bridgeEngine);
     if (engine.isPresent()) {
         Value tracker = engine.get(n.beatTracker);
         if (!tracker.isPresent())
             tracker = engine.get(n.classicalBeatTracker);
-        scripts_->beatTracker = ProtectedValue(tracker.construct());
-        scripts_->bandNormalizer = ProtectedValue(engine.get(n.bandNormalizer).construct());
-        scripts_->decibelWindow = ProtectedValue(engine.get(n.decibelWindow).construct());
-        scripts_->session = ProtectedValue(engine.get(n.session).construct());
+        scripts.beatTracker = ProtectedValue(tracker.construct());
+        scripts.bandNormalizer = ProtectedValue(engine.get(n.bandNormalizer).construct());
+        scripts.decibelWindow = ProtectedValue(engine.get(n.decibelWindow).construct());
+        scripts.session = ProtectedValue(engine.get(n.session).construct());
         const Value detector = engine.get(n.dropDetector);
-        if (detector.isPresent())
-            scripts_->dropDetectorConstructor = ProtectedValue(detector);
+        if (detector.isPresent()) {
+            scripts.dropDetectorConstructor = ProtectedValue(detector);
+            scripts.dropDetector = ProtectedValue(detector.construct());
+        }
     }
-    replaceDropDetector();
     if (ranOutOfTime) {
-        releaseScriptObjects();
-        context_.reset();
-        return false;
+        scripts = Scripts{};
+        return compiled;
     }
-    context_->setTimeoutHandler([this] { scriptTimedOut(); });
-    context_->setTimeLimit(limits_.call);
-    return true;
+    context->setTimeoutHandler([this] { scriptTimedOut(); });
+    context->setTimeLimit(limits_.call);
+    compiled->context = std::move(context);
+    return compiled;
 }
 
 void EngineHost::replaceDropDetector() {
@@ -316,46 +347,17 @@ void EngineHost::loadCachedShow(std::string_view subsetJSON) {
 
 std::optional<std::string> EngineHost::loadShow(const nlohmann::json& activeShow,
                                                 const nlohmann::json& controlState) {
-    const Names& n = *names_;
-    const Value session = readySession();
-    if (!session.isPresent())
-        return std::nullopt;
-    const Value engine = context_->global().get(n.bridgeEngine);
-    const Value build = engine.get(n.buildShowSnapshotSubset);
-    if (!engine.isPresent() || !build.isPresent())
-        return std::nullopt;
-    const LoadTimeLimit limit(*context_, limits_);
-
-    const Value show = context_->parseJSON(scriptText(activeShow));
-    const Value control = context_->parseJSON(scriptText(controlState));
-    const Value subset = build.callAsFunction(engine, {show, control});
-    session.call(n.loadShow, {subset});
-
-    if (activeShow.is_object()) {
-        if (const auto fixtures = activeShow.find("fixtures");
-            fixtures != activeShow.end() && isArrayOfObjects(*fixtures))
-            applyFixtureOptions(*fixtures);
-    }
-
-    EngineControl fromState;
-    fromState.modeId = jsonString(controlState, "mode");
-    fromState.modeTo = jsonString(controlState, "mode_to");
-    fromState.modeLerp = jsonNumber(controlState, "mode_lerp").value_or(0.0);
-    fromState.themeName = jsonString(controlState, "theme_name");
-    fromState.manualDimmer = manualDimmer(controlState);
-    applyControl(fromState);
-
-    std::optional<std::string> text = stringify(*context_, subset, n.json, n.stringify);
-    if (!text)
-        return std::nullopt;
-    fixturePositions_ = fixturePositionsFromSubset(*text);
+    const ShowTexts texts = showTexts(activeShow, controlState);
+    const StagedShow staged = stageShow(texts);
+    std::optional<std::string> text = stagedShowText(staged);
+    auto positions = text ? fixturePositionsFromSubset(*text)
+                          : std::map<std::string, std::pair<double, double>>{};
+    switchToStagedShow(staged, texts, std::move(positions));
     return text;
 }
 
-void EngineHost::applyFixtureOptions(const nlohmann::json& fixtures) {
-    const Value session = readySession();
-    if (!session.isPresent() || !fixtures.is_array())
-        return;
+namespace {
+nlohmann::json fixtureOptionsList(const nlohmann::json& fixtures) {
     nlohmann::json list = nlohmann::json::array();
     for (const nlohmann::json& fixture : fixtures) {
         if (!fixture.is_object())
@@ -369,6 +371,101 @@ void EngineHost::applyFixtureOptions(const nlohmann::json& fixtures) {
                                         ? *options
                                         : nlohmann::json::object()}});
     }
+    return list;
+}
+} // namespace
+
+EngineHost::ShowTexts EngineHost::showTexts(const nlohmann::json& activeShow,
+                                            const nlohmann::json& controlState) {
+    ShowTexts texts;
+    texts.showJSON = scriptText(activeShow);
+    texts.controlStateJSON = scriptText(controlState);
+    if (activeShow.is_object()) {
+        if (const auto fixtures = activeShow.find("fixtures");
+            fixtures != activeShow.end() && isArrayOfObjects(*fixtures))
+            if (const nlohmann::json list = fixtureOptionsList(*fixtures); !list.empty())
+                texts.fixtureOptionsJSON = scriptText(list);
+    }
+    texts.control.modeId = jsonString(controlState, "mode");
+    texts.control.modeTo = jsonString(controlState, "mode_to");
+    texts.control.modeLerp = jsonNumber(controlState, "mode_lerp").value_or(0.0);
+    texts.control.themeName = jsonString(controlState, "theme_name");
+    texts.control.manualDimmer = manualDimmer(controlState);
+    return texts;
+}
+
+ScriptContext* EngineHost::stagingContext() {
+    if (stagedHarness_)
+        return stagedHarness_->context.get();
+    return readySession().isPresent() ? context_.get() : nullptr;
+}
+
+EngineHost::Scripts& EngineHost::stagingScripts() {
+    return stagedHarness_ ? stagedHarness_->scripts : *scripts_;
+}
+
+EngineHost::StagedShow EngineHost::stageShow(const ShowTexts& texts) {
+    const Names& n = *names_;
+    stagingScripts().stagedSubset = ProtectedValue();
+    stagedShowId_ = 0;
+    ScriptContext* context = stagingContext();
+    if (!context || !stagingScripts().session.isPresent())
+        return {};
+    const Value engine = context->global().get(n.bridgeEngine);
+    const Value build = engine.get(n.buildShowSnapshotSubset);
+    if (!engine.isPresent() || !build.isPresent())
+        return {};
+    const LoadTimeLimit limit(*context, limits_);
+    const Value show = context->parseJSON(texts.showJSON);
+    const Value control = context->parseJSON(texts.controlStateJSON);
+    const Value subset = build.callAsFunction(engine, {show, control});
+    if (!subset.isPresent())
+        return {};
+    stagingScripts().stagedSubset = ProtectedValue(subset);
+    static std::uint64_t lastStage = 0;
+    stagedShowId_ = ++lastStage;
+    return {stagedShowId_};
+}
+
+std::optional<std::string> EngineHost::stagedShowText(StagedShow staged) {
+    ScriptContext* context = stagingContext();
+    if (staged.id == 0 || staged.id != stagedShowId_ || !context)
+        return std::nullopt;
+    const LoadTimeLimit limit(*context, limits_);
+    return stringify(*context, stagingScripts().stagedSubset.view(), names_->json,
+                     names_->stringify);
+}
+
+bool EngineHost::switchToStagedShow(StagedShow staged, const ShowTexts& texts,
+                                    std::map<std::string, std::pair<double, double>> positions) {
+    if (staged.id == 0 || staged.id != stagedShowId_)
+        return false;
+    installStagedHarness(); // the show was built by it: both switch together
+    const Value session = readySession();
+    if (!session.isPresent())
+        return false;
+    const Value subset = scripts_->stagedSubset.view();
+    {
+        const LoadTimeLimit limit(*context_, limits_);
+        session.call(names_->loadShow, {subset});
+        // A script that ran out of time above is left alone; these become no-ops.
+        if (!texts.fixtureOptionsJSON.empty())
+            if (const Value ready = readySession(); ready.isPresent())
+                ready.call(names_->applyFixtureOptions,
+                           {context_->parseJSON(texts.fixtureOptionsJSON)});
+        applyControl(texts.control);
+    }
+    fixturePositions_ = std::move(positions);
+    scripts_->stagedSubset = ProtectedValue();
+    stagedShowId_ = 0;
+    return true;
+}
+
+void EngineHost::applyFixtureOptions(const nlohmann::json& fixtures) {
+    const Value session = readySession();
+    if (!session.isPresent() || !fixtures.is_array())
+        return;
+    const nlohmann::json list = fixtureOptionsList(fixtures);
     if (list.empty())
         return;
     session.call(names_->applyFixtureOptions, {context_->parseJSON(scriptText(list))});

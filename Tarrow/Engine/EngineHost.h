@@ -12,6 +12,7 @@
 #include <nlohmann/json.hpp>
 
 #include <chrono>
+#include <cstdint>
 #include <map>
 #include <memory>
 #include <optional>
@@ -77,11 +78,39 @@ public:
     /// Loads the harness. One that runs out of time at load is not used: the built-in engine is
     /// loaded instead and false returned.
     bool loadHarness(std::string_view source);
+    /// Compiles the harness in a context of its own while the running one keeps stepping; it
+    /// takes over at the next staged show's switch, or at `installStagedHarness`. A show staged
+    /// meanwhile is built by it.
+    bool stageHarness(std::string_view source);
+    void installStagedHarness();
+    bool hasStagedHarness() const { return stagedHarness_ != nullptr; }
     void loadCachedShow(std::string_view subsetJSON);
     /// Builds the show subset in the script, loads it and applies fixture options and control
     /// state; the subset as UTF-8 JSON for the cache, or nullopt.
     std::optional<std::string> loadShow(const nlohmann::json& activeShow,
                                         const nlohmann::json& controlState);
+
+    /// The same load in pieces short enough for the gaps between ticks. The running show keeps
+    /// stepping until `switchToStagedShow`, which loads the staged one, its fixture options and
+    /// control state in one go. A newer stage, or a new harness, drops the older stage.
+    struct StagedShow {
+        std::uint64_t id = 0; ///< 0: nothing staged (no session)
+    };
+    /// The texts the script needs, made from outside data on any thread.
+    struct ShowTexts {
+        std::string showJSON, controlStateJSON;
+        std::string fixtureOptionsJSON; ///< empty: none to apply
+        EngineControl control;          ///< the control state's own fields
+    };
+    static ShowTexts showTexts(const nlohmann::json& activeShow,
+                               const nlohmann::json& controlState);
+    /// Builds the show subset in the script and holds it.
+    StagedShow stageShow(const ShowTexts& texts);
+    /// The staged subset as UTF-8 JSON for the cache and the fixture positions, or nullopt.
+    std::optional<std::string> stagedShowText(StagedShow staged);
+    /// Switches to the staged show; false when it is no longer staged or the script may not run.
+    bool switchToStagedShow(StagedShow staged, const ShowTexts& texts,
+                            std::map<std::string, std::pair<double, double>> positions);
     void applyControl(const EngineControl& control);
     void applyFixtureOptions(const nlohmann::json& fixtures);
     bool hasRealizedShow();
@@ -139,8 +168,12 @@ private:
     struct Names;
     struct Scripts;
 
-    /// Loads within the load limit; false when the script ran out of time.
-    bool tryLoadHarness(std::string_view source);
+    struct CompiledHarness;
+    /// Compiles within the load limit; without a context when the script ran out of time.
+    std::unique_ptr<CompiledHarness> compileHarness(std::string_view source);
+    /// Where a show is staged: the staged harness when one waits, else the running one.
+    script::ScriptContext* stagingContext();
+    Scripts& stagingScripts();
     /// True when a context exists and may be called now; ends a back-off that is over.
     bool scriptMayRun();
     /// The director session when it may be called now, else absent. Every session call goes
@@ -169,6 +202,8 @@ private:
     LightingPlot lightingPlot_;
     std::vector<ThemePaletteColor> liveScheme_;
     std::map<std::string, std::pair<double, double>> fixturePositions_;
+    std::uint64_t stagedShowId_ = 0; // the subset held in Scripts::stagedSubset
+    std::unique_ptr<CompiledHarness> stagedHarness_;
     std::unique_ptr<const Names> names_;
 };
 

@@ -101,18 +101,19 @@ QCoro::Task<> ShowDownload::fetchShowAndHarness(BridgeAPIClient client, std::str
     if (!harness && !engine_.hasContext())
         harness = harnessBefore;
 
-    // Compiling a new engine cannot be split: it gets a slot of its own, right after a tick.
-    // Until its show is realised in the next slot the outputs hold their last frame (a step
-    // without a show yields nothing), and the new engine and its show always arrive together
-    // within two ticks; an unchanged engine keeps its tempo lock across a reconnect.
+    // Compiling a new engine cannot be split: it gets a slot of its own, right after a tick,
+    // in a context of its own while the running engine keeps stepping. The new engine takes
+    // over together with its show; an unchanged engine keeps its tempo lock across a reconnect.
     if (harness) {
         QCoro::Task<> compileSlot = mainThreadSlot(cancel);
         co_await std::move(compileSlot);
-        engine_.loadHarness(view(*harness));
+        engine_.stageHarness(view(*harness));
     }
     QCoro::Task<> showSlot = mainThreadSlot(cancel);
     co_await std::move(showSlot);
-    target_.applyParsedBootstrap(bootstrap.document);
+    QCoro::Task<> applying = target_.applyParsedBootstrap(std::move(bootstrap.document), cancel);
+    co_await std::move(applying);
+    cancel.throwIfCancelled();
     prefetchShowPatches(client, std::move(bootstrap.otherRevisions), token);
     target_.publishInterpretationInBackground(token);
 
@@ -137,6 +138,24 @@ QCoro::Task<> ShowDownload::fetchShowAndHarness(BridgeAPIClient client, std::str
     }
     cancel.throwIfCancelled();
     target_.showDownloadFinished();
+}
+
+QCoro::Task<> ShowDownload::applyPushedBootstrap(QByteArray bytes, CancellationToken cancel) {
+    try {
+        QCoro::Task<DecodedBootstrap> decoding =
+            offMainThread<DecodedBootstrap>([bytes] { return decodeBootstrap(bytes); });
+        DecodedBootstrap bootstrap = co_await std::move(decoding);
+        cancel.throwIfCancelled();
+        QCoro::Task<> slot = mainThreadSlot(cancel);
+        co_await std::move(slot);
+        QCoro::Task<> applying =
+            target_.applyParsedBootstrap(std::move(bootstrap.document), cancel);
+        co_await std::move(applying);
+    } catch (const FlowCancelled&) {
+    } catch (const std::exception& error) {
+        // A bad push changes nothing; the next connect downloads the whole state again.
+        qCWarning(lcDownload) << "pushed bootstrap ignored:" << error.what();
+    }
 }
 
 void ShowDownload::prefetchShowPatches(BridgeAPIClient client,

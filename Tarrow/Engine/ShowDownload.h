@@ -25,8 +25,9 @@ class TickSlots;
 class ShowDownloadTarget {
 public:
     virtual ~ShowDownloadTarget() = default;
-    /// Applies a bootstrap document already parsed as an object.
-    virtual void applyParsedBootstrap(const nlohmann::json& bootstrap) = 0;
+    /// Applies a bootstrap document already parsed as an object; its show may take a few ticks.
+    virtual QCoro::Task<> applyParsedBootstrap(nlohmann::json bootstrap,
+                                               CancellationToken cancel) = 0;
     virtual void recordShowPatch(const ShowPatch& patch) = 0;
     virtual const std::vector<ThemeOption>& currentThemes() const = 0;
     /// Replaces the themes and pushes them to the engine.
@@ -64,6 +65,9 @@ public:
     void prefetchShowPatches(BridgeAPIClient client, std::map<std::string, std::int64_t> revisions,
                              std::string token);
     bool isPrefetching() const { return prefetch_ != nullptr; }
+    /// Applies a bootstrap the cloud pushed the way the download applies its own: decoded on
+    /// the worker, applied in slots after ticks. One that does not decode changes nothing.
+    QCoro::Task<> applyPushedBootstrap(QByteArray bytes, CancellationToken cancel);
 
 private:
     /// Runs `work` on the worker when there is a context to come back to, else at once.

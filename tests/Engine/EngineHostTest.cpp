@@ -171,6 +171,52 @@ TEST_F(RecordingHost, ShowLoadAppliesOptionsAndControlFromState) {
     EXPECT_EQ(loggedCalls(host, "applyControl")[0]["themeName"], "Sunset");
 }
 
+TEST_F(RecordingHost, AStagedShowSwitchesInOneGoWhileTheOldOneKeepsStepping) {
+    loadShow({{"name", "Old"}, {"result", {{"dmx", {{"1", {1}}}}}}});
+    const auto stage = [this](int level) {
+        const json show = {{"name", "New"},
+                           {"result", {{"dmx", {{"1", {level}}}}}},
+                           {"fixtures", {{{"id", "a"}, {"x", 1}, {"y", 2}}}}};
+        const EngineHost::ShowTexts texts = EngineHost::showTexts(show, {{"mode", "pulse"}});
+        return std::pair{texts, host.stageShow(texts)};
+    };
+    const auto [olderTexts, older] = stage(2);
+    const auto [texts, staged] = stage(3);
+    const std::optional<std::string> text = host.stagedShowText(staged);
+    ASSERT_TRUE(text);
+    EXPECT_EQ(json::parse(*text)["name"], "New");
+    EXPECT_EQ(host.stagedShowText(older), std::nullopt) << "the newer stage dropped it";
+    EXPECT_FALSE(host.switchToStagedShow(older, olderTexts, {}));
+    EXPECT_EQ(host.step("{}", 1.0 / 60, false), (DmxFrame{{1, {1}}})) << "the old show steps on";
+
+    ASSERT_TRUE(
+        host.switchToStagedShow(staged, texts, EngineHost::fixturePositionsFromSubset(*text)));
+    EXPECT_EQ(host.step("{}", 1.0 / 60, true), (DmxFrame{{1, {3}}}));
+    std::vector<std::string> sinceOld;
+    const auto payload = json::parse(host.interpretationPayload().value_or("{}"));
+    for (const json& entry : payload["log"])
+        if (entry[0] != "applyControlKeys")
+            sinceOld.push_back(entry[0]);
+    sinceOld.erase(sinceOld.begin(), std::find(sinceOld.begin(), sinceOld.end(), "step"));
+    EXPECT_THAT(sinceOld,
+                ElementsAre("step", "loadShow", "applyFixtureOptions", "applyControl", "step"))
+        << "nothing steps a half-loaded show";
+    EXPECT_FALSE(host.switchToStagedShow(staged, texts, {})) << "a stage switches once";
+}
+
+TEST_F(RecordingHost, AStagedHarnessTakesOverTogetherWithItsShow) {
+    loadShow({{"name", "Old"}, {"result", {{"dmx", {{"1", {1}}}}}}});
+    ASSERT_TRUE(host.stageHarness(testHarness()));
+    const json show = {{"name", "New"}, {"result", {{"dmx", {{"1", {2}}}}}}};
+    const EngineHost::ShowTexts texts = EngineHost::showTexts(show, json::object());
+    const EngineHost::StagedShow staged = host.stageShow(texts);
+    EXPECT_EQ(host.step("{}", 1.0 / 60, false), (DmxFrame{{1, {1}}})) << "the old engine steps on";
+    ASSERT_TRUE(host.switchToStagedShow(staged, texts, {}));
+    EXPECT_FALSE(host.hasStagedHarness());
+    EXPECT_EQ(host.step("{}", 1.0 / 60, false), (DmxFrame{{1, {2}}}));
+    EXPECT_EQ(loggedCalls(host, "step").size(), 1u) << "a fresh engine: the old one's log is gone";
+}
+
 TEST_F(RecordingHost, ApplyControlMapRules) {
     loadShow({{"result", json::object()}});
     host.applyControl({.modeId = ""});

@@ -1,0 +1,79 @@
+#include "Engine/ShowRealisation.h"
+
+#include "Cloud/TickSlots.h"
+#include "Engine/EngineHost.h"
+
+namespace kelvo {
+
+ShowRealisation::ShowRealisation(EngineHost& engine, TickSlots* tickSlots, QObject* context)
+    : engine_(engine), slots_(tickSlots), context_(context) {}
+
+template <typename T> QCoro::Task<T> ShowRealisation::offMainThread(std::function<T()> work) {
+    if (!context_)
+        co_return work();
+    QCoro::Task<T> running = work_.run<T>(std::move(work), context_);
+    co_return co_await std::move(running);
+}
+
+QCoro::Task<> ShowRealisation::slot(const CancellationToken& cancel) {
+    if (slots_) {
+        QCoro::Task<> next = slots_->next(cancel);
+        co_await std::move(next);
+    }
+    cancel.throwIfCancelled();
+}
+
+// Every task is made in its own statement before it is awaited (GCC 12, see ShowDownload).
+
+QCoro::Task<std::optional<std::string>>
+ShowRealisation::realise(nlohmann::json activeShow, nlohmann::json controlState,
+                         CancellationToken cancel, std::function<void(bool)> atSwitch) {
+    if (current_)
+        current_->cancel(); // only the newest show is worth lighting
+    const auto mine = std::make_shared<CancellationSource>();
+    current_ = mine;
+    const CancellationToken superseded(mine);
+    const auto forward = cancel.onCancel([mine] { mine->cancel(); });
+    const auto finished = [this, &mine] {
+        if (current_ == mine)
+            current_.reset();
+    };
+    try {
+        using Texts = EngineHost::ShowTexts;
+        QCoro::Task<Texts> making =
+            offMainThread<Texts>([show = std::move(activeShow), control = std::move(controlState)] {
+                return EngineHost::showTexts(show, control);
+            });
+        const Texts texts = co_await std::move(making);
+        superseded.throwIfCancelled();
+
+        QCoro::Task<> buildSlot = slot(superseded);
+        co_await std::move(buildSlot);
+        const EngineHost::StagedShow staged = engine_.stageShow(texts);
+
+        QCoro::Task<> textSlot = slot(superseded);
+        co_await std::move(textSlot);
+        std::optional<std::string> subset = engine_.stagedShowText(staged);
+
+        using Positions = std::map<std::string, std::pair<double, double>>;
+        QCoro::Task<Positions> reading = offMainThread<Positions>([subset] {
+            return subset ? EngineHost::fixturePositionsFromSubset(*subset) : Positions{};
+        });
+        Positions positions = co_await std::move(reading);
+        superseded.throwIfCancelled();
+
+        QCoro::Task<> switchSlot = slot(superseded);
+        co_await std::move(switchSlot);
+        const bool switched = engine_.switchToStagedShow(staged, texts, std::move(positions));
+        finished();
+        if (atSwitch)
+            atSwitch(switched);
+        co_return switched ? subset : std::nullopt;
+    } catch (const FlowCancelled&) {
+        finished();
+        cancel.throwIfCancelled();
+        co_return std::nullopt; // a newer realisation took over
+    }
+}
+
+} // namespace kelvo
