@@ -309,13 +309,10 @@ var BridgeEngine = (function () {
     var BT_PHASE_JUMP_VOTES = 32;
     // Analyses in a row (about 1.5 s) a new tempo must win before it replaces the current one.
     var BT_TEMPO_CHANGE_VOTES = 16;
-    // Until the history spans this long, and until one tempo has been read for this many
-    // analyses in a row (about 4 s), the reading is young: a new tempo wins after a couple of
-    // analyses, so a guess made during an unsteady intro does not hold for seconds.
+    // Until the history spans this long the reading is young: a new tempo wins after a couple
+    // of analyses, so a wrong first guess does not hold for seconds.
     var BT_YOUNG_SECONDS = 8;
-    var BT_ESTABLISH_VOTES = 48;
     var BT_YOUNG_CHANGE_VOTES = 2;
-    var BT_UNSETTLED_CHANGE_VOTES = 8;
     // Half or double the current tempo is the same pulse: it must win this many times longer.
     var BT_OCTAVE_CHANGE_FACTOR = 4;
     var BT_HALF_BEAT_WEIGHT = 0.5;
@@ -408,8 +405,6 @@ var BridgeEngine = (function () {
         this.confidence = 0;
         this.candidate = 0;
         this.candidateVotes = 0;
-        this.agreeingVotes = 0;
-        this.established = false;
         this.nextBeat = -1;
         this.lastBeat = -1;
         this.phaseJumpVotes = 0;
@@ -657,11 +652,8 @@ var BridgeEngine = (function () {
         return Math.abs(refined - bpm) <= 0.01 * bpm ? refined : bpm;
     };
     // Whether the slow autocorrelation favours bpm over the current tempo as well.
-    BeatTracker.prototype.isYoung = function () {
-        return !this.established || this.written * this.hop < BT_YOUNG_SECONDS;
-    };
     BeatTracker.prototype.slowEvidence = function (bpm, maxLag) {
-        if (this.period <= 0 || this.isYoung()) return true;
+        if (this.period <= 0 || this.written * this.hop < BT_YOUNG_SECONDS) return true;
         return this.combScore(bpm, maxLag, undefined, this.slowAcf) >
             this.combScore(60 / this.period, maxLag, undefined, this.slowAcf);
     };
@@ -675,8 +667,6 @@ var BridgeEngine = (function () {
         if (Math.abs(period - this.period) <= 0.03 * this.period) {
             this.period += (period - this.period) * 0.3;
             this.candidateVotes = 0;
-            this.agreeingVotes += 1;
-            if (this.agreeingVotes >= BT_ESTABLISH_VOTES) this.established = true;
             return;
         }
         // A different tempo must be seen several times in a row before it replaces this one.
@@ -693,12 +683,10 @@ var BridgeEngine = (function () {
         var ratio = this.candidate / this.period;
         var octave = Math.abs(ratio - 2) <= 0.06 || Math.abs(ratio - 0.5) <= 0.015;
         var needed = this.written * this.hop < BT_YOUNG_SECONDS ? BT_YOUNG_CHANGE_VOTES
-            : !this.established ? BT_UNSETTLED_CHANGE_VOTES
             : octave ? BT_OCTAVE_CHANGE_FACTOR * BT_TEMPO_CHANGE_VOTES : BT_TEMPO_CHANGE_VOTES;
         if (this.candidateVotes >= needed) {
             this.period = this.candidate;
             this.candidateVotes = 0;
-            this.agreeingVotes = 0;
         }
     };
     BeatTracker.prototype.odfAt = function (pos) {
