@@ -294,6 +294,9 @@ var BridgeEngine = (function () {
     // The autocorrelation's memory: short enough that an intro's riff (read at 4/3 or 5/4 of the
     // tempo) is forgotten within a couple of seconds of the beat coming in.
     var BT_ACF_TAU_S = 2;
+    // A second, slower autocorrelation remembers the last several bars: a new tempo must win
+    // there too, so a few seconds of a riff at 3/2 or 4/3 (a break, a fill) do not move it.
+    var BT_SLOW_ACF_TAU_S = 8;
     // The phase follows the kick: while the kick is far below its recent strength (a break
     // with only hats left) the flywheel keeps the phase it had instead of sliding onto them.
     var BT_KICK_SHORT_S = 0.8;
@@ -420,14 +423,17 @@ var BridgeEngine = (function () {
             this.kickOdf = new Float64Array(size);
             this.linear = new Float64Array(size);
             this.acf = new Float64Array(size);
+            this.slowAcf = new Float64Array(size);
         } else {
             this.odf.fill(0);
             this.deviation.fill(0);
             this.kickOdf.fill(0);
             this.acf.fill(0);
+            this.slowAcf.fill(0);
         }
         this.odfLevel = 0;
         this.acfDecay = hop > 0 ? Math.exp(-hop / BT_ACF_TAU_S) : 0;
+        this.slowAcfDecay = hop > 0 ? Math.exp(-hop / BT_SLOW_ACF_TAU_S) : 0;
         this.maxLag = hop > 0 ? Math.min(size - 2, Math.ceil(BT_COMB * 60 / BT_MIN_BPM / hop) + 2) : 0;
         this.previousKick = 0;
     };
@@ -523,22 +529,23 @@ var BridgeEngine = (function () {
         for (var j = 0; j < n; j++) this.linear[j] -= mean;
         return n;
     };
-    BeatTracker.prototype.acfAt = function (lag) {
+    BeatTracker.prototype.acfAt = function (lag, acf) {
         var i = lag | 0;
         var frac = lag - i;
-        return this.acf[i] * (1 - frac) + this.acf[i + 1] * frac;
+        return acf[i] * (1 - frac) + acf[i + 1] * frac;
     };
     // The half-beat lag counts too: real music subdivides its beat in two, so a reading at 4/3
     // or 3/2 of the tempo (whose half lag falls between the eighths) loses to the true one.
     // The confidence reads the beat multiples alone (halfWeight 0).
-    BeatTracker.prototype.combScore = function (bpm, maxLag, halfWeight) {
+    BeatTracker.prototype.combScore = function (bpm, maxLag, halfWeight, source) {
+        var acf = source || this.acf;
         var lag = 60 / bpm / this.hop;
         var half = halfWeight === undefined ? BT_HALF_BEAT_WEIGHT : halfWeight;
-        var score = half * this.acfAt(lag / 2);
+        var score = half * this.acfAt(lag / 2, acf);
         var used = half;
         for (var k = 1; k <= BT_COMB; k++) {
             if (k * lag >= maxLag) break;
-            score += this.acfAt(k * lag);
+            score += this.acfAt(k * lag, acf);
             used += 1;
         }
         return used > half ? score / used : -Infinity;
@@ -552,12 +559,16 @@ var BridgeEngine = (function () {
         var size = this.size;
         this.deviation[w % size] = x;
         var decay = this.acfDecay;
+        var slowDecay = this.slowAcfDecay;
         var lags = Math.min(this.maxLag + 1, w);
         var acf = this.acf;
+        var slowAcf = this.slowAcf;
         var dev = this.deviation;
         var index = w % size;
         for (var lag = 0; lag <= lags; lag++) {
-            acf[lag] = decay * acf[lag] + x * dev[index];
+            var product = x * dev[index];
+            acf[lag] = decay * acf[lag] + product;
+            slowAcf[lag] = slowDecay * slowAcf[lag] + product;
             index = index === 0 ? size - 1 : index - 1;
         }
     };
@@ -600,7 +611,7 @@ var BridgeEngine = (function () {
         if (bestBpm * 2 <= BT_MAX_BPM && this.combScore(doubled, maxLag) >= 0.6 * best) bestBpm = doubled;
         bestBpm = this.peakAtMultiple(this.refine(bestBpm, maxLag), maxLag);
         var confidence = clamp01(this.combScore(bestBpm, maxLag, 0) / energy);
-        if (settled) this.adoptTempo(bestBpm, confidence);
+        if (settled) this.adoptTempo(bestBpm, confidence, this.slowEvidence(bestBpm, maxLag));
         if (this.period <= 0) return;
         if (!kickMusic) {
             // Music without a kick: the whole onset signal sets the phase.
@@ -640,7 +651,13 @@ var BridgeEngine = (function () {
         var refined = 60 / (peak / k * this.hop);
         return Math.abs(refined - bpm) <= 0.01 * bpm ? refined : bpm;
     };
-    BeatTracker.prototype.adoptTempo = function (bpm, confidence) {
+    // Whether the slow autocorrelation favours bpm over the current tempo as well.
+    BeatTracker.prototype.slowEvidence = function (bpm, maxLag) {
+        if (this.period <= 0 || this.written * this.hop < BT_YOUNG_SECONDS) return true;
+        return this.combScore(bpm, maxLag, undefined, this.slowAcf) >
+            this.combScore(60 / this.period, maxLag, undefined, this.slowAcf);
+    };
+    BeatTracker.prototype.adoptTempo = function (bpm, confidence, slowAgrees) {
         var period = 60 / bpm;
         this.confidence += (confidence - this.confidence) * 0.3;
         if (this.period <= 0) {
@@ -653,6 +670,10 @@ var BridgeEngine = (function () {
             return;
         }
         // A different tempo must be seen several times in a row before it replaces this one.
+        if (!slowAgrees) {
+            this.candidateVotes = 0;
+            return;
+        }
         if (this.candidate > 0 && Math.abs(period - this.candidate) <= 0.03 * this.candidate) {
             this.candidateVotes += 1;
         } else {
