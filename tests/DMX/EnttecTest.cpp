@@ -5,7 +5,6 @@
 #include "DMX/PosixSerialPort.h"
 
 #include "OutputFakes.h"
-#include "support/PseudoTerminal.h"
 #include "support/SimulatedEnttecWidget.h"
 #include "support/TemporaryDirectory.h"
 

@@ -1,31 +1,24 @@
 // Hostile ArtPollReply datagrams: parsing must never crash, read out of bounds or produce a
 // node that breaks the invariants discovery relies on.
 #include "DMX/ArtNetPollReplyParser.h"
+#include "FuzzTarget.h"
 
-#include <cstddef>
-#include <cstdint>
-#include <cstdlib>
+using namespace kelvo;
+using fuzz::require;
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    const std::span<const std::uint8_t> bytes(data, size);
-    const auto node = kelvo::ArtNetPollReplyParser::parse(bytes);
-    if (node) {
-        if (size < kelvo::ArtNetPollReplyParser::minimumReplySize)
-            std::abort();
-        if (node->outputUniverses.size() > 4 ||
-            node->transmittingUniverses.size() > node->outputUniverses.size())
-            std::abort();
+KELVO_FUZZ_TARGET(input) {
+    const auto bytes = fuzz::bytesOf(input);
+    if (const auto node = ArtNetPollReplyParser::parse(bytes)) {
+        require(input.size() >= ArtNetPollReplyParser::minimumReplySize);
+        require(node->outputUniverses.size() <= 4 &&
+                node->transmittingUniverses.size() <= node->outputUniverses.size());
         for (const std::int64_t universe : node->outputUniverses)
-            if (universe < 0 || universe > 0x7FFF)
-                std::abort();
-        if (node->mac.size() != 17 || node->ip.size() < 7 || node->ip.size() > 15)
-            std::abort();
+            require(universe >= 0 && universe <= 0x7FFF);
+        require(node->mac.size() == 17 && node->ip.size() >= 7 && node->ip.size() <= 15);
     }
-    // Field reads at arbitrary positions, including past the end.
-    if (size >= 2) {
-        const std::string text = kelvo::ArtNetPollReplyParser::asciiField(bytes, data[0], data[1]);
-        if (text.size() > 3 * static_cast<std::size_t>(data[1]))
-            std::abort(); // each input byte yields at most one replacement (3 bytes)
-    }
-    return 0;
+    // Field reads at arbitrary positions, including past the end; each input byte yields at
+    // most one replacement (3 bytes).
+    if (bytes.size() >= 2)
+        require(ArtNetPollReplyParser::asciiField(bytes, bytes[0], bytes[1]).size() <=
+                3 * std::size_t(bytes[1]));
 }

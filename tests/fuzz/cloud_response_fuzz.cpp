@@ -6,12 +6,10 @@
 #include "Cloud/BridgeAPIError.h"
 #include "Cloud/BridgeAPIRecords.h"
 #include "Engine/HarnessLoader.h"
-
-#include <cstddef>
-#include <cstdint>
-#include <cstdlib>
+#include "FuzzTarget.h"
 
 using namespace kelvo;
+using fuzz::require;
 
 namespace {
 
@@ -24,38 +22,32 @@ template <typename Decode> void decodeOrReject(Decode decode) {
 
 } // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    const QByteArrayView body(reinterpret_cast<const char*>(data), qsizetype(size));
+KELVO_FUZZ_TARGET(input) {
+    const QByteArrayView body(input.data(), qsizetype(input.size()));
     decodeOrReject([&] { PairingStartResponse::decode(body); });
     decodeOrReject([&] { PairingStatusResponse::decode(body); });
     decodeOrReject([&] { BridgeAPIVersionResponse::decode(body); });
     decodeOrReject([&] {
         const auto info = BridgeSessionInfo::decode(body);
-        if (!(info == info))
-            std::abort();
+        require(info == info);
     });
 
     try {
-        if (HarnessLoader{}.scriptFileName(body).size() > size)
-            std::abort();
+        require(HarnessLoader{}.scriptFileName(body).size() <= input.size());
     } catch (const HarnessLoaderError&) {
     } catch (const nlohmann::json::exception&) {
     }
 
     // The same bytes as text a server hands back: a pairing code, a token, a download path.
-    const std::string text(body.data(), std::size_t(body.size()));
     const BridgeAPIClient client(QUrl("https://10.0.0.5/sub/"), nullptr);
     try {
-        const QUrl socket = client.showUpdatesWebSocketURL(text);
-        if (socket.scheme() != QLatin1String("wss") || !socket.isValid())
-            std::abort();
+        const QUrl socket = client.showUpdatesWebSocketURL(std::string(input));
+        require(socket.scheme() == QLatin1String("wss") && socket.isValid());
     } catch (const BridgeAPIError&) {
     }
-    if (const auto joined = client.endpoint(QString::fromUtf8(body)); joined && !joined->isValid())
-        std::abort();
-    if (const auto download =
-            AppUpdateNotice::resolveDownloadURL(QString::fromUtf8(body), client.baseURL());
-        download && !download->isValid())
-        std::abort();
-    return 0;
+    const QString text = QString::fromUtf8(body);
+    if (const auto joined = client.endpoint(text))
+        require(joined->isValid());
+    if (const auto download = AppUpdateNotice::resolveDownloadURL(text, client.baseURL()))
+        require(download->isValid());
 }

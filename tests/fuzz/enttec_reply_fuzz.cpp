@@ -1,14 +1,11 @@
 // Hostile bytes from a serial device answering (or not) Get Widget Parameters: the parser
 // must never crash or read out of bounds, and a reply it accepts must be in the input.
 #include "DMX/EnttecReplyParser.h"
+#include "FuzzTarget.h"
 
-#include <cstddef>
-#include <cstdint>
-#include <cstdlib>
+using namespace kelvo;
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    const auto parameters = kelvo::EnttecReplyParser::findWidgetParameters({data, size});
-    if (parameters && size < 4 + kelvo::EnttecReplyParser::parametersSize + 1)
-        std::abort();
-    return 0;
+KELVO_FUZZ_TARGET(input) {
+    if (EnttecReplyParser::findWidgetParameters(fuzz::bytesOf(input)))
+        fuzz::require(input.size() >= 4 + EnttecReplyParser::parametersSize + 1);
 }

@@ -1,30 +1,25 @@
 // Hostile shows and control states for the development harness (devcloud/harness/engine.js):
 // whatever the cloud sends, loading, stepping and describing the show must neither crash nor
 // hang, and the output stays within 64 universes of at most 512 channels.
+#include "../support/FileBytes.h"
 #include "Engine/EngineHost.h"
+#include "FuzzTarget.h"
 
 #include <nlohmann/json.hpp>
 
-#include <cstddef>
-#include <cstdint>
-#include <cstdlib>
-#include <fstream>
-#include <iterator>
-#include <string>
+using namespace kelvo;
+using fuzz::require;
 
 namespace {
 
-kelvo::EngineHost& host() {
-    static kelvo::EngineHost* const instance = [] {
+EngineHost& host() {
+    static EngineHost* const instance = [] {
         // The source tree's path: __FILE__ is relative to the build directory, not to where
         // the fuzzer runs.
-        std::ifstream in(std::string(KELVO_SOURCE_DIR) + "/devcloud/harness/engine.js",
-                         std::ios::binary);
-        const std::string source{std::istreambuf_iterator<char>(in),
-                                 std::istreambuf_iterator<char>()};
-        if (source.empty())
-            std::abort();
-        auto* h = new kelvo::EngineHost; // lives for the whole fuzzing run
+        const std::string source =
+            test::readText(std::string(KELVO_SOURCE_DIR) + "/devcloud/harness/engine.js");
+        require(!source.empty());
+        auto* h = new EngineHost; // lives for the whole fuzzing run
         h->loadHarness(source);
         return h;
     }();
@@ -33,26 +28,22 @@ kelvo::EngineHost& host() {
 
 } // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    const auto input =
-        nlohmann::json::parse(reinterpret_cast<const char*>(data),
-                              reinterpret_cast<const char*>(data) + size, nullptr, false);
-    if (input.is_discarded() || !input.is_object())
-        return 0;
-    kelvo::EngineHost& h = host();
-    const nlohmann::json control =
-        input.contains("control_state") ? input["control_state"] : nlohmann::json::object();
+KELVO_FUZZ_TARGET(input) {
+    const auto show = nlohmann::json::parse(input, nullptr, false);
+    if (show.is_discarded() || !show.is_object())
+        return;
+    EngineHost& h = host();
+    const nlohmann::json control = show.value("control_state", nlohmann::json::object());
     // A call stopped by the time limit (a huge show on a slow sanitized build) is skipped and the
     // last look held, by design, until the script is tried again.
-    const auto heldBack = [&h] { return h.fault() == kelvo::EngineScriptFault::stoppedResponding; };
-    const auto subset = h.loadShow(input, control);
+    const auto heldBack = [&h] { return h.fault() == EngineScriptFault::stoppedResponding; };
+    const auto subset = h.loadShow(show, control);
     if (heldBack())
-        return 0;
-    if (!subset || !h.hasRealizedShow())
-        std::abort(); // any object is a show, if an empty one
+        return;
+    require(subset && h.hasRealizedShow()); // any object is a show, if an empty one
     // Blend the control state's mode towards the strobe look, and re-deal the looks and
     // colours once per input.
-    kelvo::EngineControl blend;
+    EngineControl blend;
     blend.modeId = control.is_object() && control.contains("mode") && control["mode"].is_string()
                        ? control["mode"].get<std::string>()
                        : "party";
@@ -64,20 +55,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     for (const char* frame : {R"({"beat":true,"bpm":128,"drop":1})", "{}"}) {
         const auto dmx = h.step(frame, 1.0 / 60, true);
         if (!dmx && heldBack())
-            return 0;
-        if (!dmx)
-            std::abort();
-        if (dmx->size() > 64)
-            std::abort();
+            return;
+        require(dmx && dmx->size() <= 64);
         for (const auto& [universe, bytes] : *dmx)
-            if (bytes.size() > 512)
-                std::abort();
+            require(bytes.size() <= 512);
     }
-    if (!h.interpretationPayload() && !heldBack())
-        std::abort();
+    require(h.interpretationPayload() || heldBack());
     // The cached form loads again.
     h.loadCachedShow(*subset);
-    if (!h.hasRealizedShow() && !heldBack())
-        std::abort();
-    return 0;
+    require(h.hasRealizedShow() || heldBack());
 }

@@ -1,36 +1,23 @@
 // Hostile show snapshots: the patch builder must not crash, its counts must agree with its
 // groups, and every patch must survive its own JSON form.
+#include "FuzzTarget.h"
 #include "Show/ShowPatchBuilder.h"
 
-#include <cstddef>
-#include <cstdint>
-#include <cstdlib>
-#include <string_view>
-
 using namespace kelvo;
+using fuzz::require;
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    const std::string_view bytes(reinterpret_cast<const char*>(data), size);
-    nlohmann::json snapshot;
-    try {
-        snapshot = nlohmann::json::parse(bytes);
-    } catch (const nlohmann::json::exception&) { // the parser's own error
-        return 0;
-    }
+KELVO_FUZZ_TARGET(input) {
+    const nlohmann::json snapshot = nlohmann::json::parse(input, nullptr, false);
+    if (snapshot.is_discarded())
+        return;
     const auto patch = ShowPatchBuilder::build(snapshot);
     if (!patch)
-        return 0;
-    if (patch->overlapCount() > patch->fixtureCount())
-        std::abort();
-    if (!(patch->blueprint.floorWidth >= 1) || !(patch->blueprint.floorDepth >= 1))
-        std::abort();
+        return;
+    require(patch->overlapCount() <= patch->fixtureCount());
+    require(patch->blueprint.floorWidth >= 1 && patch->blueprint.floorDepth >= 1);
     for (const auto& group : patch->groups)
         for (const auto& fixture : group.fixtures)
-            if (fixture.universe < 1 || fixture.address < 1 || fixture.width < 1 ||
-                fixture.groupName != group.name)
-                std::abort();
-    const nlohmann::json encoded = *patch;
-    if (encoded.get<ShowPatch>() != *patch)
-        std::abort();
-    return 0;
+            require(fixture.universe >= 1 && fixture.address >= 1 && fixture.width >= 1 &&
+                    fixture.groupName == group.name);
+    require(nlohmann::json(*patch).get<ShowPatch>() == *patch);
 }

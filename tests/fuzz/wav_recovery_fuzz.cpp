@@ -1,68 +1,40 @@
 // Side files and WAV parts left by a crash are outside data: decode any side-file text, and
 // repair any bytes as a part, checking the repaired file is a whole number of frames with a
 // header that says so.
+#include "../support/FileBytes.h"
+#include "../support/TemporaryDirectory.h"
 #include "Audio/Recording/WAVRecordingFile.h"
+#include "FuzzTarget.h"
 
-#include <cstdint>
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <string>
-#include <unistd.h>
 
-namespace {
+using namespace kelvo;
+using fuzz::require;
 
-const std::filesystem::path& folder() {
-    static const std::filesystem::path path = [] {
-        std::string pattern = "/tmp/kelvo-fuzz-XXXXXX";
-        if (!::mkdtemp(pattern.data()))
-            std::abort();
-        return std::filesystem::path(pattern);
-    }();
-    return path;
-}
+KELVO_FUZZ_TARGET(input) {
+    (void)WAVRecoveryMetadata::decode(std::string(input));
+    if (input.empty())
+        return;
 
-std::uint32_t u32At(const std::string& b, std::size_t offset) {
-    return std::uint32_t(std::uint8_t(b[offset])) |
-           std::uint32_t(std::uint8_t(b[offset + 1])) << 8 |
-           std::uint32_t(std::uint8_t(b[offset + 2])) << 16 |
-           std::uint32_t(std::uint8_t(b[offset + 3])) << 24;
-}
-
-} // namespace
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    const std::string text(reinterpret_cast<const char*>(data), size);
-    (void)kelvo::WAVRecoveryMetadata::decode(text);
-    if (size < 1)
-        return 0;
-
-    const int channels = 1 + data[0] % 6;
+    static const test::TemporaryDirectory folder;
+    const int channels = 1 + std::uint8_t(input[0]) % 6;
     const std::string name = "2026-01-01_00-00-00.wav";
-    const auto wav = folder() / name;
-    {
-        std::ofstream out(wav, std::ios::binary | std::ios::trunc);
-        out.write(text.data() + 1, static_cast<std::streamsize>(size - 1));
-    }
-    {
-        std::ofstream out(kelvo::WAVRecordingFile::recoveryURLFor(wav), std::ios::trunc);
-        out << kelvo::WAVRecoveryMetadata{name, 48000, channels}.encode();
-    }
-    kelvo::WAVRecordingFile::recoverInterrupted(folder());
+    const auto wav = folder / name;
+    const std::string part(input.substr(1));
+    test::writeText(wav, part);
+    test::writeText(WAVRecordingFile::recoveryURLFor(wav),
+                    WAVRecoveryMetadata{name, 48000, channels}.encode());
+    WAVRecordingFile::recoverInterrupted(folder.path());
 
-    std::ifstream in(wav, std::ios::binary);
-    const std::string repaired((std::istreambuf_iterator<char>(in)),
-                               std::istreambuf_iterator<char>());
-    if (size - 1 < 44) {
-        if (repaired.size() != size - 1)
-            std::abort(); // too short to be a part: left as it was
-        return 0;
+    const auto repaired = test::readBytes(wav);
+    if (part.size() < 44) {
+        require(repaired.size() == part.size()); // too short to be a part: left as it was
+        return;
     }
-    const std::uint32_t dataBytes = u32At(repaired, 40);
-    if (dataBytes % (3u * channels) != 0 || repaired.size() != 44 + dataBytes + dataBytes % 2 ||
-        u32At(repaired, 4) != dataBytes + 36 + dataBytes % 2 || repaired.compare(0, 4, "RIFF") != 0)
-        std::abort();
-    if (std::filesystem::exists(kelvo::WAVRecordingFile::recoveryURLFor(wav)))
-        std::abort();
-    return 0;
+    require(repaired.size() >= 44);
+    const std::uint32_t dataBytes = test::u32At(repaired, 40);
+    require(dataBytes % (3u * channels) == 0 && repaired.size() == 44 + dataBytes + dataBytes % 2 &&
+            test::u32At(repaired, 4) == dataBytes + 36 + dataBytes % 2 &&
+            std::string(repaired.begin(), repaired.begin() + 4) == "RIFF");
+    require(!std::filesystem::exists(WAVRecordingFile::recoveryURLFor(wav)));
 }

@@ -9,9 +9,6 @@
 #include "support/RecordingHarness.h"
 #include "support/TemporaryDirectory.h"
 
-#include <functional>
-#include <memory>
-
 namespace kelvo::test {
 
 /// A microphone permission the test answers by hand.
@@ -36,15 +33,11 @@ struct AppModelRig {
         return std::make_unique<OfflineShowCache>(QString::fromStdString(dir / "cache"));
     }
 
-    std::unique_ptr<BridgeSettings> makeSettings() const {
-        return std::make_unique<BridgeSettings>(
-            std::make_unique<QSettings>(settingsPath(), QSettings::IniFormat),
-            QUrl("https://cloud.example"));
-    }
-
     std::unique_ptr<AppModel> makeModel(std::shared_ptr<AudioDeviceLayer> devices = nullptr) {
         AppModelEnvironment environment;
-        environment.settings = makeSettings();
+        environment.settings = std::make_unique<BridgeSettings>(
+            std::make_unique<QSettings>(settingsPath(), QSettings::IniFormat),
+            QUrl("https://cloud.example"));
         environment.cache = makeCache();
         environment.audio.deviceLayer =
             devices ? std::move(devices) : std::make_shared<EmptyAudioDeviceLayer>();

@@ -5,11 +5,8 @@
 
 #include <chrono>
 #include <csignal>
-#include <filesystem>
 #include <regex>
-#include <string>
 #include <thread>
-#include <vector>
 
 namespace kelvo::test {
 
@@ -33,7 +30,7 @@ public:
                 port_ = std::stoi(match[2]);
                 return;
             }
-            if (::waitpid(pid_, &exitStatus_, WNOHANG) == pid_) {
+            if (::waitpid(pid_, nullptr, WNOHANG) == pid_) {
                 pid_ = -1;
                 return;
             }
@@ -63,7 +60,6 @@ public:
 private:
     std::filesystem::path log_;
     pid_t pid_ = -1;
-    int exitStatus_ = 0;
     int port_ = 0;
     std::string baseUrl_;
 };

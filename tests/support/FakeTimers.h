@@ -2,6 +2,7 @@
 
 #include "Support/Timer.h"
 
+#include <algorithm>
 #include <chrono>
 #include <functional>
 #include <memory>
@@ -22,8 +23,7 @@ public:
     };
 
     std::unique_ptr<Timer> makeTimer() override {
-        states_.push_back(std::make_shared<State>());
-        return std::make_unique<FakeTimer>(states_.back(), now_);
+        return std::make_unique<FakeTimer>(states_.emplace_back(std::make_shared<State>()), now_);
     }
 
     /// Moves the clock on by `by`, firing each timer whose deadline is reached in deadline
@@ -62,10 +62,8 @@ public:
     }
 
     int activeCount() const {
-        int count = 0;
-        for (const auto& state : states_)
-            count += state->active ? 1 : 0;
-        return count;
+        return int(std::count_if(states_.begin(), states_.end(),
+                                 [](const auto& state) { return state->active; }));
     }
 
 private:

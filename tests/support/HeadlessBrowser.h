@@ -1,6 +1,7 @@
 #pragma once
 
 #include "support/ChildProcess.h"
+#include "support/FileBytes.h"
 #include "support/QtEventLoop.h"
 
 #include <QJsonArray>
@@ -11,8 +12,6 @@
 #include <QWebSocket>
 
 #include <csignal>
-#include <filesystem>
-#include <fstream>
 #include <map>
 #include <memory>
 
@@ -48,8 +47,7 @@ public:
     bool attach() {
         int port = 0;
         pumpUntil([&] {
-            std::ifstream file(profile_ / "DevToolsActivePort");
-            return bool(file >> port);
+            return (port = std::atoi(readText(profile_ / "DevToolsActivePort").c_str())) > 0;
         });
         if (port == 0)
             return false;

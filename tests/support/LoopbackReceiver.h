@@ -6,7 +6,6 @@
 #include <optional>
 #include <poll.h>
 #include <stdexcept>
-#include <string>
 #include <sys/socket.h>
 #include <unistd.h>
 #include <vector>
@@ -16,16 +15,14 @@ namespace kelvo::test {
 /// A UDP socket bound to a loopback address, for catching what the transport sends.
 class LoopbackReceiver {
 public:
-    explicit LoopbackReceiver(const char* address = "127.0.0.1", std::uint16_t port = 0) {
-        fd_ = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-        sockaddr_in local{};
-        local.sin_family = AF_INET;
-        local.sin_port = htons(port);
-        ::inet_pton(AF_INET, address, &local.sin_addr);
-        if (fd_ < 0 || ::bind(fd_, reinterpret_cast<sockaddr*>(&local), sizeof local) != 0)
-            throw std::runtime_error("cannot bind a loopback receiver");
+    explicit LoopbackReceiver(const char* address = "127.0.0.1", std::uint16_t port = 0)
+        : fd_(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
+        sockaddr_in local{AF_INET, htons(port), {}, {}};
         socklen_t length = sizeof local;
-        ::getsockname(fd_, reinterpret_cast<sockaddr*>(&local), &length);
+        if (::inet_pton(AF_INET, address, &local.sin_addr) != 1 ||
+            ::bind(fd_, reinterpret_cast<sockaddr*>(&local), length) != 0 ||
+            ::getsockname(fd_, reinterpret_cast<sockaddr*>(&local), &length) != 0)
+            throw std::runtime_error("cannot bind a loopback receiver");
         port_ = ntohs(local.sin_port);
     }
     ~LoopbackReceiver() { close(); }
@@ -41,10 +38,8 @@ public:
             return std::nullopt;
         std::vector<std::uint8_t> datagram(2048);
         const ssize_t got = ::recv(fd_, datagram.data(), datagram.size(), 0);
-        if (got < 0)
-            return std::nullopt;
-        datagram.resize(static_cast<std::size_t>(got));
-        return datagram;
+        return got < 0 ? std::nullopt
+                       : std::optional(std::vector(datagram.begin(), datagram.begin() + got));
     }
 
     void close() {

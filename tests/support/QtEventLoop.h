@@ -1,7 +1,6 @@
 #pragma once
 
 #include <QCoreApplication>
-#include <QElapsedTimer>
 #include <QEventLoop>
 
 #include <chrono>
@@ -24,10 +23,9 @@ inline QCoreApplication& qtApplication() {
 inline bool pumpUntil(const std::function<bool()>& done,
                       std::chrono::milliseconds timeout = std::chrono::seconds(10)) {
     qtApplication();
-    QElapsedTimer timer;
-    timer.start();
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
     while (!done()) {
-        if (timer.elapsed() > timeout.count())
+        if (std::chrono::steady_clock::now() > deadline)
             return false;
         QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
         std::this_thread::sleep_for(std::chrono::milliseconds(1));

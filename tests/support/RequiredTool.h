@@ -3,23 +3,14 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <string>
+#include <string_view>
 
-namespace kelvo::test {
-
-/// True when running in CI, where a missing tool must fail the test rather than skip it.
-inline bool runningInCI() {
-    const char* ci = std::getenv("CI");
-    return ci && std::string(ci) == "true";
-}
-
-} // namespace kelvo::test
-
-/// Ends the current test when a required tool is unavailable: a failure in CI, else a skip.
+/// Ends the current test when a required tool is unavailable: a failure in CI (CI=true), where
+/// a missing tool must not pass unnoticed, else a skip.
 #define KELVO_REQUIRE_TOOL(available, why)                                                         \
     do {                                                                                           \
         if (!(available)) {                                                                        \
-            if (::kelvo::test::runningInCI())                                                      \
+            if (const char* ci = std::getenv("CI"); ci && std::string_view(ci) == "true")          \
                 FAIL() << (why);                                                                   \
             GTEST_SKIP() << (why);                                                                 \
         }                                                                                          \

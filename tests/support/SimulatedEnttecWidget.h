@@ -1,11 +1,58 @@
 #pragma once
 
-#include "support/PseudoTerminal.h"
-
 #include <atomic>
+#include <cstdint>
+#include <poll.h>
+#include <pty.h>
+#include <stdexcept>
+#include <string>
 #include <thread>
+#include <unistd.h>
+#include <vector>
 
 namespace kelvo::test {
+
+/// A pseudo-terminal standing in for the widget: the bridge opens `devicePath()`, the test
+/// reads what arrives on the controller side.
+class PseudoTerminal {
+public:
+    PseudoTerminal() {
+        char name[256] = {};
+        if (::openpty(&controller_, &device_, name, nullptr, nullptr) != 0)
+            throw std::runtime_error("openpty failed");
+        path_ = name;
+    }
+    ~PseudoTerminal() {
+        closeController();
+        ::close(device_);
+    }
+    PseudoTerminal(const PseudoTerminal&) = delete;
+    PseudoTerminal& operator=(const PseudoTerminal&) = delete;
+
+    const std::string& devicePath() const { return path_; }
+    int controllerDescriptor() const { return controller_; }
+
+    /// What one read returns once bytes are there, waiting at most `timeoutMs`.
+    std::vector<std::uint8_t> readSome(int timeoutMs = 2000, std::size_t most = 4096) {
+        pollfd entry{controller_, POLLIN, 0};
+        std::vector<std::uint8_t> bytes(most);
+        const ssize_t got =
+            ::poll(&entry, 1, timeoutMs) > 0 ? ::read(controller_, bytes.data(), bytes.size()) : 0;
+        bytes.resize(got > 0 ? static_cast<std::size_t>(got) : 0);
+        return bytes;
+    }
+    /// Hangs up: later writes on the device side fail.
+    void closeController() {
+        if (controller_ >= 0)
+            ::close(controller_);
+        controller_ = -1;
+    }
+
+private:
+    int controller_ = -1;
+    int device_ = -1; // held so the device side keeps its settings between opens
+    std::string path_;
+};
 
 /// A DMX USB Pro on a pseudo-terminal that answers Get Widget Parameters (label 3) unless
 /// told to stay silent.
@@ -25,13 +72,8 @@ private:
     void run() {
         std::vector<std::uint8_t> stream;
         while (!stop_) {
-            pollfd entry{pty_.controllerDescriptor(), POLLIN, 0};
-            if (::poll(&entry, 1, 20) <= 0)
-                continue;
-            std::uint8_t chunk[1024];
-            const ssize_t got = ::read(pty_.controllerDescriptor(), chunk, sizeof chunk);
-            if (got > 0)
-                stream.insert(stream.end(), chunk, chunk + got);
+            const std::vector<std::uint8_t> chunk = pty_.readSome(20);
+            stream.insert(stream.end(), chunk.begin(), chunk.end());
             while (stream.size() >= 5 && stream[0] == 0x7E) {
                 const std::size_t end = 4 + (stream[2] | (stream[3] << 8));
                 if (stream.size() <= end)

@@ -11,8 +11,8 @@ namespace kelvo::test {
 class TemporaryDirectory {
 public:
     TemporaryDirectory() {
-        const char* base = std::getenv("TMPDIR");
-        std::string pattern = std::string(base && *base ? base : "/tmp") + "/kelvo-test-XXXXXX";
+        std::string pattern =
+            (std::filesystem::temp_directory_path() / "kelvo-test-XXXXXX").string();
         if (!::mkdtemp(pattern.data()))
             throw std::runtime_error("mkdtemp failed");
         path_ = pattern;

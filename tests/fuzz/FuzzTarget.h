@@ -1,0 +1,30 @@
+#pragma once
+
+// The shape every target shares: the input arrives as text (or bytes), and a broken invariant
+// aborts so libFuzzer keeps the input that broke it.
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <span>
+#include <string_view>
+
+namespace kelvo::fuzz {
+
+inline void require(bool holds) {
+    if (!holds)
+        std::abort();
+}
+
+inline std::span<const std::uint8_t> bytesOf(std::string_view input) {
+    return {reinterpret_cast<const std::uint8_t*>(input.data()), input.size()};
+}
+
+} // namespace kelvo::fuzz
+
+#define KELVO_FUZZ_TARGET(input)                                                                   \
+    static void fuzzOne(std::string_view input);                                                   \
+    extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {            \
+        fuzzOne({reinterpret_cast<const char*>(data), size});                                      \
+        return 0;                                                                                  \
+    }                                                                                              \
+    static void fuzzOne(std::string_view input)
