@@ -157,17 +157,12 @@ TEST_F(AppModelTest, PermissionIsAskedOnceARefusalIsExplainedAndAGrantStartsTheR
     microphone->answerStatus = MicrophoneAuthorizationStatus::authorized;
     microphone->pending(true);
     EXPECT_TRUE(granted->mic().recording().isRecording());
+    granted->beginForcedDrop(DropHoldSource::pointer);
+    granted->beginForcedDrop(DropHoldSource::keyboard);
     granted->applicationWillTerminate();
     EXPECT_FALSE(granted->mic().recording().isRecording());
-}
-
-TEST_F(AppModelTest, StoppingTheLoopReleasesEveryDropHold) {
-    auto model = makeModel();
-    model->bootstrap();
-    model->beginForcedDrop(DropHoldSource::pointer);
-    model->beginForcedDrop(DropHoldSource::keyboard);
-    model->stopEngineLoop();
-    EXPECT_FALSE(model->isDropHeld());
+    granted->stopEngineLoop();
+    EXPECT_FALSE(granted->isDropHeld()) << "a stopped loop releases every drop hold";
     EXPECT_EQ(timers->activeCount(), 0);
 }
 
