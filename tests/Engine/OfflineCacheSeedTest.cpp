@@ -45,6 +45,7 @@ TEST_F(OfflineCacheSeedTest, AnUnusableBootstrapOrAHarnessThatRealisesNoShowWrit
     const std::tuple<std::string, std::string, std::string> cases[] = {
         {"recording.js", R"({"shows": [], "control_state": {"mode": "pulse"}})",
          "The bootstrap has no active show."},
+        {"recording.js", R"({"active_show": ["Club"]})", "The bootstrap has no active show."},
         {"recording.js", R"([{"active_show": {}}])", "The bootstrap cannot be read: "},
         {"throws_on_load.js", club, "The harness did not realise the active show."},
     };
