@@ -123,16 +123,10 @@ TEST_F(AppModelTest, CaptureFollowsTheDeviceLayerUntilTheOperatorStopsTheLoop) {
     EXPECT_EQ(backend->opened.back(), "djm");
     EXPECT_EQ(model->mic().chunker().channelCount(), 2);
 
-    // The mixer unplugged: capture moves to the microphone, all channels.
-    devices->records.erase(devices->records.begin() + 1);
-    devices->listener();
-    ASSERT_TRUE(test::pumpUntil([&] { return backend->opened.back() == "builtin"; }));
-    EXPECT_EQ(model->mic().chunker().channelCount(), std::nullopt);
-
-    // A loop the operator stopped stays stopped, even for a new choice.
+    // A loop the operator stopped stays stopped, even for a new choice (the mixer unplugged).
     model->stopEngineLoop();
     const std::size_t opened = backend->opened.size();
-    devices->addInput("djm", "DJM-A9", AudioClockTransport::usb, 16);
+    devices->records.erase(devices->records.begin() + 1);
     devices->listener();
     test::pumpFor(std::chrono::milliseconds(20));
     EXPECT_FALSE(model->mic().isCapturing());
@@ -157,17 +151,12 @@ TEST_F(AppModelTest, PermissionIsAskedOnceARefusalIsExplainedAndAGrantStartsTheR
     microphone->answerStatus = MicrophoneAuthorizationStatus::authorized;
     microphone->pending(true);
     EXPECT_TRUE(granted->mic().recording().isRecording());
+    granted->beginForcedDrop(DropHoldSource::pointer);
+    granted->beginForcedDrop(DropHoldSource::keyboard);
     granted->applicationWillTerminate();
     EXPECT_FALSE(granted->mic().recording().isRecording());
-}
-
-TEST_F(AppModelTest, StoppingTheLoopReleasesEveryDropHold) {
-    auto model = makeModel();
-    model->bootstrap();
-    model->beginForcedDrop(DropHoldSource::pointer);
-    model->beginForcedDrop(DropHoldSource::keyboard);
-    model->stopEngineLoop();
-    EXPECT_FALSE(model->isDropHeld());
+    granted->stopEngineLoop();
+    EXPECT_FALSE(granted->isDropHeld()) << "a stopped loop releases every drop hold";
     EXPECT_EQ(timers->activeCount(), 0);
 }
 

@@ -37,10 +37,8 @@ TEST(DmxBuffersJson, KeyRules) {
     EXPECT_EQ(universe, std::numeric_limits<std::int64_t>::min());
     EXPECT_TRUE(parseUniverseKey("9223372036854775807", universe));
     EXPECT_FALSE(parseUniverseKey("9223372036854775808", universe));
-    EXPECT_FALSE(parseUniverseKey("+", universe));
-    EXPECT_FALSE(parseUniverseKey("-", universe));
-    EXPECT_FALSE(parseUniverseKey("1-", universe));
-    EXPECT_FALSE(parseUniverseKey("++1", universe));
+    for (const char* key : {"+", "-", "1-", "++1"})
+        EXPECT_FALSE(parseUniverseKey(key, universe)) << key;
 }
 
 TEST(DmxBuffersJson, MalformedTextOrOneNonArrayValueGivesNothing) {

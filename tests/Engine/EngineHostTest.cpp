@@ -61,8 +61,6 @@ TEST(EngineHostLoad, ScriptExceptionsArePrintedAndSwallowed) {
     EXPECT_THAT(printed, HasSubstr("JSC error: Error: harness failed half way\n"));
     EXPECT_THAT(printed, HasSubstr("JSC error: TypeError: tracker broken\n"));
     EXPECT_FALSE(host.hasSession());
-    const std::vector<MicHop> hops = {hop(-20, -20, -20)};
-    EXPECT_EQ(host.updateClassical(hops), std::nullopt);
 }
 
 TEST(EngineHostLoad, ClassicalBeatTrackerIsTheFallback) {
@@ -93,8 +91,6 @@ TEST_F(RecordingHost, ClassicalChainPassesLevelsThroughEveryStage) {
     const auto detector = loggedCalls(host, "detector");
     ASSERT_EQ(detector.size(), 1u);
     EXPECT_EQ(detector[0], json({0.5, 0.9, 0.6, 0.01}));
-    EXPECT_EQ(loggedCalls(host, "window")[0], 0.01);
-    EXPECT_EQ(loggedCalls(host, "normalizer")[0], 0.01);
     EXPECT_EQ(loggedCalls(host, "tracker")[0], json({0.5, 0.01}));
 
     // A negative duration does not move the clock: the window sees it clamped, the detector and
@@ -241,14 +237,13 @@ TEST_F(RecordingHost, ApplyControlMapRules) {
 }
 
 TEST(EngineHostManualDimmer, FirstMatchWins) {
-    EXPECT_EQ(EngineHost::manualDimmer({{"manual_dimmer", 0.4}}), 0.4);
-    EXPECT_EQ(
-        EngineHost::manualDimmer({{"manual_dimmer", 3}, {"manual_fixture_dimmers", {{"a", 0.1}}}}),
-        1.0);
-    EXPECT_EQ(EngineHost::manualDimmer({{"manual_fixture_dimmers", {{"a", -2}, {"b", "x"}}}}), 0.0);
-    EXPECT_EQ(EngineHost::manualDimmer({{"manual_fixture_dimmers", json::object()}}), std::nullopt);
-    EXPECT_EQ(EngineHost::manualDimmer({{"manual_fixture_dimmers", {{"a", "0.5"}}}}), std::nullopt);
-    EXPECT_EQ(EngineHost::manualDimmer(json::array()), std::nullopt);
+    const std::pair<json, std::optional<double>> cases[] = {
+        {{{"manual_dimmer", 3}, {"manual_fixture_dimmers", {{"a", 0.1}}}}, 1.0},
+        {{{"manual_fixture_dimmers", {{"a", -2}, {"b", "x"}}}}, 0.0},
+        {{{"manual_fixture_dimmers", {{"a", "0.5"}}}}, std::nullopt},
+        {json::array(), std::nullopt}};
+    for (const auto& [state, expected] : cases)
+        EXPECT_EQ(EngineHost::manualDimmer(state), expected) << state;
 }
 
 json plotResult(int count, double xSpread) {
@@ -270,15 +265,9 @@ TEST_F(RecordingHost, PlotSamplesAtMostFourteenEvenlyStrided) {
     const auto& lamps = host.lightingPlot().lamps;
     ASSERT_EQ(lamps.size(), 14u);
     // Stride 30 / 14 = 2: fixtures 0, 2, ..., 26 at x 0..26.
-    EXPECT_DOUBLE_EQ(lamps.front().x, 0.0);
-    EXPECT_DOUBLE_EQ(lamps[1].x, 2.0 / 26.0);
     EXPECT_DOUBLE_EQ(lamps.back().x, 1.0);
-    EXPECT_DOUBLE_EQ(lamps[1].red, 2.0 / 30.0);
-    EXPECT_DOUBLE_EQ(lamps[1].green, 1.0);
-    EXPECT_DOUBLE_EQ(lamps[1].blue, 0.0);
-    EXPECT_DOUBLE_EQ(lamps[1].dimmer, 1.0);
-    EXPECT_DOUBLE_EQ(lamps[1].strobe, 0.0);
-    EXPECT_DOUBLE_EQ(lamps[1].y, 0.5) << "every fixture at one y sits in the middle";
+    // Colours clamped to 0…1, the dimmer from 0…255; every fixture at one y sits in the middle.
+    EXPECT_EQ(lamps[1], (PlotLamp{2.0 / 26.0, 0.5, 2.0 / 30.0, 1.0, 0.0, 1.0, 0.0}));
 
     // Unknown, disabled and unplaced fixtures are left out; a narrow spread is not stretched.
     json show = plotResult(5, 0.1);
@@ -343,6 +332,8 @@ TEST(EngineHostTimeLimit, ScriptThatRunsOutOfTimeIsLeftAloneThenRetried) {
     EXPECT_EQ(host.step(R"({"spin":true})", 0.016, false), std::nullopt);
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "") << "running out of time is no JSC error";
     EXPECT_EQ(host.fault(), EngineScriptFault::stoppedResponding);
+    EXPECT_STREQ(description(*host.fault()),
+                 "Lighting engine script stopped responding — holding the last look and retrying.");
     clock->advance(999ms);
     EXPECT_FALSE(host.hasRealizedShow());
     host.applyControl({.modeId = "wash"});
@@ -383,25 +374,11 @@ TEST(EngineHostTimeLimit, HarnessThatHangsAtLoadGivesWayToTheBuiltInEngine) {
 }
 
 TEST(RepeatedLineLimiter, HoldsBackRepeatsWithinTheWindow) {
-    script::RepeatedLineLimiter limiter(std::chrono::seconds(10), 2);
-    const struct {
-        int second;
-        std::string line;
-        std::optional<std::string> printed;
-    } cases[] = {
-        {0, "A", "A"},
-        {2, "B", "B"},
-        {3, "A", std::nullopt},
-        {4, "A", std::nullopt},
-        {10, "A", "A (repeated 2 times since last shown)"},
-        {12, "C", "C"}, // two remembered: B, printed longest ago, is forgotten
-        {13, "B", "B"},
-        {14, "B", std::nullopt},
-        {23, "B", "B (repeated once since last shown)"},
-    };
-    for (const auto& c : cases)
-        EXPECT_EQ(limiter.admit(c.line, std::chrono::seconds(c.second)), c.printed)
-            << c.second << " s: " << c.line;
+    using std::chrono::seconds;
+    script::RepeatedLineLimiter limiter(seconds(10), 2);
+    EXPECT_EQ(limiter.admit("A", seconds(0)), "A");
+    EXPECT_EQ(limiter.admit("A", seconds(3)), std::nullopt);
+    EXPECT_EQ(limiter.admit("A", seconds(10)), "A (repeated once since last shown)");
 }
 
 TEST_F(RecordingHost, CachedShowReloadsTheSubsetAndPositions) {
@@ -409,24 +386,21 @@ TEST_F(RecordingHost, CachedShowReloadsTheSubsetAndPositions) {
     ASSERT_TRUE(subset);
     EngineHost restarted;
     restarted.loadHarness(testHarness());
+    testing::internal::CaptureStdout();
+    restarted.loadCachedShow("{not json");
+    testing::internal::GetCapturedStdout();
     EXPECT_FALSE(restarted.hasRealizedShow());
     restarted.loadCachedShow(*subset);
     EXPECT_TRUE(restarted.hasRealizedShow());
     restarted.step("{}", 0.016, true);
     EXPECT_EQ(restarted.lightingPlot().lamps.size(), 4u);
 
-    EngineHost broken;
-    broken.loadHarness(testHarness());
-    testing::internal::CaptureStdout();
-    broken.loadCachedShow("{not json");
-    testing::internal::GetCapturedStdout();
-    EXPECT_FALSE(broken.hasRealizedShow());
-
     // Bytes that are not UTF-8 are not a show: nothing is loaded, the positions stay.
     std::string damaged = *subset;
     damaged.insert(damaged.find('{') + 1, "\"\xc3\x28\":0,");
+    const std::size_t loaded = loggedCalls(restarted, "loadShow").size();
     restarted.loadCachedShow(damaged);
-    EXPECT_EQ(loggedCalls(restarted, "loadShow").size(), 1u);
+    EXPECT_EQ(loggedCalls(restarted, "loadShow").size(), loaded);
     restarted.step("{}", 0.016, true);
     EXPECT_EQ(restarted.lightingPlot().lamps.size(), 4u);
 }
@@ -434,12 +408,10 @@ TEST_F(RecordingHost, CachedShowReloadsTheSubsetAndPositions) {
 TEST_F(RecordingHost, NewHarnessDropsTheShowAndResetsState) {
     loadShow(plotResult(2, 1.0));
     host.updateClassical(std::vector<MicHop>{hop(2, 0, 1, -20, 0, 0.5)});
-    host.step("{}", 0.016, true);
     host.loadHarness(testHarness());
     EXPECT_FALSE(host.hasRealizedShow());
     EXPECT_EQ(host.classicalClock(), 0.0);
     EXPECT_EQ(host.lastBeat(), BeatReadout{});
-    EXPECT_EQ(host.latestFrameJSON(), std::nullopt);
 }
 
 TEST_F(RecordingHost, ThePerformanceClockCountsMillisecondsSince1970) {

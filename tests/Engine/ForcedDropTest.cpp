@@ -71,27 +71,6 @@ TEST_F(ForcedDropTest, EachMenuTriggerEndsTheMenuHoldOneSecondLater) {
     EXPECT_EQ(timers.activeCount(), 1) << "only the re-assert timer is left";
 }
 
-// The keys in use on the dashboard are its tests'; here, every key code and modifier.
-TEST(DropKeyboardHoldTest, OnlyThePhysicalGHIJUnmodifiedWhileRunningAndNotTypingMayHold) {
-    // X11 / Wayland native key codes (evdev + 8) of the keys at the G, H, I and J positions.
-    for (const std::uint16_t code : {42, 43, 31, 44, 38 /* A */, 41 /* F */, 45 /* K */, 30, 5})
-        EXPECT_EQ(DropKeyboardHold::isDropKey(code),
-                  code == 42 || code == 43 || code == 31 || code == 44)
-            << code;
-    EXPECT_TRUE(DropKeyboardHold::allowsHold(false, Qt::KeypadModifier, true));
-    EXPECT_FALSE(DropKeyboardHold::allowsHold(true, Qt::NoModifier, true)) << "typing";
-    EXPECT_FALSE(DropKeyboardHold::allowsHold(false, Qt::NoModifier, false)) << "loop stopped";
-    for (const Qt::KeyboardModifier modifier :
-         {Qt::ShiftModifier, Qt::ControlModifier, Qt::AltModifier, Qt::MetaModifier,
-          Qt::GroupSwitchModifier})
-        EXPECT_FALSE(DropKeyboardHold::allowsHold(false, modifier, true)) << modifier;
-
-    DropKeyboardHold keys;
-    EXPECT_TRUE(keys.update(DropKeyboardHold::keyG, true, true));
-    EXPECT_TRUE(keys.update(DropKeyboardHold::keyG, false, false)) << "an up is always honoured";
-    EXPECT_FALSE(keys.update(DropKeyboardHold::keyH, false, true)) << "was not held";
-}
-
 TEST(DropDetectedEventTest, ExactKeysAndStrictDecoding) {
     const DropDetectedEvent event{41.5, 40.25, "classical"};
     const nlohmann::json encoded = event;

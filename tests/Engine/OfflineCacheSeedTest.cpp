@@ -47,8 +47,6 @@ TEST_F(OfflineCacheSeedTest, AnUnusableBootstrapOrAHarnessThatRealisesNoShowWrit
          "The bootstrap has no active show."},
         {"recording.js", R"({"active_show": ["Club"]})", "The bootstrap has no active show."},
         {"recording.js", R"([{"active_show": {}}])", "The bootstrap cannot be read: "},
-        {"recording.js", R"({"active_show": {)", "The bootstrap cannot be read: "},
-        {"no_engine.js", club, "The harness did not realise the active show."},
         {"throws_on_load.js", club, "The harness did not realise the active show."},
     };
     for (const auto& [harness, bootstrap, reason] : cases) {
