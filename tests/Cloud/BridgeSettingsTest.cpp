@@ -101,26 +101,24 @@ TEST_F(BridgeSettingsTest, TokensAreKeptPerServerUnderNormalisedKeys) {
     EXPECT_EQ(reopened->authToken(local), std::nullopt) << "empty counts as none";
 }
 
-TEST_F(BridgeSettingsTest, LegacyTokenMovesToTheProductionServerOnce) {
+TEST_F(BridgeSettingsTest, LegacyTokenMovesToTheProductionServerOnceAndGoesWithIt) {
     handEdit(BridgeSettings::legacyTokenKey, "legacy");
     handEdit(BridgeSettings::tokenKey(production), ""); // an empty per-server value is no token
     auto settings = open();
     EXPECT_EQ(settings->authToken(local), std::nullopt);
     EXPECT_EQ(settings->authToken(QUrl("https://cloud.example.com.evil.net")), std::nullopt);
+    settings->saveAuthToken("local-token", local);
+    settings->clearAuthToken(local);
     EXPECT_TRUE(file(settings.get())->contains(BridgeSettings::legacyTokenKey));
 
     EXPECT_EQ(settings->authToken(QUrl("https://Cloud.Example.com/")), "legacy");
     auto written = file(settings.get());
     EXPECT_FALSE(written->contains(BridgeSettings::legacyTokenKey));
     EXPECT_EQ(written->value(BridgeSettings::tokenKey(production)).toString(), "legacy");
-}
 
-TEST_F(BridgeSettingsTest, ClearingProductionAlsoForgetsTheLegacyToken) {
-    handEdit(BridgeSettings::legacyTokenKey, "legacy");
-    auto settings = open();
-    settings->saveAuthToken("local-token", local);
-    settings->clearAuthToken(local);
-    EXPECT_TRUE(file(settings.get())->contains(BridgeSettings::legacyTokenKey));
+    settings.reset(); // clearing production also forgets a legacy token not yet moved
+    handEdit(BridgeSettings::legacyTokenKey, "legacy-2");
+    settings = open();
     settings->clearAuthToken(QUrl("https://CLOUD.example.com/"));
     EXPECT_FALSE(file(settings.get())->contains(BridgeSettings::legacyTokenKey));
     EXPECT_EQ(settings->authToken(production), std::nullopt);
