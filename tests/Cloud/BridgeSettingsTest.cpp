@@ -15,8 +15,6 @@ const QUrl local("http://127.0.0.1:4041/");
 
 class BridgeSettingsTest : public ::testing::Test {
 protected:
-    void SetUp() override { ASSERT_TRUE(temp.isValid()); }
-
     QString path() const { return temp.filePath("config/Kelvo/KelvoBridge.conf"); }
     std::unique_ptr<BridgeSettings> open() {
         return std::make_unique<BridgeSettings>(
