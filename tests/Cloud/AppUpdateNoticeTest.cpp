@@ -11,7 +11,7 @@ std::optional<QString> shown(const std::optional<QUrl>& url) {
     return url ? std::optional(url->toString()) : std::nullopt;
 }
 
-TEST(AppUpdateNotice, BannerRuleTable) {
+TEST(AppUpdateNotice, BannerRuleAndDownloadAddressTables) {
     const std::tuple<const char*, std::optional<std::string>, const char*, bool> cases[] = {
         {"abc", "ABC ", "abc", false},     // case and blanks ignored: current
         {"r2", "r1", "r0", false},         // the server is between releases
@@ -28,16 +28,14 @@ TEST(AppUpdateNotice, BannerRuleTable) {
                          : std::nullopt)
             << deployed;
     }
-}
 
-TEST(AppUpdateNotice, DownloadAddressResolution) {
-    const std::pair<QString, std::optional<QString>> cases[] = {
+    const std::pair<QString, std::optional<QString>> addresses[] = {
         {"/downloads/bridge.zip", "http://127.0.0.1:4041/downloads/bridge.zip"},
         {" https://dl.example/b.zip ", "https://dl.example/b.zip"},
         {"ftp://dl.example/b.zip", "http://127.0.0.1:4041/ftp://dl.example/b.zip"},
         {"  \n", std::nullopt},
     };
-    for (const auto& [raw, expected] : cases)
+    for (const auto& [raw, expected] : addresses)
         EXPECT_EQ(shown(AppUpdateNotice::resolveDownloadURL(raw, server)), expected)
             << raw.toStdString();
     EXPECT_FALSE(AppUpdateNotice::sparkleFeedIsConfigured(QString(" \n")));

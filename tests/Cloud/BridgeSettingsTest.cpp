@@ -15,8 +15,6 @@ const QUrl local("http://127.0.0.1:4041/");
 
 class BridgeSettingsTest : public ::testing::Test {
 protected:
-    void SetUp() override { ASSERT_TRUE(temp.isValid()); }
-
     QString path() const { return temp.filePath("config/Kelvo/KelvoBridge.conf"); }
     std::unique_ptr<BridgeSettings> open() {
         return std::make_unique<BridgeSettings>(
@@ -101,26 +99,24 @@ TEST_F(BridgeSettingsTest, TokensAreKeptPerServerUnderNormalisedKeys) {
     EXPECT_EQ(reopened->authToken(local), std::nullopt) << "empty counts as none";
 }
 
-TEST_F(BridgeSettingsTest, LegacyTokenMovesToTheProductionServerOnce) {
+TEST_F(BridgeSettingsTest, LegacyTokenMovesToTheProductionServerOnceAndGoesWithIt) {
     handEdit(BridgeSettings::legacyTokenKey, "legacy");
     handEdit(BridgeSettings::tokenKey(production), ""); // an empty per-server value is no token
     auto settings = open();
     EXPECT_EQ(settings->authToken(local), std::nullopt);
     EXPECT_EQ(settings->authToken(QUrl("https://cloud.example.com.evil.net")), std::nullopt);
+    settings->saveAuthToken("local-token", local);
+    settings->clearAuthToken(local);
     EXPECT_TRUE(file(settings.get())->contains(BridgeSettings::legacyTokenKey));
 
     EXPECT_EQ(settings->authToken(QUrl("https://Cloud.Example.com/")), "legacy");
     auto written = file(settings.get());
     EXPECT_FALSE(written->contains(BridgeSettings::legacyTokenKey));
     EXPECT_EQ(written->value(BridgeSettings::tokenKey(production)).toString(), "legacy");
-}
 
-TEST_F(BridgeSettingsTest, ClearingProductionAlsoForgetsTheLegacyToken) {
-    handEdit(BridgeSettings::legacyTokenKey, "legacy");
-    auto settings = open();
-    settings->saveAuthToken("local-token", local);
-    settings->clearAuthToken(local);
-    EXPECT_TRUE(file(settings.get())->contains(BridgeSettings::legacyTokenKey));
+    settings.reset(); // clearing production also forgets a legacy token not yet moved
+    handEdit(BridgeSettings::legacyTokenKey, "legacy-2");
+    settings = open();
     settings->clearAuthToken(QUrl("https://CLOUD.example.com/"));
     EXPECT_FALSE(file(settings.get())->contains(BridgeSettings::legacyTokenKey));
     EXPECT_EQ(settings->authToken(production), std::nullopt);

@@ -19,8 +19,7 @@ const QUrl server("http://127.0.0.1:4041");
 
 /// A clock that moves by each sleep's length. Sleeps wait for `wake()`, or pass at once with
 /// `autoAdvance`.
-class ManualScheduler final : public CloudScheduler {
-public:
+struct ManualScheduler final : CloudScheduler {
     Clock::time_point now() const override { return now_; }
 
     QCoro::Task<> sleep(std::chrono::milliseconds duration, CancellationToken cancel) override {
@@ -46,14 +45,11 @@ public:
 
     std::vector<std::chrono::milliseconds> sleeps;
     bool autoAdvance = false;
-
-private:
     Clock::time_point now_{std::chrono::hours(1)};
     std::deque<std::shared_ptr<OneShotEvent>> pending_;
 };
 
-class RecordingLeave final : public DisconnectNotifying {
-public:
+struct RecordingLeave final : DisconnectNotifying {
     void notifyAndWait(const QUrl&, const std::string& token, std::chrono::milliseconds) override {
         tokens.push_back(token);
     }
@@ -69,10 +65,10 @@ struct ScriptedCloud {
         if (path.endsWith("pairing/start"))
             return start;
         if (path.endsWith("pairing/status")) {
-            const QByteArray body = statuses.empty() ? R"({"status":"pending"})" : statuses.front();
-            if (statuses.size() > 1)
+            const HTTPResponse status{200, statuses.front()};
+            if (statuses.size() > 1) // the last one repeats
                 statuses.pop_front();
-            return HTTPResponse{200, body};
+            return status;
         }
         if (path.endsWith("runtime/bootstrap"))
             return bootstrap;

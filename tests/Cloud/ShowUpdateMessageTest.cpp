@@ -2,15 +2,13 @@
 
 #include <gtest/gtest.h>
 
-#include <string>
-
 namespace kelvo {
 namespace {
 
 using namespace show_update;
 using nlohmann::json;
 
-TEST(ShowUpdateMessage, DecodingRuleTable) {
+TEST(ShowUpdateMessage, DecodingRuleTableAndDroppedFrames) {
     struct Case {
         const char* text;
         std::optional<ShowUpdateMessage> expected;
@@ -50,9 +48,7 @@ TEST(ShowUpdateMessage, DecodingRuleTable) {
     };
     for (const auto& c : cases)
         EXPECT_EQ(decodeShowUpdateMessage(c.text), c.expected) << c.text;
-}
 
-TEST(ShowUpdateMessage, FramesOverTheCapDeepNestingAndBinaryGarbageAreDropped) {
     std::string padded = R"({"type":"shift_color_scheme","data":")";
     const std::string tail = "\"}";
     padded.append(kMaxShowUpdateFrameBytes - padded.size() - tail.size(), 'x');

@@ -1,9 +1,16 @@
 #include "../devcloud/DevCloudClient.h"
 
+#include "Cloud/DisconnectNotifier.h"
 #include "Cloud/QtURLSession.h"
 #include "support/AppModelRig.h"
 #include "support/DevCloudProcess.h"
+#include "support/HeadlessBrowser.h"
 #include "support/QtEventLoop.h"
+#include "support/RequiredTool.h"
+
+#include <QElapsedTimer>
+
+#include <filesystem>
 
 #include <gtest/gtest.h>
 
@@ -16,9 +23,10 @@ using json = nlohmann::json;
 const std::string token = "kdt_show_updates";
 const std::string secret = "admin-secret";
 
-/// The model linked to a kelvo-devcloud on loopback, its push socket open; the admin API
-/// pushes messages, injects faults and counts the requests the bridge made. Debouncing and
-/// reopening the socket are the channel's own tests.
+/// The model with the real HTTP transport and leave notice, linked to a kelvo-devcloud on
+/// loopback, its push socket open; the admin API pushes messages, injects faults and counts the
+/// requests the bridge made. Pairing and the download end to end are the headless program's test;
+/// the session rules are CloudSession's, debouncing and reopening the socket the channel's.
 class ShowUpdatesLinkTest : public ::testing::Test, protected test::AppModelRig {
 protected:
     void SetUp() override {
@@ -34,6 +42,7 @@ protected:
 
         serverURL = QUrl(QString::fromStdString(cloud->baseUrl()));
         http = std::make_shared<QtURLSession>();
+        leaving = std::make_shared<ThreadedDisconnectNotifier>();
         model = makeModel();
         model->settings().saveAuthToken(token, serverURL);
         model->bootstrap();
@@ -98,6 +107,45 @@ TEST_F(ShowUpdatesLinkTest, APickedShowIsActivatedAndAReloadStartedBeforeThePick
     ASSERT_TRUE(test::pumpUntil([&] { return !model->isSwitchingShow(); }));
     EXPECT_EQ(model->statusMessage(), "Couldn’t switch show: Server returned HTTP 404");
     EXPECT_EQ(model->selectedShowId(), "show-warehouse");
+}
+
+// The pick-versus-push rules are LiveControl's; here a click on the control page must arrive.
+TEST_F(ShowUpdatesLinkTest, AModeClickedOnTheControlPageReachesTheBridge) {
+    KELVO_REQUIRE_TOOL(test::HeadlessBrowser::available(), "chromium is not installed");
+    test::HeadlessBrowser browser(dir / "chromium-profile");
+    ASSERT_TRUE(browser.attach());
+    browser.open(QUrl(QString::fromStdString(cloud->baseUrl() + "/control")));
+    ASSERT_TRUE(browser.waitUntil(
+        QStringLiteral("!!document.querySelector('#mode option[value=\"blackout\"]')")));
+    for (const char* mode : {"blackout", "static", "blackout"}) {
+        browser.evaluate(QStringLiteral("(() => { const s = document.getElementById('mode'); "
+                                        "s.value = '%1'; s.dispatchEvent(new Event('change')); "
+                                        "return true; })()")
+                             .arg(QLatin1String(mode)));
+        EXPECT_TRUE(test::pumpUntil([&] { return model->selectedModeId() == mode; }, 15s)) << mode;
+    }
+}
+
+TEST_F(ShowUpdatesLinkTest, QuittingWaitsAtMostTwoSecondsThenARefusedConnectionSaysSo) {
+    adminPost("api/admin/faults", {{"path", "api/bridge/disconnect"}, {"delay_ms", 6000}}, 200);
+    QElapsedTimer quit;
+    quit.start();
+    model->applicationWillTerminate();
+    // A bound, not a speed goal: the leave notice gives up after 2 s however long the cloud takes.
+    EXPECT_GE(quit.elapsed(), 1900);
+    EXPECT_LT(quit.elapsed(), 4000);
+
+    cloud.reset(); // nobody answers on its port now, and no cache to fall back on
+    std::filesystem::remove_all(dir / "cache");
+    auto refused = makeModel();
+    refused->autoConnect();
+    EXPECT_TRUE(test::pumpUntil(
+        [&] {
+            return refused->statusMessage() ==
+                   "Couldn’t connect: Connection refused. Retrying in 1s…";
+        },
+        10s))
+        << refused->statusMessage().toStdString();
 }
 
 } // namespace

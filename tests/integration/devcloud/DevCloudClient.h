@@ -33,10 +33,9 @@ public:
     }
 
     HttpResult send(const QByteArray& method, const std::string& path,
-                    const std::string& token = {}, const QByteArray& body = {},
-                    int timeoutMs = 10'000) {
+                    const std::string& token = {}, const QByteArray& body = {}) {
         QNetworkRequest request(QUrl(QString::fromStdString(baseUrl_ + "/" + path)));
-        request.setTransferTimeout(timeoutMs);
+        request.setTransferTimeout(10'000);
         if (!token.empty())
             request.setRawHeader("Authorization", "Bearer " + QByteArray::fromStdString(token));
         if (!adminSecret_.empty())
@@ -44,7 +43,7 @@ public:
         if (!body.isEmpty())
             request.setHeader(QNetworkRequest::ContentTypeHeader, "application/json");
         std::unique_ptr<QNetworkReply> reply(manager_.sendCustomRequest(request, method, body));
-        pumpUntil([&] { return reply->isFinished(); }, std::chrono::milliseconds(timeoutMs + 5000));
+        pumpUntil([&] { return reply->isFinished(); }, std::chrono::seconds(15));
         return {reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt(), reply->error(),
                 reply->readAll()};
     }
@@ -78,16 +77,12 @@ private:
 class ShowUpdatesListener {
 public:
     ShowUpdatesListener(const std::string& baseUrl, const std::string& token) {
-        QObject::connect(&socket_, &QWebSocket::textMessageReceived,
+        QObject::connect(&socket, &QWebSocket::textMessageReceived,
                          [this](const QString& text) { messages.push_back(text.toStdString()); });
         QString url = QString::fromStdString(baseUrl);
         url.replace(QStringLiteral("http://"), QStringLiteral("ws://"));
-        socket_.open(QUrl(url + QStringLiteral("/ws/show-updates?role=runtime&token=") +
-                          QString::fromStdString(token)));
-    }
-
-    bool waitOpen() {
-        return pumpUntil([&] { return socket_.state() == QAbstractSocket::ConnectedState; });
+        socket.open(QUrl(url + QStringLiteral("/ws/show-updates?role=runtime&token=") +
+                         QString::fromStdString(token)));
     }
 
     /// The next message of `type` received after the first `skip` messages, as JSON.
@@ -104,11 +99,8 @@ public:
         return found;
     }
 
-    QWebSocket& socket() { return socket_; }
+    QWebSocket socket;
     std::vector<std::string> messages;
-
-private:
-    QWebSocket socket_;
 };
 
 } // namespace kelvo::test
