@@ -165,19 +165,11 @@ TEST_F(OutputConfigurationTest, EditorChangesTheFirstRouteSavesAndResendsTheLast
     EXPECT_EQ(transport->sent.size(), 1u);
 }
 
-TEST_F(OutputConfigurationTest, PersistArtNetSavesThenRetargetsDiscovery) {
-    std::vector<std::optional<std::string>> targets;
-    QObject::connect(&configuration, &OutputConfiguration::discoveryTargetSet,
-                     [&](const std::optional<std::string>& host) { targets.push_back(host); });
-    configuration.setArtNetEnabled(true);
-    configuration.setArtNetHost("10.1.2.3");
+// Saving host and switch, and aiming discovery: AppModel's tests.
+TEST_F(OutputConfigurationTest, PersistArtNetSavesTheAutoFixChoice) {
     configuration.setArtNetAutoFix(false);
     configuration.persistArtNetConfig();
     EXPECT_EQ(store.artnetAutoFix, false);
-
-    configuration.setArtNetEnabled(false);
-    configuration.persistArtNetConfig();
-    EXPECT_THAT(targets, ElementsAre(std::optional<std::string>("10.1.2.3"), std::nullopt));
 }
 
 TEST_F(OutputConfigurationTest, TurningEnttecOffClosesTheWidgetAtOnce) {
