@@ -31,14 +31,10 @@ TEST(UniverseRouteJson, RoundTripsEveryCaseAndReadsTheDocumentedFormWithExtraKey
 }
 
 TEST(UniverseRouteJson, AnyBadEntryDiscardsTheWholeList) {
-    for (const char* json :
-         {R"([{"virtualUniverse":1,"destination":{}}])",
-          R"([{"virtualUniverse":1,"destination":{"enttec":{},"unmapped":{}}}])"}) {
-        std::string error;
-        EXPECT_EQ(decodeUniverseRoutes(json, &error), std::nullopt) << json;
-        EXPECT_EQ(error, "Invalid number of keys found, expected one.");
-    }
+    const std::string keys = "Invalid number of keys found, expected one.";
     const char* hostile[] = {
+        R"([{"virtualUniverse":1,"destination":{}}])", // the two with the "keys" text
+        R"([{"virtualUniverse":1,"destination":{"enttec":{},"unmapped":{}}}])",
         "{",
         R"({"virtualUniverse":1})",
         R"([{"virtualUniverse":1,"destination":{"dmx":{}}}])",
@@ -57,7 +53,8 @@ TEST(UniverseRouteJson, AnyBadEntryDiscardsTheWholeList) {
     for (const char* json : hostile) {
         std::string error;
         EXPECT_EQ(decodeUniverseRoutes(json, &error), std::nullopt) << json;
-        EXPECT_FALSE(error.empty()) << json;
+        EXPECT_TRUE(json == hostile[0] || json == hostile[1] ? error == keys : !error.empty())
+            << json << ": " << error;
     }
 }
 
