@@ -168,7 +168,6 @@ TEST(EnttecReply, FindsTheFirstWellFormedParametersReplyInNoise) {
 }
 
 // Devices on pseudo-terminals, with the sysfs entries a USB serial adapter would have.
-// Devices on pseudo-terminals, with the sysfs entries a USB serial adapter would have.
 TEST(WidgetIdentification, OnlyEnttecLinksAndAnsweringFT232RDevicesAreWidgets) {
     const struct {
         const char* name;

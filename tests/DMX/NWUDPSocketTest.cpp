@@ -33,12 +33,10 @@ protected:
     void releaseQueue() { hold_.set_value(); }
 
     template <typename Predicate> bool eventually(Predicate predicate) {
-        for (int i = 0; i < 1000; ++i) { // a bound for a loaded machine, not a timing rule
-            if (predicate(socket.status()))
-                return true;
+        int i = 0; // a bound for a loaded machine, not a timing rule
+        for (; i < 1000 && !predicate(socket.status()); ++i)
             std::this_thread::sleep_for(10ms);
-        }
-        return false;
+        return i < 1000;
     }
 
     std::shared_ptr<ManualMonotonicClock> clock = std::make_shared<ManualMonotonicClock>();

@@ -109,7 +109,7 @@ TEST(AudioInputPlatform, AServerThatNeverAnswersHoldsUpNothingAndCaptureSaysWhy)
     ::close(listener);
 }
 
-TEST(AudioFileInput, PlaysTheFileInRealTimeAndLoops) {
+TEST(AudioFileInput, LoopsTheFile) {
     test::qtApplication();
     test::TemporaryDirectory dir;
     const int rate = 44100;
@@ -120,7 +120,6 @@ TEST(AudioFileInput, PlaysTheFileInRealTimeAndLoops) {
     ASSERT_TRUE(test::writeSoundFile(path, track, rate, 2, SF_FORMAT_FLAC | SF_FORMAT_PCM_24));
 
     MicCapture capture(std::make_shared<AudioFileInputBackend>(path));
-    const auto started = std::chrono::steady_clock::now();
     capture.start("ignored", std::nullopt);
     EXPECT_EQ(capture.sampleRate(), rate);
     std::vector<MicHop> hops;
@@ -129,11 +128,8 @@ TEST(AudioFileInput, PlaysTheFileInRealTimeAndLoops) {
             hops.push_back(std::move(hop));
         return hops.size() >= 60;
     }));
-    const double elapsed =
-        std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
     capture.stop();
-    // 60 hops are 0.70 s of audio: the file (0.25 s) looped, at real-time pace, not faster.
-    EXPECT_GE(elapsed, 0.6);
+    // Real-time pace is shown end to end by the bridge test's beat interval.
     // Hop 22 starts 11264 frames in: 239 frames into the second pass (FLAC holds 24 bits).
     EXPECT_NEAR(hops[22].samples[0], (track[239 * 2] + track[239 * 2 + 1]) / 2, 1e-6);
 }

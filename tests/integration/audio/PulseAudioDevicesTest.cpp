@@ -1,17 +1,12 @@
-#include "Audio/Capture/MicCapture.h"
 #include "Audio/Devices/AudioInputDeviceConfigurator.h"
 #include "Audio/Devices/AudioInputDeviceMonitor.h"
-#include "Audio/Devices/AudioInputSelectionModel.h"
 #include "Audio/PulseAudio/PulseAudioDeviceLayer.h"
-#include "Audio/PulseAudio/PulseAudioInputBackend.h"
 
-#include "support/CaptureStart.h"
 #include "support/PulseAudioServer.h"
 #include "support/QtEventLoop.h"
 #include "support/RequiredTool.h"
 
 #include <gtest/gtest.h>
-
 
 namespace kelvo {
 namespace {
@@ -32,47 +27,6 @@ protected:
     test::PulseAudioServer server;
     std::shared_ptr<PulseAudioDeviceLayer> layer;
 };
-
-std::vector<std::string> uidsOf(const std::vector<AudioInputDeviceInfo>& devices) {
-    std::vector<std::string> uids;
-    for (const auto& d : devices)
-        uids.push_back(d.uid);
-    return uids;
-}
-
-TEST_F(PulseAudioDevicesTest, HotPlugMovesARealCaptureToTheMixerAndBack) {
-    const auto mic = server.loadPipeSource("mic", micProperties, 48000, 1);
-    ASSERT_TRUE(mic);
-    AudioInputDeviceMonitor monitor(layer);
-    monitor.refresh();
-    EXPECT_TRUE(monitor.devices().empty()) << "listed on the main thread";
-    ASSERT_TRUE(test::pumpUntil([&] { return !monitor.devices().empty(); }));
-    ASSERT_TRUE(monitor.startListening());
-    MicCapture capture(std::make_shared<PulseAudioInputBackend>(layer));
-    AudioInputSelectionModel model;
-    QObject::connect(&model, &AudioInputSelectionModel::captureRestartNeeded,
-                     [&](const std::optional<std::string>& uid, std::optional<int> channels) {
-                         capture.start(uid, channels);
-                     });
-    model.startAudioDeviceMonitoring(monitor);
-    ASSERT_EQ(
-        test::startCapture(capture, model.activeAudioDeviceUID(), model.captureChannelCount()),
-        std::nullopt);
-    auto capturingFrom = [&](const std::string& uid) {
-        return test::pumpUntil(
-            [&] { return capture.isCapturing() && capture.activeDeviceUID() == uid; });
-    };
-
-    // The mixer appears: capture moves to it, taking its first stereo pair.
-    const auto djm = server.loadPipeSource("djm", djmProperties, 48000, 2);
-    ASSERT_TRUE(djm);
-    ASSERT_TRUE(capturingFrom("djm"));
-    EXPECT_EQ(capture.recordingChannels(), 2);
-
-    // The mixer goes: capture comes back to the microphone and hears it.
-    ASSERT_TRUE(server.unloadModule(djm->module));
-    EXPECT_TRUE(capturingFrom("mic"));
-}
 
 TEST_F(PulseAudioDevicesTest, ListsClassifiesAndFollowsTheServerThroughARestart) {
     ASSERT_TRUE(server.loadPipeSource("mic", micProperties, 44100, 1));
@@ -105,7 +59,7 @@ TEST_F(PulseAudioDevicesTest, ListsClassifiesAndFollowsTheServerThroughARestart)
     ASSERT_TRUE(server.restart()) << server.failure();
     ASSERT_TRUE(server.loadPipeSource("codec2", codecProperties, 48000, 2));
     ASSERT_TRUE(test::pumpUntil(
-        [&] { return uidsOf(monitor.devices()) == std::vector<std::string>{"codec2"}; },
+        [&] { return monitor.devices().size() == 1 && monitor.devices()[0].uid == "codec2"; },
         std::chrono::seconds(15)));
     ASSERT_TRUE(server.loadPipeSource("mic2", micProperties, 48000, 1));
     ASSERT_TRUE(test::pumpUntil([&] { return monitor.devices().size() == 2; }));
