@@ -1,7 +1,6 @@
 #include "Engine/EngineHost.h"
 
 #include "Engine/BundledHarness.h"
-#include "Engine/Script/RepeatedLineLimiter.h"
 #include "support/RecordingHarness.h"
 
 #include <gmock/gmock.h>
@@ -144,6 +143,125 @@ TEST_F(RecordingHost, SustainedDropCountsOnceAndRecentDropsKeepEight) {
 }
 
 TEST_F(RecordingHost, ShowLoadAppliesOptionsAndControlFromState) {
+    const json show = json::parse(R"({"name": "Club", "result": {}, "fixtures": [
+        {"id": "a", "options": {"dimmer_type": "8bit"}}, {"id": 7}, {"id": "b", "options": "bogus"}]})");
+    const json control =
+        json::parse(R"({"mode": "pulse", "mode_to": "chase", "theme_name": "Sunset",
+        "manual_fixture_dimmers": {"a": 0.2, "b": 1.7}})");
+    subset = host.loadShow(show, control);
+}
+EngineHost host;
+std::optional<std::string> subset;
+};
+
+TEST(EngineHostLoad, WithoutASessionEveryCallIsANoOp) {
+    EngineHost fresh, noEngine;
+    testing::internal::CaptureStdout();
+    noEngine.loadHarness(testHarness("no_engine.js"));
+    noEngine.shiftLighting(); // no session: nothing to call
+    noEngine.shiftColorScheme();
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+    EXPECT_FALSE(noEngine.hasSession());
+    EXPECT_EQ(noEngine.loadShow({{"name", "x"}}, json::object()), std::nullopt);
+    for (EngineHost* host : {&fresh, &noEngine}) {
+        EXPECT_FALSE(host->hasRealizedShow());
+        EXPECT_EQ(host->updateClassical(std::vector<MicHop>{hop(-20, -20, -20)}), std::nullopt);
+        EXPECT_EQ(host->step("{}", 0.016, true), std::nullopt);
+        EXPECT_EQ(host->dropDiagnostics().status, "Not loaded");
+    }
+}
+
+TEST(EngineHostLoad, ScriptExceptionsArePrintedAndSwallowed) {
+    EngineHost host;
+    testing::internal::CaptureStdout();
+    host.loadHarness(testHarness("throws_on_load.js"));
+    const std::string printed = testing::internal::GetCapturedStdout();
+    EXPECT_THAT(printed, HasSubstr("JSC error: Error: harness failed half way\n"));
+    EXPECT_THAT(printed, HasSubstr("JSC error: TypeError: tracker broken\n"));
+    EXPECT_FALSE(host.hasSession());
+}
+
+TEST(EngineHostLoad, ClassicalBeatTrackerIsTheFallback) {
+    EngineHost host;
+    host.loadHarness(testHarness("classical_fallback.js"));
+    const std::vector<MicHop> hops = {hop(-7, -20, -20)};
+    const auto frame = host.updateClassical(hops);
+    ASSERT_TRUE(frame);
+    // No detector: the drop level handed on is 0; a NaN from get("drop") reads as 0.
+    EXPECT_EQ(json::parse(*frame), (json{{"tracker", "classical"}, {"drop", 0}}));
+    EXPECT_EQ(host.lastBeat(), (BeatReadout{99, 3, true, 1, 0}));
+    EXPECT_EQ(host.lastNormalizedBands(), (MicBands{-7, 0, 0, 0}));
+}
+
+TEST_F(RecordingHost, ClassicalChainPassesLevelsThroughEveryStage) {
+    MicHop h = hop(0.5, 0.2, 0.3, 0.4, 0.9, 0.01);
+    h.levels.lowDominance = 0.6;
+    const auto frame = host.updateClassical(std::vector<MicHop>{h});
+    ASSERT_TRUE(frame);
+    const json result = json::parse(*frame);
+    EXPECT_EQ(result["gained"], true) << "the decibel window's result feeds the normaliser";
+    EXPECT_DOUBLE_EQ(result["drop"].get<double>(), 0.5);
+    EXPECT_EQ(host.lastNormalizedBands(), (MicBands{0.5, 0.2, 0.3, 0.4}));
+    EXPECT_DOUBLE_EQ(host.classicalClock(), 0.01);
+    EXPECT_TRUE(host.dropArmed()) << "sustained_low > 0 arms the recording detector";
+
+    loadShow({{"result", json::object()}});
+    const auto detector = loggedCalls(host, "detector");
+    ASSERT_EQ(detector.size(), 1u);
+    EXPECT_EQ(detector[0], json({0.5, 0.9, 0.6, 0.01}));
+    EXPECT_EQ(loggedCalls(host, "tracker")[0], json({0.5, 0.01}));
+
+    // A negative duration does not move the clock: the window sees it clamped, the detector and
+    // the tracker the hop's own.
+    host.updateClassical(std::vector<MicHop>{hop(0, 0, 0, -20, 0, -1.0)});
+    EXPECT_DOUBLE_EQ(host.classicalClock(), 0.01);
+    EXPECT_EQ(loggedCalls(host, "window")[1], 0.0);
+    EXPECT_EQ(loggedCalls(host, "detector")[1][3], -1.0);
+    EXPECT_EQ(loggedCalls(host, "tracker")[1][1], -1.0);
+}
+
+TEST_F(RecordingHost, ABeatAnywhereInTheBatchIsKeptAndTheRepeatedFrameClearsIt) {
+    EXPECT_EQ(host.updateClassical(std::vector<MicHop>{}), std::nullopt);
+    EXPECT_EQ(host.latestFrameJSON(), std::nullopt);
+    EXPECT_EQ(host.updateClassical(std::vector<MicHop>{hop(0, 0, 0, -500)}), std::nullopt)
+        << "the normaliser gave no frame";
+
+    const auto frame =
+        host.updateClassical(std::vector<MicHop>{hop(0, 0, 1), hop(0, 1, 0), hop(0.3, 0, 0)});
+    ASSERT_TRUE(frame);
+    EXPECT_EQ(json::parse(*frame)["beat"], true);
+    EXPECT_EQ(json::parse(*frame)["downbeat"], true);
+    EXPECT_EQ(host.lastBeat().beatCount, 1);
+    const json repeated = json::parse(host.latestFrameJSON().value_or("{}"));
+    EXPECT_EQ(repeated["beat"], false);
+    EXPECT_EQ(repeated["downbeat"], false);
+    EXPECT_FALSE(host.lastBeat().beat);
+    EXPECT_DOUBLE_EQ(host.lastBeat().drop, 0.3);
+}
+
+TEST_F(RecordingHost, SustainedDropCountsOnceAndRecentDropsKeepEight) {
+    std::vector<MicHop> hops;
+    for (int i = 0; i < 50; ++i)
+        hops.push_back(hop(1.5, 0, 0, -20, 0, 0.1));
+    host.updateClassical(hops);
+    EXPECT_EQ(host.automaticDropCount(), 1);
+    EXPECT_THAT(host.recentDrops(), ElementsAre("0.1s"));
+    EXPECT_EQ(host.dropDiagnostics().status, "drop");
+
+    // Ten separate drops: each needs the level back at 0 in between.
+    for (int i = 0; i < 10; ++i)
+        host.updateClassical(
+            std::vector<MicHop>{hop(0, 0, 0, -20, 0, 1.0), hop(1, 0, 0, -20, 0, 1.0)});
+    EXPECT_EQ(host.automaticDropCount(), 11);
+    ASSERT_EQ(host.recentDrops().size(), 8u);
+    EXPECT_EQ(host.recentDrops().front(), "25.0s") << "newest first";
+
+    host.replaceDropDetector();
+    EXPECT_EQ(host.automaticDropCount(), 0);
+    EXPECT_TRUE(host.recentDrops().empty());
+}
+
+TEST_F(RecordingHost, ShowLoadAppliesOptionsAndControlFromState) {
     const json show = {{"name", "Club"},
                        {"result", json::object()},
                        {"fixtures",
@@ -160,9 +278,8 @@ TEST_F(RecordingHost, ShowLoadAppliesOptionsAndControlFromState) {
     EXPECT_TRUE(host.hasRealizedShow());
 
     EXPECT_EQ(loggedCalls(host, "build")[0], json({"Club", control}));
-    EXPECT_EQ(loggedCalls(host, "applyFixtureOptions")[0],
-              json({{{"id", "a"}, {"options", {{"dimmer_type", "8bit"}}}},
-                    {{"id", "b"}, {"options", json::object()}}}));
+    EXPECT_EQ(loggedCalls(host, "applyFixtureOptions")[0], json::parse(R"([
+        {"id": "a", "options": {"dimmer_type": "8bit"}}, {"id": "b", "options": {}}])"));
     // How the engine lights the state's mode and dimmers is the harness contract's test.
     EXPECT_EQ(loggedCalls(host, "applyControl")[0]["themeName"], "Sunset");
 }
@@ -371,14 +488,6 @@ TEST(EngineHostTimeLimit, HarnessThatHangsAtLoadGivesWayToTheBuiltInEngine) {
                                                      "devcloud/harness/engine.js"));
     EXPECT_TRUE(host.loadHarness(testHarness()));
     EXPECT_EQ(host.fault(), std::nullopt);
-}
-
-TEST(RepeatedLineLimiter, HoldsBackRepeatsWithinTheWindow) {
-    using std::chrono::seconds;
-    script::RepeatedLineLimiter limiter(seconds(10), 2);
-    EXPECT_EQ(limiter.admit("A", seconds(0)), "A");
-    EXPECT_EQ(limiter.admit("A", seconds(3)), std::nullopt);
-    EXPECT_EQ(limiter.admit("A", seconds(10)), "A (repeated once since last shown)");
 }
 
 TEST_F(RecordingHost, CachedShowReloadsTheSubsetAndPositions) {

@@ -63,14 +63,9 @@ TEST(BootstrapDocument, MissingOrMistypedListsGiveEmptyResultsAndDefaults) {
 }
 
 TEST(ShowList, DropsArchivedAndMalformedShowsKeepingServerOrderAndMarksTheActiveOne) {
-    const auto shows = extractShowList(
-        json{{"shows",
-              {{{"id", "z"}, {"name", "Zed"}, {"active", true}},
-               {{"id", "arch"}, {"name", "Old"}, {"archived", true}},
-               42,
-               {{"id", "no-name"}},
-               {{"id", "a"}, {"name", "Alpha"}, {"active", "yes"}, {"archived", 1}}}}}
-            .dump());
+    const auto shows = extractShowList(R"({"shows": [{"id": "z", "name": "Zed", "active": true},
+        {"id": "arch", "name": "Old", "archived": true}, 42, {"id": "no-name"},
+        {"id": "a", "name": "Alpha", "active": "yes", "archived": 1}]})");
     EXPECT_EQ(shows,
               (std::vector<ShowOption>{{"z", "Zed", true, false}, {"a", "Alpha", false, false}}));
 
@@ -142,15 +137,10 @@ TEST(ControlSelections, TrimModeAndThemeKeepModeToVerbatimClampTheLerp) {
 }
 
 TEST(ShowRevisions, OnlyIntegralNumbersAndLaterDuplicatesWin) {
-    const auto revisions = extractShowRevisions(json{
-        {"shows",
-         {{{"id", "a"}, {"revision", 3}},
-          {{"id", "half"}, {"revision", 3.5}},
-          {{"id", "whole"}, {"revision", 4.0}},
-          {{"id", "old"}, {"revision", 9}, {"archived", true}},
-          {{"id", "a"}, {"revision", 5}},
-          {{"id", "big"},
-           {"revision", 18446744073709551615ULL}}}}}.dump());
+    const auto revisions = extractShowRevisions(R"({"shows": [{"id": "a", "revision": 3},
+        {"id": "half", "revision": 3.5}, {"id": "whole", "revision": 4.0},
+        {"id": "old", "revision": 9, "archived": true}, {"id": "a", "revision": 5},
+        {"id": "big", "revision": 18446744073709551615}]})");
     EXPECT_EQ(revisions, (std::map<std::string, std::int64_t>{{"a", 5}, {"whole", 4}}));
 }
 
