@@ -35,31 +35,26 @@ protected:
     std::optional<std::string> subset;
 };
 
-TEST(EngineHostLoad, WithoutASessionEveryCallIsANoOp) {
-    EngineHost fresh, noEngine;
+TEST(EngineHostLoad, AScriptThatThrowsIsPrintedAndWithoutASessionEveryCallIsANoOp) {
+    EngineHost fresh, noEngine, throwing;
+    testing::internal::CaptureStdout();
+    throwing.loadHarness(testHarness("throws_on_load.js"));
+    const std::string printed = testing::internal::GetCapturedStdout();
+    EXPECT_THAT(printed, HasSubstr("JSC error: Error: harness failed half way\n"));
+    EXPECT_THAT(printed, HasSubstr("JSC error: TypeError: tracker broken\n"));
     testing::internal::CaptureStdout();
     noEngine.loadHarness(testHarness("no_engine.js"));
     noEngine.shiftLighting(); // no session: nothing to call
     noEngine.shiftColorScheme();
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
-    EXPECT_FALSE(noEngine.hasSession());
     EXPECT_EQ(noEngine.loadShow({{"name", "x"}}, json::object()), std::nullopt);
-    for (EngineHost* host : {&fresh, &noEngine}) {
+    for (EngineHost* host : {&fresh, &noEngine, &throwing}) {
+        EXPECT_FALSE(host->hasSession());
         EXPECT_FALSE(host->hasRealizedShow());
         EXPECT_EQ(host->updateClassical(std::vector<MicHop>{hop(-20, -20, -20)}), std::nullopt);
         EXPECT_EQ(host->step("{}", 0.016, true), std::nullopt);
         EXPECT_EQ(host->dropDiagnostics().status, "Not loaded");
     }
-}
-
-TEST(EngineHostLoad, ScriptExceptionsArePrintedAndSwallowed) {
-    EngineHost host;
-    testing::internal::CaptureStdout();
-    host.loadHarness(testHarness("throws_on_load.js"));
-    const std::string printed = testing::internal::GetCapturedStdout();
-    EXPECT_THAT(printed, HasSubstr("JSC error: Error: harness failed half way\n"));
-    EXPECT_THAT(printed, HasSubstr("JSC error: TypeError: tracker broken\n"));
-    EXPECT_FALSE(host.hasSession());
 }
 
 TEST(EngineHostLoad, ClassicalBeatTrackerIsTheFallback) {
