@@ -17,11 +17,7 @@ using testing::HasSubstr;
 
 MicHop hop(double low, double mid, double high, double all = -20, double onset = 0,
            double dt = 512.0 / 48000) {
-    MicHop h;
-    h.levels = {low, mid, high, all, 0.25, onset};
-    h.dt = dt;
-    h.sampleRate = 48000;
-    return h;
+    return {{low, mid, high, all, 0.25, onset}, dt, {}, 48000};
 }
 
 class RecordingHost : public testing::Test {
