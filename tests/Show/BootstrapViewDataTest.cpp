@@ -145,18 +145,13 @@ TEST(ShowRevisions, OnlyIntegralNumbersAndLaterDuplicatesWin) {
 }
 
 TEST(ThemeOptions, PalettesNeedThreeNumbersPerColourAndThreeColoursPerAlternative) {
-    const json three = {{1, 0, 0}, {0, 1, 0}, {0, 0, 1}};
-    const auto themes = extractThemeOptions(json{
-        {"theme_color_examples",
-         {{{"name", "Fire"},
-           {"palette", {{1, 0}, {1, 0, 0.5, 9}, {"1", 0, 0}, "red", {true, 2, -1}}},
-           {"palettes", {three, {{1, 0, 0}, {0, 1, 0}}, {{1, 0, 0}, {0, 1, 0}, {0, 1}}, "x"}},
-           {"allows_rainbow", true},
-           {"always_rainbow", "yes"}},
-          {{"name", ""}, {"palette", three}},
-          {{"name", 5}},
-          {{"name", " Spaced "}},
-          7}}}.dump());
+    const auto themes = extractThemeOptions(R"({"theme_color_examples": [{"name": "Fire",
+        "palette": [[1, 0], [1, 0, 0.5, 9], ["1", 0, 0], "red", [true, 2, -1]],
+        "palettes": [[[1, 0, 0], [0, 1, 0], [0, 0, 1]], [[1, 0, 0], [0, 1, 0]],
+                     [[1, 0, 0], [0, 1, 0], [0, 1]], "x"],
+        "allows_rainbow": true, "always_rainbow": "yes"},
+        {"name": "", "palette": [[1, 0, 0], [0, 1, 0], [0, 0, 1]]}, {"name": 5},
+        {"name": " Spaced "}, 7]})");
     ASSERT_EQ(themes.size(), 2u);
     EXPECT_EQ(themes[0].palette, (ThemePalette{{1, 0, 0.5}, {1, 2, -1}})); // no clamping
     EXPECT_EQ(themes[0].palettes,
