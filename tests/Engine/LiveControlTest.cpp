@@ -24,10 +24,8 @@ struct ScriptedControlEndpoint {
     };
 
     QCoro::Task<> send(json fields, std::string token, CancellationToken cancel) {
-        auto request = std::make_shared<Request>();
-        request->fields = std::move(fields);
-        request->token = std::move(token);
-        requests.push_back(request);
+        const auto request =
+            requests.emplace_back(std::make_shared<Request>(std::move(fields), std::move(token)));
         const auto subscription = cancel.onCancel([request] { request->answered.fire(); });
         co_await request->answered;
         cancel.throwIfCancelled();
@@ -62,16 +60,15 @@ struct LiveControlRig {
                          [this] { updating.push_back(control.isUpdatingControl()); });
     }
     LiveControlQueries queries() {
-        return {.themePayloads = [this]() -> std::optional<json> {
-                    return themes.empty() ? std::nullopt : std::optional(themes);
-                },
-                .deviceToken = [this]() -> std::optional<std::string> {
-                    return paired ? std::optional<std::string>("dev-token") : std::nullopt;
-                },
-                .sendControlState =
-                    [this](json fields, std::string token, CancellationToken cancel) {
-                        return cloud.send(std::move(fields), std::move(token), std::move(cancel));
-                    }};
+        return {
+            .themePayloads =
+                [this] { return themes.empty() ? std::nullopt : std::optional(themes); },
+            .deviceToken =
+                [this] { return paired ? std::optional<std::string>("dev-token") : std::nullopt; },
+            .sendControlState =
+                [this](json fields, std::string token, CancellationToken cancel) {
+                    return cloud.send(std::move(fields), std::move(token), std::move(cancel));
+                }};
     }
     std::vector<json> engineControls() { return test::loggedCalls(engine, "applyControl"); }
 
