@@ -38,7 +38,9 @@ protected:
 
 // Publishing and the screen's tree against a real cloud are tests/integration/cloud's; here,
 // what the bridge does unlinked, the redraws, and the venue's hold.
-TEST_F(AppModelInterpretationTest, AnUnlinkedBridgeShiftsAndDrawsTheTreeOnceWithoutPublishing) {
+TEST_F(
+    AppModelInterpretationTest,
+    AnUnlinkedBridgeShiftsAndDrawsTheTreeOnceNeitherPublishingNorSwitchingShowsAndKeepsTheVenuesHold) {
     model->setInterpretationScreenVisible(true);
     // Every payload differs (it carries a time), the tree does not: no redraw.
     for (int i = 0; i < 10; ++i)
@@ -50,14 +52,18 @@ TEST_F(AppModelInterpretationTest, AnUnlinkedBridgeShiftsAndDrawsTheTreeOnceWith
     model->shiftLightingInterpretation();
     EXPECT_EQ(test::loggedCalls(model->engine(), "shiftLighting").size(), 2u);
     EXPECT_EQ(session->countPath(QStringLiteral("api/runtime/interpretation-tree")), 0u);
-}
 
-TEST_F(AppModelInterpretationTest, ACloudDropNeverOverridesAHoldAtTheVenue) {
+    model->selectShow(QStringLiteral("show-2"));
+    EXPECT_EQ(model->statusMessage(),
+              "Couldn’t switch show: this bridge is not linked to the cloud");
+    EXPECT_FALSE(model->isSwitchingShow());
+    EXPECT_EQ(session->countPath(QStringLiteral("/activate")), 0u);
+
+    // A cloud drop never overrides a hold at the venue.
     model->beginForcedDrop(DropHoldSource::keyboard);
     const std::size_t held = forcedDrops().size();
     push(R"({"type":"force_drop","data":{"active":false}})");
     EXPECT_EQ(forcedDrops().size(), held);
-
     model->endForcedDrop(DropHoldSource::keyboard);
     push(R"({"type":"force_drop","data":{"active":true}})");
     EXPECT_EQ(forcedDrops().back(), true);
@@ -79,14 +85,6 @@ TEST_F(AppModelInterpretationTest, ABurstOfRemoteModeChangesPublishesTwiceNotFor
     session->releaseHeld(HTTPResponse{204, ""});
     test::pumpFor(std::chrono::milliseconds(50));
     EXPECT_EQ(session->countPath(publish), 2u) << "the newest payload, once";
-}
-
-TEST_F(AppModelInterpretationTest, AnUnlinkedBridgeCannotSwitchShows) {
-    model->selectShow(QStringLiteral("show-2"));
-    EXPECT_EQ(model->statusMessage(),
-              "Couldn’t switch show: this bridge is not linked to the cloud");
-    EXPECT_FALSE(model->isSwitchingShow());
-    EXPECT_EQ(session->countPath(QStringLiteral("/activate")), 0u);
 }
 
 } // namespace

@@ -17,29 +17,28 @@ using nlohmann::json;
 class NotifyCounter : public QObject {
     Q_OBJECT
 public:
-    explicit NotifyCounter(QObject& watched) {
-        const QMetaObject& meta = *watched.metaObject();
+    explicit NotifyCounter(QObject& watched) : meta_(*watched.metaObject()) {
         const QMetaMethod slot = metaObject()->method(metaObject()->indexOfSlot("notified()"));
-        for (int i = meta.propertyOffset(); i < meta.propertyCount(); ++i) {
-            const QMetaProperty property = meta.property(i);
-            if (!property.hasNotifySignal())
-                continue;
-            names_[property.notifySignalIndex()].push_back(property.name());
-            connect(&watched, property.notifySignal(), this, slot);
-        }
+        for (int i = meta_.propertyOffset(); i < meta_.propertyCount(); ++i)
+            if (meta_.property(i).hasNotifySignal())
+                connect(&watched, meta_.property(i).notifySignal(), this, slot,
+                        Qt::UniqueConnection);
     }
     /// Property name → notifications since the last call.
-    std::map<std::string, int> take() { return std::exchange(counts_, {}); }
-
-public slots:
-    void notified() {
-        for (const std::string& name : names_[senderSignalIndex()])
-            ++counts_[name];
+    std::map<std::string, int> take() {
+        std::map<std::string, int> counts;
+        for (const int signal : std::exchange(signals_, {}))
+            for (int i = meta_.propertyOffset(); i < meta_.propertyCount(); ++i)
+                counts[meta_.property(i).name()] += meta_.property(i).notifySignalIndex() == signal;
+        std::erase_if(counts, [](const auto& entry) { return entry.second == 0; });
+        return counts;
     }
+public slots:
+    void notified() { signals_.push_back(senderSignalIndex()); }
 
 private:
-    std::map<int, std::vector<std::string>> names_;
-    std::map<std::string, int> counts_;
+    const QMetaObject& meta_;
+    std::vector<int> signals_;
 };
 
 class AppModelTest : public testing::Test, protected test::AppModelRig {

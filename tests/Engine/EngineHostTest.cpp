@@ -1,7 +1,6 @@
 #include "Engine/EngineHost.h"
 
 #include "Engine/BundledHarness.h"
-#include "Engine/Script/RepeatedLineLimiter.h"
 #include "support/RecordingHarness.h"
 
 #include <gmock/gmock.h>
@@ -18,11 +17,7 @@ using testing::HasSubstr;
 
 MicHop hop(double low, double mid, double high, double all = -20, double onset = 0,
            double dt = 512.0 / 48000) {
-    MicHop h;
-    h.levels = {low, mid, high, all, 0.25, onset};
-    h.dt = dt;
-    h.sampleRate = 48000;
-    return h;
+    return {{low, mid, high, all, 0.25, onset}, dt, {}, 48000};
 }
 
 class RecordingHost : public testing::Test {
@@ -36,31 +31,26 @@ protected:
     std::optional<std::string> subset;
 };
 
-TEST(EngineHostLoad, WithoutASessionEveryCallIsANoOp) {
-    EngineHost fresh, noEngine;
+TEST(EngineHostLoad, AScriptThatThrowsIsPrintedAndWithoutASessionEveryCallIsANoOp) {
+    EngineHost fresh, noEngine, throwing;
+    testing::internal::CaptureStdout();
+    throwing.loadHarness(testHarness("throws_on_load.js"));
+    const std::string printed = testing::internal::GetCapturedStdout();
+    EXPECT_THAT(printed, HasSubstr("JSC error: Error: harness failed half way\n"));
+    EXPECT_THAT(printed, HasSubstr("JSC error: TypeError: tracker broken\n"));
     testing::internal::CaptureStdout();
     noEngine.loadHarness(testHarness("no_engine.js"));
     noEngine.shiftLighting(); // no session: nothing to call
     noEngine.shiftColorScheme();
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
-    EXPECT_FALSE(noEngine.hasSession());
     EXPECT_EQ(noEngine.loadShow({{"name", "x"}}, json::object()), std::nullopt);
-    for (EngineHost* host : {&fresh, &noEngine}) {
+    for (EngineHost* host : {&fresh, &noEngine, &throwing}) {
+        EXPECT_FALSE(host->hasSession());
         EXPECT_FALSE(host->hasRealizedShow());
         EXPECT_EQ(host->updateClassical(std::vector<MicHop>{hop(-20, -20, -20)}), std::nullopt);
         EXPECT_EQ(host->step("{}", 0.016, true), std::nullopt);
         EXPECT_EQ(host->dropDiagnostics().status, "Not loaded");
     }
-}
-
-TEST(EngineHostLoad, ScriptExceptionsArePrintedAndSwallowed) {
-    EngineHost host;
-    testing::internal::CaptureStdout();
-    host.loadHarness(testHarness("throws_on_load.js"));
-    const std::string printed = testing::internal::GetCapturedStdout();
-    EXPECT_THAT(printed, HasSubstr("JSC error: Error: harness failed half way\n"));
-    EXPECT_THAT(printed, HasSubstr("JSC error: TypeError: tracker broken\n"));
-    EXPECT_FALSE(host.hasSession());
 }
 
 TEST(EngineHostLoad, ClassicalBeatTrackerIsTheFallback) {
@@ -144,25 +134,19 @@ TEST_F(RecordingHost, SustainedDropCountsOnceAndRecentDropsKeepEight) {
 }
 
 TEST_F(RecordingHost, ShowLoadAppliesOptionsAndControlFromState) {
-    const json show = {{"name", "Club"},
-                       {"result", json::object()},
-                       {"fixtures",
-                        {{{"id", "a"}, {"options", {{"dimmer_type", "8bit"}}}},
-                         {{"id", 7}},
-                         {{"id", "b"}, {"options", "bogus"}}}}};
-    const json control = {{"mode", "pulse"},
-                          {"mode_to", "chase"},
-                          {"theme_name", "Sunset"},
-                          {"manual_fixture_dimmers", {{"a", 0.2}, {"b", 1.7}}}};
+    const json show = json::parse(R"({"name": "Club", "result": {}, "fixtures": [
+        {"id": "a", "options": {"dimmer_type": "8bit"}}, {"id": 7}, {"id": "b", "options": "bogus"}]})");
+    const json control =
+        json::parse(R"({"mode": "pulse", "mode_to": "chase", "theme_name": "Sunset",
+        "manual_fixture_dimmers": {"a": 0.2, "b": 1.7}})");
     subset = host.loadShow(show, control);
     ASSERT_TRUE(subset);
     EXPECT_EQ(json::parse(*subset)["name"], "Club");
     EXPECT_TRUE(host.hasRealizedShow());
 
     EXPECT_EQ(loggedCalls(host, "build")[0], json({"Club", control}));
-    EXPECT_EQ(loggedCalls(host, "applyFixtureOptions")[0],
-              json({{{"id", "a"}, {"options", {{"dimmer_type", "8bit"}}}},
-                    {{"id", "b"}, {"options", json::object()}}}));
+    EXPECT_EQ(loggedCalls(host, "applyFixtureOptions")[0], json::parse(R"([
+        {"id": "a", "options": {"dimmer_type": "8bit"}}, {"id": "b", "options": {}}])"));
     // How the engine lights the state's mode and dimmers is the harness contract's test.
     EXPECT_EQ(loggedCalls(host, "applyControl")[0]["themeName"], "Sunset");
 }
@@ -373,14 +357,6 @@ TEST(EngineHostTimeLimit, HarnessThatHangsAtLoadGivesWayToTheBuiltInEngine) {
     EXPECT_EQ(host.fault(), std::nullopt);
 }
 
-TEST(RepeatedLineLimiter, HoldsBackRepeatsWithinTheWindow) {
-    using std::chrono::seconds;
-    script::RepeatedLineLimiter limiter(seconds(10), 2);
-    EXPECT_EQ(limiter.admit("A", seconds(0)), "A");
-    EXPECT_EQ(limiter.admit("A", seconds(3)), std::nullopt);
-    EXPECT_EQ(limiter.admit("A", seconds(10)), "A (repeated once since last shown)");
-}
-
 TEST_F(RecordingHost, CachedShowReloadsTheSubsetAndPositions) {
     loadShow(plotResult(4, 1.0));
     ASSERT_TRUE(subset);
@@ -405,22 +381,18 @@ TEST_F(RecordingHost, CachedShowReloadsTheSubsetAndPositions) {
     EXPECT_EQ(restarted.lightingPlot().lamps.size(), 4u);
 }
 
-TEST_F(RecordingHost, NewHarnessDropsTheShowAndResetsState) {
+TEST_F(RecordingHost, NewHarnessDropsTheShowAndResetsStateAndTheClockCountsFrom1970) {
     loadShow(plotResult(2, 1.0));
+    const double now = json::parse(*host.interpretationPayload())["now"].get<double>();
+    const double expected = std::chrono::duration<double, std::milli>(
+                                std::chrono::system_clock::now().time_since_epoch())
+                                .count();
+    EXPECT_NEAR(now, expected, 60'000.0) << "performance.now() in milliseconds since 1970";
     host.updateClassical(std::vector<MicHop>{hop(2, 0, 1, -20, 0, 0.5)});
     host.loadHarness(testHarness());
     EXPECT_FALSE(host.hasRealizedShow());
     EXPECT_EQ(host.classicalClock(), 0.0);
     EXPECT_EQ(host.lastBeat(), BeatReadout{});
-}
-
-TEST_F(RecordingHost, ThePerformanceClockCountsMillisecondsSince1970) {
-    loadShow({{"result", json::object()}});
-    const double now = json::parse(*host.interpretationPayload())["now"].get<double>();
-    const double expected = std::chrono::duration<double, std::milli>(
-                                std::chrono::system_clock::now().time_since_epoch())
-                                .count();
-    EXPECT_NEAR(now, expected, 60'000.0) << "milliseconds since 1970";
 }
 
 } // namespace

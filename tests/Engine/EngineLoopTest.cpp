@@ -36,11 +36,7 @@ struct RecordingListener {
 };
 
 MicHop levelHop(double high) {
-    MicHop hop;
-    hop.levels = {0.5, 0.5, high, 0.5, 0.3, 0.0};
-    hop.dt = 0.01;
-    hop.sampleRate = 48000;
-    return hop;
+    return {{0.5, 0.5, high, 0.5, 0.3, 0.0}, 0.01, {}, 48000};
 }
 
 class EngineLoopTest : public testing::Test {
@@ -177,7 +173,6 @@ TEST_F(EngineLoopTest, TheTraceIsAnnouncedOnlyWhenItMoves) {
     for (int i = 0; i < 10; ++i)
         loop.tick();
     EXPECT_EQ(listener.traceChanges, 10) << "a growing trace changes every step";
-    EXPECT_EQ(loop.micTrace().low.back(), 0.0) << "-120 clamps to 0";
     for (std::size_t i = 10; i < MicBandTrace::capacity + 5; ++i)
         loop.tick();
     EXPECT_EQ(loop.micTrace().low.size(), MicBandTrace::capacity);

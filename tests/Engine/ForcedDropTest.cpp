@@ -26,7 +26,7 @@ protected:
     ForcedDropHold hold{timers};
 };
 
-TEST_F(ForcedDropTest, EngineHearsTrueOnceThenEverySecondThenFalseOnce) {
+TEST_F(ForcedDropTest, EngineHearsTrueOnceThenEverySecondThenFalseOnceWhenTheLastSourceLetsGo) {
     hold.begin(DropHoldSource::pointer);
     EXPECT_THAT(engineCalls, ElementsAre(true));
     timers.fire(milliseconds(1000));
@@ -38,16 +38,15 @@ TEST_F(ForcedDropTest, EngineHearsTrueOnceThenEverySecondThenFalseOnce) {
     EXPECT_EQ(engineCalls.size(), 4u) << "no re-assert after the hold ended";
     EXPECT_THAT(heldChanges, ElementsAre(true, false));
     EXPECT_EQ(timers.activeCount(), 0);
-}
 
-TEST_F(ForcedDropTest, OverlappingSourcesHoldUntilTheLastLetsGo) {
+    // Overlapping sources hold until the last one lets go.
+    engineCalls.clear();
     hold.begin(DropHoldSource::keyboard);
     hold.begin(DropHoldSource::pointer);
     EXPECT_THAT(engineCalls, ElementsAre(true)) << "a second source only joins";
     hold.end(DropHoldSource::keyboard);
+    hold.end(DropHoldSource::menu); // it was not holding: changes nothing
     EXPECT_TRUE(hold.isDropHeld());
-    hold.end(DropHoldSource::menu);
-    EXPECT_TRUE(hold.isDropHeld()) << "ending a source that was not holding changes nothing";
     hold.end(DropHoldSource::pointer);
     EXPECT_FALSE(hold.isDropHeld());
     EXPECT_THAT(engineCalls, ElementsAre(true, false));

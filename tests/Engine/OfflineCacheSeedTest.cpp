@@ -12,8 +12,6 @@
 namespace kelvo {
 namespace {
 
-using nlohmann::json;
-
 class OfflineCacheSeedTest : public testing::Test {
 protected:
     OfflineCacheSource source(const std::string& harnessName, const std::string& bootstrap) {
@@ -57,11 +55,9 @@ TEST_F(OfflineCacheSeedTest, AnUnusableBootstrapOrAHarnessThatRealisesNoShowWrit
 }
 
 TEST_F(OfflineCacheSeedTest, ASeededCacheStartsTheShowWithTheBootstrapSelections) {
-    const std::string bootstrap =
-        json{{"active_show", {{"name", "Club"}, {"result", {{"dmx", json::object()}}}}},
-             {"shows", {{{"id", "s1"}, {"name", "Club"}, {"active", true}}}},
-             {"control_state", {{"mode", " pulse "}, {"mode_lerp", 7}}}}
-            .dump();
+    const std::string bootstrap = R"({"active_show": {"name": "Club", "result": {"dmx": {}}},
+        "shows": [{"id": "s1", "name": "Club", "active": true}],
+        "control_state": {"mode": " pulse ", "mode_lerp": 7}})";
     ASSERT_EQ(seedFailure(source("recording.js", bootstrap)), "");
     EXPECT_EQ(cache.loadManifest(), QByteArray(R"({"version": 1})"));
     const std::optional<OfflineWorkspaceUIState> workspace = cache.loadWorkspaceUI();

@@ -63,14 +63,9 @@ TEST(BootstrapDocument, MissingOrMistypedListsGiveEmptyResultsAndDefaults) {
 }
 
 TEST(ShowList, DropsArchivedAndMalformedShowsKeepingServerOrderAndMarksTheActiveOne) {
-    const auto shows = extractShowList(
-        json{{"shows",
-              {{{"id", "z"}, {"name", "Zed"}, {"active", true}},
-               {{"id", "arch"}, {"name", "Old"}, {"archived", true}},
-               42,
-               {{"id", "no-name"}},
-               {{"id", "a"}, {"name", "Alpha"}, {"active", "yes"}, {"archived", 1}}}}}
-            .dump());
+    const auto shows = extractShowList(R"({"shows": [{"id": "z", "name": "Zed", "active": true},
+        {"id": "arch", "name": "Old", "archived": true}, 42, {"id": "no-name"},
+        {"id": "a", "name": "Alpha", "active": "yes", "archived": 1}]})");
     EXPECT_EQ(shows,
               (std::vector<ShowOption>{{"z", "Zed", true, false}, {"a", "Alpha", false, false}}));
 
@@ -142,31 +137,21 @@ TEST(ControlSelections, TrimModeAndThemeKeepModeToVerbatimClampTheLerp) {
 }
 
 TEST(ShowRevisions, OnlyIntegralNumbersAndLaterDuplicatesWin) {
-    const auto revisions = extractShowRevisions(json{
-        {"shows",
-         {{{"id", "a"}, {"revision", 3}},
-          {{"id", "half"}, {"revision", 3.5}},
-          {{"id", "whole"}, {"revision", 4.0}},
-          {{"id", "old"}, {"revision", 9}, {"archived", true}},
-          {{"id", "a"}, {"revision", 5}},
-          {{"id", "big"},
-           {"revision", 18446744073709551615ULL}}}}}.dump());
+    const auto revisions = extractShowRevisions(R"({"shows": [{"id": "a", "revision": 3},
+        {"id": "half", "revision": 3.5}, {"id": "whole", "revision": 4.0},
+        {"id": "old", "revision": 9, "archived": true}, {"id": "a", "revision": 5},
+        {"id": "big", "revision": 18446744073709551615}]})");
     EXPECT_EQ(revisions, (std::map<std::string, std::int64_t>{{"a", 5}, {"whole", 4}}));
 }
 
 TEST(ThemeOptions, PalettesNeedThreeNumbersPerColourAndThreeColoursPerAlternative) {
-    const json three = {{1, 0, 0}, {0, 1, 0}, {0, 0, 1}};
-    const auto themes = extractThemeOptions(json{
-        {"theme_color_examples",
-         {{{"name", "Fire"},
-           {"palette", {{1, 0}, {1, 0, 0.5, 9}, {"1", 0, 0}, "red", {true, 2, -1}}},
-           {"palettes", {three, {{1, 0, 0}, {0, 1, 0}}, {{1, 0, 0}, {0, 1, 0}, {0, 1}}, "x"}},
-           {"allows_rainbow", true},
-           {"always_rainbow", "yes"}},
-          {{"name", ""}, {"palette", three}},
-          {{"name", 5}},
-          {{"name", " Spaced "}},
-          7}}}.dump());
+    const auto themes = extractThemeOptions(R"({"theme_color_examples": [{"name": "Fire",
+        "palette": [[1, 0], [1, 0, 0.5, 9], ["1", 0, 0], "red", [true, 2, -1]],
+        "palettes": [[[1, 0, 0], [0, 1, 0], [0, 0, 1]], [[1, 0, 0], [0, 1, 0]],
+                     [[1, 0, 0], [0, 1, 0], [0, 1]], "x"],
+        "allows_rainbow": true, "always_rainbow": "yes"},
+        {"name": "", "palette": [[1, 0, 0], [0, 1, 0], [0, 0, 1]]}, {"name": 5},
+        {"name": " Spaced "}, 7]})");
     ASSERT_EQ(themes.size(), 2u);
     EXPECT_EQ(themes[0].palette, (ThemePalette{{1, 0, 0.5}, {1, 2, -1}})); // no clamping
     EXPECT_EQ(themes[0].palettes,

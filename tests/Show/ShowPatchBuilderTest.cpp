@@ -39,34 +39,17 @@ TEST(ShowPatchBuild, ReadsEachRowWithItsDefaultsGroupedInFirstAppearanceOrderByA
     const json definitions = {{"acme/spot", {{"label", "Spot"}, {"dmx_address_width", 12}}},
                               {"wide", {{"dmx_address_width", 8}}},
                               {"broken", "not an object"}};
-    const auto patch = build(snapshotWith(
-        {{{"id", "s1"},
-          {"name", "Spot L"},
-          {"fixture_type", "acme/spot"},
-          {"group_name", "Truss"},
-          {"universe", 2},
-          {"address", 101},
-          {"is_disabled", false}},
-         {{"id", 5}},
-         {{"id", "b1"}, {"fixture_type", "broken"}, {"group_name", ""}, {"address", -9}},
-         {{"id", "t"},
-          {"fixture_type", ""},
-          {"group_name", "T"},
-          {"universe", "2"},
-          {"address", 2.5}},
-         {{"id", "w"},
-          {"fixture_type", "wide"},
-          {"group_name", "Truss"},
-          {"universe", 3.0},
-          {"address", 1.0},
-          {"is_disabled", true}},
-         {{"id", "s2"},
-          {"fixture_type", "acme/spot"},
-          {"group_name", "Truss"},
-          {"universe", 2},
-          {"address", 50},
-          {"is_disabled", "yes"}}},
-        definitions));
+    const auto patch = build(snapshotWith(json::parse(R"([
+        {"id": "s1", "name": "Spot L", "fixture_type": "acme/spot", "group_name": "Truss",
+         "universe": 2, "address": 101, "is_disabled": false},
+        {"id": 5},
+        {"id": "b1", "fixture_type": "broken", "group_name": "", "address": -9},
+        {"id": "t", "fixture_type": "", "group_name": "T", "universe": "2", "address": 2.5},
+        {"id": "w", "fixture_type": "wide", "group_name": "Truss", "universe": 3.0,
+         "address": 1.0, "is_disabled": true},
+        {"id": "s2", "fixture_type": "acme/spot", "group_name": "Truss", "universe": 2,
+         "address": 50, "is_disabled": "yes"}])"),
+                                          definitions));
     ASSERT_TRUE(patch);
     EXPECT_EQ(patch->showName, "Main Stage");
     EXPECT_EQ(patch->revision, 12);
