@@ -24,8 +24,9 @@ struct ScriptedControlEndpoint {
     };
 
     QCoro::Task<> send(json fields, std::string token, CancellationToken cancel) {
-        const auto request =
-            requests.emplace_back(std::make_shared<Request>(std::move(fields), std::move(token)));
+        const auto request = requests.emplace_back(std::make_shared<Request>());
+        request->fields = std::move(fields);
+        request->token = std::move(token);
         const auto subscription = cancel.onCancel([request] { request->answered.fire(); });
         co_await request->answered;
         cancel.throwIfCancelled();
