@@ -177,3 +177,13 @@ TEST_F(DashboardTest, ClosingTheWindowQuitsWithCaptureStopped) {
 
 } // namespace
 } // namespace kelvo::test
+
+// The application is taken down before the process exits: Qt's font caches outliving it crash
+// in the exit handlers.
+int main(int argc, char** argv) {
+    ::testing::InitGoogleTest(&argc, argv);
+    kelvo::test::guiApplication();
+    const int result = RUN_ALL_TESTS();
+    delete QCoreApplication::instance();
+    return result;
+}
