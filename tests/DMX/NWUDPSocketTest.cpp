@@ -155,18 +155,9 @@ TEST_F(NWUDPSocketWithNames, ANameIsLookedUpOncePerChangeOfHostAndAgainAfterTheD
     socket.send(Bytes{4}, "nowhere.example", node.port());
     ASSERT_TRUE(eventually([](const auto& s) { return s.stateDescription == "waiting"; }));
     EXPECT_EQ(socket.status().lastError, "nowhere.example: unknown");
-    // The replaced association's late "cancelled" report forces a rebuild towards the same
-    // target on every send (a new target alone is no recovery: exactly 20 more).
-    for (int i = 0; i < 20; ++i) {
-        socket.send(Bytes{4}, "nowhere.example", node.port());
-        drainQueue();
-    }
-    EXPECT_EQ(socket.status().recoveries, 23);
-    EXPECT_EQ(socket.status().stateDescription, "waiting");
-    EXPECT_EQ(lookup->calls, 3) << "a rebuild does not ask again";
     clock->advance(3001ms);
     socket.send(Bytes{4}, "nowhere.example", node.port());
-    EXPECT_TRUE(lookupsReach(4));
+    EXPECT_TRUE(lookupsReach(4)) << "a waiting association is rebuilt and asks again";
 }
 
 } // namespace
