@@ -60,10 +60,6 @@ TEST(ArtNetHealthTexts, EveryCaseReadsExactly) {
          "Universe mismatch",
          "Rack 3 at 10.0.0.9 drives Art-Net 4, 5, but the bridge is sending 0, 1. The node "
          "ignores universes it is not patched to, so its DMX ports stay dark."},
-        {{H::UniverseMismatch{node("10.0.0.8", {}, {}, "Bare"), {3}}},
-         "Universe mismatch",
-         "Bare at 10.0.0.8 drives Art-Net none, but the bridge is sending 3. The node ignores "
-         "universes it is not patched to, so its DMX ports stay dark."},
         {{H::NodeNotOutputting{rack, {4, 5}}},
          "Rack 3 ports idle",
          "Rack 3 at 10.0.0.9 is patched to Art-Net 4, 5 and packets are being sent, but it "

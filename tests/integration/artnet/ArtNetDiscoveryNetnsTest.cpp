@@ -59,13 +59,7 @@ TEST(ArtNetDiscoveryNetns, APortHeldWithoutSharingIsReportedAndRetriedOnTheNextS
     EXPECT_TRUE(fast.cycles(1));
 }
 
-TEST(ArtNetDiscoveryNetns, OwnBroadcastIsHeardOnlyWhereAnInterfaceCarriesIt) {
-    {
-        // Loopback alone: not even our own poll comes back.
-        FastDiscovery fast(ArtNetDiscovery::interfaceBroadcastAddresses);
-        ASSERT_TRUE(fast.cycles(4));
-        EXPECT_FALSE(fast.state().heardAnyTraffic);
-    }
+TEST(ArtNetDiscoveryNetns, OwnBroadcastIsHeardWhereAnInterfaceCarriesIt) {
     // A veth pair with both ends here: an Ethernet-like interface that carries broadcasts.
     ASSERT_EQ(std::system("ip link add kv0 type veth peer name kv1 && ip link set kv1 up && "
                           "ip addr add 10.213.0.1/24 brd + dev kv0 && ip link set kv0 up"),
