@@ -7,8 +7,6 @@
 
 #include <gtest/gtest.h>
 
-#include <functional>
-
 namespace kelvo {
 namespace {
 
@@ -102,51 +100,42 @@ TEST(ArtNetDiagnosisClassify, RulesApplyInTheirOrder) {
                     .lastError = "Network is unreachable"};
     in.discovery.failureReason = "Art-Net discovery socket unavailable: x";
     in.discovery.pollCycles = 3;
-    const std::pair<std::function<void(Inputs&)>, H> steps[] = {
-        {[](Inputs&) {}, {H::Disabled{}}},
-        {[](Inputs& i) { i.artnetEnabled = true; }, {H::NoUniversesMapped{}}},
-        {[](Inputs& i) {
-             i.mappedUniverses = {0, 1};
-         },
-         {H::NoDmxGenerated{{0, 1}}}},
-        {[](Inputs& i) { i.idleChecks = 1; },
-         {H::TransportStalled{"waiting", "Network is unreachable"}}},
-        {[](Inputs& i) { i.transport.packetsSent = 60; },
-         {H::DiscoveryUnavailable{"Art-Net discovery socket unavailable: x"}}},
-        {[](Inputs& i) { i.transport.packetsSent = 6000, i.transport.isReady = true; },
-         {H::DiscoveryUnavailable{"Art-Net discovery socket unavailable: x"}}},
-        {[](Inputs& i) { i.discovery.failureReason.reset(); }, {H::DiscoveryBlocked{}}},
-        {[](Inputs& i) { i.discovery.pollCycles = 2; }, {H::Searching{"10.0.0.5"}}},
-        {[](Inputs& i) { i.discovery.nodes = ArtNetNodeList({other}); },
-         {H::HostSilent{"10.0.0.5", ArtNetNodeList({other})}}},
-        {[](Inputs& i) {
-             i.discovery.pollCycles = 30, i.discovery.nodes = ArtNetNodeList({narrow, other});
-         },
-         {H::DiscoveryBlocked{}}},
-        {[](Inputs& i) { i.discovery.heardAnyTraffic = true; },
-         {H::UniverseMismatch{narrow, {0, 1}}}},
-        // The first node at the host decides, even when a later one would fit.
-        {[](Inputs& i) {
-             i.discovery.nodes = ArtNetNodeList({narrow, wide});
-         },
-         {H::UniverseMismatch{narrow, {0, 1}}}},
-        {[](Inputs& i) {
-             i.discovery.nodes = ArtNetNodeList({wide, other}), i.unconfirmedChecks = 6;
-         },
-         {H::NodeNotOutputting{wide, {0, 1}}}},
-        {[](Inputs& i) { i.unconfirmedChecks = 5; }, {H::Streaming{wide, {0, 1}}}},
-        // Duplicated routes send the same universe twice; the node still drives it.
-        {[](Inputs& i) {
-             i.mappedUniverses = {2, 2};
-         },
-         {H::Streaming{wide, {2, 2}}}},
-    };
-    for (std::size_t step = 0; step < std::size(steps); ++step) {
-        SCOPED_TRACE(step);
-        steps[step].first(in);
+    const auto expect = [&](const H& expected) {
         const ArtNetHealth health = ArtNetDiagnosis::classify(in);
-        EXPECT_EQ(health, steps[step].second) << health.caseName() << ": " << health.detail();
-    }
+        EXPECT_EQ(health, expected) << health.caseName() << ": " << health.detail();
+    };
+    expect({H::Disabled{}});
+    in.artnetEnabled = true;
+    expect({H::NoUniversesMapped{}});
+    in.mappedUniverses = {0, 1};
+    expect({H::NoDmxGenerated{{0, 1}}});
+    in.idleChecks = 1;
+    expect({H::TransportStalled{"waiting", "Network is unreachable"}});
+    in.transport.packetsSent = 60;
+    expect({H::DiscoveryUnavailable{"Art-Net discovery socket unavailable: x"}});
+    in.transport.packetsSent = 6000;
+    in.transport.isReady = true;
+    expect({H::DiscoveryUnavailable{"Art-Net discovery socket unavailable: x"}});
+    in.discovery.failureReason.reset();
+    expect({H::DiscoveryBlocked{}});
+    in.discovery.pollCycles = 2;
+    expect({H::Searching{"10.0.0.5"}});
+    in.discovery.nodes = ArtNetNodeList({other});
+    expect({H::HostSilent{"10.0.0.5", ArtNetNodeList({other})}});
+    in.discovery.pollCycles = 30;
+    in.discovery.nodes = ArtNetNodeList({narrow, other});
+    expect({H::DiscoveryBlocked{}});
+    in.discovery.heardAnyTraffic = true;
+    expect({H::UniverseMismatch{narrow, {0, 1}}});
+    in.discovery.nodes = ArtNetNodeList({narrow, wide}); // the first node at the host decides
+    expect({H::UniverseMismatch{narrow, {0, 1}}});
+    in.discovery.nodes = ArtNetNodeList({wide, other});
+    in.unconfirmedChecks = 6;
+    expect({H::NodeNotOutputting{wide, {0, 1}}});
+    in.unconfirmedChecks = 5;
+    expect({H::Streaming{wide, {0, 1}}});
+    in.mappedUniverses = {2, 2}; // duplicated routes: the node still drives the universe
+    expect({H::Streaming{wide, {2, 2}}});
 }
 
 TEST(ArtNetDiagnosisClassify, NodeConfirmsOutputOnlyWithEveryMappedUniverseTransmitting) {
@@ -178,50 +167,40 @@ TEST(ArtNetDiagnosisFix, OnlyAnUnambiguousRepairIsOffered) {
         EXPECT_EQ(ArtNetDiagnosis::autoFix(health), fix) << health.caseName();
 }
 
-struct Rig {
-    Rig() {
-        test::qtApplication();
-        for (auto signal :
-             {&ArtNetHealthMonitor::healthChanged, &ArtNetHealthMonitor::packetsPerSecondChanged,
-              &ArtNetHealthMonitor::discoveryStateChanged})
-            QObject::connect(&monitor, signal, [this] { ++changes; });
-    }
-    /// One tick after `packets` more ArtDmx went out.
-    void tick(std::int64_t packets) {
-        transport.packetsSent += packets;
-        monitor.refresh();
-    }
-
+TEST(ArtNetHealthMonitor, CountsSilentAndUnconfirmedTicksAndPublishesOnlyChanges) {
+    test::qtApplication();
     test::FakeArtNetDiscovery discovery;
     UDPTransportStatus transport = test::readyTransport();
-    ArtNetOutputView settings{
-        .enabled = true, .host = "10.0.0.5", .autoFix = true, .mappedUniverses = {0, 1}};
-    ArtNetHealthMonitor monitor{discovery, [this] { return transport; },
-                                [this] { return settings; }};
-    int changes = 0; ///< of health, rate and discovery state together
-};
-
-TEST(ArtNetHealthMonitor, CountsSilentAndUnconfirmedTicksAndPublishesOnlyChanges) {
-    Rig rig;
-    rig.discovery.state.nodes = ArtNetNodeList({node("10.0.0.5", {0, 1}, {0, 1})});
-    rig.tick(120);
-    rig.tick(120);
-    EXPECT_EQ(rig.monitor.packetsPerSecond(), 120);
-    EXPECT_TRUE(rig.monitor.health().is<H::Streaming>());
-    EXPECT_EQ(rig.changes, 3) << "health, rate and discovery state, once each";
-    rig.tick(0); // one silent second is tolerated
-    EXPECT_TRUE(rig.monitor.health().is<H::Streaming>());
-    rig.tick(0);
-    EXPECT_EQ(rig.monitor.health(), (ArtNetHealth{H::NoDmxGenerated{{0, 1}}}));
-    EXPECT_EQ(rig.changes, 5) << "the rate once, then the health once";
+    const ArtNetOutputView settings{.enabled = true, .host = "10.0.0.5", .mappedUniverses = {0, 1}};
+    ArtNetHealthMonitor monitor{discovery, [&] { return transport; }, [&] { return settings; }};
+    int changes = 0; // of health, rate and discovery state together
+    for (auto signal :
+         {&ArtNetHealthMonitor::healthChanged, &ArtNetHealthMonitor::packetsPerSecondChanged,
+          &ArtNetHealthMonitor::discoveryStateChanged})
+        QObject::connect(&monitor, signal, [&] { ++changes; });
+    const auto tick = [&](std::int64_t packets) { // one second after `packets` more ArtDmx
+        transport.packetsSent += packets;
+        monitor.refresh();
+    };
+    discovery.state.nodes = ArtNetNodeList({node("10.0.0.5", {0, 1}, {0, 1})});
+    tick(120);
+    tick(120);
+    EXPECT_EQ(monitor.packetsPerSecond(), 120);
+    EXPECT_TRUE(monitor.health().is<H::Streaming>());
+    EXPECT_EQ(changes, 3) << "health, rate and discovery state, once each";
+    tick(0); // one silent second is tolerated
+    EXPECT_TRUE(monitor.health().is<H::Streaming>());
+    tick(0);
+    EXPECT_EQ(monitor.health(), (ArtNetHealth{H::NoDmxGenerated{{0, 1}}}));
+    EXPECT_EQ(changes, 5) << "the rate once, then the health once";
 
     // Packets again, but the node's ports never transmit: idle on the sixth tick.
-    rig.discovery.state.nodes = ArtNetNodeList({node("10.0.0.5", {0, 1}, {})});
+    discovery.state.nodes = ArtNetNodeList({node("10.0.0.5", {0, 1}, {})});
     for (int second = 1; second <= 6; ++second) {
-        rig.tick(60);
-        EXPECT_TRUE(rig.monitor.health().is<H::NodeNotOutputting>() == (second == 6) &&
-                    (second == 6 || rig.monitor.health().is<H::Streaming>()))
-            << second << ": " << rig.monitor.health().caseName();
+        tick(60);
+        EXPECT_TRUE(monitor.health().is<H::NodeNotOutputting>() == (second == 6) &&
+                    (second == 6 || monitor.health().is<H::Streaming>()))
+            << second << ": " << monitor.health().caseName();
     }
 }
 
