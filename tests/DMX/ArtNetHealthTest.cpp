@@ -159,8 +159,6 @@ TEST(ArtNetDiagnosisFix, OnlyAnUnambiguousRepairIsOffered) {
     const std::pair<H, std::optional<Fix>> cases[] = {
         {{H::UniverseMismatch{a, {0, 1, 2}}}, Fix{Fix::RemapUniverses{{4, 5, 6}}}},
         {{H::UniverseMismatch{b, {0, 1}}}, std::nullopt},
-        {{H::Searching{"10.0.0.5"}}, std::nullopt},
-        {{H::NodeNotOutputting{a, {4}}}, std::nullopt},
         {{H::Streaming{a, {4}}}, std::nullopt},
     };
     for (const auto& [health, fix] : cases)
