@@ -38,10 +38,6 @@ TEST(ArtNetHealthTexts, EveryCaseReadsExactly) {
          "Not transmitting",
          "The UDP connection is waiting, so packets are being discarded before they reach the "
          "network. Rebuilding it. Last error: Network is unreachable"},
-        {{H::TransportStalled{"failed", std::nullopt}},
-         "Not transmitting",
-         "The UDP connection is failed, so packets are being discarded before they reach the "
-         "network. Rebuilding it."},
         {{H::DiscoveryUnavailable{"Socket gone."}},
          "Cannot verify output",
          "Socket gone. Art-Net is still being sent, but the bridge cannot confirm any node is "
@@ -139,18 +135,12 @@ TEST(ArtNetDiagnosisClassify, RulesApplyInTheirOrder) {
 }
 
 TEST(ArtNetDiagnosisClassify, NodeConfirmsOutputOnlyWithEveryMappedUniverseTransmitting) {
-    const ArtNetNodeList nodes({node("10.0.0.5", {0, 1, 2}, {0, 1}),
-                                node("10.0.0.5", {0}, {0, 1, 2}), node("10.0.0.6", {0}, {})});
-    const std::tuple<std::string, std::vector<std::int64_t>, bool> cases[] = {
-        {"10.0.0.5", {0, 1}, true},  {"10.0.0.5", {1, 0, 1}, true},
-        {"10.0.0.5", {0, 2}, false}, // the first node at the host decides
-        {"10.0.0.6", {0}, false},    // listed as an output, but not transmitting
-        {"10.0.0.6", {}, true},      {"10.0.0.7", {}, false},
-        {"10.0.0.50", {0}, false},
-    };
-    for (const auto& [host, mapped, confirms] : cases)
-        EXPECT_EQ(ArtNetDiagnosis::nodeConfirmsOutput(host, mapped, nodes), confirms)
-            << host << " " << testing::PrintToString(mapped);
+    const ArtNetNodeList nodes(
+        {node("10.0.0.5", {0, 1, 2}, {0, 1}), node("10.0.0.5", {0}, {0, 1, 2})});
+    EXPECT_TRUE(ArtNetDiagnosis::nodeConfirmsOutput("10.0.0.5", {1, 0, 1}, nodes));
+    EXPECT_FALSE(ArtNetDiagnosis::nodeConfirmsOutput("10.0.0.5", {0, 2}, nodes))
+        << "the first node at the host decides";
+    EXPECT_FALSE(ArtNetDiagnosis::nodeConfirmsOutput("10.0.0.50", {0}, nodes));
 }
 
 // Adopting the only node, remapping to it, and no fix among two: olad_health_test.sh.
