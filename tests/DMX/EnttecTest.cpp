@@ -127,7 +127,6 @@ TEST(WidgetIdentification, OnlyEnttecLinksAndAnsweringFT232RDevicesAreWidgets) {
         {"Open DMX link", false, "0403", "6001", "usb-ENTTEC_OPEN_DMX_USB-if00",
          WidgetVerdict::notWidget, true},
         {"other FTDI chip", true, "0403", "6015", nullptr, WidgetVerdict::notWidget, false},
-        {"no USB device", true, nullptr, nullptr, nullptr, WidgetVerdict::notWidget, false},
     };
     test::TemporaryDirectory root;
     for (const auto& c : cases) {
