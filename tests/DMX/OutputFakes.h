@@ -37,7 +37,7 @@ struct SerialBench {
     std::vector<std::string> fullDevices; ///< take no frame now
     std::map<std::string, int> identified;
     std::mutex lock; ///< held while a port opens or closes: scans may run on a worker
-    std::vector<std::string> opened, closed;
+    std::vector<std::string> closed;
     int scans = 0;
 };
 
@@ -58,7 +58,6 @@ public:
         if (listed(bench_.unopenable, path_))
             throw SerialPortError::openFailed(path_);
         fd_ = 42;
-        bench_.opened.push_back(path_);
     }
     bool write(std::span<const std::uint8_t> frame) override {
         open();
