@@ -30,9 +30,9 @@ protected:
 };
 
 TEST_F(ConfiguratorTest, OnlyInputsOnThePlaybackClockAreSwitchedToItsRate) {
-    const std::string mismatch = AudioInputDeviceError{
-        AudioInputDeviceError::InputClockMismatch{
-            44100, 48000}}.description();
+    using E = AudioInputDeviceError;
+    const std::string mismatch = E{E::InputClockMismatch{44100, 48000}}.description();
+    const std::string failed = "Failed to select audio input device (status 1852797029)";
     struct Case {
         const char* name;
         AudioClockTransport transport;
@@ -51,18 +51,11 @@ TEST_F(ConfiguratorTest, OnlyInputsOnThePlaybackClockAreSwitchedToItsRate) {
         {"Microphone", T::builtIn, 47999.2, {}, "", false}, // within 1 Hz
         {"Studio Display", T::usb, 44100, {}, "", true},
         {"Microphone", T::builtIn, 44100, {}, mismatch, true, 0, false, 75}, // 1.5 s, 20 ms steps
-        {"Microphone",
-         T::builtIn,
-         44100,
-         {},
-         "Failed to select audio input device (status 1852797029)",
-         true,
-         1852797029},
+        {"Microphone", T::builtIn, 44100, {}, failed, true, 1852797029},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
-        layer.records.clear();
-        layer.rateWrites.clear();
+        layer = test::FakeAudioDeviceLayer{};
         layer.addOutput("speakers", 48000);
         layer.addInput("in", c.name, c.transport, 2, c.rate);
         layer.ranges["in"] = c.ranges;
