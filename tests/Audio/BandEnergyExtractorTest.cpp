@@ -27,7 +27,6 @@ TEST(BandEnergyExtractorEdges, MatchTheTableForEveryRateAndKeepEveryBandNonEmpty
         EXPECT_EQ(extractor.midEnd(), e.mid) << e.rate;
         EXPECT_EQ(extractor.highEnd(), e.high) << e.rate;
     }
-    EXPECT_DEATH(BandEnergyExtractor(48000, 250, 4000, INFINITY), "finite");
 }
 
 void feed(BandEnergyExtractor& extractor, const std::vector<float>& signal) {
@@ -91,7 +90,6 @@ TEST(BandEnergyExtractorLevels, MatchANaiveDftOfEveryHopsFrame) {
     EXPECT_NEAR(levels.all, naiveMeanDecibels(smoothed, 0, 683), 0.05);
     EXPECT_DOUBLE_EQ(levels.lowDominance, BandDecibelLevels::lowDominanceFromBandDecibels(
                                               levels.low, levels.mid, levels.high));
-    EXPECT_EQ(levels.onset, extractor.onset());
 
     BandEnergyExtractor silent(48000);
     feed(silent, std::vector<float>(4 * 512, 0.0f));
