@@ -1,5 +1,4 @@
 #include "Audio/AudioInputPlatform.h"
-#include "Audio/Capture/AudioFileInput.h"
 #include "Audio/Capture/MicCapture.h"
 #include "Audio/PulseAudio/PulseAudioDeviceLayer.h"
 #include "Audio/PulseAudio/PulseAudioInputBackend.h"
@@ -13,7 +12,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <cstdlib>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -107,31 +105,6 @@ TEST(AudioInputPlatform, AServerThatNeverAnswersHoldsUpNothingAndCaptureSaysWhy)
     }
     ::unsetenv("PULSE_SERVER");
     ::close(listener);
-}
-
-TEST(AudioFileInput, LoopsTheFile) {
-    test::qtApplication();
-    test::TemporaryDirectory dir;
-    const int rate = 44100;
-    std::vector<float> track(11025 * 2); // 0.25 s, 21.5 hops
-    for (std::size_t i = 0; i < track.size(); ++i)
-        track[i] = static_cast<float>(0.4 * std::sin(0.01 * double(i / 2) * double(i % 2 + 1)));
-    const auto path = dir / "loop.flac";
-    ASSERT_TRUE(test::writeSoundFile(path, track, rate, 2, SF_FORMAT_FLAC | SF_FORMAT_PCM_24));
-
-    MicCapture capture(std::make_shared<AudioFileInputBackend>(path));
-    capture.start("ignored", std::nullopt);
-    EXPECT_EQ(capture.sampleRate(), rate);
-    std::vector<MicHop> hops;
-    ASSERT_TRUE(test::pumpUntil([&] {
-        for (auto& hop : capture.takePendingHops())
-            hops.push_back(std::move(hop));
-        return hops.size() >= 60;
-    }));
-    capture.stop();
-    // Real-time pace is shown end to end by the bridge test's beat interval.
-    // Hop 22 starts 11264 frames in: 239 frames into the second pass (FLAC holds 24 bits).
-    EXPECT_NEAR(hops[22].samples[0], (track[239 * 2] + track[239 * 2 + 1]) / 2, 1e-6);
 }
 
 } // namespace
