@@ -27,24 +27,12 @@ protected:
     }
 };
 
-TEST_F(MicCaptureTest, RateAndChannelsFollowTheDeviceAndTheRequest) {
-    const struct {
-        CaptureFormat format;
-        std::optional<int> requested;
-        double rate;
-        int recorded;
-    } cases[] = {
-        {{0, 1}, std::nullopt, 44100, 1}, // no rate known: 44100
-        {{48000, 16}, 2, 48000, 2},
-        {{96000, 2}, 4, 96000, 2}, // the chunker mixes what there is
-    };
-    for (const auto& c : cases) {
-        backend->format = c.format;
-        capture.start("a", c.requested);
-        EXPECT_EQ(capture.sampleRate(), c.rate);
-        EXPECT_EQ(capture.recordingChannels(), c.recorded);
-        EXPECT_EQ(capture.chunker().channelCount(), c.requested);
-    }
+TEST_F(MicCaptureTest, RateAndRecordedChannelsAreWhatTheDeviceHas) {
+    backend->format = {0, 2};
+    capture.start("a", 4);
+    EXPECT_EQ(capture.sampleRate(), 44100) << "no rate known";
+    EXPECT_EQ(capture.recordingChannels(), 2);
+    EXPECT_EQ(capture.chunker().channelCount(), 4) << "the chunker mixes what there is";
 }
 
 TEST_F(MicCaptureTest, HopsReachTheMainThreadInOrderButNoneOfAStoppedOrReplacedRun) {

@@ -96,20 +96,6 @@ TEST(AudioRecordingWriter, PartsAreAnHourUnlessThatOutgrowsAWavFile) {
     EXPECT_EQ(AudioRecordingWriter::segmentFramesFor(3600, 48000, 16), 4294967258 / 48);
 }
 
-TEST(AudioRecordingWriter, RecordsTheLeadingChannelsOfANonInterleavedList) {
-    TemporaryDirectory dir;
-    AudioRecordingWriter writer;
-    startAndWait(writer, 2, dir.path());
-    const float left[] = {0.5f}, right[] = {-0.5f}, third[] = {0.25f};
-    const AudioBuffer list[] = {{1, left}, {1, nullptr}, {1, right}, {1, third}};
-    writer.capture(list, 1, 2);
-    writer.stop();
-    writer.waitUntilIdle();
-    const auto b = onlyFileIn(dir);
-    EXPECT_EQ(std::vector<std::uint8_t>(b.begin() + 44, b.end()),
-              (std::vector<std::uint8_t>{0x00, 0x00, 0x40, 0x00, 0x00, 0xC0}));
-}
-
 TEST(AudioRecordingWriter, StopsOnceWithTheOverloadTextWhenTheDiskFallsBehind) {
     TemporaryDirectory dir;
     AudioRecordingWriter writer;
