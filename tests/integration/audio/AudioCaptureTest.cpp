@@ -15,7 +15,6 @@
 #include <cstdlib>
 #include <sys/socket.h>
 #include <sys/un.h>
-#include <thread>
 #include <unistd.h>
 
 namespace kelvo {
@@ -47,22 +46,15 @@ TEST_F(PulseAudioCaptureTest, EachChannelOfAFourChannelInterfaceArrivesAsItLeftI
     std::vector<float> track;
     for (int f = 0; f < rate; ++f)
         track.insert(track.end(), levels.begin(), levels.end());
-    std::thread writer([&] { test::writeToFifo(quad->fifo, track, channels, rate, 4.0); });
-    std::vector<MicHop> hops;
-    test::pumpUntil(
-        [&] {
-            for (auto& hop : capture.takePendingHops())
-                hops.push_back(std::move(hop));
-            return hops.size() >= 80;
-        },
-        std::chrono::seconds(10));
-    writer.join();
+    ASSERT_TRUE(test::writeToFifo(quad->fifo, track, channels, rate, 4.0));
+    test::pumpFor(std::chrono::milliseconds(300)); // what the server still holds
+    const auto hops = capture.takePendingHops();
+    ASSERT_GT(hops.size(), 40u);
+    EXPECT_NEAR(hops[40].samples[100], 0.25f, 1e-6) << "the analysis hears the mean";
     capture.stop();
     capture.recording().writer().waitUntilIdle();
     ASSERT_TRUE(test::pumpUntil([&] { return capture.recording().firstFile().has_value(); }));
 
-    ASSERT_GE(hops.size(), 80u);
-    EXPECT_NEAR(hops[40].samples[100], 0.25f, 1e-6) << "the analysis hears the mean";
     const test::SoundFile recorded = test::readSoundFile(*capture.recording().firstFile());
     ASSERT_EQ(recorded.channels, channels);
     ASSERT_GT(recorded.frames, rate / 2);
