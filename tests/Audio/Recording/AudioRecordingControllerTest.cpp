@@ -51,18 +51,6 @@ TEST_F(AudioRecordingControllerTest, StartFailuresAreExplained) {
               QStringLiteral("Could not start recording: Not a directory"));
 }
 
-TEST_F(AudioRecordingControllerTest, ALastPartThatCannotBeClosedIsShownAfterStop) {
-    startAndWait();
-    // Its side file cannot be removed: a non-empty folder stands in its place.
-    const auto side = WAVRecordingFile::recoveryURLFor(*controller.firstFile());
-    std::filesystem::remove(side);
-    std::filesystem::create_directories(side / "x");
-    controller.stop();
-    ASSERT_TRUE(test::pumpUntil([&] { return controller.errorMessage().has_value(); }));
-    EXPECT_EQ(controller.errorMessage(), QStringLiteral("Recording stopped: Is a directory"));
-    EXPECT_FALSE(controller.message().has_value()) << "nothing claims it was saved";
-}
-
 TEST_F(AudioRecordingControllerTest, AWriterFailureStopsTheRecordingUnlessItIsAnEarlierOnes) {
     startAndWait();
     controller.writer().async([this] { controller.writer().fail("No space left on device"); });
