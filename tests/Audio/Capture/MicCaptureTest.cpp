@@ -83,7 +83,6 @@ TEST_F(MicCaptureTest, ABackendThatMayWaitIsOpenedOffTheMainThread) {
     EXPECT_TRUE(capture.isStarting()) << "start returned while the backend was held";
     gate.set_value();
     ASSERT_TRUE(test::pumpUntil([&] { return capture.isCapturing(); }));
-    EXPECT_FALSE(capture.isStarting());
 
     // Stopped while under way: the late run is stopped, never taken.
     std::promise<void> entered, second;
