@@ -12,10 +12,6 @@ namespace {
 class AudioRecordingControllerTest : public ::testing::Test {
 protected:
     void SetUp() override { test::qtApplication(); }
-    void startAndWait() {
-        controller.start(48000, 2, dir.path());
-        ASSERT_TRUE(test::pumpUntil([&] { return controller.firstFile().has_value(); }));
-    }
     test::TemporaryDirectory dir;
     AudioRecordingController controller;
 };
@@ -52,7 +48,8 @@ TEST_F(AudioRecordingControllerTest, StartFailuresAreExplained) {
 }
 
 TEST_F(AudioRecordingControllerTest, AWriterFailureStopsTheRecordingUnlessItIsAnEarlierOnes) {
-    startAndWait();
+    controller.start(48000, 2, dir.path());
+    ASSERT_TRUE(test::pumpUntil([&] { return controller.firstFile().has_value(); }));
     controller.writer().async([this] { controller.writer().fail("No space left on device"); });
     ASSERT_TRUE(test::pumpUntil([&] { return !controller.isRecording(); }));
     EXPECT_EQ(controller.errorMessage(),
