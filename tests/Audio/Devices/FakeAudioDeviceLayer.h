@@ -17,6 +17,7 @@ public:
     int setRateStatus = 0;
     bool rateNeverSettles = false;
     std::vector<std::pair<std::string, double>> rateWrites;
+    std::function<void()> listener;
 
     void addInput(const std::string& uid, const std::string& name, AudioClockTransport transport,
                   int channels = 2, double rate = 48000) {
@@ -45,7 +46,10 @@ public:
     std::vector<AudioSampleRateRange> availableSampleRates(const std::string& id) override {
         return ranges[id];
     }
-    bool setChangeListener(std::function<void()>) override { return true; }
+    bool setChangeListener(std::function<void()> l) override {
+        listener = std::move(l);
+        return true;
+    }
 };
 
 } // namespace kelvo::test
