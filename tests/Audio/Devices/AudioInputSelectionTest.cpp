@@ -15,7 +15,6 @@ TEST(AudioInputSelectionNames, RecogniseThePioneerMixer) {
         {"Pioneer DJM-A9", true, false, "DJM-A9"},
         {"Built-in Microphone", false, true, "Microphone"},
         {"", false, false, "Microphone"},
-        {"", true, false, ""},
         {"Scarlett 2i2", true, false, "Scarlett 2i2"}};
     for (const auto& [name, usb, builtIn, shown] : names)
         EXPECT_EQ(AudioInputSelection::shortDisplayName({"u", name, usb, builtIn}), shown) << name;

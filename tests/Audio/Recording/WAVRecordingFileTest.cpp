@@ -43,7 +43,6 @@ TEST(WAVRecordingFileWrite, WritesTheSideFileThenAppendsSamplesKeepingTheHeaderA
     const float samples[] = {1.0f, -1.0f, 0.5f, std::nanf("")};
     file.append(samples);
     auto b = readBytes(file.url());
-    ASSERT_EQ(b.size(), 44u + 12u);
     EXPECT_EQ(std::vector<std::uint8_t>(b.begin() + 44, b.end()),
               (std::vector<std::uint8_t>{0xFF, 0xFF, 0x7F, 0x01, 0x00, 0x80, 0x00, 0x00, 0x40, 0x00,
                                          0x00, 0x00}));
