@@ -49,13 +49,6 @@ struct ManualScheduler final : CloudScheduler {
     std::deque<std::shared_ptr<OneShotEvent>> pending_;
 };
 
-struct RecordingLeave final : DisconnectNotifying {
-    void notifyAndWait(const QUrl&, const std::string& token, std::chrono::milliseconds) override {
-        tokens.push_back(token);
-    }
-    std::vector<std::string> tokens;
-};
-
 /// The cloud as the fake transport plays it; each path answers from its entry.
 struct ScriptedCloud {
     std::optional<HTTPResponse> answer(const HTTPRequest& request) {
@@ -87,29 +80,22 @@ protected:
     void SetUp() override {
         test::qtApplication();
         http->setResponder([this](const HTTPRequest& request) { return cloud.answer(request); });
-        session = makeSession();
-    }
-
-    std::unique_ptr<CloudSession> makeSession(std::optional<QString> feed = std::nullopt) {
         CloudSessionEnvironment environment;
         environment.serverURL = server;
         environment.http = http;
         environment.tokens = &tokens;
         environment.scheduler = scheduler;
-        environment.leaving = leave;
+        environment.buildRevision = "r0";
         environment.hasOfflineWorkspace = [this] { return offline; };
         environment.fetchShowAndHarness = [this](std::string token, CancellationToken cancel) {
             return download(BridgeAPIClient(server, http), std::move(token), std::move(cancel));
         };
-        environment.updaterFeedURL = std::move(feed);
-        environment.buildRevision = "r0";
-        auto made = std::make_unique<CloudSession>(std::move(environment));
-        QObject::connect(made.get(), &CloudSession::statusReported,
+        session = std::make_unique<CloudSession>(std::move(environment));
+        QObject::connect(session.get(), &CloudSession::statusReported,
                          [this](const QString& text) { messages.push_back(text.toStdString()); });
-        QObject::connect(made.get(), &CloudSession::pairingPageReady,
+        QObject::connect(session.get(), &CloudSession::pairingPageReady,
                          [this](const QUrl& url) { pages.push_back(url.toString()); });
-        QObject::connect(made.get(), &CloudSession::signedOut, [this] { ++signOuts; });
-        return made;
+        QObject::connect(session.get(), &CloudSession::signedOut, [this] { ++signOuts; });
     }
 
     static QCoro::Task<> download(BridgeAPIClient client, std::string token,
@@ -120,7 +106,6 @@ protected:
 
     std::shared_ptr<FakeURLSession> http = std::make_shared<FakeURLSession>();
     std::shared_ptr<ManualScheduler> scheduler = std::make_shared<ManualScheduler>();
-    std::shared_ptr<RecordingLeave> leave = std::make_shared<RecordingLeave>();
     QTemporaryDir temp;
     BridgeSettings tokens{
         std::make_unique<QSettings>(temp.filePath("s.conf"), QSettings::IniFormat),
@@ -145,9 +130,6 @@ TEST_F(CloudSessionTest, PairingStoresTheTokenAndConnects) {
                                                   "Approve this bridge in your browser…",
                                                   "Paired — fetching show…", ""}));
     EXPECT_EQ(session->sessionInfo()->displayName, "Front of house");
-    EXPECT_TRUE(session->isHeartbeatRunning());
-    EXPECT_FALSE(session->isPairing());
-    EXPECT_EQ(http->requests.back().headers.front().second, "Bearer dev-tok");
 }
 
 TEST_F(CloudSessionTest, PairingFailuresTellWhy) {
@@ -170,7 +152,6 @@ TEST_F(CloudSessionTest, PairingFailuresTellWhy) {
         http->requests.clear();
         session->startPairing();
         EXPECT_EQ(messages.back(), message);
-        EXPECT_EQ(session->connectionStatus(), ConnectionStatus::disconnected);
         EXPECT_EQ(tokens.authToken(server), std::nullopt) << message;
     }
     // Pending throughout: polled every 2 s until the 600 s are up.
@@ -182,19 +163,14 @@ TEST_F(CloudSessionTest, PairingFailuresTellWhy) {
 }
 
 TEST_F(CloudSessionTest, StartingPairingAgainCancelsTheFirst) {
-    for (const bool withCache : {true, false}) {
-        offline = withCache;
-        cloud.start.reset(); // held until released
-        session->startPairing();
-        messages.clear();
-        session->startPairing();
-        ASSERT_GE(messages.size(), 2u);
-        EXPECT_EQ(messages[0], withCache ? "Login cancelled — still running from cache." : "");
-        EXPECT_EQ(session->connectionStatus(), ConnectionStatus::pairing);
-        EXPECT_EQ(http->heldCount(), 1u) << "the first request was aborted";
-        session->cancelPairing();
-        EXPECT_EQ(http->heldCount(), 0u);
-    }
+    cloud.start.reset(); // held until released
+    session->startPairing();
+    messages.clear();
+    session->startPairing();
+    EXPECT_EQ(messages.front(), "Login cancelled — still running from cache.");
+    EXPECT_EQ(http->heldCount(), 1u) << "the first request was aborted";
+    session->cancelPairing();
+    EXPECT_EQ(http->heldCount(), 0u);
 }
 
 TEST_F(CloudSessionTest, AutoConnectRetriesOnItsScheduleUntilTheCloudAnswers) {
@@ -209,7 +185,6 @@ TEST_F(CloudSessionTest, AutoConnectRetriesOnItsScheduleUntilTheCloudAnswers) {
     for (const char* delay : {"1", "2", "4", "8", "16", "30", "30", "30"})
         expected.push_back(prefix + delay + "s…");
     EXPECT_EQ(messages, expected);
-    EXPECT_EQ(session->connectionStatus(), ConnectionStatus::reconnecting);
 
     offline = false;
     messages.clear();
@@ -220,7 +195,6 @@ TEST_F(CloudSessionTest, AutoConnectRetriesOnItsScheduleUntilTheCloudAnswers) {
     scheduler->wake();
     EXPECT_EQ(session->connectionStatus(), ConnectionStatus::connected);
     EXPECT_EQ(messages.back(), "");
-    EXPECT_FALSE(session->isAutoConnecting());
 }
 
 TEST_F(CloudSessionTest, RefusedTokenIsForgotten) {
@@ -234,15 +208,13 @@ TEST_F(CloudSessionTest, RefusedTokenIsForgotten) {
         session->autoConnect();
         EXPECT_EQ(messages.back(), text);
         EXPECT_EQ(tokens.authToken(server), std::nullopt);
-        EXPECT_EQ(session->connectionStatus(), ConnectionStatus::disconnected);
     }
     session->autoConnect();
     EXPECT_EQ(messages.back(), "You’re offline — log in from Connections when you can.");
 }
 
-TEST_F(CloudSessionTest, HeartbeatThenSignOutForgetsThisServerOnly) {
+TEST_F(CloudSessionTest, HeartbeatThenSignOutForgetsTheToken) {
     tokens.saveAuthToken("dev-tok", server);
-    tokens.saveAuthToken("other", QUrl("https://cloud.example"));
     session->autoConnect();
     ASSERT_EQ(session->connectionStatus(), ConnectionStatus::connected);
     const std::size_t before = http->countPath("auth/me");
@@ -254,17 +226,9 @@ TEST_F(CloudSessionTest, HeartbeatThenSignOutForgetsThisServerOnly) {
     EXPECT_EQ(http->requests.back().url.path(), "/api/bridge/disconnect");
     EXPECT_EQ(http->requests.back().headers.front().second, "Bearer dev-tok");
     EXPECT_EQ(tokens.authToken(server), std::nullopt);
-    EXPECT_EQ(tokens.authToken(QUrl("https://cloud.example")), "other");
     EXPECT_EQ(session->connectionStatus(), ConnectionStatus::disconnected);
-    EXPECT_EQ(session->sessionInfo(), std::nullopt);
     EXPECT_FALSE(session->isHeartbeatRunning());
     EXPECT_EQ(signOuts, 1);
-
-    session->notifyDisconnectSync(2s);
-    EXPECT_TRUE(leave->tokens.empty()) << "no token, nothing to tell";
-    tokens.saveAuthToken("again", server);
-    session->notifyDisconnectSync(2s);
-    EXPECT_EQ(leave->tokens, std::vector<std::string>{"again"});
 }
 
 TEST_F(CloudSessionTest, GoingAwayMidFlowIsSafe) {
@@ -277,19 +241,13 @@ TEST_F(CloudSessionTest, GoingAwayMidFlowIsSafe) {
     EXPECT_EQ(http->heldCount(), 0u);
 }
 
-TEST_F(CloudSessionTest, UpdateNotice) {
+TEST_F(CloudSessionTest, UpdateNoticeLinksToTheServersDownload) {
     http->setResponder([](const HTTPRequest&) {
         return HTTPResponse{
             200, R"({"api_version":"r1","published_api_version":"r1","app_download_url":"/dl"})"};
     });
     test::finish(session->refreshAppUpdateNotice());
     EXPECT_EQ(session->appUpdateDownloadURL(), QUrl("http://127.0.0.1:4041/dl"));
-
-    auto withUpdater = makeSession(QString("https://feed.example/appcast.xml"));
-    http->requests.clear();
-    test::finish(withUpdater->refreshAppUpdateNotice());
-    EXPECT_TRUE(http->requests.empty());
-    EXPECT_EQ(withUpdater->appUpdateDownloadURL(), std::nullopt);
 }
 
 } // namespace

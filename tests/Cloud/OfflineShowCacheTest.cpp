@@ -50,16 +50,13 @@ protected:
 };
 
 TEST_F(OfflineShowCacheFiles, HarnessSnapshotWorkspaceAndPatchRoundTrip) {
-    // The folder is made on demand; running offline needs both the script and the show.
-    EXPECT_FALSE(QDir(base()).exists());
-    EXPECT_FALSE(cache.hasOfflineRuntime());
+    // Running offline needs both the script and the show.
     cache.saveShowSnapshot("{\"summary\":{\"id\":\"s1\"}}");
     EXPECT_FALSE(cache.hasOfflineRuntime());
     cache.saveHarnessJS("var BridgeEngine = {}; // \xc3\xa9", "{\"version\":\"1.2.0\"}");
     EXPECT_TRUE(cache.hasOfflineRuntime());
     cache.saveWorkspaceUI(sampleWorkspace());
     cache.savePatch(samplePatch("s1"));
-    EXPECT_EQ(readAll(base() + "/engine.js"), "var BridgeEngine = {}; // \xc3\xa9");
 
     OfflineShowCache reopened(base());
     EXPECT_EQ(reopened.loadHarnessJS(), "var BridgeEngine = {}; // \xc3\xa9");
@@ -68,11 +65,6 @@ TEST_F(OfflineShowCacheFiles, HarnessSnapshotWorkspaceAndPatchRoundTrip) {
     EXPECT_EQ(reopened.loadWorkspaceUI(), sampleWorkspace());
     EXPECT_EQ(reopened.loadPatch("s1"), samplePatch("s1"));
     EXPECT_EQ(reopened.loadPatch("other"), std::nullopt);
-    EXPECT_EQ(QDir(base()).entryList(QDir::Files).size(), 4);
-    // Sanitised and over-long ids land in the patch folder.
-    EXPECT_EQ(cache.patchURL("Show 1"), base() + "/show_patches/Show_1.json");
-    cache.savePatch(samplePatch(std::string(400, 'z')));
-    EXPECT_EQ(cache.loadPatch(std::string(400, 'z')), samplePatch(std::string(400, 'z')));
 }
 
 TEST_F(OfflineShowCacheFiles, WorkspaceWrittenLaterKeepsTheNewestAndReportsFailures) {
@@ -100,10 +92,12 @@ TEST_F(OfflineShowCacheFiles, WorkspaceWrittenLaterKeepsTheNewestAndReportsFailu
 TEST_F(OfflineShowCacheFiles, WorkspaceFileUsesTheExactKeysAndNeedsTheRequiredOnes) {
     cache.saveWorkspaceUI(sampleWorkspace());
     const auto saved = nlohmann::json::parse(readAll(base() + "/workspace_ui.json").toStdString());
-    EXPECT_EQ(saved.size(), 8u);
-    for (const char* key : {"shows", "selectedShowId", "lightingModes", "selectedModeId", "themes",
-                            "selectedThemeName", "selectedModeTo", "selectedModeLerp"})
-        EXPECT_TRUE(saved.contains(key)) << key;
+    std::vector<std::string> keys;
+    for (const auto& [key, value] : saved.items())
+        keys.push_back(key);
+    EXPECT_EQ(keys, (std::vector<std::string>{"lightingModes", "selectedModeId", "selectedModeLerp",
+                                              "selectedModeTo", "selectedShowId",
+                                              "selectedThemeName", "shows", "themes"}));
     EXPECT_EQ(saved["lightingModes"][0]["orderIndex"], 1);
     EXPECT_EQ(saved["themes"][0]["palette"][0]["b"], 0.5);
 
@@ -175,15 +169,11 @@ TEST_F(OfflineShowCacheFiles, FailedWriteLeavesThePreviousFileWhole) {
         EXPECT_THROW(cache.saveHarnessJS(QByteArray(8192, 'x'), "new manifest"), OfflineCacheError);
     }
     EXPECT_EQ(readAll(base() + "/workspace_ui.json"), before);
-    EXPECT_EQ(cache.loadWorkspaceUI(), sampleWorkspace());
     EXPECT_EQ(cache.loadHarnessJS(), QByteArray("old script"));
     EXPECT_EQ(cache.loadManifest(), QByteArray("old manifest")); // not written after the failure
     // No temporary files are left behind.
     EXPECT_EQ(QDir(base()).entryList(QDir::Files),
               (QStringList{"engine.js", "manifest.json", "workspace_ui.json"}));
-
-    cache.saveWorkspaceUI(huge); // and the next write works again
-    EXPECT_EQ(cache.loadWorkspaceUI(), huge);
 }
 
 } // namespace

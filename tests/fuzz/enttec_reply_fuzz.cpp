@@ -3,9 +3,7 @@
 #include "DMX/EnttecReplyParser.h"
 #include "FuzzTarget.h"
 
-using namespace kelvo;
-
 KELVO_FUZZ_TARGET(input) {
-    if (EnttecReplyParser::findWidgetParameters(fuzz::bytesOf(input)))
-        fuzz::require(input.size() >= 4 + EnttecReplyParser::parametersSize + 1);
+    if (EnttecReplyParser::findWidgetParameters(bytesOf(input)))
+        require(input.size() >= 4 + EnttecReplyParser::parametersSize + 1);
 }

@@ -4,9 +4,7 @@
 #include "Cloud/QtURLSession.h"
 #include "support/AppModelRig.h"
 #include "support/DevCloudProcess.h"
-#include "support/HeadlessBrowser.h"
 #include "support/QtEventLoop.h"
-#include "support/RequiredTool.h"
 
 #include <QElapsedTimer>
 
@@ -69,9 +67,6 @@ protected:
 };
 
 TEST_F(ShowUpdatesLinkTest, APickedShowIsActivatedAndAReloadStartedBeforeThePickIsDiscarded) {
-    // Published as soon as the link stands (the shift rules are the model's).
-    ASSERT_TRUE(test::pumpUntil([&] { return !overview()["interpretation"].is_null(); }));
-
     // The bridge runs the warehouse show while the cloud still has the demo show active.
     const json warehouse = client->send("GET", "api/shows/show-warehouse", token).json();
     adminPost("api/admin/push", {{"type", "show_snapshot"}, {"data", warehouse}}, 204);
@@ -96,10 +91,6 @@ TEST_F(ShowUpdatesLinkTest, APickedShowIsActivatedAndAReloadStartedBeforeThePick
     ASSERT_TRUE(test::pumpUntil([&] { return !model->isSwitchingShow(); }, 10s));
     EXPECT_FALSE(model->pendingShowSwitchId());
     EXPECT_EQ(overview()["active_show_id"], "show-warehouse");
-    const auto active = std::find_if(model->shows().begin(), model->shows().end(),
-                                     [](const ShowOption& show) { return show.active; });
-    ASSERT_NE(active, model->shows().end());
-    EXPECT_EQ(active->id, "show-warehouse");
     ASSERT_TRUE(test::pumpUntil(
         [&] { return model->showPatch() && model->showPatch()->showId == "show-warehouse"; }));
 
@@ -107,23 +98,6 @@ TEST_F(ShowUpdatesLinkTest, APickedShowIsActivatedAndAReloadStartedBeforeThePick
     ASSERT_TRUE(test::pumpUntil([&] { return !model->isSwitchingShow(); }));
     EXPECT_EQ(model->statusMessage(), "Couldn’t switch show: Server returned HTTP 404");
     EXPECT_EQ(model->selectedShowId(), "show-warehouse");
-}
-
-// The pick-versus-push rules are LiveControl's; here a click on the control page must arrive.
-TEST_F(ShowUpdatesLinkTest, AModeClickedOnTheControlPageReachesTheBridge) {
-    KELVO_REQUIRE_TOOL(test::HeadlessBrowser::available(), "chromium is not installed");
-    test::HeadlessBrowser browser(dir / "chromium-profile");
-    ASSERT_TRUE(browser.attach());
-    browser.open(QUrl(QString::fromStdString(cloud->baseUrl() + "/control")));
-    ASSERT_TRUE(browser.waitUntil(
-        QStringLiteral("!!document.querySelector('#mode option[value=\"blackout\"]')")));
-    for (const char* mode : {"blackout", "static", "blackout"}) {
-        browser.evaluate(QStringLiteral("(() => { const s = document.getElementById('mode'); "
-                                        "s.value = '%1'; s.dispatchEvent(new Event('change')); "
-                                        "return true; })()")
-                             .arg(QLatin1String(mode)));
-        EXPECT_TRUE(test::pumpUntil([&] { return model->selectedModeId() == mode; }, 15s)) << mode;
-    }
 }
 
 TEST_F(ShowUpdatesLinkTest, QuittingWaitsAtMostTwoSecondsThenARefusedConnectionSaysSo) {
