@@ -51,25 +51,6 @@ TEST_F(BridgeSettingsTest, OutputValuesDistinguishNeverWrittenAndReachTheFile) {
     EXPECT_EQ(reopened->loadRoutesJSON(), "[]");
 }
 
-TEST_F(BridgeSettingsTest, HandWrittenValuesReadAsTheyAreMeant) {
-    int edits = 0;
-    const auto reread = [&](const char* key, const QVariant& text) {
-        // A file of its own per edit: the settings layer caches files by time and size.
-        const QString name = temp.filePath(QString("edit%1.conf").arg(++edits));
-        QSettings(name, QSettings::IniFormat).setValue(key, text);
-        return std::make_unique<BridgeSettings>(
-            std::make_unique<QSettings>(name, QSettings::IniFormat), production);
-    };
-    const std::pair<bool, std::vector<const char*>> readings[] = {
-        {false, {"maybe", "no", "0", "", "-00"}}, {true, {"Yes", "TRUE", " 1", "007", "+2"}}};
-    for (const auto& [meaning, texts] : readings)
-        for (const char* text : texts)
-            EXPECT_EQ(reread(BridgeSettings::enttecEnabledKey, text)->loadEnttecEnabled(), meaning)
-                << text;
-    EXPECT_EQ(reread(BridgeSettings::routesKey, QString("[4]"))->loadRoutesJSON(), "[4]")
-        << "text is read as well";
-}
-
 TEST_F(BridgeSettingsTest, TokensAreKeptPerServerUnderNormalisedKeys) {
     EXPECT_EQ(BridgeSettings::tokenKey(local), "kelvo.bridge.device_token.http://127.0.0.1:4041");
     auto settings = open();
@@ -129,12 +110,6 @@ TEST_F(BridgeSettingsTest, TheFileIsOwnerOnlyNewOrOld) {
     EXPECT_EQ(open()->authToken(production), "secret");
     EXPECT_EQ(fileMode(path()), 0600u) << "an existing file is narrowed";
     ::umask(previousMask);
-
-    // The only NativeFormat user in this program, so Qt has not cached a config path yet.
-    qputenv("XDG_CONFIG_HOME", temp.filePath("xdg").toUtf8());
-    BridgeSettings user(BridgeSettings::openUserSettings(), production);
-    EXPECT_EQ(user.fileName(), temp.filePath("xdg") + "/Kelvo/KelvoBridge.conf");
-    EXPECT_EQ(fileMode(user.fileName()), 0600u);
 }
 
 } // namespace

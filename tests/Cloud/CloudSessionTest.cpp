@@ -85,7 +85,6 @@ protected:
         environment.http = http;
         environment.tokens = &tokens;
         environment.scheduler = scheduler;
-        environment.buildRevision = "r0";
         environment.hasOfflineWorkspace = [this] { return offline; };
         environment.fetchShowAndHarness = [this](std::string token, CancellationToken cancel) {
             return download(BridgeAPIClient(server, http), std::move(token), std::move(cancel));
@@ -239,15 +238,6 @@ TEST_F(CloudSessionTest, GoingAwayMidFlowIsSafe) {
     session.reset();
     test::pumpFor(20ms);
     EXPECT_EQ(http->heldCount(), 0u);
-}
-
-TEST_F(CloudSessionTest, UpdateNoticeLinksToTheServersDownload) {
-    http->setResponder([](const HTTPRequest&) {
-        return HTTPResponse{
-            200, R"({"api_version":"r1","published_api_version":"r1","app_download_url":"/dl"})"};
-    });
-    test::finish(session->refreshAppUpdateNotice());
-    EXPECT_EQ(session->appUpdateDownloadURL(), QUrl("http://127.0.0.1:4041/dl"));
 }
 
 } // namespace

@@ -80,8 +80,6 @@ TEST_F(ShowUpdatesLinkTest, APickedShowIsActivatedAndAReloadStartedBeforeThePick
     adminPost("api/admin/push", {{"type", "show_changed"}, {"data", json::object()}}, 204);
     ASSERT_TRUE(test::pumpUntil([&] { return requests("GET api/runtime/active-show") == 1; }));
     model->selectShow(QStringLiteral("show-warehouse"));
-    EXPECT_TRUE(model->isSwitchingShow());
-    EXPECT_EQ(model->pendingShowSwitchId(), "show-warehouse");
 
     ASSERT_TRUE(test::pumpUntil([&] {
         return cloud->output().find("GET /api/runtime/active-show -> 200") != std::string::npos;
@@ -89,7 +87,6 @@ TEST_F(ShowUpdatesLinkTest, APickedShowIsActivatedAndAReloadStartedBeforeThePick
     test::pumpFor(200ms);
     EXPECT_EQ(model->selectedShowId(), "show-warehouse") << "the late reload was applied";
     ASSERT_TRUE(test::pumpUntil([&] { return !model->isSwitchingShow(); }, 10s));
-    EXPECT_FALSE(model->pendingShowSwitchId());
     EXPECT_EQ(overview()["active_show_id"], "show-warehouse");
     ASSERT_TRUE(test::pumpUntil(
         [&] { return model->showPatch() && model->showPatch()->showId == "show-warehouse"; }));

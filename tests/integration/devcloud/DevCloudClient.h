@@ -16,7 +16,6 @@ namespace kelvo::test {
 
 struct HttpResult {
     int status = 0;
-    QNetworkReply::NetworkError error = QNetworkReply::NoError;
     QByteArray body;
 
     nlohmann::json json() const { return nlohmann::json::parse(body.toStdString()); }
@@ -43,7 +42,7 @@ public:
             request.setHeader(QNetworkRequest::ContentTypeHeader, "application/json");
         std::unique_ptr<QNetworkReply> reply(manager_.sendCustomRequest(request, method, body));
         pumpUntil([&] { return reply->isFinished(); }, std::chrono::seconds(15));
-        return {reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt(), reply->error(),
+        return {reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt(),
                 reply->readAll()};
     }
 

@@ -59,11 +59,9 @@ TEST_F(DevCloudServer, EveryBridgeEndpointChecksTheBearerTokenAndExplainsRefusal
         {"POST", "api/runtime/interpretation-tree", R"({"tree":{"mode":"x","children":[]}})", 204},
         {"POST", "api/bridge/disconnect", {}, 204},
         {"PATCH", "api/control-state", "[1]", 400, "the control state must be a JSON object"},
-        {"PATCH", "api/control-state", "{", 400, "the body is not JSON"},
         {"PATCH", "api/control-state", R"({"volume":1})", 400, "unknown control-state key volume"},
         {"POST", "api/shows/show-retired/activate", {}, 404, "no such show"},
         {"GET", "api/bridge/pairing/status", {}, 400, "the query needs the pairing code: ?code=…"},
-        {"DELETE", "api/config", {}, 405, "method not allowed on this path"},
     };
     for (const Call& call : calls) {
         SCOPED_TRACE(call.path + " " + call.body.toStdString());
@@ -87,26 +85,7 @@ TEST_F(DevCloudServer, EveryBridgeEndpointChecksTheBearerTokenAndExplainsRefusal
     // The unauthenticated parts.
     EXPECT_EQ(send("GET", "api/health", "").json()["api_version"], "devcloud");
     EXPECT_EQ(send("GET", "bridge-harness/v1/manifest.json", "").json()["harnessMajor"], 1);
-    EXPECT_EQ(send("GET", "bridge-harness/v1/engine.js", "").status, 200);
     EXPECT_EQ(send("GET", "bridge-harness/v1/..%2Fmanifest.json", "").status, 404);
-}
-
-TEST_F(DevCloudServer, PairedTokenAndStateSurviveARestart) {
-    start({"--auto-approve"});
-    const std::string code = send("POST", "api/bridge/pairing/start", "", "{}").json()["code"];
-    const std::string paired =
-        send("GET", "api/bridge/pairing/status?code=" + code, "").json()["device_token"];
-    ASSERT_EQ(
-        send("PATCH", "api/control-state", paired, R"({"mode":"chase","mode_lerp":0.25})").status,
-        200);
-    ASSERT_EQ(send("POST", "api/shows/show-warehouse/activate", paired).status, 200);
-    cloud.reset();
-
-    start();
-    const auto bootstrap = send("GET", "api/runtime/bootstrap", paired).json();
-    EXPECT_EQ(bootstrap["control_state"]["mode"], "chase");
-    EXPECT_EQ(bootstrap["control_state"]["mode_lerp"], 0.25);
-    EXPECT_EQ(bootstrap["active_show"]["summary"]["id"], "show-warehouse");
 }
 
 TEST_F(DevCloudServer, RefusesToListenBeyondLoopbackAndExplainsBadOptions) {
@@ -131,7 +110,7 @@ TEST_F(DevCloudServer, RefusesToListenBeyondLoopbackAndExplainsBadOptions) {
 /// Two bridges' sockets open on one cloud: what the control page and the REST API change
 /// reaches both.
 TEST_F(DevCloudServer, ControlPageAndRestChangesReachEveryBridge) {
-    start({"--admin-secret", "secret"});
+    start();
     test::ShowUpdatesListener first(cloud->baseUrl(), validToken);
     test::ShowUpdatesListener second(cloud->baseUrl(), validToken);
     for (auto* bridge : {&first, &second}) // each socket starts with the current control state
@@ -146,10 +125,8 @@ TEST_F(DevCloudServer, ControlPageAndRestChangesReachEveryBridge) {
         {"control-state", R"({"theme_name":"Ocean"})", "control_state", {{"/mode", "cycle"}}},
         {"force-drop", R"({"active":true})", "force_drop", {{"/active", true}}},
         {"shift", R"({"what":"lighting"})", "shift_lighting_only", json::object()},
-        {"shift", R"({"what":"color_scheme"})", "shift_color_scheme", json::object()},
         {"rename", R"({"show_id":"show-demo","name":"Late"})", "show_changed", {{"/revision", 4}}},
         {"push", R"({"type":"show_snapshot"})", "show_snapshot", {{"/summary/name", "Late"}}},
-        {"push", R"({"type":"shared_catalog_changed"})", "shared_catalog_changed", json::object()},
         {"activate",
          R"({"show_id":"show-warehouse"})",
          "bootstrap",
@@ -181,17 +158,6 @@ TEST_F(DevCloudServer, ControlPageAndRestChangesReachEveryBridge) {
     EXPECT_EQ(overview["interpretation"]["payload"], json::parse(tree));
     EXPECT_EQ(overview["connected_bridges"], 2);
     EXPECT_EQ(send("POST", "control/force-drop", "", "active=1").status, 400);
-
-    // Admin calls need the secret; a revoked token loses its socket and its access.
-    EXPECT_EQ(send("GET", "api/admin/state", "").status, 401);
-    DevCloudClient admin(cloud->baseUrl(), "secret");
-    ASSERT_EQ(
-        admin.send("POST", "api/admin/revoke", {}, json({{"token", validToken}}).dump().c_str())
-            .status,
-        204);
-    EXPECT_TRUE(
-        test::pumpUntil([&] { return first.socket.state() == QAbstractSocket::UnconnectedState; }));
-    EXPECT_EQ(send("GET", "api/auth/me").status, 403);
 }
 
 } // namespace
