@@ -36,11 +36,9 @@ struct ManualScheduler final : CloudScheduler {
     /// Ends the earliest sleep still waiting; false if none.
     bool wake() {
         std::erase_if(pending_, [](const auto& pending) { return pending->hasFired(); });
-        if (pending_.empty())
-            return false;
-        pending_.front()->fire();
-        pending_.pop_front();
-        return true;
+        if (!pending_.empty())
+            pending_.front()->fire();
+        return !pending_.empty();
     }
 
     std::vector<std::chrono::milliseconds> sleeps;
@@ -57,12 +55,8 @@ struct ScriptedCloud {
             throw TransportError("Connection refused");
         if (path.endsWith("pairing/start"))
             return start;
-        if (path.endsWith("pairing/status")) {
-            const HTTPResponse status{200, statuses.front()};
-            if (statuses.size() > 1) // the last one repeats
-                statuses.pop_front();
-            return status;
-        }
+        if (path.endsWith("pairing/status")) // the last one repeats
+            return HTTPResponse{200, statuses[std::min(polls++, statuses.size() - 1)]};
         if (path.endsWith("runtime/bootstrap"))
             return bootstrap;
         return HTTPResponse{200, R"({"display_name":"Front of house"})"};
@@ -70,8 +64,9 @@ struct ScriptedCloud {
     bool down = false;
     std::optional<HTTPResponse> start = HTTPResponse{
         200, R"({"code":"K-1","browser_url":"http://127.0.0.1:4041/pair/K-1","expires_at":"x"})"};
-    std::deque<QByteArray> statuses = {R"({"status":"pending"})",
-                                       R"({"status":"complete","device_token":"dev-tok"})"};
+    std::size_t polls = 0;
+    std::vector<QByteArray> statuses = {R"({"status":"pending"})",
+                                        R"({"status":"complete","device_token":"dev-tok"})"};
     std::optional<HTTPResponse> bootstrap = HTTPResponse{200, "{}"};
 };
 
@@ -147,6 +142,7 @@ TEST_F(CloudSessionTest, PairingFailuresTellWhy) {
     for (const auto& [withCache, status, start, message] : cases) {
         offline = withCache;
         cloud.statuses = {status};
+        cloud.polls = 0;
         cloud.start = start;
         http->requests.clear();
         session->startPairing();

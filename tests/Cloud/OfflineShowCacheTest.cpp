@@ -75,18 +75,7 @@ TEST_F(OfflineShowCacheFiles, WorkspaceWrittenLaterKeepsTheNewestAndReportsFailu
     EXPECT_TRUE(reason.startsWith("Couldn’t create the cache folder ")) << reason.toStdString();
 }
 
-TEST_F(OfflineShowCacheFiles, WorkspaceFileUsesTheExactKeysAndNeedsTheRequiredOnes) {
-    cache.saveWorkspaceUI(sampleWorkspace());
-    const auto saved = nlohmann::json::parse(readAll(base() + "/workspace_ui.json").toStdString());
-    std::vector<std::string> keys;
-    for (const auto& [key, value] : saved.items())
-        keys.push_back(key);
-    EXPECT_EQ(keys, (std::vector<std::string>{"lightingModes", "selectedModeId", "selectedModeLerp",
-                                              "selectedModeTo", "selectedShowId",
-                                              "selectedThemeName", "shows", "themes"}));
-    EXPECT_EQ(saved["lightingModes"][0]["orderIndex"], 1);
-    EXPECT_EQ(saved["themes"][0]["palette"][0]["b"], 0.5);
-
+TEST_F(OfflineShowCacheFiles, WorkspaceFileNeedsOnlyTheRequiredKeys) {
     // Optional keys may be missing, required ones may not.
     const QString path = cache.supportDir() + "/workspace_ui.json";
     writeFile(path, R"({"shows":[],"lightingModes":[],"selectedModeId":"blackout","themes":[],

@@ -51,12 +51,9 @@ TEST(ShowUpdatesChannel, FramesAreDecodedAndShowChangesDebounced) {
     // Undecodable frames are dropped (the decoding rules are the message's own test).
     for (const char* frame :
          {R"({"type":"show_changed","data":{"revision":1}})", "\xff\x00garbage",
-          R"({"type":"show_changed","data":{"revision":2}})",
-          R"({"type":"force_drop","data":{"active":true}})", R"({"type":"shared_catalog_changed"})",
-          R"({"type":"shift_color_scheme"})"})
+          R"({"type":"shared_catalog_changed"})", R"({"type":"shift_color_scheme"})"})
         channel.handleFrame(frame);
-    EXPECT_EQ(received.messages, (std::vector<ShowUpdateMessage>{show_update::ForceDrop{true},
-                                                                 show_update::ShiftColorScheme{}}));
+    EXPECT_EQ(received.messages, std::vector<ShowUpdateMessage>{show_update::ShiftColorScheme{}});
     ASSERT_TRUE(pumpUntil([&] { return !received.reloads.empty(); }));
     pumpFor(300ms);
     EXPECT_EQ(received.reloads, (std::vector<std::optional<std::int64_t>>{std::nullopt}));

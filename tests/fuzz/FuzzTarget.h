@@ -5,7 +5,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
-#include <span>
 #include <string_view>
 
 namespace kelvo::fuzz {
@@ -13,10 +12,6 @@ namespace kelvo::fuzz {
 inline void require(bool holds) {
     if (!holds)
         std::abort();
-}
-
-inline std::span<const std::uint8_t> bytesOf(std::string_view input) {
-    return {reinterpret_cast<const std::uint8_t*>(input.data()), input.size()};
 }
 
 } // namespace kelvo::fuzz

@@ -4,7 +4,7 @@
 #include "FuzzTarget.h"
 
 KELVO_FUZZ_TARGET(input) {
-    const auto bytes = bytesOf(input);
+    const std::span bytes(reinterpret_cast<const std::uint8_t*>(input.data()), input.size());
     if (const auto node = ArtNetPollReplyParser::parse(bytes)) {
         require(input.size() >= ArtNetPollReplyParser::minimumReplySize);
         require(node->outputUniverses.size() <= 4 &&

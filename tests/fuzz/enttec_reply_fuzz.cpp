@@ -4,6 +4,7 @@
 #include "FuzzTarget.h"
 
 KELVO_FUZZ_TARGET(input) {
-    if (EnttecReplyParser::findWidgetParameters(bytesOf(input)))
+    if (EnttecReplyParser::findWidgetParameters(
+            std::span(reinterpret_cast<const std::uint8_t*>(input.data()), input.size())))
         require(input.size() >= 4 + EnttecReplyParser::parametersSize + 1);
 }

@@ -82,9 +82,7 @@ TEST_F(DevCloudServer, EveryBridgeEndpointChecksTheBearerTokenAndExplainsRefusal
             return socket.socket.errorString().contains(QString("status code: ") + code);
         })) << code;
     }
-    // The unauthenticated parts.
-    EXPECT_EQ(send("GET", "api/health", "").json()["api_version"], "devcloud");
-    EXPECT_EQ(send("GET", "bridge-harness/v1/manifest.json", "").json()["harnessMajor"], 1);
+    // The harness files, served without a token, stay inside their folder.
     EXPECT_EQ(send("GET", "bridge-harness/v1/..%2Fmanifest.json", "").status, 404);
 }
 
@@ -94,7 +92,6 @@ TEST_F(DevCloudServer, RefusesToListenBeyondLoopbackAndExplainsBadOptions) {
         {{"--listen", "10.1.2.3:4041"}, "refusing to listen on"},
         {{"--listen", "not-an-address"}, "--listen needs HOST:PORT"},
         {{"--fault", "api/config:status=600"}, "bad fault \"status=600\""},
-        {{"--fault", "api/config:times=2"}, "a fault needs delay=MS, drop or status=CODE"},
     };
     for (const auto& [options, explanation] : cases) {
         SCOPED_TRACE(options[1]);
@@ -124,7 +121,6 @@ TEST_F(DevCloudServer, ControlPageAndRestChangesReachEveryBridge) {
          {{"/mode", "cycle"}, {"/mode_lerp", 0.4}}},
         {"control-state", R"({"theme_name":"Ocean"})", "control_state", {{"/mode", "cycle"}}},
         {"force-drop", R"({"active":true})", "force_drop", {{"/active", true}}},
-        {"shift", R"({"what":"lighting"})", "shift_lighting_only", json::object()},
         {"rename", R"({"show_id":"show-demo","name":"Late"})", "show_changed", {{"/revision", 4}}},
         {"push", R"({"type":"show_snapshot"})", "show_snapshot", {{"/summary/name", "Late"}}},
         {"activate",
