@@ -86,9 +86,7 @@ TEST_F(BridgeAPIClientTest, EndpointJoiningAndQueryEscaping) {
     finish(client.pollPairingStatus("a b+c&d=é"));
     EXPECT_EQ(sent().url.toEncoded(),
               "http://127.0.0.1:4041/api/bridge/pairing/status?code=a%20b%2Bc%26d%3D%C3%A9");
-    EXPECT_EQ(BridgeAPIClient(QUrl("https://10.0.0.5/sub/"), session)
-                  .showUpdatesWebSocketURL("t&k")
-                  .toEncoded(),
+    EXPECT_EQ(sub.showUpdatesWebSocketURL("t&k").toEncoded(),
               "wss://10.0.0.5/sub/ws/show-updates?role=runtime&token=t%26k");
     EXPECT_EQ(client.showUpdatesWebSocketURL("tok").toEncoded(),
               "ws://127.0.0.1:4041/ws/show-updates?role=runtime&token=tok");
@@ -120,9 +118,6 @@ TEST_F(BridgeAPIClientTest, StatusHandling) {
     EXPECT_EQ(finish(client.activateShow("s", token))["summary"]["id"], "s");
     session->setResponder([](const HTTPRequest&) { return HTTPResponse{std::nullopt, "{}"}; });
     EXPECT_EQ(failure([&] { finish(client.fetchConfig(token)); }), invalid) << "no HTTP answer";
-    session->setResponder(
-        [](const HTTPRequest&) -> std::optional<HTTPResponse> { throw TransportError("down"); });
-    EXPECT_THROW(finish(client.fetchConfig(token)), TransportError) << "passed through";
     const BridgeAPIClient broken(QUrl("no scheme at all"), session);
     session->requests.clear();
     EXPECT_EQ(failure([&] { finish(broken.fetchConfig(token)); }), invalid);

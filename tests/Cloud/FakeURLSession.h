@@ -21,7 +21,6 @@ class FakeURLSession final : public URLRequestPerforming {
 public:
     using Responder = std::function<std::optional<HTTPResponse>(const HTTPRequest&)>;
 
-    explicit FakeURLSession(Responder respond = {}) : respond_(std::move(respond)) {}
     void setResponder(Responder respond) { respond_ = std::move(respond); }
 
     QCoro::Task<HTTPResponse> data(HTTPRequest request, CancellationToken cancel) override {
