@@ -114,8 +114,6 @@ TEST_F(BridgeAPIClientTest, StatusHandling) {
         answer(200, body);
         EXPECT_EQ(failure([&] { finish(client.fetchShow("s", token)); }), invalid) << body;
     }
-    answer(200, R"({"summary":{"id":"s"}})");
-    EXPECT_EQ(finish(client.activateShow("s", token))["summary"]["id"], "s");
     session->setResponder([](const HTTPRequest&) { return HTTPResponse{std::nullopt, "{}"}; });
     EXPECT_EQ(failure([&] { finish(client.fetchConfig(token)); }), invalid) << "no HTTP answer";
     const BridgeAPIClient broken(QUrl("no scheme at all"), session);

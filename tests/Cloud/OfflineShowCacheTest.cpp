@@ -44,12 +44,16 @@ protected:
 };
 
 TEST_F(OfflineShowCacheFiles, RunningOfflineNeedsBothTheScriptAndTheShow) {
-    cache.saveShowSnapshot("{\"summary\":{\"id\":\"s1\"}}");
-    EXPECT_FALSE(cache.hasOfflineRuntime());
+    const QByteArray snapshot = "{\"summary\":{\"id\":\"s1\"}}";
+    OfflineShowCache showOnly(temp.filePath("show-only"));
+    showOnly.saveShowSnapshot(snapshot);
+    EXPECT_FALSE(showOnly.hasOfflineRuntime());
     cache.saveHarnessJS("var BridgeEngine = {};", "{}");
+    EXPECT_FALSE(cache.hasOfflineRuntime());
+    cache.saveShowSnapshot(snapshot);
     OfflineShowCache reopened(base());
     EXPECT_TRUE(reopened.hasOfflineRuntime());
-    EXPECT_EQ(reopened.loadShowSnapshot(), "{\"summary\":{\"id\":\"s1\"}}");
+    EXPECT_EQ(reopened.loadShowSnapshot(), snapshot);
 }
 
 TEST_F(OfflineShowCacheFiles, WorkspaceWrittenLaterKeepsTheNewestAndReportsFailures) {
