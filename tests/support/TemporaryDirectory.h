@@ -4,6 +4,7 @@
 #include <QTemporaryDir>
 
 #include <filesystem>
+#include <stdexcept>
 #include <string>
 
 namespace kelvo::test {
@@ -16,7 +17,9 @@ public:
 
 private:
     QTemporaryDir dir_{QDir::tempPath() + QStringLiteral("/kelvo-test-XXXXXX")};
-    std::filesystem::path path_ = dir_.path().toStdString();
+    std::filesystem::path path_ =
+        dir_.isValid() ? dir_.path().toStdString()
+                       : throw std::runtime_error("cannot create a temporary directory");
 };
 
 } // namespace kelvo::test
