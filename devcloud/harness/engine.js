@@ -313,6 +313,12 @@ var BridgeEngine = (function () {
     // of analyses, so a wrong first guess does not hold for seconds.
     var BT_YOUNG_SECONDS = 8;
     var BT_YOUNG_CHANGE_VOTES = 2;
+    // A tempo is established once its comb has read this strong (a steady beat has come in).
+    // Until then it may be an intro's wrong guess (no bass, a riff at 6/5 of the tempo): a
+    // reading that also wins in the slow autocorrelation replaces it after fewer analyses
+    // (about 0.35 s) instead of the 1.5 s an established tempo holds against a new one.
+    var BT_ESTABLISHED_CONFIDENCE = 0.1;
+    var BT_UNSETTLED_CHANGE_VOTES = 4;
     // Half or double the current tempo is the same pulse: it must win this many times longer.
     var BT_OCTAVE_CHANGE_FACTOR = 4;
     var BT_HALF_BEAT_WEIGHT = 0.5;
@@ -405,6 +411,7 @@ var BridgeEngine = (function () {
         this.confidence = 0;
         this.candidate = 0;
         this.candidateVotes = 0;
+        this.tempoConfidence = 0;
         this.nextBeat = -1;
         this.lastBeat = -1;
         this.phaseJumpVotes = 0;
@@ -662,10 +669,12 @@ var BridgeEngine = (function () {
         this.confidence += (confidence - this.confidence) * 0.3;
         if (this.period <= 0) {
             this.period = period;
+            this.tempoConfidence = confidence;
             return;
         }
         if (Math.abs(period - this.period) <= 0.03 * this.period) {
             this.period += (period - this.period) * 0.3;
+            this.tempoConfidence = Math.max(this.tempoConfidence, confidence);
             this.candidateVotes = 0;
             return;
         }
@@ -683,9 +692,12 @@ var BridgeEngine = (function () {
         var ratio = this.candidate / this.period;
         var octave = Math.abs(ratio - 2) <= 0.06 || Math.abs(ratio - 0.5) <= 0.015;
         var needed = this.written * this.hop < BT_YOUNG_SECONDS ? BT_YOUNG_CHANGE_VOTES
-            : octave ? BT_OCTAVE_CHANGE_FACTOR * BT_TEMPO_CHANGE_VOTES : BT_TEMPO_CHANGE_VOTES;
+            : octave ? BT_OCTAVE_CHANGE_FACTOR * BT_TEMPO_CHANGE_VOTES
+            : this.tempoConfidence < BT_ESTABLISHED_CONFIDENCE ? BT_UNSETTLED_CHANGE_VOTES
+            : BT_TEMPO_CHANGE_VOTES;
         if (this.candidateVotes >= needed) {
             this.period = this.candidate;
+            this.tempoConfidence = confidence;
             this.candidateVotes = 0;
         }
     };
