@@ -313,12 +313,12 @@ var BridgeEngine = (function () {
     // of analyses, so a wrong first guess does not hold for seconds.
     var BT_YOUNG_SECONDS = 8;
     var BT_YOUNG_CHANGE_VOTES = 2;
-    // A tempo is established once its comb has read this strong (a steady beat has come in).
-    // Until then it may be an intro's wrong guess (no bass, a riff at 6/5 of the tempo): a
-    // reading that also wins in the slow autocorrelation replaces it after fewer analyses
-    // (about 0.35 s) instead of the 1.5 s an established tempo holds against a new one.
-    var BT_ESTABLISHED_CONFIDENCE = 0.1;
-    var BT_UNSETTLED_CHANGE_VOTES = 4;
+    // A tempo is as established as the strongest comb it has read: an intro without bass may
+    // have given a weak, wrong one (a riff at 5/4 or 6/5 of the tempo). A reading this much
+    // stronger than the current tempo ever was, that also wins in the slow autocorrelation,
+    // replaces it after fewer analyses (about 0.35 s) than the usual 1.5 s.
+    var BT_STRONGER_FACTOR = 1.5;
+    var BT_STRONGER_CHANGE_VOTES = 4;
     // Half or double the current tempo is the same pulse: it must win this many times longer.
     var BT_OCTAVE_CHANGE_FACTOR = 4;
     var BT_HALF_BEAT_WEIGHT = 0.5;
@@ -693,7 +693,7 @@ var BridgeEngine = (function () {
         var octave = Math.abs(ratio - 2) <= 0.06 || Math.abs(ratio - 0.5) <= 0.015;
         var needed = this.written * this.hop < BT_YOUNG_SECONDS ? BT_YOUNG_CHANGE_VOTES
             : octave ? BT_OCTAVE_CHANGE_FACTOR * BT_TEMPO_CHANGE_VOTES
-            : this.tempoConfidence < BT_ESTABLISHED_CONFIDENCE ? BT_UNSETTLED_CHANGE_VOTES
+            : confidence >= BT_STRONGER_FACTOR * this.tempoConfidence ? BT_STRONGER_CHANGE_VOTES
             : BT_TEMPO_CHANGE_VOTES;
         if (this.candidateVotes >= needed) {
             this.period = this.candidate;
