@@ -307,6 +307,8 @@ var BridgeEngine = (function () {
     // Analyses in a row (about 2.7 s) a phase half a beat away must win before the beats move:
     // real music often hits its off-beats as hard as its beats.
     var BT_PHASE_JUMP_VOTES = 32;
+    // ... and also win over four bars: a bar or two of a riff on the off-beat does not move them.
+    var BT_PHASE_CHECK_BEATS = 16;
     // Analyses in a row (about 1.5 s) a new tempo must win before it replaces the current one.
     var BT_TEMPO_CHANGE_VOTES = 16;
     // Until the history spans this long the reading is young: a new tempo wins after a couple
@@ -710,6 +712,19 @@ var BridgeEngine = (function () {
         var b = i + 1 < this.linearLength ? this.linear[i + 1] : a;
         return a * (1 - frac) + b * frac;
     };
+    // The onsets at one offset (in hops before the newest) and whole beats before it, the
+    // recent ones weighted most.
+    BeatTracker.prototype.phaseScore = function (offset, periodHops, newest, beats) {
+        var s = 0;
+        var w = 1;
+        for (var k = 0; k < beats; k++) {
+            var pos = newest - offset - k * periodHops;
+            if (pos < 0) break;
+            s += w * this.odfAt(pos);
+            w *= 0.85;
+        }
+        return s;
+    };
     BeatTracker.prototype.lockPhase = function (n) {
         this.linearLength = n;
         var periodHops = this.period / this.hop;
@@ -717,14 +732,7 @@ var BridgeEngine = (function () {
         var bestOffset = 0;
         var best = -Infinity;
         for (var offset = 0; offset < periodHops; offset += BT_PHASE_STEP) {
-            var s = 0;
-            var w = 1;
-            for (var k = 0; k < BT_PHASE_BEATS; k++) {
-                var pos = newest - offset - k * periodHops;
-                if (pos < 0) break;
-                s += w * this.odfAt(pos);
-                w *= 0.85;
-            }
+            var s = this.phaseScore(offset, periodHops, newest, BT_PHASE_BEATS);
             if (s > best) {
                 best = s;
                 bestOffset = offset;
@@ -742,6 +750,14 @@ var BridgeEngine = (function () {
         var error = next - this.nextBeat;
         error -= Math.round(error / this.period) * this.period;
         if (Math.abs(error) > BT_PHASE_JUMP * this.period) {
+            // The new phase must also win over four bars, or the beats stay where they are.
+            var current = (this.clock - this.nextBeat) / this.hop - BT_LATENCY_HOPS;
+            current -= Math.floor(current / periodHops) * periodHops;
+            if (this.phaseScore(bestOffset, periodHops, newest, BT_PHASE_CHECK_BEATS) <
+                this.phaseScore(current, periodHops, newest, BT_PHASE_CHECK_BEATS)) {
+                this.phaseJumpVotes = 0;
+                return;
+            }
             this.phaseJumpVotes += 1;
             if (this.phaseJumpVotes < BT_PHASE_JUMP_VOTES) return;
         }
