@@ -307,12 +307,20 @@ var BridgeEngine = (function () {
     // Analyses in a row (about 2.7 s) a phase half a beat away must win before the beats move:
     // real music often hits its off-beats as hard as its beats.
     var BT_PHASE_JUMP_VOTES = 32;
+    // ... and also win over four bars: a bar or two of a riff on the off-beat does not move them.
+    var BT_PHASE_CHECK_BEATS = 16;
     // Analyses in a row (about 1.5 s) a new tempo must win before it replaces the current one.
     var BT_TEMPO_CHANGE_VOTES = 16;
     // Until the history spans this long the reading is young: a new tempo wins after a couple
     // of analyses, so a wrong first guess does not hold for seconds.
     var BT_YOUNG_SECONDS = 8;
     var BT_YOUNG_CHANGE_VOTES = 2;
+    // A tempo is as established as the strongest comb it has read: an intro without bass may
+    // have given a weak, wrong one (a riff at 5/4 or 6/5 of the tempo). A reading this much
+    // stronger than the current tempo ever was, that also wins in the slow autocorrelation,
+    // replaces it after fewer analyses (about 0.35 s) than the usual 1.5 s.
+    var BT_STRONGER_FACTOR = 1.5;
+    var BT_STRONGER_CHANGE_VOTES = 4;
     // Half or double the current tempo is the same pulse: it must win this many times longer.
     var BT_OCTAVE_CHANGE_FACTOR = 4;
     var BT_HALF_BEAT_WEIGHT = 0.5;
@@ -405,6 +413,7 @@ var BridgeEngine = (function () {
         this.confidence = 0;
         this.candidate = 0;
         this.candidateVotes = 0;
+        this.tempoConfidence = 0;
         this.nextBeat = -1;
         this.lastBeat = -1;
         this.phaseJumpVotes = 0;
@@ -662,10 +671,12 @@ var BridgeEngine = (function () {
         this.confidence += (confidence - this.confidence) * 0.3;
         if (this.period <= 0) {
             this.period = period;
+            this.tempoConfidence = confidence;
             return;
         }
         if (Math.abs(period - this.period) <= 0.03 * this.period) {
             this.period += (period - this.period) * 0.3;
+            this.tempoConfidence = Math.max(this.tempoConfidence, confidence);
             this.candidateVotes = 0;
             return;
         }
@@ -683,9 +694,12 @@ var BridgeEngine = (function () {
         var ratio = this.candidate / this.period;
         var octave = Math.abs(ratio - 2) <= 0.06 || Math.abs(ratio - 0.5) <= 0.015;
         var needed = this.written * this.hop < BT_YOUNG_SECONDS ? BT_YOUNG_CHANGE_VOTES
-            : octave ? BT_OCTAVE_CHANGE_FACTOR * BT_TEMPO_CHANGE_VOTES : BT_TEMPO_CHANGE_VOTES;
+            : octave ? BT_OCTAVE_CHANGE_FACTOR * BT_TEMPO_CHANGE_VOTES
+            : confidence >= BT_STRONGER_FACTOR * this.tempoConfidence ? BT_STRONGER_CHANGE_VOTES
+            : BT_TEMPO_CHANGE_VOTES;
         if (this.candidateVotes >= needed) {
             this.period = this.candidate;
+            this.tempoConfidence = confidence;
             this.candidateVotes = 0;
         }
     };
@@ -698,6 +712,19 @@ var BridgeEngine = (function () {
         var b = i + 1 < this.linearLength ? this.linear[i + 1] : a;
         return a * (1 - frac) + b * frac;
     };
+    // The onsets at one offset (in hops before the newest) and whole beats before it, the
+    // recent ones weighted most.
+    BeatTracker.prototype.phaseScore = function (offset, periodHops, newest, beats) {
+        var s = 0;
+        var w = 1;
+        for (var k = 0; k < beats; k++) {
+            var pos = newest - offset - k * periodHops;
+            if (pos < 0) break;
+            s += w * this.odfAt(pos);
+            w *= 0.85;
+        }
+        return s;
+    };
     BeatTracker.prototype.lockPhase = function (n) {
         this.linearLength = n;
         var periodHops = this.period / this.hop;
@@ -705,14 +732,7 @@ var BridgeEngine = (function () {
         var bestOffset = 0;
         var best = -Infinity;
         for (var offset = 0; offset < periodHops; offset += BT_PHASE_STEP) {
-            var s = 0;
-            var w = 1;
-            for (var k = 0; k < BT_PHASE_BEATS; k++) {
-                var pos = newest - offset - k * periodHops;
-                if (pos < 0) break;
-                s += w * this.odfAt(pos);
-                w *= 0.85;
-            }
+            var s = this.phaseScore(offset, periodHops, newest, BT_PHASE_BEATS);
             if (s > best) {
                 best = s;
                 bestOffset = offset;
@@ -730,6 +750,14 @@ var BridgeEngine = (function () {
         var error = next - this.nextBeat;
         error -= Math.round(error / this.period) * this.period;
         if (Math.abs(error) > BT_PHASE_JUMP * this.period) {
+            // The new phase must also win over four bars, or the beats stay where they are.
+            var current = (this.clock - this.nextBeat) / this.hop - BT_LATENCY_HOPS;
+            current -= Math.floor(current / periodHops) * periodHops;
+            if (this.phaseScore(bestOffset, periodHops, newest, BT_PHASE_CHECK_BEATS) <
+                this.phaseScore(current, periodHops, newest, BT_PHASE_CHECK_BEATS)) {
+                this.phaseJumpVotes = 0;
+                return;
+            }
             this.phaseJumpVotes += 1;
             if (this.phaseJumpVotes < BT_PHASE_JUMP_VOTES) return;
         }

@@ -10,8 +10,8 @@
 //   kelvo-beat-compare --trace FILE.wav
 //
 // --trace runs only the harness on a recording and prints, one a line, "beat T" for each beat,
-// "bpm T BPM" every quarter second and "drop T" where the drop detector fires; the real-music
-// comparison (real-music.py beside this file) reads it.
+// "bpm T BPM CONFIDENCE" every quarter second and "drop T" where the drop detector fires; the
+// real-music comparison (real-music.py beside this file) reads it.
 //
 // Without --check the real recordings follow (real-music.py beside this file, with mir_eval).
 // With --check the exit status is 1 when the harness is less accurate than aubio's best on any
@@ -168,7 +168,7 @@ int traceRecording(const std::string& path, const std::string& harness) {
             std::printf("beat %.4f\n", t);
         }
         if (t >= nextTempo) {
-            std::printf("bpm %.3f %.3f\n", t, beat.bpm);
+            std::printf("bpm %.3f %.3f %.3f\n", t, beat.bpm, beat.confidence);
             nextTempo += 0.25;
         }
         if (beat.drop >= 1 && !dropping) {
