@@ -1,6 +1,8 @@
 #include "support/AppModelRig.h"
 #include "support/QtEventLoop.h"
 
+#include <QMetaProperty>
+
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -10,6 +12,34 @@ namespace kelvo {
 namespace {
 
 using nlohmann::json;
+
+/// Counts the NOTIFY signals of every property of an object, by property name.
+class NotifyCounter : public QObject {
+    Q_OBJECT
+public:
+    explicit NotifyCounter(QObject& watched) : meta_(*watched.metaObject()) {
+        const QMetaMethod slot = metaObject()->method(metaObject()->indexOfSlot("notified()"));
+        for (int i = meta_.propertyOffset(); i < meta_.propertyCount(); ++i)
+            if (meta_.property(i).hasNotifySignal())
+                connect(&watched, meta_.property(i).notifySignal(), this, slot,
+                        Qt::UniqueConnection);
+    }
+    /// Property name → notifications since the last call.
+    std::map<std::string, int> take() {
+        std::map<std::string, int> counts;
+        for (const int signal : std::exchange(signals_, {}))
+            for (int i = meta_.propertyOffset(); i < meta_.propertyCount(); ++i)
+                if (meta_.property(i).notifySignalIndex() == signal)
+                    ++counts[meta_.property(i).name()];
+        return counts;
+    }
+public slots:
+    void notified() { signals_.push_back(senderSignalIndex()); }
+
+private:
+    const QMetaObject& meta_;
+    std::vector<int> signals_;
+};
 
 class AppModelTest : public testing::Test, protected test::AppModelRig {
 protected:
@@ -153,5 +183,52 @@ TEST_F(AppModelTest, SelectionsAndOutputSwitchesSurviveARestart) {
     })) << "the restored mode goes to the engine";
 }
 
+TEST_F(AppModelTest, PropertiesNotifyOnceOnAChangeAndNeverOnARepeat) {
+    seedCache();
+    makeCache()->saveWorkspaceUI(
+        {.shows = {{"s1", "Club", true, false}},
+         .selectedShowId = "s1",
+         .lightingModes = {{"m1", "pulse", "Pulse", "general", 0, true, {}, {}}},
+         .selectedModeId = "pulse",
+         .themes = {{"Ice", {{0, 0, 1}}, {}, false, false}},
+         .selectedThemeName = "Ice"});
+    auto model = makeModel();
+    NotifyCounter counter(*model);
+    model->bootstrap();
+    model->beginForcedDrop(DropHoldSource::pointer);
+    counter.take();
+
+    // The same values again, through every path that can set them.
+    model->restoreWorkspaceUIFromCache();
+    model->replaceRoutes(model->routes());
+    model->setArtNetHost(" 127.0.0.1 ");
+    model->setEnttecEnabled(model->enttecEnabled());
+    model->setDesk(model->desk());
+    model->setDeskLevel(0, 0.0);
+    model->applyLiveControlState({{"mode", "pulse"}, {"theme_name", "Ice"}});
+    model->selectLightingBlend({"pulse", std::nullopt, 0.0});
+    model->selectTheme("Ice");
+    model->beginForcedDrop(DropHoldSource::keyboard);
+    EXPECT_EQ(counter.take(), (std::map<std::string, int>{})) << "a repeat notifies nothing";
+
+    // Each real change notifies its own property once.
+    model->changeRouteDestination(1, UniverseRoute::Destination::artnet(3));
+    model->setDeskLevel(2, 0.5);
+    model->setArtNetHost("10.0.0.9");
+    model->applyLiveControlState({{"mode", "chase"}, {"mode_lerp", 0.25}, {"theme_name", "Ice"}});
+    model->endForcedDrop(DropHoldSource::pointer);
+    model->endForcedDrop(DropHoldSource::keyboard);
+    // The route of the desk's universe changed, so the desk's route line did too.
+    EXPECT_EQ(counter.take(), (std::map<std::string, int>{{"routes", 1},
+                                                          {"deskRouteLine", 1},
+                                                          {"deskLevels", 1},
+                                                          {"artnetHost", 1},
+                                                          {"selectedModeId", 1},
+                                                          {"selectedModeLerp", 1},
+                                                          {"isDropHeld", 1}}));
+}
+
 } // namespace
 } // namespace kelvo
+
+#include "AppModelTest.moc"

@@ -1,4 +1,5 @@
 #include "Audio/Recording/AudioRecordingController.h"
+#include "Audio/Recording/WAVRecordingFile.h"
 
 #include "support/FileBytes.h"
 #include "support/QtEventLoop.h"
@@ -45,6 +46,19 @@ TEST_F(AudioRecordingControllerTest, StartFailuresAreExplained) {
     EXPECT_FALSE(controller.startedAt().has_value());
     EXPECT_EQ(controller.errorMessage(),
               QStringLiteral("Could not start recording: Not a directory"));
+}
+
+TEST_F(AudioRecordingControllerTest, ALastPartThatCannotBeClosedIsShownAfterStop) {
+    controller.start(48000, 2, dir.path());
+    ASSERT_TRUE(test::pumpUntil([&] { return controller.firstFile().has_value(); }));
+    // Its side file cannot be removed: a non-empty folder stands in its place.
+    const auto side = WAVRecordingFile::recoveryURLFor(*controller.firstFile());
+    std::filesystem::remove(side);
+    std::filesystem::create_directories(side / "x");
+    controller.stop();
+    ASSERT_TRUE(test::pumpUntil([&] { return controller.errorMessage().has_value(); }));
+    EXPECT_EQ(controller.errorMessage(), QStringLiteral("Recording stopped: Is a directory"));
+    EXPECT_FALSE(controller.message().has_value()) << "nothing claims it was saved";
 }
 
 TEST_F(AudioRecordingControllerTest, AWriterFailureStopsTheRecordingUnlessItIsAnEarlierOnes) {

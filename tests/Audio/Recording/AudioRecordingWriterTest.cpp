@@ -7,9 +7,13 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstring>
 #include <ctime>
 #include <future>
 #include <mutex>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 namespace kelvo {
 namespace {
@@ -106,6 +110,31 @@ TEST(AudioRecordingWriter, StopsOnceWithTheOverloadTextWhenTheDiskFallsBehind) {
     const auto b = onlyFileIn(dir);
     EXPECT_EQ(u32At(b, 40), 417u * 4800 * 6);
     EXPECT_EQ(b.size(), 44u + 417u * 4800 * 6);
+}
+
+TEST(AudioRecordingWriter, AFileSizeLimitEndsTheRecordingWithItsTextNotTheProcess) {
+    TemporaryDirectory dir;
+    const pid_t child = ::fork();
+    if (child == 0) {
+        const rlimit limit{200000, 200000};
+        ::setrlimit(RLIMIT_FSIZE, &limit);
+        AudioRecordingWriter writer;
+        Failures failures;
+        startAndWait(writer, 2, dir.path(), &failures);
+        for (int i = 0; i < 10; ++i) {
+            capture(writer, std::vector<float>(2 * 4800, 0.25f), 2);
+            writer.waitUntilIdle();
+        }
+        ::_exit(failures == Failures{std::strerror(EFBIG)} ? 0 : 1);
+    }
+    int status = 0;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+    // Closed on failure: the header counts whole frames, those written before the refusal.
+    const auto b = onlyFileIn(dir);
+    EXPECT_GT(u32At(b, 40), 100000u);
+    EXPECT_LE(u32At(b, 40) + 44, b.size());
+    EXPECT_EQ(u32At(b, 40) % 6, 0u);
 }
 
 TEST(AudioRecordingWriter, AtQuitTheDiskIsWaitedForOnlyUntilTheLimitAndNothingGoesUncounted) {
