@@ -11,6 +11,7 @@
 #include <csignal>
 #include <fstream>
 #include <numeric>
+#include <sstream>
 #include <thread>
 
 namespace kelvo {
@@ -110,6 +111,48 @@ TEST_F(BridgeEndToEnd, ArtDmxFollowsTheBeatAndSigtermLeavesAFinishedRecording) {
     EXPECT_EQ(wav.format, SF_FORMAT_WAV | SF_FORMAT_PCM_24) << files.front();
     EXPECT_GE(double(wav.frames) / wav.sampleRate, 10.0) << "most of 14 s, start-up aside";
     EXPECT_NE(log().find("Recording saved in Downloads."), std::string::npos);
+}
+
+TEST_F(BridgeEndToEnd, TheRecordingFolderIsSyncedAfterEachChangeAndAClosedStdoutEndsNothing) {
+    // Observed, not timed: the recording thread's calls under strace (-y names each descriptor's
+    // file). The status lines go into a pipe whose reader has exited; the pipeline fails with
+    // the bridge.
+    const auto traces = dir / "traces";
+    std::filesystem::create_directories(traces);
+    const std::string strace = "strace -ff -qq -y -o '" + (traces / "trace").string() +
+                               "' -e trace=openat,fsync,fdatasync,rename,renameat2,unlink,unlinkat";
+    ASSERT_EQ(run({"/bin/bash", "-c", "set -o pipefail; " + strace + " \"$@\" | true", "bash",
+                   KELVO_BRIDGE, "--headless", "--audio-file", track, "--artnet", "off", "--enttec",
+                   "off", "--record", "--run-seconds", "2.5"}),
+              0)
+        << log();
+    std::string recordingThread;
+    for (const auto& entry : std::filesystem::directory_iterator(traces))
+        if (const std::string calls = readText(entry.path());
+            calls.find(".wav\", O_WRONLY|O_CREAT") != std::string::npos)
+            recordingThread = calls;
+
+    const std::string folder = "<" + std::filesystem::canonical(downloads).string() + ">)";
+    std::vector<std::pair<std::string, bool>> changes; // each needs the folder synced after it
+    std::istringstream trace(recordingThread);
+    for (std::string call; std::getline(trace, call);) {
+        const auto has = [&](const std::string& text) {
+            return call.find(text) != std::string::npos;
+        };
+        if (has("sync(") && has(folder) && call.ends_with("= 0")) {
+            for (auto& change : changes)
+                change.second = true;
+        } else if (has("openat(") && has(".wav\", O_WRONLY|O_CREAT") && !has("= -1")) {
+            changes.emplace_back("the part's creation", false);
+        } else if (has("rename") && has(".recovery.json") && call.ends_with("= 0")) {
+            changes.emplace_back("the side file's placing", false);
+        } else if (has("unlink") && has(".recovery.json") && call.ends_with("= 0")) {
+            changes.emplace_back("the side file's removal", false);
+        }
+    }
+    ASSERT_EQ(changes.size(), 3u) << log() << recordingThread;
+    for (const auto& [what, synced] : changes)
+        EXPECT_TRUE(synced) << "the folder is not synced after " << what;
 }
 
 } // namespace
