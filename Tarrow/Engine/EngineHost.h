@@ -78,12 +78,19 @@ public:
     /// Loads the harness. One that runs out of time at load is not used: the built-in engine is
     /// loaded instead and false returned.
     bool loadHarness(std::string_view source);
-    /// Compiles the harness in a context of its own while the running one keeps stepping; it
+    /// Builds the harness in a context of its own while the running one keeps stepping; it
     /// takes over at the next staged show's switch, or at `installStagedHarness`. A show staged
-    /// meanwhile is built by it.
+    /// meanwhile is built by it. False when it ran out of time (the built-in one is staged).
     bool stageHarness(std::string_view source);
+    /// The same build in pieces short enough for the gaps between ticks: `beginHarness` drops
+    /// any other build and touches no script; each `continueHarness` runs one piece and says
+    /// whether the build is complete. Only a complete build is staged.
+    std::uint64_t beginHarness(std::string_view source);
+    bool continueHarness();
+    /// Drops the build, unless it is complete or another one replaced it.
+    void abandonHarness(std::uint64_t build);
     void installStagedHarness();
-    bool hasStagedHarness() const { return stagedHarness_ != nullptr; }
+    bool hasStagedHarness() const;
     void loadCachedShow(std::string_view subsetJSON);
     /// Builds the show subset in the script, loads it and applies fixture options and control
     /// state; the subset as UTF-8 JSON for the cache, or nullopt.
@@ -168,9 +175,11 @@ private:
     struct Names;
     struct Scripts;
 
+    enum class BuildStep;
     struct CompiledHarness;
-    /// Compiles within the load limit; without a context when the script ran out of time.
-    std::unique_ptr<CompiledHarness> compileHarness(std::string_view source);
+    /// One piece of a build, within the load limit.
+    void buildStep(CompiledHarness& build);
+    void dropStagedShow();
     /// Where a show is staged: the staged harness when one waits, else the running one.
     script::ScriptContext* stagingContext();
     Scripts& stagingScripts();

@@ -101,13 +101,21 @@ QCoro::Task<> ShowDownload::fetchShowAndHarness(BridgeAPIClient client, std::str
     if (!harness && !engine_.hasContext())
         harness = harnessBefore;
 
-    // Compiling a new engine cannot be split: it gets a slot of its own, right after a tick,
-    // in a context of its own while the running engine keeps stepping. The new engine takes
-    // over together with its show; an unchanged engine keeps its tempo lock across a reconnect.
+    // A new engine is built in a context of its own, one piece per slot right after a tick,
+    // while the running engine keeps stepping. It takes over together with its show; an
+    // unchanged engine keeps its tempo lock across a reconnect.
     if (harness) {
-        QCoro::Task<> compileSlot = mainThreadSlot(cancel);
-        co_await std::move(compileSlot);
-        engine_.stageHarness(view(*harness));
+        const std::uint64_t build = engine_.beginHarness(view(*harness));
+        try {
+            do {
+                QCoro::Task<> buildSlot = mainThreadSlot(cancel);
+                co_await std::move(buildSlot);
+                cancel.throwIfCancelled();
+            } while (!engine_.continueHarness());
+        } catch (const FlowCancelled&) {
+            engine_.abandonHarness(build); // never a half-built engine left behind
+            throw;
+        }
     }
     QCoro::Task<> showSlot = mainThreadSlot(cancel);
     co_await std::move(showSlot);

@@ -197,6 +197,32 @@ TEST_F(RecordingHost, AStagedHarnessTakesOverTogetherWithItsShow) {
     EXPECT_EQ(loggedCalls(host, "step").size(), 1u) << "a fresh engine: the old one's log is gone";
 }
 
+TEST_F(RecordingHost, AHarnessBuiltInPiecesIsStagedOnlyWhenCompleteAndAnAbandonedOneLeavesNothing) {
+    loadShow({{"name", "Old"}, {"result", {{"dmx", {{"1", {1}}}}}}});
+    const std::uint64_t replaced = host.beginHarness(testHarness());
+    ASSERT_FALSE(host.continueHarness());
+    const std::uint64_t newer = host.beginHarness(testHarness());
+    host.abandonHarness(replaced); // the replaced download's cancellation arrives late
+    int pieces = 1;
+    for (; !host.continueHarness(); ++pieces) {
+        EXPECT_FALSE(host.hasStagedHarness());
+        EXPECT_EQ(host.step("{}", 1.0 / 60, false), (DmxFrame{{1, {1}}}))
+            << "the old engine steps on";
+    }
+    EXPECT_EQ(pieces, 4);
+    host.abandonHarness(newer);
+    EXPECT_TRUE(host.hasStagedHarness()) << "a complete build waits for its show";
+
+    const std::uint64_t cancelled = host.beginHarness(testHarness());
+    host.continueHarness();
+    host.continueHarness();
+    host.abandonHarness(cancelled);
+    EXPECT_TRUE(host.continueHarness());
+    host.installStagedHarness();
+    EXPECT_FALSE(host.hasStagedHarness());
+    EXPECT_EQ(host.step("{}", 1.0 / 60, false), (DmxFrame{{1, {1}}})) << "nothing half-built runs";
+}
+
 TEST_F(RecordingHost, ApplyControlMapRules) {
     loadShow({{"result", json::object()}});
     host.applyControl({.modeId = ""});
