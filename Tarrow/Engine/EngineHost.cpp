@@ -484,6 +484,7 @@ EngineHost::StagedShow EngineHost::stageShow(const ShowTexts& texts) {
     stagingScripts().stagedSubset = ProtectedValue(subset);
     static std::uint64_t lastStage = 0;
     stagedShowId_ = ++lastStage;
+    stagedPiecesLoaded_ = 0;
     return {stagedShowId_};
 }
 
@@ -500,6 +501,7 @@ bool EngineHost::switchToStagedShow(StagedShow staged, const ShowTexts& texts,
                                     std::map<std::string, std::pair<double, double>> positions) {
     if (staged.id == 0 || staged.id != stagedShowId_)
         return false;
+    const int loadedAhead = stagedPiecesLoaded_;
     installStagedHarness(); // the show was built by it: both switch together
     const Value session = readySession();
     if (!session.isPresent())
@@ -507,9 +509,10 @@ bool EngineHost::switchToStagedShow(StagedShow staged, const ShowTexts& texts,
     const Value subset = scripts_->stagedSubset.view();
     {
         const LoadTimeLimit limit(*context_, limits_);
-        session.call(names_->loadShow, {subset});
+        if (loadedAhead < 1)
+            session.call(names_->loadShow, {subset});
         // A script that ran out of time above is left alone; these become no-ops.
-        if (!texts.fixtureOptionsJSON.empty())
+        if (!texts.fixtureOptionsJSON.empty() && loadedAhead < 2)
             if (const Value ready = readySession(); ready.isPresent())
                 ready.call(names_->applyFixtureOptions,
                            {context_->parseJSON(texts.fixtureOptionsJSON)});
@@ -519,6 +522,25 @@ bool EngineHost::switchToStagedShow(StagedShow staged, const ShowTexts& texts,
     scripts_->stagedSubset = ProtectedValue();
     stagedShowId_ = 0;
     return true;
+}
+
+bool EngineHost::canLoadStagedShowAhead(StagedShow staged) const {
+    return staged.id != 0 && staged.id == stagedShowId_ && hasStagedHarness() &&
+           stagedHarness_->context && !stagedHarness_->context->isSuspended() &&
+           stagedPiecesLoaded_ < 2;
+}
+
+void EngineHost::loadStagedShowAhead(StagedShow staged, const ShowTexts& texts) {
+    if (!canLoadStagedShowAhead(staged))
+        return;
+    ScriptContext& context = *stagedHarness_->context;
+    const Scripts& scripts = stagedHarness_->scripts;
+    const LoadTimeLimit limit(context, limits_);
+    if (stagedPiecesLoaded_++ == 0)
+        scripts.session.view().call(names_->loadShow, {scripts.stagedSubset.view()});
+    else if (!texts.fixtureOptionsJSON.empty())
+        scripts.session.view().call(names_->applyFixtureOptions,
+                                    {context.parseJSON(texts.fixtureOptionsJSON)});
 }
 
 void EngineHost::applyFixtureOptions(const nlohmann::json& fixtures) {

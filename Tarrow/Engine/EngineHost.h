@@ -118,6 +118,11 @@ public:
     /// Switches to the staged show; false when it is no longer staged or the script may not run.
     bool switchToStagedShow(StagedShow staged, const ShowTexts& texts,
                             std::map<std::string, std::pair<double, double>> positions);
+    /// A show staged in a new engine, whose session nothing steps yet, may take its show and
+    /// then its fixture options there ahead of the switch, one piece per call (cold code in a
+    /// fresh context runs slowest); the switch then only adds the control state and installs.
+    bool canLoadStagedShowAhead(StagedShow staged) const;
+    void loadStagedShowAhead(StagedShow staged, const ShowTexts& texts);
     void applyControl(const EngineControl& control);
     void applyFixtureOptions(const nlohmann::json& fixtures);
     bool hasRealizedShow();
@@ -212,6 +217,7 @@ private:
     std::vector<ThemePaletteColor> liveScheme_;
     std::map<std::string, std::pair<double, double>> fixturePositions_;
     std::uint64_t stagedShowId_ = 0; // the subset held in Scripts::stagedSubset
+    int stagedPiecesLoaded_ = 0;     // of it, in a new engine ahead of the switch
     std::unique_ptr<CompiledHarness> stagedHarness_;
     std::unique_ptr<const Names> names_;
 };

@@ -62,6 +62,12 @@ ShowRealisation::realise(nlohmann::json activeShow, nlohmann::json controlState,
         Positions positions = co_await std::move(reading);
         superseded.throwIfCancelled();
 
+        while (engine_.canLoadStagedShowAhead(staged)) {
+            QCoro::Task<> aheadSlot = slot(superseded);
+            co_await std::move(aheadSlot);
+            engine_.loadStagedShowAhead(staged, texts);
+        }
+
         QCoro::Task<> switchSlot = slot(superseded);
         co_await std::move(switchSlot);
         const bool switched = engine_.switchToStagedShow(staged, texts, std::move(positions));

@@ -20,7 +20,9 @@ class TickSlots;
 /// outside data is turned into text on a worker, and each piece that must use the engine
 /// (building the subset, serialising it, the switch) waits for its own slot right after a tick.
 /// The running show keeps stepping until the switch, which loads the new show with its fixture
-/// options and control state in one slot: the lights never see half of it.
+/// options and control state in one slot: the lights never see half of it. A new engine's session
+/// is not stepped before the switch, so it takes the show and the fixture options ahead, in
+/// slots of their own.
 class ShowRealisation {
 public:
     /// Without `tickSlots` the pieces run at once; without `context` the worker's part too.

@@ -190,11 +190,17 @@ TEST_F(RecordingHost, AStagedHarnessTakesOverTogetherWithItsShow) {
     const json show = {{"name", "New"}, {"result", {{"dmx", {{"1", {2}}}}}}};
     const EngineHost::ShowTexts texts = EngineHost::showTexts(show, json::object());
     const EngineHost::StagedShow staged = host.stageShow(texts);
-    EXPECT_EQ(host.step("{}", 1.0 / 60, false), (DmxFrame{{1, {1}}})) << "the old engine steps on";
+    for (int ahead = 0; host.canLoadStagedShowAhead(staged); ++ahead) {
+        ASSERT_LT(ahead, 2);
+        host.loadStagedShowAhead(staged, texts);
+        EXPECT_EQ(host.step("{}", 1.0 / 60, false), (DmxFrame{{1, {1}}}))
+            << "the old engine steps on";
+    }
     ASSERT_TRUE(host.switchToStagedShow(staged, texts, {}));
     EXPECT_FALSE(host.hasStagedHarness());
     EXPECT_EQ(host.step("{}", 1.0 / 60, false), (DmxFrame{{1, {2}}}));
     EXPECT_EQ(loggedCalls(host, "step").size(), 1u) << "a fresh engine: the old one's log is gone";
+    EXPECT_EQ(loggedCalls(host, "loadShow").size(), 1u) << "loaded ahead, not again at the switch";
 }
 
 TEST_F(RecordingHost, AHarnessBuiltInPiecesIsStagedOnlyWhenCompleteAndAnAbandonedOneLeavesNothing) {
