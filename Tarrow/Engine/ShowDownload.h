@@ -1,7 +1,7 @@
 #pragma once
 
-#include "Cloud/BackgroundWork.h"
 #include "Cloud/BridgeAPIClient.h"
+#include "Cloud/SlottedWork.h"
 #include "Engine/HarnessLoader.h"
 #include "Show/ShowOptions.h"
 #include "Show/ShowPatch.h"
@@ -70,10 +70,6 @@ public:
     QCoro::Task<> applyPushedBootstrap(QByteArray bytes, CancellationToken cancel);
 
 private:
-    /// Runs `work` on the worker when there is a context to come back to, else at once.
-    template <typename T> QCoro::Task<T> offMainThread(std::function<T()> work);
-    /// Waits for the next slot after a tick (none without slots).
-    QCoro::Task<> mainThreadSlot(const CancellationToken& cancel);
     QCoro::Task<> runPrefetch(BridgeAPIClient client, std::map<std::string, std::int64_t> revisions,
                               std::string token, std::shared_ptr<CancellationSource> flow);
 
@@ -82,9 +78,8 @@ private:
     ShowDownloadTarget& target_;
     CacheWriter* writer_;
     QObject* context_;
-    TickSlots* slots_;
     HarnessLoader loader_;
-    BackgroundWork work_;
+    SlottedWork work_;
     std::shared_ptr<CancellationSource> prefetch_;
 };
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "Cloud/BackgroundWork.h"
 #include "Cloud/Cancellation.h"
+#include "Cloud/SlottedWork.h"
 
 #include <nlohmann/json.hpp>
 
@@ -42,13 +42,8 @@ public:
     bool isRealising() const { return current_ != nullptr; }
 
 private:
-    template <typename T> QCoro::Task<T> offMainThread(std::function<T()> work);
-    QCoro::Task<> slot(const CancellationToken& cancel);
-
     EngineHost& engine_;
-    TickSlots* slots_;
-    QObject* context_;
-    BackgroundWork work_;
+    SlottedWork work_;
     std::shared_ptr<CancellationSource> current_; // the newest realisation's
 };
 
