@@ -295,6 +295,10 @@ void EngineHost::installStagedHarness() {
     context_ = std::move(compiled->context);
     retryAt_.reset();
     retryDelay_ = firstRetryDelay;
+    // One that ran out of time while staged (loading its show ahead) is left alone, then retried.
+    const bool timedOut = context_ && context_->isSuspended();
+    if (timedOut)
+        retryAt_ = clock_->now() + retryDelay_;
     classicalClock_ = 0;
     lastNormalizedBands_ = {};
     lastBeat_ = {};
@@ -304,7 +308,8 @@ void EngineHost::installStagedHarness() {
     dropArmed_ = false;
     automaticDropCount_ = 0;
     recentDrops_.clear();
-    setFaults(std::nullopt, compiled->loadFault);
+    setFaults(timedOut ? std::optional(EngineScriptFault::stoppedResponding) : std::nullopt,
+              compiled->loadFault);
 }
 
 void EngineHost::buildStep(CompiledHarness& build) {

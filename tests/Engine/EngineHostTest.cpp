@@ -377,6 +377,24 @@ TEST(EngineHostTimeLimit, ScriptThatRunsOutOfTimeIsLeftAloneThenRetried) {
     }
 }
 
+TEST(EngineHostTimeLimit, ANewEngineThatHangsLoadingItsShowAheadIsRetriedAfterTakingOver) {
+    using namespace std::chrono_literals;
+    const auto clock = std::make_shared<ManualMonotonicClock>();
+    EngineHost host(clock, {.call = 5ms, .load = 5ms});
+    host.loadHarness(testHarness());
+    ASSERT_TRUE(host.stageHarness(testHarness()));
+    const auto texts = EngineHost::showTexts({{"name", "Spins"}}, json::object());
+    const EngineHost::StagedShow staged = host.stageShow(texts);
+    ASSERT_TRUE(host.canLoadStagedShowAhead(staged));
+    host.loadStagedShowAhead(staged, texts);
+    EXPECT_FALSE(host.canLoadStagedShowAhead(staged));
+    EXPECT_FALSE(host.switchToStagedShow(staged, texts, {}));
+    EXPECT_EQ(host.fault(), EngineScriptFault::stoppedResponding);
+    clock->advance(1s);
+    host.loadShow({{"name", "Fine"}, {"result", {{"dmx", {{"1", {4}}}}}}}, json::object());
+    EXPECT_EQ(host.step("{}", 0.016, false), (DmxFrame{{1, {4}}})) << "retried, not stuck";
+}
+
 TEST(EngineHostTimeLimit, HarnessThatHangsAtLoadGivesWayToTheBuiltInEngine) {
     using namespace std::chrono_literals;
     EngineHost host(std::make_shared<SteadyMonotonicClock>(), {.load = 100ms});
