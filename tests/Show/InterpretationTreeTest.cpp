@@ -43,13 +43,7 @@ TEST(InterpretationTree, DefaultsSkippedKindsAndRowMerging) {
     // ["b","a"], ["a","b"] and ["a","b",3] (the number dropped) share one fixture set.
     EXPECT_EQ(rows[1].fixtureLabel, "Wash");
     EXPECT_EQ(rows[1].fixtureIds, (std::vector<std::string>{"b", "a"}));
-    EXPECT_EQ(rows[1].fixtureKey(), "a\nb");
     EXPECT_EQ(rows[1].label(), "Chase + Hue + (unnamed)");
-    EXPECT_EQ(rows[1].id(), "a\nb\x1f"
-                            "Chase + Hue + (unnamed)");
-    EXPECT_EQ(
-        rows[1].partsIn("Animation"),
-        (std::vector<InterpretationLabelPart>{{"Chase", "Animation"}, {"(unnamed)", "Animation"}}));
     EXPECT_EQ(rows[1].partsIn("Color"), (std::vector<InterpretationLabelPart>{{"Hue", "Color"}}));
 }
 

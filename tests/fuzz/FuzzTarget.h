@@ -5,7 +5,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
-#include <span>
 #include <string_view>
 
 namespace kelvo::fuzz {
@@ -15,16 +14,15 @@ inline void require(bool holds) {
         std::abort();
 }
 
-inline std::span<const std::uint8_t> bytesOf(std::string_view input) {
-    return {reinterpret_cast<const std::uint8_t*>(input.data()), input.size()};
-}
-
 } // namespace kelvo::fuzz
 
+// The body is defined in kelvo::fuzz, so it names the project's types and `require` unqualified.
 #define KELVO_FUZZ_TARGET(input)                                                                   \
+    namespace kelvo::fuzz {                                                                        \
     static void fuzzOne(std::string_view input);                                                   \
+    }                                                                                              \
     extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {            \
-        fuzzOne({reinterpret_cast<const char*>(data), size});                                      \
+        kelvo::fuzz::fuzzOne({reinterpret_cast<const char*>(data), size});                         \
         return 0;                                                                                  \
     }                                                                                              \
-    static void fuzzOne(std::string_view input)
+    void kelvo::fuzz::fuzzOne(std::string_view input)

@@ -3,11 +3,8 @@
 #include "DMX/ArtNetPollReplyParser.h"
 #include "FuzzTarget.h"
 
-using namespace kelvo;
-using fuzz::require;
-
 KELVO_FUZZ_TARGET(input) {
-    const auto bytes = fuzz::bytesOf(input);
+    const std::span bytes(reinterpret_cast<const std::uint8_t*>(input.data()), input.size());
     if (const auto node = ArtNetPollReplyParser::parse(bytes)) {
         require(input.size() >= ArtNetPollReplyParser::minimumReplySize);
         require(node->outputUniverses.size() <= 4 &&

@@ -3,9 +3,6 @@
 #include "FuzzTarget.h"
 #include "Show/BootstrapViewData.h"
 
-using namespace kelvo;
-using fuzz::require;
-
 KELVO_FUZZ_TARGET(input) {
     nlohmann::json document;
     try {

@@ -9,7 +9,6 @@
 #include "FuzzTarget.h"
 
 using namespace kelvo;
-using fuzz::require;
 
 namespace {
 

@@ -5,7 +5,6 @@
 #include "RequestHead.h"
 
 using namespace kelvo::devcloud;
-using kelvo::fuzz::require;
 
 KELVO_FUZZ_TARGET(input) {
     const QByteArray bytes(input.data(), qsizetype(input.size()));

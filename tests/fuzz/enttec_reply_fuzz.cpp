@@ -3,9 +3,8 @@
 #include "DMX/EnttecReplyParser.h"
 #include "FuzzTarget.h"
 
-using namespace kelvo;
-
 KELVO_FUZZ_TARGET(input) {
-    if (EnttecReplyParser::findWidgetParameters(fuzz::bytesOf(input)))
-        fuzz::require(input.size() >= 4 + EnttecReplyParser::parametersSize + 1);
+    if (EnttecReplyParser::findWidgetParameters(
+            std::span(reinterpret_cast<const std::uint8_t*>(input.data()), input.size())))
+        require(input.size() >= 4 + EnttecReplyParser::parametersSize + 1);
 }

@@ -8,7 +8,6 @@
 #include <nlohmann/json.hpp>
 
 using namespace kelvo;
-using fuzz::require;
 
 namespace {
 
@@ -18,7 +17,7 @@ EngineHost& host() {
         // the fuzzer runs.
         const std::string source =
             test::readText(std::string(KELVO_SOURCE_DIR) + "/devcloud/harness/engine.js");
-        require(!source.empty());
+        fuzz::require(!source.empty());
         auto* h = new EngineHost; // lives for the whole fuzzing run
         h->loadHarness(source);
         return h;

@@ -5,8 +5,6 @@
 
 #include <set>
 
-using namespace kelvo;
-
 KELVO_FUZZ_TARGET(input) {
     const auto tree = InterpretationTree::decode(input);
     if (!tree)
@@ -14,7 +12,7 @@ KELVO_FUZZ_TARGET(input) {
     for (const auto& group : tree->groups) {
         std::set<std::string> keys;
         for (const auto& row : group.rows) {
-            fuzz::require(!row.parts.empty() && keys.insert(row.fixtureKey()).second);
+            require(!row.parts.empty() && keys.insert(row.fixtureKey()).second);
             (void)row.id();
         }
     }

@@ -3,9 +3,6 @@
 #include "FuzzTarget.h"
 #include "Show/ShowPatchBuilder.h"
 
-using namespace kelvo;
-using fuzz::require;
-
 KELVO_FUZZ_TARGET(input) {
     const nlohmann::json snapshot = nlohmann::json::parse(input, nullptr, false);
     if (snapshot.is_discarded())

@@ -3,9 +3,6 @@
 #include "Cloud/ShowUpdateMessage.h"
 #include "FuzzTarget.h"
 
-using namespace kelvo;
-using fuzz::require;
-
 KELVO_FUZZ_TARGET(input) {
     const auto message = decodeShowUpdateMessage(input);
     if (!message)

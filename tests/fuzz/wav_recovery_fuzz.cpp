@@ -8,9 +8,6 @@
 
 #include <filesystem>
 
-using namespace kelvo;
-using fuzz::require;
-
 KELVO_FUZZ_TARGET(input) {
     (void)WAVRecoveryMetadata::decode(std::string(input));
     if (input.empty())

@@ -42,14 +42,14 @@ struct AppModelRig {
         environment.audio.deviceLayer =
             devices ? std::move(devices) : std::make_shared<EmptyAudioDeviceLayer>();
         environment.audio.backend = backend;
-        environment.artnetTransport = artnetTransport ? artnetTransport : transport;
-        environment.artnetTransportStatus = [this] { return transportStatus; };
+        environment.artnetTransport = transport;
+        environment.artnetTransportStatus = [] { return test::readyTransport(); };
         environment.artnetDiscovery = discovery;
         environment.enttec = EnttecSerialSender([](const std::string&) { return nullptr; },
                                                 [] { return std::vector<std::string>{}; });
         environment.microphone = microphone;
         environment.timers = timers;
-        environment.clock = clock;
+        environment.clock = std::make_shared<ManualMonotonicClock>();
         environment.runTickTimer = false;
         environment.serverURL = serverURL;
         environment.http = http;
@@ -70,14 +70,10 @@ struct AppModelRig {
     std::shared_ptr<FakeAudioBackend> backend = std::make_shared<FakeAudioBackend>();
     std::shared_ptr<test::RecordingTransport> transport =
         std::make_shared<test::RecordingTransport>();
-    /// A real transport instead of the recording one (only ever aimed at loopback).
-    std::shared_ptr<UDPSending> artnetTransport;
-    UDPTransportStatus transportStatus = test::readyTransport();
     std::shared_ptr<test::FakeArtNetDiscovery> discovery =
         std::make_shared<test::FakeArtNetDiscovery>();
     std::shared_ptr<ScriptedMicrophone> microphone = std::make_shared<ScriptedMicrophone>();
     std::shared_ptr<test::FakeTimerFactory> timers = std::make_shared<test::FakeTimerFactory>();
-    std::shared_ptr<ManualMonotonicClock> clock = std::make_shared<ManualMonotonicClock>();
     // The cloud link: none unless a test gives it a transport (and then only to loopback).
     QUrl serverURL = BridgeServerConfig::productionURL();
     std::shared_ptr<URLRequestPerforming> http;

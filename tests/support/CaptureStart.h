@@ -3,7 +3,6 @@
 #include "Audio/Capture/MicCapture.h"
 #include "support/QtEventLoop.h"
 
-#include <chrono>
 #include <optional>
 #include <string>
 
@@ -12,20 +11,18 @@ namespace kelvo::test {
 /// Starts capture and waits for the outcome, however the backend reports it: nothing when
 /// capture runs, else the reason it gave.
 inline std::optional<std::string> startCapture(MicCapture& capture,
-                                               const std::optional<std::string>& uid,
-                                               std::optional<int> channels = std::nullopt) {
+                                               const std::optional<std::string>& uid) {
     std::optional<std::string> failure;
-    const QMetaObject::Connection connection =
-        QObject::connect(&capture, &MicCapture::startFailed,
-                         [&failure](const QString& reason) { failure = reason.toStdString(); });
+    const QObject listening; // disconnects when it goes
+    QObject::connect(&capture, &MicCapture::startFailed, &listening,
+                     [&failure](const QString& reason) { failure = reason.toStdString(); });
     try {
-        capture.start(uid, channels);
+        capture.start(uid);
         pumpUntil([&] { return capture.isCapturing() || failure.has_value(); },
                   std::chrono::seconds(15));
     } catch (const AudioInputException& e) {
         failure = e.what();
     }
-    QObject::disconnect(connection);
     if (!failure && !capture.isCapturing())
         failure = "capture neither started nor failed";
     return failure;

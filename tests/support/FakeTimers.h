@@ -10,18 +10,9 @@
 
 namespace kelvo::test {
 
-/// Timers fired by hand: `fire()` runs every active timer of one interval once, as if that
-/// interval elapsed; `advance()` moves a fake clock and fires timers at their deadlines.
+/// Timers fired by hand: `advance()` moves a fake clock and fires timers at their deadlines.
 class FakeTimerFactory final : public TimerFactory {
 public:
-    struct State {
-        bool active = false;
-        bool repeating = false;
-        std::chrono::milliseconds interval{0};
-        std::chrono::milliseconds due{0};
-        std::function<void()> handler;
-    };
-
     std::unique_ptr<Timer> makeTimer() override {
         return std::make_unique<FakeTimer>(states_.emplace_back(std::make_shared<State>()), now_);
     }
@@ -38,35 +29,37 @@ public:
             if (!next)
                 break;
             *now_ = next->due;
-            if (next->repeating)
-                next->due += next->interval;
-            else
-                next->active = false;
-            const auto handler = next->handler;
-            handler();
+            trigger(*next);
         }
         *now_ = target;
     }
 
-    /// Fires every active timer whose interval is `interval` once.
-    void fire(std::chrono::milliseconds interval) {
-        const auto snapshot = states_;
-        for (const auto& state : snapshot) {
-            if (!state->active || state->interval != interval)
-                continue;
-            if (!state->repeating)
-                state->active = false;
-            const auto handler = state->handler;
-            handler();
-        }
-    }
+    /// Lets one `interval` pass, firing what falls due in it.
+    void fire(std::chrono::milliseconds interval) { advance(interval); }
 
     int activeCount() const {
-        return int(std::count_if(states_.begin(), states_.end(),
-                                 [](const auto& state) { return state->active; }));
+        return int(std::ranges::count_if(states_, [](const auto& state) { return state->active; }));
     }
 
 private:
+    struct State {
+        bool active = false;
+        bool repeating = false;
+        std::chrono::milliseconds interval{0};
+        std::chrono::milliseconds due{0};
+        std::function<void()> handler;
+    };
+
+    /// One expiry: a repeating timer is due again an interval later, a single shot ends.
+    static void trigger(State& state) {
+        if (state.repeating)
+            state.due += state.interval;
+        else
+            state.active = false;
+        const auto handler = state.handler; // the handler may restart its own timer
+        handler();
+    }
+
     class FakeTimer final : public Timer {
     public:
         FakeTimer(std::shared_ptr<State> state,

@@ -11,7 +11,6 @@
 #include <QNetworkReply>
 #include <QWebSocket>
 
-#include <csignal>
 #include <map>
 #include <memory>
 
@@ -23,37 +22,25 @@ class HeadlessBrowser {
 public:
     static constexpr const char* program = "/usr/bin/chromium";
 
-    explicit HeadlessBrowser(const std::filesystem::path& profile) : profile_(profile) {
-        pid_ = spawnWithOutput(
-            program,
-            {program, "--headless", "--no-sandbox", "--disable-gpu",
-             "--disable-background-networking", "--disable-component-update", "--disable-sync",
-             "--no-first-run", "--user-data-dir=" + profile.string(),
-             "--remote-debugging-address=127.0.0.1", "--remote-debugging-port=0", "about:blank"},
-            profile.string() + ".log");
-    }
-    ~HeadlessBrowser() {
-        if (pid_ > 0) {
-            ::kill(pid_, SIGTERM);
-            waitForExit(pid_);
-        }
-    }
-    HeadlessBrowser(const HeadlessBrowser&) = delete;
-    HeadlessBrowser& operator=(const HeadlessBrowser&) = delete;
+    explicit HeadlessBrowser(const std::filesystem::path& profile)
+        : profile_(profile),
+          process_({program, "--headless", "--no-sandbox", "--disable-gpu",
+                    "--disable-background-networking", "--disable-component-update",
+                    "--disable-sync", "--no-first-run", "--user-data-dir=" + profile.string(),
+                    "--remote-debugging-address=127.0.0.1", "--remote-debugging-port=0",
+                    "about:blank"},
+                   profile.string() + ".log") {}
 
     static bool available() { return std::filesystem::exists(program); }
 
     /// Connects to the first page's DevTools socket.
     bool attach() {
-        int port = 0;
-        pumpUntil([&] {
-            return (port = std::atoi(readText(profile_ / "DevToolsActivePort").c_str())) > 0;
-        });
-        if (port == 0)
-            return false;
         QNetworkAccessManager http;
         QString url;
-        pumpUntil([&] {
+        const bool found = pumpUntil([&] {
+            const int port = std::atoi(readText(profile_ / "DevToolsActivePort").c_str());
+            if (port == 0)
+                return false;
             std::unique_ptr<QNetworkReply> reply(http.get(
                 QNetworkRequest(QUrl(QStringLiteral("http://127.0.0.1:%1/json/list").arg(port)))));
             pumpUntil([&] { return reply->isFinished(); });
@@ -62,24 +49,13 @@ public:
                     url = target[QStringLiteral("webSocketDebuggerUrl")].toString();
             return !url.isEmpty();
         });
-        if (url.isEmpty())
-            return false;
         QObject::connect(&socket_, &QWebSocket::textMessageReceived, [this](const QString& text) {
             const QJsonObject message = QJsonDocument::fromJson(text.toUtf8()).object();
-            if (message.contains(QStringLiteral("id")))
-                answers_[message[QStringLiteral("id")].toInt()] = message;
+            answers_[message[QStringLiteral("id")].toInt()] = message; // events land on 0
         });
         socket_.open(QUrl(url));
-        return pumpUntil([&] { return socket_.state() == QAbstractSocket::ConnectedState; });
-    }
-
-    QJsonObject call(const QString& method, const QJsonObject& params) {
-        const int id = ++lastId_;
-        socket_.sendTextMessage(QString::fromUtf8(
-            QJsonDocument(QJsonObject{{"id", id}, {"method", method}, {"params", params}})
-                .toJson(QJsonDocument::Compact)));
-        pumpUntil([&] { return answers_.contains(id); });
-        return answers_[id];
+        return found &&
+               pumpUntil([&] { return socket_.state() == QAbstractSocket::ConnectedState; });
     }
 
     void open(const QUrl& page) {
@@ -88,12 +64,9 @@ public:
 
     /// The value of a JavaScript expression in the page, as text.
     QString evaluate(const QString& expression) {
-        return call(QStringLiteral("Runtime.evaluate"),
-                    {{"expression", expression}, {"returnByValue", true}})["result"]
-            .toObject()["result"]
-            .toObject()["value"]
-            .toVariant()
-            .toString();
+        const QJsonValue answer = call(QStringLiteral("Runtime.evaluate"),
+                                       {{"expression", expression}, {"returnByValue", true}});
+        return answer[QStringLiteral("result")][QStringLiteral("value")].toVariant().toString();
     }
 
     /// Waits until `expression` evaluates to "true".
@@ -101,11 +74,19 @@ public:
         return pumpUntil([&] { return evaluate(expression) == QLatin1String("true"); });
     }
 
-    bool running() const { return pid_ > 0; }
-
 private:
+    /// The "result" of a DevTools command.
+    QJsonValue call(const QString& method, const QJsonObject& params) {
+        const int id = ++lastId_;
+        socket_.sendTextMessage(QString::fromUtf8(
+            QJsonDocument(QJsonObject{{"id", id}, {"method", method}, {"params", params}})
+                .toJson(QJsonDocument::Compact)));
+        pumpUntil([&] { return answers_.contains(id); });
+        return answers_[id][QStringLiteral("result")];
+    }
+
     std::filesystem::path profile_;
-    pid_t pid_ = -1;
+    ChildProcess process_;
     QWebSocket socket_;
     std::map<int, QJsonObject> answers_;
     int lastId_ = 0;

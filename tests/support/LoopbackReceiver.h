@@ -25,7 +25,7 @@ public:
             throw std::runtime_error("cannot bind a loopback receiver");
         port_ = ntohs(local.sin_port);
     }
-    ~LoopbackReceiver() { close(); }
+    ~LoopbackReceiver() { ::close(fd_); }
     LoopbackReceiver(const LoopbackReceiver&) = delete;
     LoopbackReceiver& operator=(const LoopbackReceiver&) = delete;
 
@@ -42,21 +42,14 @@ public:
                        : std::optional(std::vector(datagram.begin(), datagram.begin() + got));
     }
 
-    void close() {
-        if (fd_ >= 0)
-            ::close(fd_);
-        fd_ = -1;
-    }
-
 private:
-    int fd_ = -1;
+    int fd_;
     std::uint16_t port_ = 0;
 };
 
 /// A loopback port that nothing listens on (bound once, then released).
 inline std::uint16_t closedLoopbackPort() {
-    LoopbackReceiver probe;
-    return probe.port();
+    return LoopbackReceiver().port();
 }
 
 } // namespace kelvo::test

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <atomic>
 #include <cstdint>
 #include <poll.h>
@@ -70,29 +71,22 @@ public:
 
 private:
     void run() {
+        // Get Widget Parameters with no user configuration asked for.
+        const std::vector<std::uint8_t> request{0x7E, 0x03, 0x02, 0x00, 0x00, 0x00, 0xE7};
+        // Firmware 1.44, break 9, mark-after-break 1, 40 packets a second.
+        const std::uint8_t reply[] = {0x7E, 0x03, 0x05, 0x00, 0x2C, 0x01, 9, 1, 40, 0xE7};
         std::vector<std::uint8_t> stream;
         while (!stop_) {
             const std::vector<std::uint8_t> chunk = pty_.readSome(20);
             stream.insert(stream.end(), chunk.begin(), chunk.end());
-            while (stream.size() >= 5 && stream[0] == 0x7E) {
-                const std::size_t end = 4 + (stream[2] | (stream[3] << 8));
-                if (stream.size() <= end)
-                    break;
-                if (stream[1] == 3)
-                    answer();
-                stream.erase(stream.begin(), stream.begin() + long(end) + 1);
-            }
-            if (!stream.empty() && stream[0] != 0x7E)
-                stream.erase(stream.begin());
+            const auto found = std::ranges::search(stream, request);
+            if (found.empty())
+                continue;
+            ++requests_;
+            if (answers_)
+                (void)::write(pty_.controllerDescriptor(), reply, sizeof reply);
+            stream.erase(stream.begin(), found.end());
         }
-    }
-
-    void answer() {
-        ++requests_;
-        // Firmware 1.44, break 9, mark-after-break 1, 40 packets a second.
-        const std::uint8_t reply[] = {0x7E, 0x03, 0x05, 0x00, 0x2C, 0x01, 9, 1, 40, 0xE7};
-        if (answers_)
-            (void)::write(pty_.controllerDescriptor(), reply, sizeof reply);
     }
 
     PseudoTerminal pty_;

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <sndfile.h>
+#include <sndfile.hh>
 
 #include <filesystem>
 #include <vector>
@@ -17,30 +17,21 @@ struct SoundFile {
 };
 
 inline SoundFile readSoundFile(const std::filesystem::path& path) {
-    SoundFile sound;
-    SF_INFO info{};
-    SNDFILE* file = sf_open(path.c_str(), SFM_READ, &info);
-    if (!file)
-        return sound;
-    sound = {info.frames, info.channels, info.samplerate, info.format, {}};
-    sound.samples.resize(static_cast<std::size_t>(info.frames * info.channels));
-    sf_readf_float(file, sound.samples.data(), info.frames);
-    sf_close(file);
+    SndfileHandle file(path.c_str());
+    if (!file.rawHandle())
+        return {};
+    SoundFile sound{file.frames(), file.channels(), file.samplerate(), file.format(),
+                    std::vector<float>(std::size_t(file.frames() * file.channels()))};
+    file.readf(sound.samples.data(), file.frames());
     return sound;
 }
 
 /// Writes interleaved samples in `format` (e.g. SF_FORMAT_WAV | SF_FORMAT_FLOAT); false on failure.
 inline bool writeSoundFile(const std::filesystem::path& path, const std::vector<float>& samples,
                            int sampleRate, int channels, int format) {
-    SF_INFO info{};
-    info.samplerate = sampleRate;
-    info.channels = channels;
-    info.format = format;
-    SNDFILE* file = sf_open(path.c_str(), SFM_WRITE, &info);
-    if (!file)
-        return false;
-    sf_writef_float(file, samples.data(), static_cast<sf_count_t>(samples.size() / channels));
-    return sf_close(file) == 0;
+    SndfileHandle file(path.c_str(), SFM_WRITE, format, channels, sampleRate);
+    const auto frames = sf_count_t(samples.size()) / channels;
+    return file.rawHandle() && file.writef(samples.data(), frames) == frames;
 }
 
 } // namespace kelvo::test

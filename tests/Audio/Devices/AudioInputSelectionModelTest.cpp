@@ -5,9 +5,11 @@
 namespace kelvo {
 namespace {
 
+// Which device the listing resolves to is AudioInputSelection's; here: what the model keeps.
 const AudioInputDeviceInfo mic{"mic", "Built-in Microphone", false, true};
 const AudioInputDeviceInfo codec{"codec", "USB Audio CODEC", true, false};
 const AudioInputDeviceInfo djm{"djm", "DJM-A9", true, false};
+using Restart = std::pair<std::optional<std::string>, std::optional<int>>;
 
 class SelectionModelTest : public ::testing::Test {
 protected:
@@ -19,38 +21,28 @@ protected:
             });
     }
     AudioInputSelectionModel model;
-    std::vector<std::pair<std::optional<std::string>, std::optional<int>>> restarts;
+    std::vector<Restart> restarts;
 };
 
-TEST_F(SelectionModelTest, TheMixerIsChosenWithTwoChannelsAndOnlyAChangeRestartsCapture) {
+TEST_F(SelectionModelTest, TheMixerIsCapturedWithTwoChannelsAndOnlyAChangeRestartsCapture) {
     model.handleAudioDevicesChanged({mic, codec, djm});
-    EXPECT_EQ(model.audioInputDisplayName(), "DJM-A9");
-    ASSERT_EQ(restarts.size(), 1u);
-    EXPECT_EQ(restarts[0], (std::pair<std::optional<std::string>, std::optional<int>>{"djm", 2}));
     model.handleAudioDevicesChanged({mic, codec, djm, {"line", "Line In", false, false}});
-    EXPECT_EQ(restarts.size(), 1u) << "the choice did not change";
-
-    // Nothing listed: the system default input.
-    model.handleAudioDevicesChanged({});
-    EXPECT_EQ(restarts.back().first, std::nullopt);
+    EXPECT_EQ(restarts, (std::vector<Restart>{{"djm", 2}}));
 }
 
 TEST_F(SelectionModelTest, TheFirstUSBDeviceResetsTheMicrophonePreferenceAndMovesCapture) {
     model.handleAudioDevicesChanged({mic});
     model.setPreferMicrophoneOverUSB(true);
     model.applyAudioInputSelection(true);
-    EXPECT_EQ(model.activeAudioDeviceUID(), "mic");
     EXPECT_EQ(model.captureChannelCount(), std::nullopt);
 
     model.handleAudioDevicesChanged({mic, codec});
     EXPECT_FALSE(model.preferMicrophoneOverUSB());
-    EXPECT_EQ(model.activeAudioDeviceUID(), "codec");
     EXPECT_EQ(restarts.back().first, "codec");
 
     // A second USB device while one is present keeps a preference made now.
     model.setPreferMicrophoneOverUSB(true);
     model.applyAudioInputSelection(true);
-    EXPECT_EQ(model.activeAudioDeviceUID(), "mic");
     model.handleAudioDevicesChanged({mic, codec, djm});
     EXPECT_TRUE(model.preferMicrophoneOverUSB());
     EXPECT_EQ(model.activeAudioDeviceUID(), "mic");
@@ -63,14 +55,8 @@ TEST_F(SelectionModelTest, TheFirstUSBDeviceResetsTheMicrophonePreferenceAndMove
 TEST_F(SelectionModelTest, AManualChoiceSurvivesUntilItsDeviceGoes) {
     model.handleAudioDevicesChanged({mic, codec});
     model.selectAudioInputDevice("mic");
-    EXPECT_EQ(model.activeAudioDeviceUID(), "mic");
-    EXPECT_EQ(model.audioInputKind(), AudioInputSourceKind::microphone);
-    EXPECT_EQ(model.audioInputDisplayName(), "Microphone");
-
     model.handleAudioDevicesChanged({mic, codec, djm});
     EXPECT_EQ(model.activeAudioDeviceUID(), "mic");
-    EXPECT_EQ(model.selectedAudioDeviceUID(), "mic");
-
     model.selectAudioInputDevice("nope"); // not listed: changes nothing
     EXPECT_EQ(model.selectedAudioDeviceUID(), "mic");
 

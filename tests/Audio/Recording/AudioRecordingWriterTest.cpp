@@ -7,13 +7,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstring>
 #include <ctime>
 #include <future>
 #include <mutex>
-#include <sys/resource.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 namespace kelvo {
 namespace {
@@ -23,52 +19,50 @@ using test::TemporaryDirectory;
 using test::u32At;
 using Failures = std::vector<std::string>; // read once the writer is idle
 
-AudioRecordingWriter::Started startAndWait(AudioRecordingWriter& writer, int channels,
-                                           const std::filesystem::path& dir,
-                                           Failures* failures = nullptr) {
-    std::promise<AudioRecordingWriter::Started> opened;
-    writer.start(
-        48000, channels, dir,
-        [failures](const std::string& m) {
-            if (failures)
-                failures->push_back(m);
-        },
-        [&](const AudioRecordingWriter::Started& s) { opened.set_value(s); });
-    return opened.get_future().get();
+void startAndWait(AudioRecordingWriter& writer, int channels, const std::filesystem::path& dir,
+                  Failures* failures = nullptr) {
+    writer.start(48000, channels, dir,
+                 [failures](const std::string& m) {
+                     if (failures)
+                         failures->push_back(m);
+                 },
+                 {});
+    writer.waitUntilIdle();
 }
 
-void capture(AudioRecordingWriter& writer, const std::vector<float>& samples,
-             std::uint32_t channels) {
+void capture(AudioRecordingWriter& writer, std::span<const float> samples, std::uint32_t channels) {
     const AudioBuffer buffer{channels, samples.data()};
     writer.capture({&buffer, 1}, static_cast<std::uint32_t>(samples.size() / channels), channels);
 }
 
-std::filesystem::path onlyFileIn(const TemporaryDirectory& dir) {
-    return std::filesystem::directory_iterator(dir.path())->path();
+std::vector<std::uint8_t> onlyFileIn(const TemporaryDirectory& dir) {
+    return readBytes(std::filesystem::directory_iterator(dir.path())->path());
 }
 
-TEST(AudioRecordingWriter, RepairsOldPartsThenCutsAtSegmentFramesNamingTheSecondWithMicros) {
+TEST(AudioRecordingWriter, StartsWithoutWaitingForTheDiskRepairsOldPartsThenCutsAtSegmentFrames) {
     TemporaryDirectory dir;
     const auto interrupted = dir / "2026-01-01_00-00-00.wav"; // the repair itself: WAVRecovery
     test::writeBytes(interrupted, {1, 2, 3});
     test::writeText(WAVRecordingFile::recoveryURLFor(interrupted),
                     WAVRecoveryMetadata{"2026-01-01_00-00-00.wav", 48000, 1}.encode());
     std::tm t{};
-    t.tm_year = 126, t.tm_mon = 10, t.tm_mday = 14, t.tm_hour = 21, t.tm_min = 30, t.tm_isdst = -1;
-    t.tm_sec = 5;
+    ::strptime("2026-11-14 21:30:05", "%F %T", &t);
+    t.tm_isdst = -1;
     const auto at =
         std::chrono::system_clock::from_time_t(std::mktime(&t)) + std::chrono::microseconds(42);
     AudioRecordingWriter writer(1.0, [at] { return at; });
-    Failures failures;
-    EXPECT_EQ(startAndWait(writer, 1, dir.path(), &failures).firstFile,
-              dir / "2026-11-14_21-30-05.wav");
-    EXPECT_FALSE(std::filesystem::exists(WAVRecordingFile::recoveryURLFor(interrupted)));
+    std::promise<void> diskAnswers;
+    writer.async([gate = diskAnswers.get_future().share()] { gate.wait(); }); // busy
+    writer.start(48000, 1, dir.path(), {}, {});
 
     std::vector<float> samples(50000);
     std::ranges::generate(samples, [i = 0]() mutable { return float(i++ % 100) / 100.0f; });
-    capture(writer, samples, 1);
+    capture(writer, std::span(samples).first(300), 1); // before the part exists
+    diskAnswers.set_value();
+    capture(writer, std::span(samples).subspan(300), 1);
     writer.stop();
     writer.waitUntilIdle();
+    EXPECT_FALSE(std::filesystem::exists(WAVRecordingFile::recoveryURLFor(interrupted)));
     const auto a = readBytes(dir / "2026-11-14_21-30-05.wav");
     const auto b = readBytes(dir / "2026-11-14_21-30-05.000042.wav");
     EXPECT_EQ(u32At(a, 40), 48000u * 3);
@@ -78,48 +72,12 @@ TEST(AudioRecordingWriter, RepairsOldPartsThenCutsAtSegmentFramesNamingTheSecond
               WAVRecordingFile::sampleCode(samples[48000]) & 0xFFFFFF);
     EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir.path()), {}), 3)
         << "side files must be gone after stop";
-    EXPECT_TRUE(failures.empty());
-}
-
-TEST(AudioRecordingWriter, StartsWithoutWaitingForTheDiskAndKeepsWhatComesMeanwhile) {
-    TemporaryDirectory dir;
-    AudioRecordingWriter writer;
-    std::promise<void> diskAnswers;
-    writer.async([gate = diskAnswers.get_future().share()] { gate.wait(); }); // busy
-    std::promise<AudioRecordingWriter::Started> opened;
-    writer.start(48000, 1, dir / "new", {},
-                 [&](const AudioRecordingWriter::Started& s) { opened.set_value(s); });
-    EXPECT_TRUE(writer.accepting());
-    capture(writer, std::vector<float>(300, 0.5f), 1); // before the part exists
-    diskAnswers.set_value();
-    const auto started = opened.get_future().get();
-    capture(writer, std::vector<float>(200, 0.5f), 1);
-    writer.stop();
-    writer.waitUntilIdle();
-    EXPECT_EQ(u32At(readBytes(started.firstFile), 40), 500u * 3);
 }
 
 TEST(AudioRecordingWriter, PartsAreAnHourUnlessThatOutgrowsAWavFile) {
     EXPECT_EQ(AudioRecordingWriter::segmentFramesFor(3600, 48000, 2), 172800000);
     // 16 channels: an hour would be 8.3 GB; a part stops just short of 4 GiB.
     EXPECT_EQ(AudioRecordingWriter::segmentFramesFor(3600, 48000, 16), 4294967258 / 48);
-    EXPECT_EQ(AudioRecordingWriter::segmentFramesFor(0.00001, 8000, 1), 1);
-}
-
-TEST(AudioRecordingWriter, RecordsTheLeadingChannelsOfANonInterleavedList) {
-    TemporaryDirectory dir;
-    AudioRecordingWriter writer;
-    startAndWait(writer, 2, dir.path());
-    const std::vector<float> left = {0.5f, 0.5f}, right = {-0.5f, -0.5f}, third = {0.25f, 0.25f};
-    const AudioBuffer list[] = {
-        {1, left.data()}, {1, nullptr}, {1, right.data()}, {1, third.data()}};
-    writer.capture(list, 2, 2);
-    writer.stop();
-    writer.waitUntilIdle();
-    const auto b = readBytes(onlyFileIn(dir));
-    ASSERT_EQ(b.size(), 44u + 12u);
-    EXPECT_EQ(std::vector<std::uint8_t>(b.begin() + 44, b.begin() + 50),
-              (std::vector<std::uint8_t>{0x00, 0x00, 0x40, 0x00, 0x00, 0xC0}));
 }
 
 TEST(AudioRecordingWriter, StopsOnceWithTheOverloadTextWhenTheDiskFallsBehind) {
@@ -130,7 +88,6 @@ TEST(AudioRecordingWriter, StopsOnceWithTheOverloadTextWhenTheDiskFallsBehind) {
     const std::vector<float> stereo(2 * 4800, 0.25f); // 0.1 s of audio
     capture(writer, stereo, 2);
     writer.waitUntilIdle(); // the first 0.1 s reaches the disk
-
     std::mutex disk;
     std::unique_lock held(disk);
     writer.setBeforeAppendHook([&] { std::lock_guard wait(disk); });
@@ -146,51 +103,24 @@ TEST(AudioRecordingWriter, StopsOnceWithTheOverloadTextWhenTheDiskFallsBehind) {
     EXPECT_EQ(failures, Failures{std::string(description(RecordingError::writerOverloaded))});
     EXPECT_EQ(writer.pendingSamples(), 0);
     // Everything queued before the overload was written, and the header says so.
-    const auto b = readBytes(onlyFileIn(dir));
+    const auto b = onlyFileIn(dir);
     EXPECT_EQ(u32At(b, 40), 417u * 4800 * 6);
     EXPECT_EQ(b.size(), 44u + 417u * 4800 * 6);
 }
 
-TEST(AudioRecordingWriter, AFileSizeLimitEndsTheRecordingWithItsTextNotTheProcess) {
-    TemporaryDirectory dir;
-    const pid_t child = ::fork();
-    if (child == 0) {
-        const rlimit limit{200000, 200000};
-        ::setrlimit(RLIMIT_FSIZE, &limit);
-        AudioRecordingWriter writer;
-        Failures failures;
-        startAndWait(writer, 2, dir.path(), &failures);
-        for (int i = 0; i < 10; ++i) {
-            capture(writer, std::vector<float>(2 * 4800, 0.25f), 2);
-            writer.waitUntilIdle();
-        }
-        ::_exit(failures == Failures{std::strerror(EFBIG)} ? 0 : 1);
-    }
-    int status = 0;
-    ASSERT_EQ(::waitpid(child, &status, 0), child);
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
-    // Closed on failure: the header counts whole frames, those written before the refusal.
-    const auto b = readBytes(onlyFileIn(dir));
-    EXPECT_GT(u32At(b, 40), 100000u);
-    EXPECT_LE(u32At(b, 40) + 44, b.size());
-    EXPECT_EQ(u32At(b, 40) % 6, 0u);
-}
-
-/// Four seconds of stereo queued behind a disk that holds the first write until released.
-struct QueuedBehindAStalledDisk {
-    QueuedBehindAStalledDisk() {
-        startAndWait(writer, 2, dir.path());
-        writer.setBeforeAppendHook([gate = released.get_future().share()] { gate.wait(); });
-        for (int i = 0; i < 40; ++i)
-            capture(writer, std::vector<float>(2 * 4800, 0.25f), 2);
-    }
-    TemporaryDirectory dir;
-    std::promise<void> released; // the disk answers
-    AudioRecordingWriter writer;
-};
-
 TEST(AudioRecordingWriter, AtQuitTheDiskIsWaitedForOnlyUntilTheLimitAndNothingGoesUncounted) {
-    QueuedBehindAStalledDisk queued, neverAnswers;
+    // Four seconds of stereo queued behind a disk that holds each write until released.
+    struct Stalled {
+        TemporaryDirectory dir;
+        std::promise<void> released;
+        AudioRecordingWriter writer;
+    } queued, neverAnswers;
+    for (Stalled* s : {&queued, &neverAnswers}) {
+        startAndWait(s->writer, 2, s->dir.path());
+        s->writer.setBeforeAppendHook([gate = s->released.get_future().share()] { gate.wait(); });
+        for (int i = 0; i < 40; ++i)
+            capture(s->writer, std::vector<float>(2 * 4800, 0.25f), 2);
+    }
     auto release = std::async(std::launch::async, [&] {
         std::this_thread::sleep_for(std::chrono::milliseconds(100));
         queued.released.set_value(); // the write under way goes through; the time is up
@@ -199,9 +129,8 @@ TEST(AudioRecordingWriter, AtQuitTheDiskIsWaitedForOnlyUntilTheLimitAndNothingGo
         queued.writer.finishWithin(std::chrono::milliseconds(0), std::chrono::seconds(30));
     release.wait();
     EXPECT_TRUE(finish.closed);
-    const auto b = readBytes(onlyFileIn(queued.dir));
+    const auto b = onlyFileIn(queued.dir);
     EXPECT_EQ(u32At(b, 40), b.size() - 44) << "the header tells what was written";
-    EXPECT_GT(finish.droppedSamples, 0);
     EXPECT_EQ((std::int64_t(b.size()) - 44) / 3 + finish.droppedSamples, 40 * 9600)
         << "nothing unaccounted for";
 

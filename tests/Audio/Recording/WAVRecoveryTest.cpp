@@ -22,9 +22,11 @@ std::vector<std::uint8_t> staleWav(std::size_t payload) {
     return bytes;
 }
 
+/// The side file a recording of `wavName` leaves, or `json` in its place.
 void writeSideFile(const TemporaryDirectory& dir, const std::string& wavName,
-                   const std::string& json) {
-    writeText(dir / ("." + wavName + ".recovery.json"), json);
+                   const std::optional<std::string>& json = std::nullopt) {
+    writeText(dir / ("." + wavName + ".recovery.json"),
+              json.value_or(WAVRecoveryMetadata{wavName, 48000, 2}.encode()));
 }
 
 TEST(WAVRecovery, CutsATornFrameRestoresThePadByteAndRewritesTheHeader) {
@@ -61,27 +63,22 @@ TEST(WAVRecovery, LeavesEverythingElseAlone) {
     TemporaryDirectory dir;
     // Side file of a name this system never writes.
     writeBytes(dir / "song.wav", staleWav(5));
-    writeSideFile(dir, "song.wav", WAVRecoveryMetadata{"song.wav", 48000, 2}.encode());
+    writeSideFile(dir, "song.wav");
     // Undecodable side file.
     writeBytes(dir / "2026-01-01_00-00-00.wav", staleWav(5));
     writeSideFile(dir, "2026-01-01_00-00-00.wav", "{not json");
     // Metadata pointing outside the folder.
     writeSideFile(dir, "2026-01-01_00-00-01.wav",
                   WAVRecoveryMetadata{"../2026-01-01_00-00-01.wav", 48000, 2}.encode());
-    // Missing WAV.
-    writeSideFile(dir, "2026-01-01_00-00-02.wav",
-                  WAVRecoveryMetadata{"2026-01-01_00-00-02.wav", 48000, 2}.encode());
     // Shorter than a header: left as it is, side file removed.
     writeBytes(dir / "2026-01-01_00-00-03.wav", {1, 2, 3});
-    writeSideFile(dir, "2026-01-01_00-00-03.wav",
-                  WAVRecoveryMetadata{"2026-01-01_00-00-03.wav", 48000, 2}.encode());
+    writeSideFile(dir, "2026-01-01_00-00-03.wav");
 
     // A WAV that is a symbolic link (to a file outside), and a side file that is one.
     TemporaryDirectory outside;
     writeBytes(outside / "victim", staleWav(5));
     std::filesystem::create_symlink(outside / "victim", dir / "2026-01-01_00-00-04.wav");
-    writeSideFile(dir, "2026-01-01_00-00-04.wav",
-                  WAVRecoveryMetadata{"2026-01-01_00-00-04.wav", 48000, 2}.encode());
+    writeSideFile(dir, "2026-01-01_00-00-04.wav");
     writeBytes(dir / "2026-01-01_00-00-05.wav", staleWav(5));
     writeText(outside / "side", WAVRecoveryMetadata{"2026-01-01_00-00-05.wav", 48000, 2}.encode());
     std::filesystem::create_symlink(outside / "side",
@@ -96,7 +93,6 @@ TEST(WAVRecovery, LeavesEverythingElseAlone) {
     EXPECT_EQ(readBytes(dir / "2026-01-01_00-00-00.wav").size(), 49u);
     EXPECT_TRUE(std::filesystem::exists(dir / ".2026-01-01_00-00-00.wav.recovery.json"));
     EXPECT_TRUE(std::filesystem::exists(dir / ".2026-01-01_00-00-01.wav.recovery.json"));
-    EXPECT_TRUE(std::filesystem::exists(dir / ".2026-01-01_00-00-02.wav.recovery.json"));
     EXPECT_EQ(readBytes(dir / "2026-01-01_00-00-03.wav").size(), 3u);
     EXPECT_FALSE(std::filesystem::exists(dir / ".2026-01-01_00-00-03.wav.recovery.json"));
 }

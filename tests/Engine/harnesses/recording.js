@@ -20,7 +20,6 @@ var BridgeEngine = {
   },
   AdaptiveBandNormalizer: function () {
     this.update = function (bands, clock) {
-      record("normalizer", clock);
       if (bands.all < -200) return undefined;
       return { low: bands.low, mid: bands.mid, high: bands.high, all: bands.all,
                sustained_low: bands.onset, low_dominance: bands.low_dominance,
@@ -43,13 +42,10 @@ var BridgeEngine = {
       var beat = bands.high > 0;
       if (beat) this.count += 1;
       var frame = { bpm: 128, beat_count: this.count, beat: beat, beat_confidence: 0.75,
-                    downbeat: bands.mid > 0, dropLevel: 0, gained: bands.gained };
-      frame.extend = function (extra) { this.dropLevel = extra.drop; };
-      frame.get = function (key) { return key === "drop" ? this.dropLevel : undefined; };
-      frame.toJson = function () {
-        return { bpm: this.bpm, beat: this.beat, downbeat: this.downbeat, drop: this.dropLevel,
-                 beat_count: this.beat_count, gained: this.gained };
-      };
+                    downbeat: bands.mid > 0, drop: 0, gained: bands.gained };
+      frame.extend = function (extra) { this.drop = extra.drop; };
+      frame.get = function (key) { return key === "drop" ? this.drop : undefined; };
+      frame.toJson = function () { return JSON.parse(JSON.stringify(this)); };
       return frame;
     };
   },
@@ -64,13 +60,11 @@ var BridgeEngine = {
       if (subset && subset.name === "Spins") for (;;) {}
       self.show = subset;
     };
-    this.applyControl = function (control) {
-      record("applyControl", control);
-    };
+    this.applyControl = function (control) { record("applyControl", control); };
     this.applyFixtureOptions = function (list) { record("applyFixtureOptions", list); };
     this.setForcedDrop = function (on) { record("setForcedDrop", on); };
     this.shiftLighting = function () { record("shiftLighting", arguments.length); };
-    this.shiftColorScheme = function () { record("shiftColorScheme", arguments.length); };
+    this.shiftColorScheme = function () {};
     this.toInterpretationPayload = function () {
       return { log: log, now: performance.now(), tree: self.show && self.show.interpretationTree };
     };

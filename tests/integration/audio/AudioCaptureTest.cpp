@@ -1,5 +1,4 @@
 #include "Audio/AudioInputPlatform.h"
-#include "Audio/Capture/AudioFileInput.h"
 #include "Audio/Capture/MicCapture.h"
 #include "Audio/PulseAudio/PulseAudioDeviceLayer.h"
 #include "Audio/PulseAudio/PulseAudioInputBackend.h"
@@ -13,11 +12,9 @@
 
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <cstdlib>
 #include <sys/socket.h>
 #include <sys/un.h>
-#include <thread>
 #include <unistd.h>
 
 namespace kelvo {
@@ -49,22 +46,15 @@ TEST_F(PulseAudioCaptureTest, EachChannelOfAFourChannelInterfaceArrivesAsItLeftI
     std::vector<float> track;
     for (int f = 0; f < rate; ++f)
         track.insert(track.end(), levels.begin(), levels.end());
-    std::thread writer([&] { test::writeToFifo(quad->fifo, track, channels, rate, 4.0); });
-    std::vector<MicHop> hops;
-    test::pumpUntil(
-        [&] {
-            for (auto& hop : capture.takePendingHops())
-                hops.push_back(std::move(hop));
-            return hops.size() >= 80;
-        },
-        std::chrono::seconds(10));
-    writer.join();
+    ASSERT_TRUE(test::writeToFifo(quad->fifo, track, channels, rate, 4.0));
+    test::pumpFor(std::chrono::milliseconds(300)); // what the server still holds
+    const auto hops = capture.takePendingHops();
+    ASSERT_GT(hops.size(), 40u);
+    EXPECT_NEAR(hops[40].samples[100], 0.25f, 1e-6) << "the analysis hears the mean";
     capture.stop();
     capture.recording().writer().waitUntilIdle();
     ASSERT_TRUE(test::pumpUntil([&] { return capture.recording().firstFile().has_value(); }));
 
-    ASSERT_GE(hops.size(), 80u);
-    EXPECT_NEAR(hops[40].samples[100], 0.25f, 1e-6) << "the analysis hears the mean";
     const test::SoundFile recorded = test::readSoundFile(*capture.recording().firstFile());
     ASSERT_EQ(recorded.channels, channels);
     ASSERT_GT(recorded.frames, rate / 2);
@@ -77,7 +67,6 @@ TEST_F(PulseAudioCaptureTest, TheSpeakersMonitorIsNoInput) {
     // The only source is the speakers' monitor, which the server offers as its default input.
     EXPECT_EQ(test::startCapture(capture, std::nullopt),
               "No audio input is connected (the speakers’ monitor is not an input)");
-    EXPECT_FALSE(capture.isCapturing());
 }
 
 // A server that takes the connection and never answers: nothing on the caller's thread may
@@ -103,35 +92,9 @@ TEST(AudioInputPlatform, AServerThatNeverAnswersHoldsUpNothingAndCaptureSaysWhy)
         MicCapture capture(platform.backend);
         EXPECT_EQ(test::startCapture(capture, std::nullopt),
                   "Audio server unavailable (timed out)");
-        EXPECT_FALSE(capture.isCapturing());
     }
     ::unsetenv("PULSE_SERVER");
     ::close(listener);
-}
-
-TEST(AudioFileInput, LoopsTheFile) {
-    test::qtApplication();
-    test::TemporaryDirectory dir;
-    const int rate = 44100;
-    std::vector<float> track(11025 * 2); // 0.25 s, 21.5 hops
-    for (std::size_t i = 0; i < track.size(); ++i)
-        track[i] = static_cast<float>(0.4 * std::sin(0.01 * double(i / 2) * double(i % 2 + 1)));
-    const auto path = dir / "loop.flac";
-    ASSERT_TRUE(test::writeSoundFile(path, track, rate, 2, SF_FORMAT_FLAC | SF_FORMAT_PCM_24));
-
-    MicCapture capture(std::make_shared<AudioFileInputBackend>(path));
-    capture.start("ignored", std::nullopt);
-    EXPECT_EQ(capture.sampleRate(), rate);
-    std::vector<MicHop> hops;
-    ASSERT_TRUE(test::pumpUntil([&] {
-        for (auto& hop : capture.takePendingHops())
-            hops.push_back(std::move(hop));
-        return hops.size() >= 60;
-    }));
-    capture.stop();
-    // Real-time pace is shown end to end by the bridge test's beat interval.
-    // Hop 22 starts 11264 frames in: 239 frames into the second pass (FLAC holds 24 bits).
-    EXPECT_NEAR(hops[22].samples[0], (track[239 * 2] + track[239 * 2 + 1]) / 2, 1e-6);
 }
 
 } // namespace

@@ -11,7 +11,6 @@
 #include <csignal>
 #include <fstream>
 #include <numeric>
-#include <sstream>
 #include <thread>
 
 namespace kelvo {
@@ -56,17 +55,8 @@ protected:
             << log();
     }
 
-    /// The headless bridge on the track with Art-Net to the node and `extra` options.
-    std::vector<std::string> bridge(const std::vector<std::string>& extra) const {
-        std::vector<std::string> arguments = {
-            KELVO_BRIDGE, "--headless", "--audio-file", track,        "--enttec",      "off",
-            "--artnet",   "on",         "--route",      "1=artnet:0", "--artnet-host", "127.0.0.1"};
-        arguments.insert(arguments.end(), extra.begin(), extra.end());
-        return arguments;
-    }
-    pid_t spawn(const std::vector<std::string>& arguments, std::string output = "") {
-        return test::spawnWithOutput(arguments.front(), arguments,
-                                     output.empty() ? (dir / "bridge.log").string() : output);
+    pid_t spawn(const std::vector<std::string>& arguments) {
+        return test::spawnWithOutput(arguments.front(), arguments, (dir / "bridge.log").string());
     }
     int run(const std::vector<std::string>& arguments) {
         const pid_t pid = spawn(arguments);
@@ -91,7 +81,9 @@ protected:
 };
 
 TEST_F(BridgeEndToEnd, ArtDmxFollowsTheBeatAndSigtermLeavesAFinishedRecording) {
-    const pid_t pid = spawn(bridge({"--record"}));
+    const pid_t pid =
+        spawn({KELVO_BRIDGE, "--headless", "--audio-file", track, "--enttec", "off", "--artnet",
+               "on", "--route", "1=artnet:0", "--artnet-host", "127.0.0.1", "--record"});
     ASSERT_GT(pid, 0);
     const std::vector<Received> packets = receive(14);
     ASSERT_EQ(::kill(pid, SIGTERM), 0);
@@ -99,29 +91,16 @@ TEST_F(BridgeEndToEnd, ArtDmxFollowsTheBeatAndSigtermLeavesAFinishedRecording) {
     EXPECT_NE(log().find("120.0 BPM"), std::string::npos) << log();
 
     ASSERT_GT(packets.size(), 600u) << "about 60 packets a second for 14 s\n" << log();
-    // After the tracker has locked, the light jumps up once per beat (0.5 s at 120 BPM) and
-    // decays in between; layout and sequence are the DMX tests' business.
-    std::vector<double> times, levels;
+    // The tracker's accuracy is the beat comparison's; here the track moves the lights.
+    // Layout and sequence are the DMX tests' business.
+    std::vector<double> levels;
     for (const Received& packet : packets) {
         ASSERT_GE(packet.bytes.size(), 18u);
         ASSERT_EQ(packet.bytes[14] | (packet.bytes[15] << 8), 0) << "universe 0";
-        if (packet.seconds >= 6.0) {
-            times.push_back(packet.seconds);
-            levels.push_back(std::accumulate(packet.bytes.begin() + 18, packet.bytes.end(), 0.0));
-        }
+        levels.push_back(std::accumulate(packet.bytes.begin() + 18, packet.bytes.end(), 0.0));
     }
-    const auto [low, high] = std::minmax_element(levels.begin(), levels.end());
-    ASSERT_GT(*high - *low, 1000.0) << "the lights move";
-    std::vector<double> peaks, intervals;
-    for (std::size_t i = 1; i < levels.size(); ++i)
-        if (levels[i] - levels[i - 1] > 0.15 * (*high - *low) &&
-            (peaks.empty() || times[i] - peaks.back() > 0.3))
-            peaks.push_back(times[i]);
-    ASSERT_GE(peaks.size(), 10u);
-    for (std::size_t i = 1; i < peaks.size(); ++i)
-        intervals.push_back(peaks[i] - peaks[i - 1]);
-    std::nth_element(intervals.begin(), intervals.begin() + intervals.size() / 2, intervals.end());
-    EXPECT_NEAR(intervals[intervals.size() / 2], 0.5, 0.05) << "median time between light peaks";
+    const auto [low, high] = std::minmax_element(levels.begin() + levels.size() / 2, levels.end());
+    EXPECT_GT(*high - *low, 1000.0) << "the lights move";
 
     std::vector<std::filesystem::path> files;
     for (const auto& entry : std::filesystem::directory_iterator(downloads))
@@ -131,75 +110,6 @@ TEST_F(BridgeEndToEnd, ArtDmxFollowsTheBeatAndSigtermLeavesAFinishedRecording) {
     EXPECT_EQ(wav.format, SF_FORMAT_WAV | SF_FORMAT_PCM_24) << files.front();
     EXPECT_GE(double(wav.frames) / wav.sampleRate, 10.0) << "most of 14 s, start-up aside";
     EXPECT_NE(log().find("Recording saved in Downloads."), std::string::npos);
-}
-
-TEST_F(BridgeEndToEnd, ASpinningScriptOrAStdoutNobodyReadsNeitherStopsArtDmxNorTheQuit) {
-    // The development engine, whose steps spin forever after the first two seconds, and a pipe
-    // already full whose reader never reads: the first status line would wait for good.
-    std::ofstream(dir / "data" / "KelvoBridge" / "engine.js")
-        << readText(std::string(KELVO_SOURCE_DIR) + "/devcloud/harness/engine.js")
-        << readText(std::string(KELVO_SOURCE_DIR) + "/bench/harnesses/step_spins.js");
-    int ends[2];
-    ASSERT_EQ(::pipe2(ends, O_NONBLOCK), 0);
-    const std::string block(4096, 'x');
-    while (::write(ends[1], block.data(), block.size()) > 0) {
-    }
-    ::fcntl(ends[1], F_SETFL, 0);
-    const pid_t pid = spawn(bridge({"--run-seconds", "7"}), "/dev/fd/" + std::to_string(ends[1]));
-    ::close(ends[1]);
-    ASSERT_GT(pid, 0);
-    std::vector<Received> late = receive(7);
-    // The quit waits at most about a second per relayed output.
-    EXPECT_EQ(exitWithin(pid, 20s), 0) << "the bridge did not quit while its output was stalled";
-    ::close(ends[0]);
-    std::erase_if(late, [](const Received& packet) { return packet.seconds < 4; });
-    EXPECT_GT(late.size(), 150u) << "about 60 packets a second go on";
-    for (const Received& packet : late)
-        ASSERT_TRUE(std::equal(packet.bytes.begin() + 18, packet.bytes.end(),
-                               late.front().bytes.begin() + 18, late.front().bytes.end()))
-            << "the last look holds, at " << packet.seconds << " s";
-}
-
-TEST_F(BridgeEndToEnd, TheRecordingFolderIsSyncedAfterEachChangeAndAClosedStdoutEndsNothing) {
-    // Observed, not timed: the recording thread's calls under strace (-y names each descriptor's
-    // file). The status lines go into a pipe whose reader has exited; the pipeline fails with
-    // the bridge.
-    const auto traces = dir / "traces";
-    std::filesystem::create_directories(traces);
-    const std::string strace = "strace -ff -qq -y -o '" + (traces / "trace").string() +
-                               "' -e trace=openat,fsync,fdatasync,rename,renameat2,unlink,unlinkat";
-    ASSERT_EQ(run({"/bin/bash", "-c", "set -o pipefail; " + strace + " \"$@\" | true", "bash",
-                   KELVO_BRIDGE, "--headless", "--audio-file", track, "--artnet", "off", "--enttec",
-                   "off", "--record", "--run-seconds", "2.5"}),
-              0)
-        << log();
-    std::string recordingThread;
-    for (const auto& entry : std::filesystem::directory_iterator(traces))
-        if (const std::string calls = readText(entry.path());
-            calls.find(".wav\", O_WRONLY|O_CREAT") != std::string::npos)
-            recordingThread = calls;
-
-    const std::string folder = "<" + std::filesystem::canonical(downloads).string() + ">)";
-    std::vector<std::pair<std::string, bool>> changes; // each needs the folder synced after it
-    std::istringstream trace(recordingThread);
-    for (std::string call; std::getline(trace, call);) {
-        const auto has = [&](const std::string& text) {
-            return call.find(text) != std::string::npos;
-        };
-        if (has("sync(") && has(folder) && call.ends_with("= 0")) {
-            for (auto& change : changes)
-                change.second = true;
-        } else if (has("openat(") && has(".wav\", O_WRONLY|O_CREAT") && !has("= -1")) {
-            changes.emplace_back("the part's creation", false);
-        } else if (has("rename") && has(".recovery.json") && call.ends_with("= 0")) {
-            changes.emplace_back("the side file's placing", false);
-        } else if (has("unlink") && has(".recovery.json") && call.ends_with("= 0")) {
-            changes.emplace_back("the side file's removal", false);
-        }
-    }
-    ASSERT_EQ(changes.size(), 3u) << log() << recordingThread;
-    for (const auto& [what, synced] : changes)
-        EXPECT_TRUE(synced) << "the folder is not synced after " << what;
 }
 
 } // namespace

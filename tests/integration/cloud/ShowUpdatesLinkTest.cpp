@@ -4,9 +4,7 @@
 #include "Cloud/QtURLSession.h"
 #include "support/AppModelRig.h"
 #include "support/DevCloudProcess.h"
-#include "support/HeadlessBrowser.h"
 #include "support/QtEventLoop.h"
-#include "support/RequiredTool.h"
 
 #include <QElapsedTimer>
 
@@ -54,9 +52,6 @@ protected:
     }
 
     json overview() { return client->send("GET", "control/state").json(); }
-    int requests(const std::string& call) {
-        return admin->send("GET", "api/admin/state").json()["requests"].value(call, 0);
-    }
     void adminPost(const std::string& path, const json& body, int status) {
         ASSERT_EQ(admin->send("POST", path, {}, QByteArray::fromStdString(body.dump())).status,
                   status);
@@ -69,9 +64,6 @@ protected:
 };
 
 TEST_F(ShowUpdatesLinkTest, APickedShowIsActivatedAndAReloadStartedBeforeThePickIsDiscarded) {
-    // Published as soon as the link stands (the shift rules are the model's).
-    ASSERT_TRUE(test::pumpUntil([&] { return !overview()["interpretation"].is_null(); }));
-
     // The bridge runs the warehouse show while the cloud still has the demo show active.
     const json warehouse = client->send("GET", "api/shows/show-warehouse", token).json();
     adminPost("api/admin/push", {{"type", "show_snapshot"}, {"data", warehouse}}, 204);
@@ -83,10 +75,12 @@ TEST_F(ShowUpdatesLinkTest, APickedShowIsActivatedAndAReloadStartedBeforeThePick
     adminPost("api/admin/faults",
               {{"path", "api/shows/show-warehouse/activate"}, {"delay_ms", 3000}}, 200);
     adminPost("api/admin/push", {{"type", "show_changed"}, {"data", json::object()}}, 204);
-    ASSERT_TRUE(test::pumpUntil([&] { return requests("GET api/runtime/active-show") == 1; }));
+    ASSERT_TRUE(test::pumpUntil([&] {
+        return admin->send("GET", "api/admin/state")
+                   .json()["requests"]
+                   .value("GET api/runtime/active-show", 0) == 1;
+    }));
     model->selectShow(QStringLiteral("show-warehouse"));
-    EXPECT_TRUE(model->isSwitchingShow());
-    EXPECT_EQ(model->pendingShowSwitchId(), "show-warehouse");
 
     ASSERT_TRUE(test::pumpUntil([&] {
         return cloud->output().find("GET /api/runtime/active-show -> 200") != std::string::npos;
@@ -94,36 +88,12 @@ TEST_F(ShowUpdatesLinkTest, APickedShowIsActivatedAndAReloadStartedBeforeThePick
     test::pumpFor(200ms);
     EXPECT_EQ(model->selectedShowId(), "show-warehouse") << "the late reload was applied";
     ASSERT_TRUE(test::pumpUntil([&] { return !model->isSwitchingShow(); }, 10s));
-    EXPECT_FALSE(model->pendingShowSwitchId());
     EXPECT_EQ(overview()["active_show_id"], "show-warehouse");
-    const auto active = std::find_if(model->shows().begin(), model->shows().end(),
-                                     [](const ShowOption& show) { return show.active; });
-    ASSERT_NE(active, model->shows().end());
-    EXPECT_EQ(active->id, "show-warehouse");
-    ASSERT_TRUE(test::pumpUntil(
-        [&] { return model->showPatch() && model->showPatch()->showId == "show-warehouse"; }));
 
     model->selectShow(QStringLiteral("show-nowhere"));
     ASSERT_TRUE(test::pumpUntil([&] { return !model->isSwitchingShow(); }));
     EXPECT_EQ(model->statusMessage(), "Couldn’t switch show: Server returned HTTP 404");
     EXPECT_EQ(model->selectedShowId(), "show-warehouse");
-}
-
-// The pick-versus-push rules are LiveControl's; here a click on the control page must arrive.
-TEST_F(ShowUpdatesLinkTest, AModeClickedOnTheControlPageReachesTheBridge) {
-    KELVO_REQUIRE_TOOL(test::HeadlessBrowser::available(), "chromium is not installed");
-    test::HeadlessBrowser browser(dir / "chromium-profile");
-    ASSERT_TRUE(browser.attach());
-    browser.open(QUrl(QString::fromStdString(cloud->baseUrl() + "/control")));
-    ASSERT_TRUE(browser.waitUntil(
-        QStringLiteral("!!document.querySelector('#mode option[value=\"blackout\"]')")));
-    for (const char* mode : {"blackout", "static", "blackout"}) {
-        browser.evaluate(QStringLiteral("(() => { const s = document.getElementById('mode'); "
-                                        "s.value = '%1'; s.dispatchEvent(new Event('change')); "
-                                        "return true; })()")
-                             .arg(QLatin1String(mode)));
-        EXPECT_TRUE(test::pumpUntil([&] { return model->selectedModeId() == mode; }, 15s)) << mode;
-    }
 }
 
 TEST_F(ShowUpdatesLinkTest, QuittingWaitsAtMostTwoSecondsThenARefusedConnectionSaysSo) {

@@ -4,7 +4,6 @@
 
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
-#include <QTcpSocket>
 #include <QWebSocket>
 
 #include <nlohmann/json.hpp>
@@ -17,7 +16,6 @@ namespace kelvo::test {
 
 struct HttpResult {
     int status = 0;
-    QNetworkReply::NetworkError error = QNetworkReply::NoError;
     QByteArray body;
 
     nlohmann::json json() const { return nlohmann::json::parse(body.toStdString()); }
@@ -44,27 +42,8 @@ public:
             request.setHeader(QNetworkRequest::ContentTypeHeader, "application/json");
         std::unique_ptr<QNetworkReply> reply(manager_.sendCustomRequest(request, method, body));
         pumpUntil([&] { return reply->isFinished(); }, std::chrono::seconds(15));
-        return {reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt(), reply->error(),
+        return {reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt(),
                 reply->readAll()};
-    }
-
-    /// The status line's code of a web-socket upgrade request, read from the raw answer.
-    int upgradeStatus(const std::string& pathAndQuery) {
-        const QUrl base(QString::fromStdString(baseUrl_));
-        QTcpSocket socket;
-        socket.connectToHost(base.host(), quint16(base.port()));
-        socket.write("GET /" + QByteArray::fromStdString(pathAndQuery) +
-                     " HTTP/1.1\r\nHost: " + base.authority().toLatin1() +
-                     "\r\nUpgrade: websocket\r\nConnection: Upgrade\r\n"
-                     "Sec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\n"
-                     "Sec-WebSocket-Version: 13\r\n\r\n");
-        QByteArray answer;
-        pumpUntil([&] {
-            answer += socket.readAll();
-            return answer.contains("\r\n") || socket.state() == QAbstractSocket::UnconnectedState;
-        });
-        const QList<QByteArray> statusLine = answer.left(answer.indexOf("\r\n")).split(' ');
-        return statusLine.value(1).toInt();
     }
 
 private:

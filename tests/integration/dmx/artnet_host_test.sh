@@ -23,13 +23,13 @@ trap 'rm -rf "$work"' EXIT
 printf '::1\tlocalhost ip6-localhost\n127.0.0.1\tlocalhost\n' >"$work/hosts"
 mount --bind "$work/hosts" /etc/hosts # private to this mount namespace
 
-out=$("$probe" --host localhost --port 6454 --listen 6454 --frames 5 --interval-ms 20)
+out=$("$probe" localhost 5 20 1,2,3,4 listen)
 echo "$out"
 grep -qx 'packetsSent=5 sendFailures=0 recoveries=0 state=ready lastError=-' <<<"$out" ||
     fail "localhost must resolve to 127.0.0.1"
 grep -qx 'received=[45]' <<<"$out" || fail "the node on 127.0.0.1 must receive the frames"
 
-out=$("$probe" --host 10.77.0.1 --frames 3 --interval-ms 10 | sed -n 1p)
+out=$("$probe" 10.77.0.1 3 10 1,2,3,4 | sed -n 1p)
 echo "$out"
 [ "$out" = "packetsSent=3 sendFailures=0 recoveries=0 state=waiting lastError=Network is unreachable" ] ||
     fail "no route yet: waiting, kept within the readiness deadline"
@@ -38,7 +38,7 @@ ip link add kelvo0 type veth peer name kelvo1
 ip addr add 10.77.0.1/24 dev kelvo0
 ip link set kelvo0 up
 ip link set kelvo1 up
-out=$("$probe" --host 10.77.0.255 --port 6454 --listen 6454 --frames 5 --interval-ms 20)
+out=$("$probe" 10.77.0.255 5 20 1,2,3,4 listen)
 echo "$out"
 grep -qx 'packetsSent=5 sendFailures=0 recoveries=0 state=ready lastError=-' <<<"$out" ||
     fail "a broadcast host must be usable"
@@ -47,7 +47,7 @@ grep -qx 'received=5' <<<"$out" || fail "the broadcast frames must arrive"
 # A link that takes 1 kB/s and queues everything: the socket's send buffer fills.
 tc qdisc add dev kelvo0 root tbf rate 8kbit burst 1600 limit 50000000
 ip neigh add 10.77.0.9 lladdr 02:00:00:00:00:09 dev kelvo0
-out=$("$probe" --host 10.77.0.9 --frames 3000 --interval-ms 0 --values "$(seq -s, 1 512)")
+out=$("$probe" 10.77.0.9 3000 0 "$(seq -s, 1 512)")
 echo "$out"
 grep -qx 'packetsSent=3000 sendFailures=0 recoveries=0 state=ready lastError=-' <<<"$out" ||
     fail "a full send buffer must not break the association"

@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 [ -n "${KELVO_TRACE:-}" ] && set -x
 # OLA's olad as the Art-Net node: OLA's own recorder reads back exactly the channel values
-# LiveDmxOutput sent. Port 0 is given: the transport must use 6454. (Reading the node's
-# ArtPollReply is covered end to end by the olad health scenarios.)
+# LiveDmxOutput sent. (Reading the node's ArtPollReply is covered end to end by the olad
+# health scenarios.)
 #
 # Topology, all created here and torn down on exit: this script runs in a private network
 # namespace (10.201.0.1) joined by a veth pair to a second namespace where olad runs
@@ -43,15 +43,14 @@ start_olad "$node_ns" "$node_ip" "" 1
 # OLA's Art-Net input port 0 receives the network's DMX into OLA universe 1.
 in_node ola_patch --device "$olad_device" --port 0 --universe 1 --input
 
-# OLA gives a port the low nibble of its universe as the Art-Net address: universe 1.
-universe=1
+# OLA gives a port the low nibble of its universe as the Art-Net address: the probe's 1.
 
 # A full universe whose every channel differs from its neighbours.
 values=$(for i in $(seq 0 511); do printf '%d,' $(((i * 7 + 3) % 256)); done)
 values=${values%,}
 start_recorder "$node_ns" 1
 sleep 0.3
-status=$("$probe" --host "$node_ip" --port 0 --universe "$universe" --frames 10 --interval-ms 25 --values "$values")
+status=$("$probe" "$node_ip" 10 25 "$values")
 echo "$status"
 [[ "$status" == "packetsSent=10 sendFailures=0 recoveries=0 state=ready"* ]] || fail "transport status"
 sleep 0.3
@@ -61,4 +60,4 @@ frames=$(grep -c "^1 " "$work/show.txt" || true)
 [ "$frames" -ge 1 ] || fail "OLA recorded no frames: $(cat "$work/recorder.log")"
 mismatched=$(grep "^1 " "$work/show.txt" | grep -vcx "1 $values" || true)
 [ "$mismatched" = 0 ] || fail "OLA received other values: $(grep '^1 ' "$work/show.txt" | head -1 | cut -c1-200)"
-echo "OLA received $frames frames with exactly the 512 values sent on Art-Net universe $universe"
+echo "OLA received $frames frames with exactly the 512 values sent on Art-Net universe 1"

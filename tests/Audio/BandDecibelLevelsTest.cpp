@@ -1,7 +1,5 @@
-#include "Audio/MicFeatures.h"
 #include "Audio/BandDecibelLevels.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -9,9 +7,6 @@
 
 namespace kelvo {
 namespace {
-
-using testing::DoubleEq;
-using testing::ElementsAre;
 
 TEST(LowDominance, IsTheLowBandsLinearShareWithSilenceAndGarbageAsMinus120) {
     const double nan = std::numeric_limits<double>::quiet_NaN();
@@ -31,14 +26,6 @@ TEST(LowDominance, IsTheLowBandsLinearShareWithSilenceAndGarbageAsMinus120) {
         EXPECT_DOUBLE_EQ(BandDecibelLevels::lowDominanceFromBandDecibels(c.low, c.mid, c.high),
                          c.dominance)
             << c.low << " " << c.mid << " " << c.high;
-}
-
-TEST(MicBandTracePush, RisesInstantlyFallsByAThirdOfTheGapAndClamps) {
-    std::vector<double> trace;
-    for (double level : {7.0, 0.0, 0.9, -3.0})
-        MicBandTrace::push(trace, level);
-    EXPECT_THAT(trace, ElementsAre(DoubleEq(1.0), DoubleEq(0.65), DoubleEq(0.9),
-                                   DoubleEq(0.9 - 0.9 * 0.35)));
 }
 
 } // namespace
