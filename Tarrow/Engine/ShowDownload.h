@@ -44,8 +44,8 @@ public:
 /// download (through its token) before this object goes away.
 ///
 /// The tick of the lights keeps its rhythm meanwhile: decoding and cache reads run on a worker,
-/// and each piece that must use the engine on the main thread (compiling a new engine, realising
-/// the show, the themes) waits for its own slot right after a tick.
+/// and each piece that must use the engine on the main thread (each step of building a new
+/// engine, of realising the show, the themes) waits for its own slot right after a tick.
 class ShowDownload {
 public:
     /// `writer` writes the harness files off the main thread, telling `context` when done;
