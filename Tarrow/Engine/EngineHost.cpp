@@ -209,10 +209,20 @@ void EngineHost::setFaults(std::optional<EngineScriptFault> run,
         emit faultChanged(before, fault());
 }
 
+// A harness is built in steps, each one call into a fresh context, so that each can have a slot
+// of its own between ticks: the context with the bridge's globals, the script, the classical
+// chain's objects, the session.
+enum class EngineHost::BuildStep { context, evaluate, classicalChain, session, done };
+
 struct EngineHost::CompiledHarness {
-    std::unique_ptr<ScriptContext> context; // null: none could be compiled in time
+    std::unique_ptr<ScriptContext> context; // null once complete: none could be built in time
     Scripts scripts;                        // dies before its context
     std::optional<EngineScriptFault> loadFault;
+    std::string source; // until evaluated
+    BuildStep next = BuildStep::context;
+    bool ranOutOfTime = false;
+    std::uint64_t id = 0;
+    bool complete() const { return next == BuildStep::done; }
 };
 
 bool EngineHost::loadHarness(std::string_view source) {
@@ -222,22 +232,62 @@ bool EngineHost::loadHarness(std::string_view source) {
 }
 
 bool EngineHost::stageHarness(std::string_view source) {
-    stagedHarness_.reset();
+    beginHarness(source);
+    while (!continueHarness()) {
+    }
+    return stagedHarness_->loadFault != EngineScriptFault::loadTookTooLong;
+}
+
+bool EngineHost::hasStagedHarness() const {
+    return stagedHarness_ && stagedHarness_->complete();
+}
+
+void EngineHost::dropStagedShow() {
     scripts_->stagedSubset = ProtectedValue(); // built by the engine being replaced
     stagedShowId_ = 0;
-    auto compiled = compileHarness(source);
-    if (compiled->context) {
-        stagedHarness_ = std::move(compiled);
+}
+
+std::uint64_t EngineHost::beginHarness(std::string_view source) {
+    static std::uint64_t lastBuild = 0;
+    stagedHarness_.reset();
+    dropStagedShow();
+    stagedHarness_ = std::make_unique<CompiledHarness>();
+    stagedHarness_->source = std::string(source);
+    stagedHarness_->id = ++lastBuild;
+    return stagedHarness_->id;
+}
+
+bool EngineHost::continueHarness() {
+    if (!stagedHarness_ || stagedHarness_->complete())
         return true;
+    CompiledHarness& build = *stagedHarness_;
+    buildStep(build);
+    if (build.ranOutOfTime) {
+        build.scripts = Scripts{};
+        build.context.reset();
+        if (build.loadFault) {
+            build.next = BuildStep::done; // even the built-in one hangs: no engine at all
+        } else {
+            // A harness that hangs at load would hang every start from the cache.
+            build.source = bundledHarnessScript();
+            build.next = BuildStep::context;
+            build.ranOutOfTime = false;
+            build.loadFault = EngineScriptFault::loadTookTooLong;
+        }
     }
-    // A harness that hangs at load would hang every start from the cache.
-    stagedHarness_ = compileHarness(bundledHarnessScript());
-    stagedHarness_->loadFault = EngineScriptFault::loadTookTooLong;
-    return false;
+    if (!build.complete())
+        return false;
+    dropStagedShow(); // one staged meanwhile was built by the engine being replaced
+    return true;
+}
+
+void EngineHost::abandonHarness(std::uint64_t build) {
+    if (stagedHarness_ && stagedHarness_->id == build && !stagedHarness_->complete())
+        stagedHarness_.reset();
 }
 
 void EngineHost::installStagedHarness() {
-    if (!stagedHarness_)
+    if (!hasStagedHarness())
         return;
     const std::unique_ptr<CompiledHarness> compiled = std::move(stagedHarness_);
     releaseScriptObjects();
@@ -245,6 +295,10 @@ void EngineHost::installStagedHarness() {
     context_ = std::move(compiled->context);
     retryAt_.reset();
     retryDelay_ = firstRetryDelay;
+    // One that ran out of time while staged (loading its show ahead) is left alone, then retried.
+    const bool timedOut = context_ && context_->isSuspended();
+    if (timedOut)
+        retryAt_ = clock_->now() + retryDelay_;
     classicalClock_ = 0;
     lastNormalizedBands_ = {};
     lastBeat_ = {};
@@ -254,50 +308,61 @@ void EngineHost::installStagedHarness() {
     dropArmed_ = false;
     automaticDropCount_ = 0;
     recentDrops_.clear();
-    setFaults(std::nullopt, compiled->loadFault);
+    setFaults(timedOut ? std::optional(EngineScriptFault::stoppedResponding) : std::nullopt,
+              compiled->loadFault);
 }
 
-std::unique_ptr<EngineHost::CompiledHarness> EngineHost::compileHarness(std::string_view source) {
+void EngineHost::buildStep(CompiledHarness& build) {
     const Names& n = *names_;
-    auto compiled = std::make_unique<CompiledHarness>();
-    auto context = std::make_unique<ScriptContext>();
-    bool ranOutOfTime = false;
-    context->setTimeoutHandler([&ranOutOfTime] { ranOutOfTime = true; });
-    context->setTimeLimit(limits_.load);
-
-    Value performance = context->newObject();
-    ScriptString nowName("now");
-    const Value now(
-        *context, JSObjectMakeFunctionWithCallback(context->get(), nowName.get(), performanceNow));
-    performance.set(n.now, now);
-    context->global().set(n.performance, performance);
-
-    context->evaluate(source);
-
-    Scripts& scripts = compiled->scripts;
-    const Value engine = context->global().get(n.bridgeEngine);
-    if (engine.isPresent()) {
-        Value tracker = engine.get(n.beatTracker);
-        if (!tracker.isPresent())
-            tracker = engine.get(n.classicalBeatTracker);
-        scripts.beatTracker = ProtectedValue(tracker.construct());
-        scripts.bandNormalizer = ProtectedValue(engine.get(n.bandNormalizer).construct());
-        scripts.decibelWindow = ProtectedValue(engine.get(n.decibelWindow).construct());
-        scripts.session = ProtectedValue(engine.get(n.session).construct());
-        const Value detector = engine.get(n.dropDetector);
-        if (detector.isPresent()) {
-            scripts.dropDetectorConstructor = ProtectedValue(detector);
-            scripts.dropDetector = ProtectedValue(detector.construct());
+    Scripts& scripts = build.scripts;
+    switch (build.next) {
+    case BuildStep::context: {
+        build.context = std::make_unique<ScriptContext>();
+        ScriptContext& context = *build.context;
+        context.setTimeoutHandler([&build] { build.ranOutOfTime = true; });
+        context.setTimeLimit(limits_.load);
+        Value performance = context.newObject();
+        const Value now(
+            context, JSObjectMakeFunctionWithCallback(context.get(), n.now.get(), performanceNow));
+        performance.set(n.now, now);
+        context.global().set(n.performance, performance);
+        build.next = BuildStep::evaluate;
+        return;
+    }
+    case BuildStep::evaluate:
+        build.context->evaluate(build.source);
+        std::string().swap(build.source);
+        build.next = BuildStep::classicalChain;
+        return;
+    case BuildStep::classicalChain:
+        if (const Value engine = build.context->global().get(n.bridgeEngine); engine.isPresent()) {
+            Value tracker = engine.get(n.beatTracker);
+            if (!tracker.isPresent())
+                tracker = engine.get(n.classicalBeatTracker);
+            scripts.beatTracker = ProtectedValue(tracker.construct());
+            scripts.bandNormalizer = ProtectedValue(engine.get(n.bandNormalizer).construct());
+            scripts.decibelWindow = ProtectedValue(engine.get(n.decibelWindow).construct());
         }
+        build.next = BuildStep::session;
+        return;
+    case BuildStep::session:
+        if (const Value engine = build.context->global().get(n.bridgeEngine); engine.isPresent()) {
+            scripts.session = ProtectedValue(engine.get(n.session).construct());
+            const Value detector = engine.get(n.dropDetector);
+            if (detector.isPresent()) {
+                scripts.dropDetectorConstructor = ProtectedValue(detector);
+                scripts.dropDetector = ProtectedValue(detector.construct());
+            }
+        }
+        if (!build.ranOutOfTime) {
+            build.context->setTimeoutHandler([this] { scriptTimedOut(); });
+            build.context->setTimeLimit(limits_.call);
+        }
+        build.next = BuildStep::done;
+        return;
+    case BuildStep::done:
+        return;
     }
-    if (ranOutOfTime) {
-        scripts = Scripts{};
-        return compiled;
-    }
-    context->setTimeoutHandler([this] { scriptTimedOut(); });
-    context->setTimeLimit(limits_.call);
-    compiled->context = std::move(context);
-    return compiled;
 }
 
 void EngineHost::replaceDropDetector() {
@@ -395,13 +460,13 @@ EngineHost::ShowTexts EngineHost::showTexts(const nlohmann::json& activeShow,
 }
 
 ScriptContext* EngineHost::stagingContext() {
-    if (stagedHarness_)
+    if (hasStagedHarness())
         return stagedHarness_->context.get();
     return readySession().isPresent() ? context_.get() : nullptr;
 }
 
 EngineHost::Scripts& EngineHost::stagingScripts() {
-    return stagedHarness_ ? stagedHarness_->scripts : *scripts_;
+    return hasStagedHarness() ? stagedHarness_->scripts : *scripts_;
 }
 
 EngineHost::StagedShow EngineHost::stageShow(const ShowTexts& texts) {
@@ -424,6 +489,7 @@ EngineHost::StagedShow EngineHost::stageShow(const ShowTexts& texts) {
     stagingScripts().stagedSubset = ProtectedValue(subset);
     static std::uint64_t lastStage = 0;
     stagedShowId_ = ++lastStage;
+    stagedPiecesLoaded_ = 0;
     return {stagedShowId_};
 }
 
@@ -440,6 +506,7 @@ bool EngineHost::switchToStagedShow(StagedShow staged, const ShowTexts& texts,
                                     std::map<std::string, std::pair<double, double>> positions) {
     if (staged.id == 0 || staged.id != stagedShowId_)
         return false;
+    const int loadedAhead = stagedPiecesLoaded_;
     installStagedHarness(); // the show was built by it: both switch together
     const Value session = readySession();
     if (!session.isPresent())
@@ -447,9 +514,10 @@ bool EngineHost::switchToStagedShow(StagedShow staged, const ShowTexts& texts,
     const Value subset = scripts_->stagedSubset.view();
     {
         const LoadTimeLimit limit(*context_, limits_);
-        session.call(names_->loadShow, {subset});
+        if (loadedAhead < 1)
+            session.call(names_->loadShow, {subset});
         // A script that ran out of time above is left alone; these become no-ops.
-        if (!texts.fixtureOptionsJSON.empty())
+        if (!texts.fixtureOptionsJSON.empty() && loadedAhead < 2)
             if (const Value ready = readySession(); ready.isPresent())
                 ready.call(names_->applyFixtureOptions,
                            {context_->parseJSON(texts.fixtureOptionsJSON)});
@@ -459,6 +527,25 @@ bool EngineHost::switchToStagedShow(StagedShow staged, const ShowTexts& texts,
     scripts_->stagedSubset = ProtectedValue();
     stagedShowId_ = 0;
     return true;
+}
+
+bool EngineHost::canLoadStagedShowAhead(StagedShow staged) const {
+    return staged.id != 0 && staged.id == stagedShowId_ && hasStagedHarness() &&
+           stagedHarness_->context && !stagedHarness_->context->isSuspended() &&
+           stagedPiecesLoaded_ < 2;
+}
+
+void EngineHost::loadStagedShowAhead(StagedShow staged, const ShowTexts& texts) {
+    if (!canLoadStagedShowAhead(staged))
+        return;
+    ScriptContext& context = *stagedHarness_->context;
+    const Scripts& scripts = stagedHarness_->scripts;
+    const LoadTimeLimit limit(context, limits_);
+    if (stagedPiecesLoaded_++ == 0)
+        scripts.session.view().call(names_->loadShow, {scripts.stagedSubset.view()});
+    else if (!texts.fixtureOptionsJSON.empty())
+        scripts.session.view().call(names_->applyFixtureOptions,
+                                    {context.parseJSON(texts.fixtureOptionsJSON)});
 }
 
 void EngineHost::applyFixtureOptions(const nlohmann::json& fixtures) {

@@ -78,12 +78,19 @@ public:
     /// Loads the harness. One that runs out of time at load is not used: the built-in engine is
     /// loaded instead and false returned.
     bool loadHarness(std::string_view source);
-    /// Compiles the harness in a context of its own while the running one keeps stepping; it
+    /// Builds the harness in a context of its own while the running one keeps stepping; it
     /// takes over at the next staged show's switch, or at `installStagedHarness`. A show staged
-    /// meanwhile is built by it.
+    /// meanwhile is built by it. False when it ran out of time (the built-in one is staged).
     bool stageHarness(std::string_view source);
+    /// The same build in pieces short enough for the gaps between ticks: `beginHarness` drops
+    /// any other build and touches no script; each `continueHarness` runs one piece and says
+    /// whether the build is complete. Only a complete build is staged.
+    std::uint64_t beginHarness(std::string_view source);
+    bool continueHarness();
+    /// Drops the build, unless it is complete or another one replaced it.
+    void abandonHarness(std::uint64_t build);
     void installStagedHarness();
-    bool hasStagedHarness() const { return stagedHarness_ != nullptr; }
+    bool hasStagedHarness() const;
     void loadCachedShow(std::string_view subsetJSON);
     /// Builds the show subset in the script, loads it and applies fixture options and control
     /// state; the subset as UTF-8 JSON for the cache, or nullopt.
@@ -111,6 +118,11 @@ public:
     /// Switches to the staged show; false when it is no longer staged or the script may not run.
     bool switchToStagedShow(StagedShow staged, const ShowTexts& texts,
                             std::map<std::string, std::pair<double, double>> positions);
+    /// A show staged in a new engine, whose session nothing steps yet, may take its show and
+    /// then its fixture options there ahead of the switch, one piece per call (cold code in a
+    /// fresh context runs slowest); the switch then only adds the control state and installs.
+    bool canLoadStagedShowAhead(StagedShow staged) const;
+    void loadStagedShowAhead(StagedShow staged, const ShowTexts& texts);
     void applyControl(const EngineControl& control);
     void applyFixtureOptions(const nlohmann::json& fixtures);
     bool hasRealizedShow();
@@ -168,9 +180,11 @@ private:
     struct Names;
     struct Scripts;
 
+    enum class BuildStep;
     struct CompiledHarness;
-    /// Compiles within the load limit; without a context when the script ran out of time.
-    std::unique_ptr<CompiledHarness> compileHarness(std::string_view source);
+    /// One piece of a build, within the load limit.
+    void buildStep(CompiledHarness& build);
+    void dropStagedShow();
     /// Where a show is staged: the staged harness when one waits, else the running one.
     script::ScriptContext* stagingContext();
     Scripts& stagingScripts();
@@ -203,6 +217,7 @@ private:
     std::vector<ThemePaletteColor> liveScheme_;
     std::map<std::string, std::pair<double, double>> fixturePositions_;
     std::uint64_t stagedShowId_ = 0; // the subset held in Scripts::stagedSubset
+    int stagedPiecesLoaded_ = 0;     // of it, in a new engine ahead of the switch
     std::unique_ptr<CompiledHarness> stagedHarness_;
     std::unique_ptr<const Names> names_;
 };

@@ -1,7 +1,6 @@
 #include "Engine/ShowDownload.h"
 
 #include "Cloud/OfflineShowCache.h"
-#include "Cloud/TickSlots.h"
 #include "Engine/EngineHost.h"
 #include "Show/BootstrapViewData.h"
 #include "Show/ShowPatchBuilder.h"
@@ -40,25 +39,11 @@ ShowDownload::ShowDownload(OfflineShowCache& cache, EngineHost& engine, ShowDown
                            CacheWriter* writer, QObject* context, TickSlots* tickSlots,
                            HarnessLoader loader)
     : cache_(cache), engine_(engine), target_(target), writer_(writer), context_(context),
-      slots_(tickSlots), loader_(loader) {}
+      loader_(loader), work_(tickSlots, context) {}
 
 ShowDownload::~ShowDownload() {
     if (prefetch_)
         prefetch_->cancel();
-}
-
-template <typename T> QCoro::Task<T> ShowDownload::offMainThread(std::function<T()> work) {
-    if (!context_)
-        co_return work();
-    QCoro::Task<T> running = work_.run<T>(std::move(work), context_);
-    co_return co_await std::move(running);
-}
-
-QCoro::Task<> ShowDownload::mainThreadSlot(const CancellationToken& cancel) {
-    if (!slots_)
-        co_return;
-    QCoro::Task<> slot = slots_->next(cancel);
-    co_await std::move(slot);
 }
 
 // Every task is made in its own statement before it is awaited: GCC 12 destroys argument
@@ -68,7 +53,7 @@ QCoro::Task<> ShowDownload::fetchShowAndHarness(BridgeAPIClient client, std::str
                                                 CancellationToken cancel) {
     OfflineShowCache* cache = &cache_;
     QCoro::Task<std::optional<QByteArray>> readingBefore =
-        offMainThread<std::optional<QByteArray>>([cache] { return cache->loadHarnessJS(); });
+        work_.offMainThread<std::optional<QByteArray>>([cache] { return cache->loadHarnessJS(); });
     const std::optional<QByteArray> harnessBefore = co_await std::move(readingBefore);
     cancel.throwIfCancelled();
     try {
@@ -86,13 +71,13 @@ QCoro::Task<> ShowDownload::fetchShowAndHarness(BridgeAPIClient client, std::str
     QCoro::Task<QByteArray> bootstrapDownload = client.fetchRuntimeBootstrap(token, cancel);
     const QByteArray bootstrapBytes = co_await std::move(bootstrapDownload);
     cancel.throwIfCancelled();
-    QCoro::Task<DecodedBootstrap> decoding = offMainThread<DecodedBootstrap>(
+    QCoro::Task<DecodedBootstrap> decoding = work_.offMainThread<DecodedBootstrap>(
         [bootstrapBytes] { return decodeBootstrap(bootstrapBytes); });
     DecodedBootstrap bootstrap = co_await std::move(decoding);
     cancel.throwIfCancelled();
     // The cached engine, when the download changed it.
     QCoro::Task<std::optional<QByteArray>> readingAfter =
-        offMainThread<std::optional<QByteArray>>([cache, harnessBefore] {
+        work_.offMainThread<std::optional<QByteArray>>([cache, harnessBefore] {
             std::optional<QByteArray> harness = cache->loadHarnessJS();
             return harness != harnessBefore ? harness : std::nullopt;
         });
@@ -101,15 +86,23 @@ QCoro::Task<> ShowDownload::fetchShowAndHarness(BridgeAPIClient client, std::str
     if (!harness && !engine_.hasContext())
         harness = harnessBefore;
 
-    // Compiling a new engine cannot be split: it gets a slot of its own, right after a tick,
-    // in a context of its own while the running engine keeps stepping. The new engine takes
-    // over together with its show; an unchanged engine keeps its tempo lock across a reconnect.
+    // A new engine is built in a context of its own, one piece per slot right after a tick,
+    // while the running engine keeps stepping. It takes over together with its show; an
+    // unchanged engine keeps its tempo lock across a reconnect.
     if (harness) {
-        QCoro::Task<> compileSlot = mainThreadSlot(cancel);
-        co_await std::move(compileSlot);
-        engine_.stageHarness(view(*harness));
+        const std::uint64_t build = engine_.beginHarness(view(*harness));
+        try {
+            do {
+                QCoro::Task<> buildSlot = work_.slot(cancel);
+                co_await std::move(buildSlot);
+                cancel.throwIfCancelled();
+            } while (!engine_.continueHarness());
+        } catch (const FlowCancelled&) {
+            engine_.abandonHarness(build); // never a half-built engine left behind
+            throw;
+        }
     }
-    QCoro::Task<> showSlot = mainThreadSlot(cancel);
+    QCoro::Task<> showSlot = work_.slot(cancel);
     co_await std::move(showSlot);
     QCoro::Task<> applying = target_.applyParsedBootstrap(std::move(bootstrap.document), cancel);
     co_await std::move(applying);
@@ -122,12 +115,12 @@ QCoro::Task<> ShowDownload::fetchShowAndHarness(BridgeAPIClient client, std::str
         const QByteArray config = co_await std::move(configDownload);
         cancel.throwIfCancelled();
         QCoro::Task<std::vector<ThemeOption>> decodingThemes =
-            offMainThread<std::vector<ThemeOption>>(
+            work_.offMainThread<std::vector<ThemeOption>>(
                 [config] { return BootstrapViewData::extractThemeOptions(view(config)); });
         std::vector<ThemeOption> themes = co_await std::move(decodingThemes);
         cancel.throwIfCancelled();
         if (themes != target_.currentThemes()) {
-            QCoro::Task<> themeSlot = mainThreadSlot(cancel);
+            QCoro::Task<> themeSlot = work_.slot(cancel);
             co_await std::move(themeSlot);
             target_.replaceThemes(std::move(themes));
         }
@@ -143,10 +136,10 @@ QCoro::Task<> ShowDownload::fetchShowAndHarness(BridgeAPIClient client, std::str
 QCoro::Task<> ShowDownload::applyPushedBootstrap(QByteArray bytes, CancellationToken cancel) {
     try {
         QCoro::Task<DecodedBootstrap> decoding =
-            offMainThread<DecodedBootstrap>([bytes] { return decodeBootstrap(bytes); });
+            work_.offMainThread<DecodedBootstrap>([bytes] { return decodeBootstrap(bytes); });
         DecodedBootstrap bootstrap = co_await std::move(decoding);
         cancel.throwIfCancelled();
-        QCoro::Task<> slot = mainThreadSlot(cancel);
+        QCoro::Task<> slot = work_.slot(cancel);
         co_await std::move(slot);
         QCoro::Task<> applying =
             target_.applyParsedBootstrap(std::move(bootstrap.document), cancel);
@@ -177,7 +170,7 @@ QCoro::Task<> ShowDownload::runPrefetch(BridgeAPIClient client,
             co_return;
         OfflineShowCache* cache = &cache_;
         QCoro::Task<std::optional<std::int64_t>> reading =
-            offMainThread<std::optional<std::int64_t>>(
+            work_.offMainThread<std::optional<std::int64_t>>(
                 [cache, id = showId]() -> std::optional<std::int64_t> {
                     if (const std::optional<ShowPatch> cached = cache->loadPatch(id))
                         return cached->revision;

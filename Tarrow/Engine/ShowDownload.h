@@ -1,7 +1,7 @@
 #pragma once
 
-#include "Cloud/BackgroundWork.h"
 #include "Cloud/BridgeAPIClient.h"
+#include "Cloud/SlottedWork.h"
 #include "Engine/HarnessLoader.h"
 #include "Show/ShowOptions.h"
 #include "Show/ShowPatch.h"
@@ -44,8 +44,8 @@ public:
 /// download (through its token) before this object goes away.
 ///
 /// The tick of the lights keeps its rhythm meanwhile: decoding and cache reads run on a worker,
-/// and each piece that must use the engine on the main thread (compiling a new engine, realising
-/// the show, the themes) waits for its own slot right after a tick.
+/// and each piece that must use the engine on the main thread (each step of building a new
+/// engine, of realising the show, the themes) waits for its own slot right after a tick.
 class ShowDownload {
 public:
     /// `writer` writes the harness files off the main thread, telling `context` when done;
@@ -70,10 +70,6 @@ public:
     QCoro::Task<> applyPushedBootstrap(QByteArray bytes, CancellationToken cancel);
 
 private:
-    /// Runs `work` on the worker when there is a context to come back to, else at once.
-    template <typename T> QCoro::Task<T> offMainThread(std::function<T()> work);
-    /// Waits for the next slot after a tick (none without slots).
-    QCoro::Task<> mainThreadSlot(const CancellationToken& cancel);
     QCoro::Task<> runPrefetch(BridgeAPIClient client, std::map<std::string, std::int64_t> revisions,
                               std::string token, std::shared_ptr<CancellationSource> flow);
 
@@ -82,9 +78,8 @@ private:
     ShowDownloadTarget& target_;
     CacheWriter* writer_;
     QObject* context_;
-    TickSlots* slots_;
     HarnessLoader loader_;
-    BackgroundWork work_;
+    SlottedWork work_;
     std::shared_ptr<CancellationSource> prefetch_;
 };
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "Cloud/BackgroundWork.h"
 #include "Cloud/Cancellation.h"
+#include "Cloud/SlottedWork.h"
 
 #include <nlohmann/json.hpp>
 
@@ -20,7 +20,9 @@ class TickSlots;
 /// outside data is turned into text on a worker, and each piece that must use the engine
 /// (building the subset, serialising it, the switch) waits for its own slot right after a tick.
 /// The running show keeps stepping until the switch, which loads the new show with its fixture
-/// options and control state in one slot: the lights never see half of it.
+/// options and control state in one slot: the lights never see half of it. A new engine's session
+/// is not stepped before the switch, so it takes the show and the fixture options ahead, in
+/// slots of their own.
 class ShowRealisation {
 public:
     /// Without `tickSlots` the pieces run at once; without `context` the worker's part too.
@@ -40,13 +42,8 @@ public:
     bool isRealising() const { return current_ != nullptr; }
 
 private:
-    template <typename T> QCoro::Task<T> offMainThread(std::function<T()> work);
-    QCoro::Task<> slot(const CancellationToken& cancel);
-
     EngineHost& engine_;
-    TickSlots* slots_;
-    QObject* context_;
-    BackgroundWork work_;
+    SlottedWork work_;
     std::shared_ptr<CancellationSource> current_; // the newest realisation's
 };
 

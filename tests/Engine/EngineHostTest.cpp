@@ -157,11 +157,43 @@ TEST_F(RecordingHost, AStagedHarnessTakesOverTogetherWithItsShow) {
     const json show = {{"name", "New"}, {"result", {{"dmx", {{"1", {2}}}}}}};
     const EngineHost::ShowTexts texts = EngineHost::showTexts(show, json::object());
     const EngineHost::StagedShow staged = host.stageShow(texts);
-    EXPECT_EQ(host.step("{}", 1.0 / 60, false), (DmxFrame{{1, {1}}})) << "the old engine steps on";
+    for (int ahead = 0; host.canLoadStagedShowAhead(staged); ++ahead) {
+        ASSERT_LT(ahead, 2);
+        host.loadStagedShowAhead(staged, texts);
+        EXPECT_EQ(host.step("{}", 1.0 / 60, false), (DmxFrame{{1, {1}}}))
+            << "the old engine steps on";
+    }
     ASSERT_TRUE(host.switchToStagedShow(staged, texts, {}));
     EXPECT_FALSE(host.hasStagedHarness());
     EXPECT_EQ(host.step("{}", 1.0 / 60, false), (DmxFrame{{1, {2}}}));
     EXPECT_EQ(loggedCalls(host, "step").size(), 1u) << "a fresh engine: the old one's log is gone";
+    EXPECT_EQ(loggedCalls(host, "loadShow").size(), 1u) << "loaded ahead, not again at the switch";
+}
+
+TEST_F(RecordingHost, AHarnessBuiltInPiecesIsStagedOnlyWhenCompleteAndAnAbandonedOneLeavesNothing) {
+    loadShow({{"name", "Old"}, {"result", {{"dmx", {{"1", {1}}}}}}});
+    const std::uint64_t replaced = host.beginHarness(testHarness());
+    ASSERT_FALSE(host.continueHarness());
+    const std::uint64_t newer = host.beginHarness(testHarness());
+    host.abandonHarness(replaced); // the replaced download's cancellation arrives late
+    int pieces = 1;
+    for (; !host.continueHarness(); ++pieces) {
+        EXPECT_FALSE(host.hasStagedHarness());
+        EXPECT_EQ(host.step("{}", 1.0 / 60, false), (DmxFrame{{1, {1}}}))
+            << "the old engine steps on";
+    }
+    EXPECT_EQ(pieces, 4);
+    host.abandonHarness(newer);
+    EXPECT_TRUE(host.hasStagedHarness()) << "a complete build waits for its show";
+
+    const std::uint64_t cancelled = host.beginHarness(testHarness());
+    host.continueHarness();
+    host.continueHarness();
+    host.abandonHarness(cancelled);
+    EXPECT_TRUE(host.continueHarness());
+    host.installStagedHarness();
+    EXPECT_FALSE(host.hasStagedHarness());
+    EXPECT_EQ(host.step("{}", 1.0 / 60, false), (DmxFrame{{1, {1}}})) << "nothing half-built runs";
 }
 
 TEST_F(RecordingHost, ApplyControlMapRules) {
@@ -279,6 +311,24 @@ TEST(EngineHostTimeLimit, ScriptThatRunsOutOfTimeIsLeftAloneThenRetried) {
         clock->advance(8s);
         ASSERT_EQ(host.step(R"({"spin":true})", 0.016, false), std::nullopt);
     }
+}
+
+TEST(EngineHostTimeLimit, ANewEngineThatHangsLoadingItsShowAheadIsRetriedAfterTakingOver) {
+    using namespace std::chrono_literals;
+    const auto clock = std::make_shared<ManualMonotonicClock>();
+    EngineHost host(clock, {.call = 5ms, .load = 5ms});
+    host.loadHarness(testHarness());
+    ASSERT_TRUE(host.stageHarness(testHarness()));
+    const auto texts = EngineHost::showTexts({{"name", "Spins"}}, json::object());
+    const EngineHost::StagedShow staged = host.stageShow(texts);
+    ASSERT_TRUE(host.canLoadStagedShowAhead(staged));
+    host.loadStagedShowAhead(staged, texts);
+    EXPECT_FALSE(host.canLoadStagedShowAhead(staged));
+    EXPECT_FALSE(host.switchToStagedShow(staged, texts, {}));
+    EXPECT_EQ(host.fault(), EngineScriptFault::stoppedResponding);
+    clock->advance(1s);
+    host.loadShow({{"name", "Fine"}, {"result", {{"dmx", {{"1", {4}}}}}}}, json::object());
+    EXPECT_EQ(host.step("{}", 0.016, false), (DmxFrame{{1, {4}}})) << "retried, not stuck";
 }
 
 TEST(EngineHostTimeLimit, HarnessThatHangsAtLoadGivesWayToTheBuiltInEngine) {
