@@ -79,13 +79,14 @@ private:
         while (!stop_) {
             const std::vector<std::uint8_t> chunk = pty_.readSome(20);
             stream.insert(stream.end(), chunk.begin(), chunk.end());
-            const auto found = std::ranges::search(stream, request);
-            if (found.empty())
+            const auto found =
+                std::search(stream.begin(), stream.end(), request.begin(), request.end());
+            if (found == stream.end())
                 continue;
             ++requests_;
             if (answers_)
                 (void)::write(pty_.controllerDescriptor(), reply, sizeof reply);
-            stream.erase(stream.begin(), found.end());
+            stream.erase(stream.begin(), found + std::ssize(request));
         }
     }
 

@@ -74,7 +74,7 @@ TEST_F(DevCloudServer, EveryBridgeEndpointChecksTheBearerTokenAndExplainsRefusal
     for (const auto& [refused, code] :
          {std::pair<std::string, const char*>{"kdt_nobody", "401"}, {revokedToken, "403"}}) {
         test::ShowUpdatesListener socket(cloud->baseUrl(), refused);
-        EXPECT_TRUE(test::pumpUntil([&] {
+        EXPECT_TRUE(test::pumpUntil([&, code = code] {
             return socket.socket.errorString().contains(QString("status code: ") + code);
         })) << code;
     }
