@@ -1,5 +1,6 @@
 #include "Cloud/ShowUpdatesChannel.h"
 
+#include <QSslConfiguration>
 #include <QWebSocket>
 
 namespace kelvo {
@@ -16,6 +17,11 @@ ShowUpdatesChannel::ShowUpdatesChannel(std::function<bool()> stillConnected, QOb
     reloadTimer_.setInterval(reloadDebounce);
     QObject::connect(&reloadTimer_, &QTimer::timeout, this,
                      [this] { emit activeShowReloadDue(pendingRevision_); });
+    // The queue is joined before the QObject goes, which drops a call still queued for it.
+    tlsWarmUp_.async([this] {
+        QSslConfiguration::defaultConfiguration(); // what a QWebSocket's constructor reads
+        QMetaObject::invokeMethod(this, &ShowUpdatesChannel::tlsBackendReady, Qt::QueuedConnection);
+    });
 }
 
 ShowUpdatesChannel::~ShowUpdatesChannel() {
@@ -27,6 +33,18 @@ void ShowUpdatesChannel::start(const QUrl& url) {
     if (!url.isValid())
         return;
     url_ = url;
+    openPending_ = !tlsReady_;
+    if (!openPending_)
+        openSocket();
+}
+
+void ShowUpdatesChannel::tlsBackendReady() {
+    tlsReady_ = true;
+    if (std::exchange(openPending_, false))
+        openSocket();
+}
+
+void ShowUpdatesChannel::openSocket() {
     socket_ = new QWebSocket(QString(), QWebSocketProtocol::VersionLatest, this);
     // Refuse oversized frames in the socket itself, before they are buffered whole.
     socket_->setMaxAllowedIncomingFrameSize(kMaxShowUpdateFrameBytes);
@@ -38,10 +56,11 @@ void ShowUpdatesChannel::start(const QUrl& url) {
                      &ShowUpdatesChannel::handleFrame);
     QObject::connect(socket, &QWebSocket::disconnected, this,
                      [this, socket] { socketDropped(socket); });
-    socket->open(url);
+    socket->open(url_);
 }
 
 void ShowUpdatesChannel::stop() {
+    openPending_ = false;
     reconnectTimer_.stop();
     reloadTimer_.stop();
     closeSocket();

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Cloud/ShowUpdateMessage.h"
+#include "Support/SerialQueue.h"
 
 #include <QObject>
 #include <QTimer>
@@ -17,7 +18,9 @@ namespace kelvo {
 
 /// The cloud's push socket for live edits: decodes each frame and tells the owner, reopens the
 /// socket one second after it drops for as long as the bridge counts as connected, and folds
-/// bursts of "show changed" notices into one reload.
+/// bursts of "show changed" notices into one reload. The process's first socket loads the TLS
+/// backend (about 6 ms of processor time), so that is done on a worker as the channel is made and
+/// an open waits for it instead of stalling the main thread.
 class ShowUpdatesChannel : public QObject {
     Q_OBJECT
 public:
@@ -28,11 +31,13 @@ public:
     explicit ShowUpdatesChannel(std::function<bool()> stillConnected, QObject* parent = nullptr);
     ~ShowUpdatesChannel() override;
 
-    /// (Re)opens the socket at `url` (already carrying the runtime role and token).
+    /// (Re)opens the socket at `url` (already carrying the runtime role and token), once the TLS
+    /// backend is ready.
     void start(const QUrl& url);
     /// Closes the socket as "going away" and cancels a pending reconnect and reload.
     void stop();
-    bool isOpen() const { return socket_ != nullptr; }
+    /// True from `start` until `stop` or a drop, also while the open waits for the TLS backend.
+    bool isOpen() const { return socket_ != nullptr || openPending_; }
 
     /// Decodes one frame and acts on it; frames that decode to nothing are dropped silently.
     void handleFrame(const QByteArray& bytes);
@@ -47,6 +52,8 @@ signals:
     void activeShowReloadDue(std::optional<std::int64_t> revision);
 
 private:
+    void openSocket();
+    void tlsBackendReady();
     void socketDropped(QWebSocket* socket);
     void closeSocket();
 
@@ -56,6 +63,9 @@ private:
     QTimer reconnectTimer_;
     QTimer reloadTimer_;
     std::optional<std::int64_t> pendingRevision_;
+    bool tlsReady_ = false;
+    bool openPending_ = false;
+    SerialQueue tlsWarmUp_{"kelvo.cloud.tls"}; // last: joined before the object goes
 };
 
 } // namespace kelvo

@@ -49,7 +49,8 @@ void AppModel::makeCloudLink() {
     QObject::connect(cloud_.get(), &CloudSession::connected, this, [this] {
         if (!engineLoopWanted_)
             startEngineLoop();
-        // Opening the socket costs milliseconds (its first use sets up the network stack).
+        // Opening the socket is a few tenths of a millisecond once the channel has loaded the
+        // TLS backend on its worker; it still waits for a slot after a tick.
         tickSlots_->post(
             [this] {
                 if (showUpdates_ && !showUpdates_->isOpen())

@@ -94,5 +94,19 @@ TEST(ShowUpdatesChannel, ReopensOneSecondAfterADropOnlyWhileConnectedAndNotAfter
     EXPECT_EQ(server.sockets.size(), 4u);
 }
 
+TEST(ShowUpdatesChannel, AnOpenWaitingForTheTlsBackendCountsAsOpenAndStopCancelsIt) {
+    PushServer server;
+    ShowUpdatesChannel stopped([] { return true; });
+    stopped.start(server.url()); // before the worker has loaded the TLS backend
+    EXPECT_TRUE(stopped.isOpen());
+    stopped.stop();
+    EXPECT_FALSE(stopped.isOpen());
+    ShowUpdatesChannel opened([] { return true; });
+    opened.start(server.url());
+    ASSERT_TRUE(pumpUntil([&] { return server.sockets.size() == 1; }));
+    pumpFor(300ms);
+    EXPECT_EQ(server.sockets.size(), 1u);
+}
+
 } // namespace
 } // namespace kelvo
