@@ -14,6 +14,13 @@ namespace kelvo {
 
 void AppModel::makeCloudLink() {
     cacheWriter_ = std::make_unique<CacheWriter>();
+    // Tearing down the engine a new one replaced takes the better part of a millisecond.
+    QObject::connect(&engine_, &EngineHost::engineRetired, this, [this] {
+        if (tickSlots_)
+            tickSlots_->post([this] { engine_.releaseRetiredEngine(); }, {});
+        else
+            engine_.releaseRetiredEngine();
+    });
     if (!environment_.http) {
         showRealisation_ = std::make_unique<ShowRealisation>(engine_, nullptr, nullptr);
         return;

@@ -218,7 +218,8 @@ struct EngineHost::CompiledHarness {
     std::unique_ptr<ScriptContext> context; // null once complete: none could be built in time
     Scripts scripts;                        // dies before its context
     std::optional<EngineScriptFault> loadFault;
-    std::string source; // until evaluated
+    std::string source;                         // until converted for the script engine
+    std::optional<script::ScriptString> script; // until evaluated
     BuildStep next = BuildStep::context;
     bool ranOutOfTime = false;
     std::uint64_t id = 0;
@@ -228,6 +229,7 @@ struct EngineHost::CompiledHarness {
 bool EngineHost::loadHarness(std::string_view source) {
     const bool inTime = stageHarness(source);
     installStagedHarness();
+    releaseRetiredEngine(); // nothing is ticking on this path
     return inTime;
 }
 
@@ -290,6 +292,12 @@ void EngineHost::installStagedHarness() {
     if (!hasStagedHarness())
         return;
     const std::unique_ptr<CompiledHarness> compiled = std::move(stagedHarness_);
+    releaseRetiredEngine(); // two take-overs without a slot between: the older goes now
+    if (context_) {
+        retired_ = std::make_unique<CompiledHarness>();
+        retired_->scripts = std::move(*scripts_);
+        retired_->context = std::move(context_);
+    }
     releaseScriptObjects();
     *scripts_ = std::move(compiled->scripts);
     context_ = std::move(compiled->context);
@@ -310,6 +318,12 @@ void EngineHost::installStagedHarness() {
     recentDrops_.clear();
     setFaults(timedOut ? std::optional(EngineScriptFault::stoppedResponding) : std::nullopt,
               compiled->loadFault);
+    if (retired_)
+        emit engineRetired();
+}
+
+void EngineHost::releaseRetiredEngine() {
+    retired_.reset();
 }
 
 void EngineHost::buildStep(CompiledHarness& build) {
@@ -326,12 +340,16 @@ void EngineHost::buildStep(CompiledHarness& build) {
             context, JSObjectMakeFunctionWithCallback(context.get(), n.now.get(), performanceNow));
         performance.set(n.now, now);
         context.global().set(n.performance, performance);
+        // Converting a large script costs a few tenths of a millisecond: not in the evaluation's
+        // piece, the largest.
+        build.script.emplace(build.source);
+        std::string().swap(build.source);
         build.next = BuildStep::evaluate;
         return;
     }
     case BuildStep::evaluate:
-        build.context->evaluate(build.source);
-        std::string().swap(build.source);
+        build.context->evaluate(*build.script);
+        build.script.reset();
         build.next = BuildStep::classicalChain;
         return;
     case BuildStep::classicalChain:
@@ -450,6 +468,12 @@ EngineHost::ShowTexts EngineHost::showTexts(const nlohmann::json& activeShow,
             fixtures != activeShow.end() && isArrayOfObjects(*fixtures))
             if (const nlohmann::json list = fixtureOptionsList(*fixtures); !list.empty())
                 texts.fixtureOptionsJSON = scriptText(list);
+        if (const auto fixtures = activeShow.find("fixtures");
+            fixtures != activeShow.end() && fixtures->is_array() && fixtures->size() > 1) {
+            nlohmann::json sample = activeShow;
+            sample["fixtures"] = nlohmann::json::array({fixtures->front()});
+            texts.sampleShowJSON = scriptText(sample);
+        }
     }
     texts.control.modeId = jsonString(controlState, "mode");
     texts.control.modeTo = jsonString(controlState, "mode_to");
@@ -489,7 +513,7 @@ EngineHost::StagedShow EngineHost::stageShow(const ShowTexts& texts) {
     stagingScripts().stagedSubset = ProtectedValue(subset);
     static std::uint64_t lastStage = 0;
     stagedShowId_ = ++lastStage;
-    stagedPiecesLoaded_ = 0;
+    loadedAhead_ = LoadedAhead::nothing;
     return {stagedShowId_};
 }
 
@@ -506,7 +530,7 @@ bool EngineHost::switchToStagedShow(StagedShow staged, const ShowTexts& texts,
                                     std::map<std::string, std::pair<double, double>> positions) {
     if (staged.id == 0 || staged.id != stagedShowId_)
         return false;
-    const int loadedAhead = stagedPiecesLoaded_;
+    const LoadedAhead loadedAhead = loadedAhead_;
     installStagedHarness(); // the show was built by it: both switch together
     const Value session = readySession();
     if (!session.isPresent())
@@ -514,10 +538,10 @@ bool EngineHost::switchToStagedShow(StagedShow staged, const ShowTexts& texts,
     const Value subset = scripts_->stagedSubset.view();
     {
         const LoadTimeLimit limit(*context_, limits_);
-        if (loadedAhead < 1)
+        if (loadedAhead < LoadedAhead::show)
             session.call(names_->loadShow, {subset});
         // A script that ran out of time above is left alone; these become no-ops.
-        if (!texts.fixtureOptionsJSON.empty() && loadedAhead < 2)
+        if (!texts.fixtureOptionsJSON.empty() && loadedAhead < LoadedAhead::fixtureOptions)
             if (const Value ready = readySession(); ready.isPresent())
                 ready.call(names_->applyFixtureOptions,
                            {context_->parseJSON(texts.fixtureOptionsJSON)});
@@ -532,7 +556,7 @@ bool EngineHost::switchToStagedShow(StagedShow staged, const ShowTexts& texts,
 bool EngineHost::canLoadStagedShowAhead(StagedShow staged) const {
     return staged.id != 0 && staged.id == stagedShowId_ && hasStagedHarness() &&
            stagedHarness_->context && !stagedHarness_->context->isSuspended() &&
-           stagedPiecesLoaded_ < 2;
+           loadedAhead_ != LoadedAhead::fixtureOptions;
 }
 
 void EngineHost::loadStagedShowAhead(StagedShow staged, const ShowTexts& texts) {
@@ -541,11 +565,43 @@ void EngineHost::loadStagedShowAhead(StagedShow staged, const ShowTexts& texts) 
     ScriptContext& context = *stagedHarness_->context;
     const Scripts& scripts = stagedHarness_->scripts;
     const LoadTimeLimit limit(context, limits_);
-    if (stagedPiecesLoaded_++ == 0)
-        scripts.session.view().call(names_->loadShow, {scripts.stagedSubset.view()});
-    else if (!texts.fixtureOptionsJSON.empty())
-        scripts.session.view().call(names_->applyFixtureOptions,
-                                    {context.parseJSON(texts.fixtureOptionsJSON)});
+    const Value session = scripts.session.view();
+    switch (loadedAhead_) {
+    case LoadedAhead::nothing:
+        loadedAhead_ = LoadedAhead::sample;
+        if (!texts.sampleShowJSON.empty()) {
+            loadSample(context, session, texts);
+            return;
+        }
+        [[fallthrough]];
+    case LoadedAhead::sample:
+        session.call(names_->loadShow, {scripts.stagedSubset.view()});
+        loadedAhead_ = LoadedAhead::show;
+        return;
+    case LoadedAhead::show:
+        if (!texts.fixtureOptionsJSON.empty())
+            session.call(names_->applyFixtureOptions,
+                         {context.parseJSON(texts.fixtureOptionsJSON)});
+        loadedAhead_ = LoadedAhead::fixtureOptions;
+        return;
+    case LoadedAhead::fixtureOptions:
+        return;
+    }
+}
+
+void EngineHost::loadSample(ScriptContext& context, const Value& session,
+                            const ShowTexts& texts) {
+    const Value engine = context.global().get(names_->bridgeEngine);
+    const Value build = engine.get(names_->buildShowSnapshotSubset);
+    if (!build.isPresent())
+        return;
+    // The whole show loads next: what the sample does wrong is not the operator's concern.
+    auto previous = context.setExceptionHandler([](const std::string&) {});
+    const Value subset = build.callAsFunction(
+        engine, {context.parseJSON(texts.sampleShowJSON), context.parseJSON(texts.controlStateJSON)});
+    if (subset.isPresent())
+        session.call(names_->loadShow, {subset});
+    context.setExceptionHandler(std::move(previous));
 }
 
 void EngineHost::applyFixtureOptions(const nlohmann::json& fixtures) {

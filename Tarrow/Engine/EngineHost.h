@@ -89,8 +89,13 @@ public:
     bool continueHarness();
     /// Drops the build, unless it is complete or another one replaced it.
     void abandonHarness(std::uint64_t build);
+    /// The engine it replaces is kept, untouched, until `releaseRetiredEngine`: tearing a
+    /// script engine down takes longer than a gap between ticks, so the owner does it in a
+    /// slot of its own when told by `engineRetired`.
     void installStagedHarness();
     bool hasStagedHarness() const;
+    void releaseRetiredEngine();
+    bool hasRetiredEngine() const { return retired_ != nullptr; }
     void loadCachedShow(std::string_view subsetJSON);
     /// Builds the show subset in the script, loads it and applies fixture options and control
     /// state; the subset as UTF-8 JSON for the cache, or nullopt.
@@ -107,6 +112,7 @@ public:
     struct ShowTexts {
         std::string showJSON, controlStateJSON;
         std::string fixtureOptionsJSON; ///< empty: none to apply
+        std::string sampleShowJSON;     ///< the show with its first fixture only; empty: none
         EngineControl control;          ///< the control state's own fields
     };
     static ShowTexts showTexts(const nlohmann::json& activeShow,
@@ -119,8 +125,10 @@ public:
     bool switchToStagedShow(StagedShow staged, const ShowTexts& texts,
                             std::map<std::string, std::pair<double, double>> positions);
     /// A show staged in a new engine, whose session nothing steps yet, may take its show and
-    /// then its fixture options there ahead of the switch, one piece per call (cold code in a
-    /// fresh context runs slowest); the switch then only adds the control state and installs.
+    /// then its fixture options there ahead of the switch, one piece per call; the switch then
+    /// only adds the control state and installs. Cold code in a fresh context runs slowest, so
+    /// the session first loads a one-fixture sample of the show: compiling the script's show
+    /// code and loading the whole show then fall in pieces of their own.
     bool canLoadStagedShowAhead(StagedShow staged) const;
     void loadStagedShowAhead(StagedShow staged, const ShowTexts& texts);
     void applyControl(const EngineControl& control);
@@ -175,6 +183,8 @@ signals:
     /// The fault shown to the operator changed; either may be absent.
     void faultChanged(std::optional<EngineScriptFault> previous,
                       std::optional<EngineScriptFault> current);
+    /// A new engine took over; the old one waits for `releaseRetiredEngine`.
+    void engineRetired();
 
 private:
     struct Names;
@@ -194,6 +204,9 @@ private:
     /// through here.
     script::Value readySession();
     void scriptTimedOut();
+    /// Loads the show's one-fixture sample into a new engine's session, quietly.
+    void loadSample(script::ScriptContext& context, const script::Value& session,
+                    const ShowTexts& texts);
     void setFaults(std::optional<EngineScriptFault> run, std::optional<EngineScriptFault> load);
     /// One hop through the classical chain; false when it produced no beat frame.
     bool updateFrame(const MicHop& hop, bool& beat, bool& downbeat);
@@ -217,8 +230,10 @@ private:
     std::vector<ThemePaletteColor> liveScheme_;
     std::map<std::string, std::pair<double, double>> fixturePositions_;
     std::uint64_t stagedShowId_ = 0; // the subset held in Scripts::stagedSubset
-    int stagedPiecesLoaded_ = 0;     // of it, in a new engine ahead of the switch
+    enum class LoadedAhead { nothing, sample, show, fixtureOptions };
+    LoadedAhead loadedAhead_ = LoadedAhead::nothing; // of it, in a new engine before the switch
     std::unique_ptr<CompiledHarness> stagedHarness_;
+    std::unique_ptr<CompiledHarness> retired_;
     std::unique_ptr<const Names> names_;
 };
 

@@ -154,20 +154,30 @@ TEST_F(RecordingHost, AStagedShowSwitchesInOneGoWhileTheOldOneKeepsStepping) {
 TEST_F(RecordingHost, AStagedHarnessTakesOverTogetherWithItsShow) {
     loadShow({{"name", "Old"}, {"result", {{"dmx", {{"1", {1}}}}}}});
     ASSERT_TRUE(host.stageHarness(testHarness()));
-    const json show = {{"name", "New"}, {"result", {{"dmx", {{"1", {2}}}}}}};
+    const json show = {{"name", "New"},
+                       {"result", {{"dmx", {{"1", {2}}}}}},
+                       {"fixtures", {{{"id", "a"}}, {{"id", "b"}}}}};
     const EngineHost::ShowTexts texts = EngineHost::showTexts(show, json::object());
     const EngineHost::StagedShow staged = host.stageShow(texts);
     for (int ahead = 0; host.canLoadStagedShowAhead(staged); ++ahead) {
-        ASSERT_LT(ahead, 2);
+        ASSERT_LT(ahead, 3);
         host.loadStagedShowAhead(staged, texts);
         EXPECT_EQ(host.step("{}", 1.0 / 60, false), (DmxFrame{{1, {1}}}))
             << "the old engine steps on";
     }
+    int retired = 0;
+    QObject::connect(&host, &EngineHost::engineRetired, [&retired] { ++retired; });
     ASSERT_TRUE(host.switchToStagedShow(staged, texts, {}));
     EXPECT_FALSE(host.hasStagedHarness());
+    EXPECT_EQ(retired, 1);
+    EXPECT_TRUE(host.hasRetiredEngine()) << "not torn down inside the switch";
     EXPECT_EQ(host.step("{}", 1.0 / 60, false), (DmxFrame{{1, {2}}}));
     EXPECT_EQ(loggedCalls(host, "step").size(), 1u) << "a fresh engine: the old one's log is gone";
-    EXPECT_EQ(loggedCalls(host, "loadShow").size(), 1u) << "loaded ahead, not again at the switch";
+    // Warmed on a one-fixture sample, then the whole show ahead, not again at the switch.
+    const std::vector<json> loads = loggedCalls(host, "loadShow");
+    ASSERT_EQ(loads.size(), 2u);
+    EXPECT_EQ(loads[0]["fixtures"].size(), 1u);
+    EXPECT_EQ(loads[1]["fixtures"].size(), 2u);
 }
 
 TEST_F(RecordingHost, AHarnessBuiltInPiecesIsStagedOnlyWhenCompleteAndAnAbandonedOneLeavesNothing) {

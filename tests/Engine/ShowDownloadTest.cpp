@@ -50,6 +50,8 @@ TEST_F(ShowDownloadTest, FullDownloadCachesAndLightsTheActiveShowAndFetchesOnlyS
     EXPECT_EQ(cache->loadHarnessJS(), answers["/bridge-harness/v1/engine.js"].body);
     EXPECT_EQ(cache->loadManifest(), answers["/bridge-harness/v1/manifest.json"].body);
     EXPECT_TRUE(model->engine().hasRealizedShow());
+    EXPECT_TRUE(test::pumpUntil([&] { return !model->engine().hasRetiredEngine(); }))
+        << "the engine the download replaced is torn down in a slot of its own";
     EXPECT_EQ(model->shows().size(), 2u) << "the archived show is left out";
     EXPECT_EQ(model->selectedModeId(), "pulse");
     EXPECT_EQ(model->showPatch()->showId, "show-demo");

@@ -90,7 +90,12 @@ Value ScriptContext::global() {
 Value ScriptContext::evaluate(std::string_view source) {
     if (suspended_)
         return {};
-    const ScriptString script(source);
+    return evaluate(ScriptString(source));
+}
+
+Value ScriptContext::evaluate(const ScriptString& script) {
+    if (suspended_)
+        return {};
     JSValueRef exception = nullptr;
     const JSValueRef result =
         JSEvaluateScript(context_, script.get(), nullptr, nullptr, 1, &exception);

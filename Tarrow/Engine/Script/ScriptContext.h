@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Engine/Script/ScriptString.h"
 #include "Engine/Script/ScriptValue.h"
 
 #include <JavaScriptCore/JavaScript.h>
@@ -9,6 +10,7 @@
 #include <functional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace kelvo::script {
 
@@ -33,6 +35,7 @@ public:
 
     /// Evaluates source text; the result, or an absent value when it threw.
     Value evaluate(std::string_view source);
+    Value evaluate(const ScriptString& source);
     /// JSON text to a script value without evaluating code; absent when it does not parse.
     Value parseJSON(std::string_view json);
 
@@ -42,7 +45,10 @@ public:
     Value null();
     Value newObject();
 
-    void setExceptionHandler(ExceptionHandler handler) { handler_ = std::move(handler); }
+    /// The previous handler.
+    ExceptionHandler setExceptionHandler(ExceptionHandler handler) {
+        return std::exchange(handler_, std::move(handler));
+    }
     /// Reports a pending exception (if any) and clears it. The exception that stops a call
     /// for running out of time goes to the timeout handler instead.
     void report(JSValueRef& exception);
