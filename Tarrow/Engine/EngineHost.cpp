@@ -589,16 +589,15 @@ void EngineHost::loadStagedShowAhead(StagedShow staged, const ShowTexts& texts) 
     }
 }
 
-void EngineHost::loadSample(ScriptContext& context, const Value& session,
-                            const ShowTexts& texts) {
+void EngineHost::loadSample(ScriptContext& context, const Value& session, const ShowTexts& texts) {
     const Value engine = context.global().get(names_->bridgeEngine);
     const Value build = engine.get(names_->buildShowSnapshotSubset);
     if (!build.isPresent())
         return;
     // The whole show loads next: what the sample does wrong is not the operator's concern.
     auto previous = context.setExceptionHandler([](const std::string&) {});
-    const Value subset = build.callAsFunction(
-        engine, {context.parseJSON(texts.sampleShowJSON), context.parseJSON(texts.controlStateJSON)});
+    const Value subset = build.callAsFunction(engine, {context.parseJSON(texts.sampleShowJSON),
+                                                       context.parseJSON(texts.controlStateJSON)});
     if (subset.isPresent())
         session.call(names_->loadShow, {subset});
     context.setExceptionHandler(std::move(previous));
