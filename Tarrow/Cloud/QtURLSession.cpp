@@ -47,6 +47,11 @@ QtURLSession::~QtURLSession() = default;
 
 QCoro::Task<HTTPResponse> QtURLSession::data(HTTPRequest request, CancellationToken cancel) {
     cancel.throwIfCancelled();
+    if (request.url.scheme() == QLatin1String("https") && !tls_.isReady()) {
+        QCoro::Task<> loading = tls_.ready(); // not on this thread, where the lights tick
+        co_await std::move(loading);
+        cancel.throwIfCancelled();
+    }
     QNetworkRequest http(request.url);
     for (const auto& [name, value] : request.headers)
         http.setRawHeader(name, value);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Cloud/TlsWarmUp.h"
 #include "Cloud/URLRequestPerforming.h"
 
 #include <memory>
@@ -19,6 +20,7 @@ public:
 
 private:
     std::unique_ptr<QNetworkAccessManager> manager_;
+    TlsWarmUp tls_; // last: its worker is joined first
 };
 
 } // namespace kelvo

@@ -1,6 +1,5 @@
 #include "Cloud/ShowUpdatesChannel.h"
 
-#include <QSslConfiguration>
 #include <QWebSocket>
 
 namespace kelvo {
@@ -17,11 +16,6 @@ ShowUpdatesChannel::ShowUpdatesChannel(std::function<bool()> stillConnected, QOb
     reloadTimer_.setInterval(reloadDebounce);
     QObject::connect(&reloadTimer_, &QTimer::timeout, this,
                      [this] { emit activeShowReloadDue(pendingRevision_); });
-    // The queue is joined before the QObject goes, which drops a call still queued for it.
-    tlsWarmUp_.async([this] {
-        QSslConfiguration::defaultConfiguration(); // what a QWebSocket's constructor reads
-        QMetaObject::invokeMethod(this, &ShowUpdatesChannel::tlsBackendReady, Qt::QueuedConnection);
-    });
 }
 
 ShowUpdatesChannel::~ShowUpdatesChannel() {
@@ -33,13 +27,12 @@ void ShowUpdatesChannel::start(const QUrl& url) {
     if (!url.isValid())
         return;
     url_ = url;
-    openPending_ = !tlsReady_;
+    openPending_ = !tls_.isReady(); // a QWebSocket's constructor would load the backend
     if (!openPending_)
         openSocket();
 }
 
 void ShowUpdatesChannel::tlsBackendReady() {
-    tlsReady_ = true;
     if (std::exchange(openPending_, false))
         openSocket();
 }

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Cloud/ShowUpdateMessage.h"
-#include "Support/SerialQueue.h"
+#include "Cloud/TlsWarmUp.h"
 
 #include <QObject>
 #include <QTimer>
@@ -63,9 +63,8 @@ private:
     QTimer reconnectTimer_;
     QTimer reloadTimer_;
     std::optional<std::int64_t> pendingRevision_;
-    bool tlsReady_ = false;
     bool openPending_ = false;
-    SerialQueue tlsWarmUp_{"kelvo.cloud.tls"}; // last: joined before the object goes
+    TlsWarmUp tls_{[this] { tlsBackendReady(); }}; // last: its worker is joined first
 };
 
 } // namespace kelvo
