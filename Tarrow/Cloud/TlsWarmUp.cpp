@@ -15,7 +15,8 @@ TlsWarmUp::TlsWarmUp(std::function<void()> loaded, QObject* parent)
     if (ready_)
         return;
     // The queue is joined before the QObject goes, which drops a call still queued for it.
-    worker_.async([this] {
+    worker_.emplace("kelvo.cloud.tls");
+    worker_->async([this] {
         // What QNetworkAccessManager and QWebSocket read first for a secure address.
         QSslConfiguration::defaultConfiguration();
         loadedInProcess = true;

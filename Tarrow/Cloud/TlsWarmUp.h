@@ -9,6 +9,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <vector>
 
 namespace kelvo {
@@ -31,7 +32,7 @@ private:
     std::function<void()> loaded_;
     bool ready_ = false;
     std::vector<std::shared_ptr<OneShotEvent>> waiting_;
-    SerialQueue worker_{"kelvo.cloud.tls"}; // last: joined before the object goes
+    std::optional<SerialQueue> worker_; // last: joined before the object goes; none once loaded
 };
 
 } // namespace kelvo
