@@ -270,8 +270,9 @@ var BridgeEngine = (function () {
 
     // ---------------------------------------------------------------- BeatTracker
 
-    // Tempo by autocorrelation of an onset signal (kick-weighted) scored as a comb over four
-    // beat multiples at fractional lags; phase by a comb over the last beats; beats are emitted
+    // Tempo by autocorrelation of two onset signals (kick-weighted, and the broadband onsets
+    // alone) scored as a comb over four beat multiples at fractional lags, the clearer of the
+    // two read; phase by a comb over the last beats; beats are emitted
     // from a flywheel that the phase estimate pulls in, so lights land on the beat rather than
     // after it and keep running through short breaks.
     var BT_MIN_BPM = 70;
@@ -329,6 +330,10 @@ var BridgeEngine = (function () {
     var BT_PRIOR_CENTRE_BPM = 120;
     var BT_PRIOR_OCTAVES = 1;
     var BT_EDGE_BPM = 1;
+    // The kick-weighted signal is read unless the broadband onsets alone are this much clearer
+    // (a larger share of their energy at the beat multiples); the signal that reads the current
+    // tempo is read unless the other is this much clearer.
+    var BT_SOURCE_CLEARER = 1.5;
 
     function BeatFrame() {
         this.bpm = 0;
@@ -386,6 +391,40 @@ var BridgeEngine = (function () {
         return prior;
     }
 
+    // One onset signal's running autocorrelations (2 s and 8 s memories) with exponential
+    // forgetting: every hop adds its product with each earlier hop up to the longest lag, so the
+    // cost is spread evenly over the hops.
+    function Periodicity(size) {
+        this.size = size;
+        this.deviation = new Float64Array(size);
+        this.acf = new Float64Array(size);
+        this.slowAcf = new Float64Array(size);
+        this.level = 0;
+    }
+    Periodicity.prototype.clear = function () {
+        this.deviation.fill(0);
+        this.acf.fill(0);
+        this.slowAcf.fill(0);
+        this.level = 0;
+    };
+    Periodicity.prototype.accumulate = function (value, step, written, maxLag, decay, slowDecay) {
+        this.level += (value - this.level) * follow(step, BT_ACF_TAU_S);
+        var x = value - this.level;
+        var size = this.size;
+        var index = written % size;
+        var dev = this.deviation;
+        dev[index] = x;
+        var lags = Math.min(maxLag + 1, written);
+        var acf = this.acf;
+        var slowAcf = this.slowAcf;
+        for (var lag = 0; lag <= lags; lag++) {
+            var product = x * dev[index];
+            acf[lag] = decay * acf[lag] + product;
+            slowAcf[lag] = slowDecay * slowAcf[lag] + product;
+            index = index === 0 ? size - 1 : index - 1;
+        }
+    };
+
     function BeatTracker() {
         this.frame = new BeatFrame();
         this.prior = tempoPrior();
@@ -404,6 +443,7 @@ var BridgeEngine = (function () {
         this.groupSignal = 0;
         this.groupKick = 0;
         this.groupRise = 0;
+        this.groupOnset = 0;
         var hop = rawHop * this.group;
         this.hop = hop;
         this.written = 0;
@@ -428,23 +468,24 @@ var BridgeEngine = (function () {
         if (size !== this.size) {
             this.size = size;
             this.odf = new Float64Array(size);
-            this.deviation = new Float64Array(size);
             this.kickOdf = new Float64Array(size);
             this.linear = new Float64Array(size);
-            this.acf = new Float64Array(size);
-            this.slowAcf = new Float64Array(size);
+            this.mixed = new Periodicity(size);
+            this.onsets = new Periodicity(size);
         } else {
             this.odf.fill(0);
-            this.deviation.fill(0);
             this.kickOdf.fill(0);
-            this.acf.fill(0);
-            this.slowAcf.fill(0);
+            this.mixed.clear();
+            this.onsets.clear();
         }
-        this.odfLevel = 0;
+        // The source the tempo was last read from (combScore, refine and the rest read these).
+        this.acf = this.mixed.acf;
+        this.slowAcf = this.mixed.slowAcf;
         this.acfDecay = hop > 0 ? Math.exp(-hop / BT_ACF_TAU_S) : 0;
         this.slowAcfDecay = hop > 0 ? Math.exp(-hop / BT_SLOW_ACF_TAU_S) : 0;
         this.maxLag = hop > 0 ? Math.min(size - 2, Math.ceil(BT_COMB * 60 / BT_MIN_BPM / hop) + 2) : 0;
         this.previousKick = 0;
+        this.previousOnset = 0;
     };
     BeatTracker.prototype.update = function (bands, dt) {
         var b = isObject(bands) ? bands : {};
@@ -470,14 +511,16 @@ var BridgeEngine = (function () {
         this.groupSignal += audible ? BT_KICK_WEIGHT * kick + BT_ONSET_WEIGHT * f.onset : 0;
         this.groupKick += kick;
         this.groupRise += audible ? Math.max(0, num(b.low_rise_db, 0)) : 0;
+        this.groupOnset += audible ? f.onset : 0;
         this.groupHops += 1;
         if (this.groupHops >= this.group) {
             this.push(this.groupSignal / this.groupHops, this.groupKick / this.groupHops, this.groupRise,
-                      step * this.groupHops);
+                      this.groupOnset / this.groupHops, step * this.groupHops);
             this.groupHops = 0;
             this.groupSignal = 0;
             this.groupKick = 0;
             this.groupRise = 0;
+            this.groupOnset = 0;
         }
 
         var quiet = this.lastOnsetTime < 0 || this.clock - this.lastOnsetTime > BT_SILENCE_SECONDS;
@@ -500,15 +543,19 @@ var BridgeEngine = (function () {
         f.beat_confidence = this.confidence;
         return f;
     };
-    // One sample of the onset signal (signal), its kick part (kick) and the kick's dB rise.
-    BeatTracker.prototype.push = function (signal, kick, kickRise, step) {
+    // One sample of the onset signal (signal), its kick part (kick), the kick's dB rise and the
+    // broadband onsets alone (onset).
+    BeatTracker.prototype.push = function (signal, kick, kickRise, onset, step) {
         // Light smoothing widens single-sample peaks so fractional lags interpolate well.
         var smoothed = 0.6 * signal + 0.4 * this.previousOdf;
         this.previousOdf = signal;
         this.kickOdf[this.written % this.size] = 0.6 * kick + 0.4 * this.previousKick;
         this.previousKick = kick;
         this.odf[this.written % this.size] = smoothed;
-        this.accumulate(smoothed, step);
+        this.mixed.accumulate(smoothed, step, this.written, this.maxLag, this.acfDecay, this.slowAcfDecay);
+        this.onsets.accumulate(0.6 * onset + 0.4 * this.previousOnset, step, this.written, this.maxLag,
+                               this.acfDecay, this.slowAcfDecay);
+        this.previousOnset = onset;
         this.written += 1;
         this.odfMean += (signal - this.odfMean) * follow(step, 4);
         if (signal > 1.5 * this.odfMean && signal > 0.5) this.lastOnsetTime = this.clock;
@@ -559,36 +606,13 @@ var BridgeEngine = (function () {
         }
         return used > half ? score / used : -Infinity;
     };
-    // Running autocorrelation with exponential forgetting: every hop adds its product with each
-    // earlier hop up to the longest lag, so the cost is spread evenly over the hops.
-    BeatTracker.prototype.accumulate = function (value, step) {
-        this.odfLevel += (value - this.odfLevel) * follow(step, BT_ACF_TAU_S);
-        var x = value - this.odfLevel;
-        var w = this.written;
-        var size = this.size;
-        this.deviation[w % size] = x;
-        var decay = this.acfDecay;
-        var slowDecay = this.slowAcfDecay;
-        var lags = Math.min(this.maxLag + 1, w);
-        var acf = this.acf;
-        var slowAcf = this.slowAcf;
-        var dev = this.deviation;
-        var index = w % size;
-        for (var lag = 0; lag <= lags; lag++) {
-            var product = x * dev[index];
-            acf[lag] = decay * acf[lag] + product;
-            slowAcf[lag] = slowDecay * slowAcf[lag] + product;
-            index = index === 0 ? size - 1 : index - 1;
-        }
-    };
-    BeatTracker.prototype.analyse = function () {
-        var n = Math.min(this.written, this.size);
-        var maxLag = Math.min(this.written - 2, this.maxLag);
+    // The tempo one source reads: its comb's best (weighted by the prior), refined, with its
+    // confidence; null when it reads nothing. Leaves the source as the one combScore reads.
+    BeatTracker.prototype.readTempo = function (source, maxLag) {
+        this.acf = source.acf;
+        this.slowAcf = source.slowAcf;
         var energy = this.acf[0];
-        if (!(energy > 1e-9)) {
-            this.confidence *= 0.5;
-            return;
-        }
+        if (!(energy > 1e-9)) return null;
         var bestBpm = 0;
         var best = -Infinity;
         for (var bpm = BT_MIN_BPM; bpm <= BT_MAX_BPM; bpm += BT_BPM_STEP) {
@@ -599,10 +623,42 @@ var BridgeEngine = (function () {
                 bestBpm = bpm;
             }
         }
-        if (!(best > 0)) {
+        if (!(best > 0)) return null;
+        // A maximum at the edge of the range is the slope of a peak outside it (in real music
+        // often 4/3 or 5/4 of the tempo, from a subdivision pattern): not a reading.
+        var edge = bestBpm >= BT_MAX_BPM - BT_EDGE_BPM || bestBpm <= BT_MIN_BPM + BT_EDGE_BPM;
+        // A pulse train scores the same at half tempo; prefer the faster reading when the
+        // double tempo is in range and nearly as strong.
+        var doubled = this.refine(bestBpm * 2, maxLag);
+        if (bestBpm * 2 <= BT_MAX_BPM && this.combScore(doubled, maxLag) >= 0.6 * best) bestBpm = doubled;
+        bestBpm = this.peakAtMultiple(this.refine(bestBpm, maxLag), maxLag);
+        source.bpm = bestBpm;
+        source.edge = edge;
+        source.confidence = clamp01(this.combScore(bestBpm, maxLag, 0) / energy);
+        return source;
+    };
+    BeatTracker.prototype.readsCurrent = function (reading) {
+        return this.period > 0 && Math.abs(60 / reading.bpm - this.period) <= 0.03 * this.period;
+    };
+    BeatTracker.prototype.analyse = function () {
+        var n = Math.min(this.written, this.size);
+        var maxLag = Math.min(this.written - 2, this.maxLag);
+        // The kick-weighted signal and the broadband onsets alone: an intro's bass line (or none)
+        // can beat at another period than its hats, a break's hats at another than its kick.
+        var mixed = this.readTempo(this.mixed, maxLag);
+        var onsets = this.readTempo(this.onsets, maxLag);
+        var reading = !onsets ? mixed : !mixed ? onsets
+            : this.readsCurrent(onsets) && !this.readsCurrent(mixed)
+                ? (mixed.confidence > BT_SOURCE_CLEARER * onsets.confidence ? mixed : onsets)
+                : (onsets.confidence > BT_SOURCE_CLEARER * mixed.confidence ? onsets : mixed);
+        if (!reading) {
             this.confidence *= 0.5;
             return;
         }
+        this.acf = reading.acf;
+        this.slowAcf = reading.slowAcf;
+        var bestBpm = reading.bpm;
+        var confidence = reading.confidence;
         // No onsets lately: keep the tempo and phase we had (the flywheel runs on).
         if (this.lastOnsetTime < 0 || this.clock - this.lastOnsetTime > BT_SILENCE_SECONDS) return;
         // In kick-driven music the tempo is re-read only once the whole analysed span has the
@@ -611,15 +667,7 @@ var BridgeEngine = (function () {
         var spanSeconds = Math.min(n * this.hop, 2 * BT_ACF_TAU_S);
         var settled = !kickMusic || this.period <= 0 ||
             (this.kickSince >= 0 && this.clock - this.kickSince >= spanSeconds - 1);
-        // A maximum at the edge of the range is the slope of a peak outside it (in real music
-        // often 4/3 or 5/4 of the tempo, from a subdivision pattern): not a reading.
-        if (bestBpm >= BT_MAX_BPM - BT_EDGE_BPM || bestBpm <= BT_MIN_BPM + BT_EDGE_BPM) settled = false;
-        // A pulse train scores the same at half tempo; prefer the faster reading when the
-        // double tempo is in range and nearly as strong.
-        var doubled = this.refine(bestBpm * 2, maxLag);
-        if (bestBpm * 2 <= BT_MAX_BPM && this.combScore(doubled, maxLag) >= 0.6 * best) bestBpm = doubled;
-        bestBpm = this.peakAtMultiple(this.refine(bestBpm, maxLag), maxLag);
-        var confidence = clamp01(this.combScore(bestBpm, maxLag, 0) / energy);
+        if (reading.edge) settled = false;
         if (settled) this.adoptTempo(bestBpm, confidence, this.slowEvidence(bestBpm, maxLag));
         if (this.period <= 0) return;
         if (!kickMusic) {
