@@ -142,6 +142,8 @@ var BridgeEngine = (function () {
     var SUSTAIN_TAU_S = 0.35;
     var SUSTAIN_PEAK_DECAY_DB_PER_S = 0.5;
     var SUSTAIN_RANGE_DB = 24;
+    var BASS_SILENCE_DB = SILENCE_DB - WINDOW_MAX_GAIN_DB; // below any gain-corrected level
+    var BASS_ATTACK_S = 0.03;
     var DOMINANCE_TAU_S = 0.3;
     var ONSET_MEAN_TAU_S = 3;
     var FLUX_MEAN_TAU_S = 3;
@@ -154,6 +156,8 @@ var BridgeEngine = (function () {
         this.primed = [false, false, false, false];
         this.slowLow = SILENCE_DB;
         this.slowLowPeak = SILENCE_DB;
+        this.slowBass = BASS_SILENCE_DB;
+        this.slowBassPeak = BASS_SILENCE_DB;
         this.dominance = 0;
         this.onsetMean = 0;
         this.previousLow = SILENCE_DB;
@@ -174,8 +178,16 @@ var BridgeEngine = (function () {
         var low = decibels(b.low);
         this.slowLow += (low - this.slowLow) * follow(dt, SUSTAIN_TAU_S);
         this.slowLowPeak = Math.max(this.slowLow, this.slowLowPeak - SUSTAIN_PEAK_DECAY_DB_PER_S * dt);
-        o.sustained_low = this.slowLowPeak <= WINDOW_AUDIBLE_DB
-            ? 0 : clamp01(1 + (this.slowLow - this.slowLowPeak) / SUSTAIN_RANGE_DB);
+        // Whether the bass is out is judged on its level before the automatic gain: the gain
+        // follows the whole mix, so when the rest of the band comes in after a quiet intro it
+        // turns the bass down by 20-30 dB that the bass itself never lost. Quick to rise, so a
+        // returning bass shows within a few hops.
+        var bass = low > WINDOW_AUDIBLE_DB ? low - num(b.gain_db, 0) : BASS_SILENCE_DB;
+        var bassTau = bass > this.slowBass ? BASS_ATTACK_S : SUSTAIN_TAU_S;
+        this.slowBass += (bass - this.slowBass) * follow(dt, bassTau);
+        this.slowBassPeak = Math.max(this.slowBass, this.slowBassPeak - SUSTAIN_PEAK_DECAY_DB_PER_S * dt);
+        o.sustained_low = this.slowBassPeak <= BASS_SILENCE_DB + 1
+            ? 0 : clamp01(1 + (this.slowBass - this.slowBassPeak) / SUSTAIN_RANGE_DB);
 
         this.dominance += (clamp01(num(b.low_dominance, 0)) - this.dominance) * follow(dt, DOMINANCE_TAU_S);
         o.low_dominance = this.dominance;
@@ -222,7 +234,10 @@ var BridgeEngine = (function () {
     var DROP_ARM_AFTER_S = 7.5;
     var DROP_BASS_OUT_BELOW = 0.3;
     var DROP_BASS_IN_ABOVE = 0.6;
+    // The return is a kick with the bass back within 12 dB of its level before the break: a kick
+    // inside a break, which the quick band normalizer also reads as loud, is no return.
     var DROP_RETURN_LEVEL = 0.55;
+    var DROP_RETURN_SUSTAINED = 0.5;
     var DROP_RETURN_CONFIRM_S = 0.035;
     var DROP_DECAY_S = 4;
 
@@ -254,7 +269,8 @@ var BridgeEngine = (function () {
             }
             return this.level;
         }
-        this.returnSeconds = low >= DROP_RETURN_LEVEL ? this.returnSeconds + step : 0;
+        var back = low >= DROP_RETURN_LEVEL && sustained >= DROP_RETURN_SUSTAINED;
+        this.returnSeconds = back ? this.returnSeconds + step : 0;
         if (this.returnSeconds >= DROP_RETURN_CONFIRM_S) {
             this.armed = false;
             this.outSeconds = 0;
