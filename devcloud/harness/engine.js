@@ -181,8 +181,10 @@ var BridgeEngine = (function () {
         // Whether the bass is out is judged on its level before the automatic gain: the gain
         // follows the whole mix, so when the rest of the band comes in after a quiet intro it
         // turns the bass down by 20-30 dB that the bass itself never lost. Quick to rise, so a
-        // returning bass shows within a few hops.
+        // returning bass shows within a few hops; it never sinks further than the range under its
+        // peak, where the bass is simply out, so a return from silence is as quick.
         var bass = low > WINDOW_AUDIBLE_DB ? low - num(b.gain_db, 0) : BASS_SILENCE_DB;
+        bass = Math.max(bass, this.slowBassPeak - SUSTAIN_RANGE_DB);
         var bassTau = bass > this.slowBass ? BASS_ATTACK_S : SUSTAIN_TAU_S;
         this.slowBass += (bass - this.slowBass) * follow(dt, bassTau);
         this.slowBassPeak = Math.max(this.slowBass, this.slowBassPeak - SUSTAIN_PEAK_DECAY_DB_PER_S * dt);
