@@ -144,6 +144,8 @@ var BridgeEngine = (function () {
     var SUSTAIN_RANGE_DB = 24;
     var BASS_SILENCE_DB = SILENCE_DB - WINDOW_MAX_GAIN_DB; // below any gain-corrected level
     var BASS_ATTACK_S = 0.03;
+    // Where the drop detector counts the bass out (0.3 of the range under the peak).
+    var BASS_OUT_DB = 16.8;
     var DOMINANCE_TAU_S = 0.3;
     var ONSET_MEAN_TAU_S = 3;
     var FLUX_MEAN_TAU_S = 3;
@@ -187,7 +189,11 @@ var BridgeEngine = (function () {
         bass = Math.max(bass, this.slowBassPeak - SUSTAIN_RANGE_DB);
         var bassTau = bass > this.slowBass ? BASS_ATTACK_S : SUSTAIN_TAU_S;
         this.slowBass += (bass - this.slowBass) * follow(dt, bassTau);
-        this.slowBassPeak = Math.max(this.slowBass, this.slowBassPeak - SUSTAIN_PEAK_DECAY_DB_PER_S * dt);
+        // The peak holds while the bass is out: a long break must not lower the bar until its
+        // own bass notes read as the bass back. A quieter mix with the bass still in lowers it.
+        var bassIn = this.slowBass >= this.slowBassPeak - BASS_OUT_DB;
+        var peakDecay = bassIn ? SUSTAIN_PEAK_DECAY_DB_PER_S * dt : 0;
+        this.slowBassPeak = Math.max(this.slowBass, this.slowBassPeak - peakDecay);
         o.sustained_low = this.slowBassPeak <= BASS_SILENCE_DB + 1
             ? 0 : clamp01(1 + (this.slowBass - this.slowBassPeak) / SUSTAIN_RANGE_DB);
 
@@ -242,11 +248,19 @@ var BridgeEngine = (function () {
     var DROP_RETURN_SUSTAINED = 0.5;
     var DROP_RETURN_CONFIRM_S = 0.035;
     var DROP_DECAY_S = 4;
+    // One bass note in a break is no return: after the kick the bass must stay back for a
+    // moment, or a second kick must bring it back again within about a beat (a sparse bass
+    // line), before the drop fires.
+    var DROP_RETURN_HOLD_S = 0.2;
+    var DROP_RETURN_AGAIN_S = 0.8;
 
     function DropSignalDetector() {
         this.clock = 0;
         this.outSeconds = 0;
         this.returnSeconds = 0;
+        this.candidateAge = -1;
+        this.heldSeconds = 0;
+        this.heldBroken = false;
         this.armed = false;
         this.level = 0;
         this.fired = 0;
@@ -268,12 +282,31 @@ var BridgeEngine = (function () {
             if (this.outSeconds >= DROP_ARM_AFTER_S) {
                 this.armed = true;
                 this.returnSeconds = 0;
+                this.candidateAge = -1;
             }
             return this.level;
         }
         var back = low >= DROP_RETURN_LEVEL && sustained >= DROP_RETURN_SUSTAINED;
+        var before = this.returnSeconds;
         this.returnSeconds = back ? this.returnSeconds + step : 0;
-        if (this.returnSeconds >= DROP_RETURN_CONFIRM_S) {
+        // A kick is the moment a return first passes its confirmation.
+        var kick = before < DROP_RETURN_CONFIRM_S && this.returnSeconds >= DROP_RETURN_CONFIRM_S;
+        var fire = false;
+        if (this.candidateAge >= 0) {
+            this.candidateAge += step;
+            if (sustained < DROP_RETURN_SUSTAINED) this.heldBroken = true;
+            else if (!this.heldBroken) this.heldSeconds += step;
+            if (!this.heldBroken && this.heldSeconds >= DROP_RETURN_HOLD_S) fire = true;
+            else if (kick && this.heldBroken && this.candidateAge <= DROP_RETURN_AGAIN_S) fire = true;
+            else if (this.heldBroken && this.candidateAge > DROP_RETURN_AGAIN_S) this.candidateAge = -1;
+        }
+        if (!fire && kick && this.candidateAge < 0) {
+            this.candidateAge = 0;
+            this.heldSeconds = this.returnSeconds;
+            this.heldBroken = false;
+        }
+        if (fire) {
+            this.candidateAge = -1;
             this.armed = false;
             this.outSeconds = 0;
             this.returnSeconds = 0;
