@@ -353,7 +353,8 @@ var BridgeEngine = (function () {
     // tempo is read unless the other is this much clearer.
     var BT_SOURCE_CLEARER = 1.5;
     // A tempo held this long is established: a reading much less clear than its usual one (a
-    // passage without bass, an ending fading out) neither nudges it nor votes for another.
+    // passage without bass, an ending fading out) neither nudges it nor votes for another, and
+    // another tempo must win twice as many analyses in a row to replace it.
     var BT_HELD_SECONDS = 20;
     var BT_WEAK_READING = 0.5;
     // ... and a reading beside it (further than the fine correction that keeps the beats on
@@ -794,6 +795,7 @@ var BridgeEngine = (function () {
             : octave ? BT_OCTAVE_CHANGE_FACTOR * BT_TEMPO_CHANGE_VOTES
             : confidence >= BT_STRONGER_FACTOR * this.tempoConfidence ? BT_STRONGER_CHANGE_VOTES
             : BT_TEMPO_CHANGE_VOTES;
+        if (this.clock - this.tempoSince >= BT_HELD_SECONDS) needed *= 2;
         if (this.candidateVotes >= needed) {
             this.setPeriod(this.candidate, confidence);
             this.candidateVotes = 0;
