@@ -385,6 +385,18 @@ var BridgeEngine = (function () {
     // (a larger share of their energy at the beat multiples); the signal that reads the current
     // tempo is read unless the other is this much clearer.
     var BT_SOURCE_CLEARER = 1.5;
+    // A tempo held this long is established: a reading much less clear than its usual one (a
+    // passage without bass, an ending fading out) neither nudges it nor votes for another, and
+    // another tempo must win twice as many analyses in a row to replace it.
+    var BT_HELD_SECONDS = 20;
+    var BT_WEAK_READING = 0.5;
+    // ... and a reading beside it (further than the fine correction that keeps the beats on
+    // time) must score this much better than it to nudge it.
+    var BT_HELD_MARGIN = 0.9;
+    var BT_HELD_FINE = 0.005;
+    // The usual clearness is the readings' mean over this long, so music that stays less clear
+    // is read again after a while.
+    var BT_HELD_CONFIDENCE_TAU_S = 60;
 
     function BeatFrame() {
         this.bpm = 0;
@@ -505,6 +517,8 @@ var BridgeEngine = (function () {
         this.candidate = 0;
         this.candidateVotes = 0;
         this.tempoConfidence = 0;
+        this.tempoSince = 0;
+        this.heldConfidence = 0;
         this.nextBeat = -1;
         this.lastBeat = -1;
         this.phaseJumpVotes = 0;
@@ -719,7 +733,10 @@ var BridgeEngine = (function () {
         var settled = !kickMusic || this.period <= 0 ||
             (this.kickSince >= 0 && this.clock - this.kickSince >= spanSeconds - 1);
         if (reading.edge) settled = false;
-        if (settled) this.adoptTempo(bestBpm, confidence, this.slowEvidence(bestBpm, maxLag));
+        if (settled) {
+            var slowAgrees = this.slowEvidence(bestBpm, maxLag);
+            this.adoptTempo(bestBpm, confidence, slowAgrees, this.clearlyBetter(bestBpm, maxLag, slowAgrees));
+        }
         if (this.period <= 0) return;
         if (!kickMusic) {
             // Music without a kick: the whole onset signal sets the phase.
@@ -765,16 +782,31 @@ var BridgeEngine = (function () {
         return this.combScore(bpm, maxLag, undefined, this.slowAcf) >
             this.combScore(60 / this.period, maxLag, undefined, this.slowAcf);
     };
-    BeatTracker.prototype.adoptTempo = function (bpm, confidence, slowAgrees) {
+    // Whether bpm reads clearly better than an established tempo, in the slow autocorrelation
+    // too: a broad peak beside it (a passage without bass) is no reason to move it.
+    BeatTracker.prototype.clearlyBetter = function (bpm, maxLag, slowAgrees) {
+        if (this.period <= 0 || this.clock - this.tempoSince < BT_HELD_SECONDS) return true;
+        if (Math.abs(60 / bpm - this.period) <= BT_HELD_FINE * this.period) return true;
+        return slowAgrees &&
+            this.combScore(60 / this.period, maxLag) < BT_HELD_MARGIN * this.combScore(bpm, maxLag);
+    };
+    BeatTracker.prototype.adoptTempo = function (bpm, confidence, slowAgrees, clearer) {
         var period = 60 / bpm;
         this.confidence += (confidence - this.confidence) * 0.3;
         if (this.period <= 0) {
-            this.period = period;
-            this.tempoConfidence = confidence;
+            this.setPeriod(period, confidence);
+            return;
+        }
+        var weak = this.clock - this.tempoSince >= BT_HELD_SECONDS &&
+            confidence < BT_WEAK_READING * this.heldConfidence;
+        this.heldConfidence += (confidence - this.heldConfidence) *
+            follow(BT_ANALYSE_EVERY * this.hop, BT_HELD_CONFIDENCE_TAU_S);
+        if (weak) {
+            this.candidateVotes = 0;
             return;
         }
         if (Math.abs(period - this.period) <= 0.03 * this.period) {
-            this.period += (period - this.period) * 0.3;
+            if (clearer) this.period += (period - this.period) * 0.3;
             this.tempoConfidence = Math.max(this.tempoConfidence, confidence);
             this.candidateVotes = 0;
             return;
@@ -796,11 +828,17 @@ var BridgeEngine = (function () {
             : octave ? BT_OCTAVE_CHANGE_FACTOR * BT_TEMPO_CHANGE_VOTES
             : confidence >= BT_STRONGER_FACTOR * this.tempoConfidence ? BT_STRONGER_CHANGE_VOTES
             : BT_TEMPO_CHANGE_VOTES;
+        if (this.clock - this.tempoSince >= BT_HELD_SECONDS) needed *= 2;
         if (this.candidateVotes >= needed) {
-            this.period = this.candidate;
-            this.tempoConfidence = confidence;
+            this.setPeriod(this.candidate, confidence);
             this.candidateVotes = 0;
         }
+    };
+    BeatTracker.prototype.setPeriod = function (period, confidence) {
+        this.period = period;
+        this.tempoConfidence = confidence;
+        this.tempoSince = this.clock;
+        this.heldConfidence = confidence;
     };
     BeatTracker.prototype.odfAt = function (pos) {
         // pos: fractional index into the linear history; zero outside it.
