@@ -301,6 +301,8 @@ void EngineHost::installStagedHarness() {
     releaseScriptObjects();
     *scripts_ = std::move(compiled->scripts);
     context_ = std::move(compiled->context);
+    if (context_)
+        context_->setTimeoutHandler([this] { scriptTimedOut(); });
     retryAt_.reset();
     retryDelay_ = firstRetryDelay;
     // One that ran out of time while staged (loading its show ahead) is left alone, then retried.
@@ -373,7 +375,9 @@ void EngineHost::buildStep(CompiledHarness& build) {
             }
         }
         if (!build.ranOutOfTime) {
-            build.context->setTimeoutHandler([this] { scriptTimedOut(); });
+            // While staged it must not report for the engine still running; taking over
+            // finds it suspended and reports then.
+            build.context->setTimeoutHandler([] {});
             build.context->setTimeLimit(limits_.call);
         }
         build.next = BuildStep::done;

@@ -144,6 +144,8 @@ var BridgeEngine = (function () {
     var SUSTAIN_RANGE_DB = 24;
     var BASS_SILENCE_DB = SILENCE_DB - WINDOW_MAX_GAIN_DB; // below any gain-corrected level
     var BASS_ATTACK_S = 0.03;
+    // Where the drop detector counts the bass out (0.3 of the range under the peak).
+    var BASS_OUT_DB = 16.8;
     var DOMINANCE_TAU_S = 0.3;
     var ONSET_MEAN_TAU_S = 3;
     var FLUX_MEAN_TAU_S = 3;
@@ -187,7 +189,11 @@ var BridgeEngine = (function () {
         bass = Math.max(bass, this.slowBassPeak - SUSTAIN_RANGE_DB);
         var bassTau = bass > this.slowBass ? BASS_ATTACK_S : SUSTAIN_TAU_S;
         this.slowBass += (bass - this.slowBass) * follow(dt, bassTau);
-        this.slowBassPeak = Math.max(this.slowBass, this.slowBassPeak - SUSTAIN_PEAK_DECAY_DB_PER_S * dt);
+        // The peak holds while the bass is out: a long break must not lower the bar until its
+        // own bass notes read as the bass back. A quieter mix with the bass still in lowers it.
+        var bassIn = this.slowBass >= this.slowBassPeak - BASS_OUT_DB;
+        var peakDecay = bassIn ? SUSTAIN_PEAK_DECAY_DB_PER_S * dt : 0;
+        this.slowBassPeak = Math.max(this.slowBass, this.slowBassPeak - peakDecay);
         o.sustained_low = this.slowBassPeak <= BASS_SILENCE_DB + 1
             ? 0 : clamp01(1 + (this.slowBass - this.slowBassPeak) / SUSTAIN_RANGE_DB);
 
@@ -242,11 +248,19 @@ var BridgeEngine = (function () {
     var DROP_RETURN_SUSTAINED = 0.5;
     var DROP_RETURN_CONFIRM_S = 0.035;
     var DROP_DECAY_S = 4;
+    // One bass note in a break is no return: after the kick the bass must stay back for a
+    // moment, or a second kick must bring it back again within about a beat (a sparse bass
+    // line), before the drop fires.
+    var DROP_RETURN_HOLD_S = 0.2;
+    var DROP_RETURN_AGAIN_S = 0.8;
 
     function DropSignalDetector() {
         this.clock = 0;
         this.outSeconds = 0;
         this.returnSeconds = 0;
+        this.candidateAge = -1;
+        this.heldSeconds = 0;
+        this.heldBroken = false;
         this.armed = false;
         this.level = 0;
         this.fired = 0;
@@ -268,12 +282,31 @@ var BridgeEngine = (function () {
             if (this.outSeconds >= DROP_ARM_AFTER_S) {
                 this.armed = true;
                 this.returnSeconds = 0;
+                this.candidateAge = -1;
             }
             return this.level;
         }
         var back = low >= DROP_RETURN_LEVEL && sustained >= DROP_RETURN_SUSTAINED;
+        var before = this.returnSeconds;
         this.returnSeconds = back ? this.returnSeconds + step : 0;
-        if (this.returnSeconds >= DROP_RETURN_CONFIRM_S) {
+        // A kick is the moment a return first passes its confirmation.
+        var kick = before < DROP_RETURN_CONFIRM_S && this.returnSeconds >= DROP_RETURN_CONFIRM_S;
+        var fire = false;
+        if (this.candidateAge >= 0) {
+            this.candidateAge += step;
+            if (sustained < DROP_RETURN_SUSTAINED) this.heldBroken = true;
+            else if (!this.heldBroken) this.heldSeconds += step;
+            if (!this.heldBroken && this.heldSeconds >= DROP_RETURN_HOLD_S) fire = true;
+            else if (kick && this.heldBroken && this.candidateAge <= DROP_RETURN_AGAIN_S) fire = true;
+            else if (this.heldBroken && this.candidateAge > DROP_RETURN_AGAIN_S) this.candidateAge = -1;
+        }
+        if (!fire && kick && this.candidateAge < 0) {
+            this.candidateAge = 0;
+            this.heldSeconds = this.returnSeconds;
+            this.heldBroken = false;
+        }
+        if (fire) {
+            this.candidateAge = -1;
             this.armed = false;
             this.outSeconds = 0;
             this.returnSeconds = 0;
@@ -352,6 +385,18 @@ var BridgeEngine = (function () {
     // (a larger share of their energy at the beat multiples); the signal that reads the current
     // tempo is read unless the other is this much clearer.
     var BT_SOURCE_CLEARER = 1.5;
+    // A tempo held this long is established: a reading much less clear than its usual one (a
+    // passage without bass, an ending fading out) neither nudges it nor votes for another, and
+    // another tempo must win twice as many analyses in a row to replace it.
+    var BT_HELD_SECONDS = 20;
+    var BT_WEAK_READING = 0.5;
+    // ... and a reading beside it (further than the fine correction that keeps the beats on
+    // time) must score this much better than it to nudge it.
+    var BT_HELD_MARGIN = 0.9;
+    var BT_HELD_FINE = 0.005;
+    // The usual clearness is the readings' mean over this long, so music that stays less clear
+    // is read again after a while.
+    var BT_HELD_CONFIDENCE_TAU_S = 60;
 
     function BeatFrame() {
         this.bpm = 0;
@@ -472,6 +517,8 @@ var BridgeEngine = (function () {
         this.candidate = 0;
         this.candidateVotes = 0;
         this.tempoConfidence = 0;
+        this.tempoSince = 0;
+        this.heldConfidence = 0;
         this.nextBeat = -1;
         this.lastBeat = -1;
         this.phaseJumpVotes = 0;
@@ -686,7 +733,10 @@ var BridgeEngine = (function () {
         var settled = !kickMusic || this.period <= 0 ||
             (this.kickSince >= 0 && this.clock - this.kickSince >= spanSeconds - 1);
         if (reading.edge) settled = false;
-        if (settled) this.adoptTempo(bestBpm, confidence, this.slowEvidence(bestBpm, maxLag));
+        if (settled) {
+            var slowAgrees = this.slowEvidence(bestBpm, maxLag);
+            this.adoptTempo(bestBpm, confidence, slowAgrees, this.clearlyBetter(bestBpm, maxLag, slowAgrees));
+        }
         if (this.period <= 0) return;
         if (!kickMusic) {
             // Music without a kick: the whole onset signal sets the phase.
@@ -732,16 +782,31 @@ var BridgeEngine = (function () {
         return this.combScore(bpm, maxLag, undefined, this.slowAcf) >
             this.combScore(60 / this.period, maxLag, undefined, this.slowAcf);
     };
-    BeatTracker.prototype.adoptTempo = function (bpm, confidence, slowAgrees) {
+    // Whether bpm reads clearly better than an established tempo, in the slow autocorrelation
+    // too: a broad peak beside it (a passage without bass) is no reason to move it.
+    BeatTracker.prototype.clearlyBetter = function (bpm, maxLag, slowAgrees) {
+        if (this.period <= 0 || this.clock - this.tempoSince < BT_HELD_SECONDS) return true;
+        if (Math.abs(60 / bpm - this.period) <= BT_HELD_FINE * this.period) return true;
+        return slowAgrees &&
+            this.combScore(60 / this.period, maxLag) < BT_HELD_MARGIN * this.combScore(bpm, maxLag);
+    };
+    BeatTracker.prototype.adoptTempo = function (bpm, confidence, slowAgrees, clearer) {
         var period = 60 / bpm;
         this.confidence += (confidence - this.confidence) * 0.3;
         if (this.period <= 0) {
-            this.period = period;
-            this.tempoConfidence = confidence;
+            this.setPeriod(period, confidence);
+            return;
+        }
+        var weak = this.clock - this.tempoSince >= BT_HELD_SECONDS &&
+            confidence < BT_WEAK_READING * this.heldConfidence;
+        this.heldConfidence += (confidence - this.heldConfidence) *
+            follow(BT_ANALYSE_EVERY * this.hop, BT_HELD_CONFIDENCE_TAU_S);
+        if (weak) {
+            this.candidateVotes = 0;
             return;
         }
         if (Math.abs(period - this.period) <= 0.03 * this.period) {
-            this.period += (period - this.period) * 0.3;
+            if (clearer) this.period += (period - this.period) * 0.3;
             this.tempoConfidence = Math.max(this.tempoConfidence, confidence);
             this.candidateVotes = 0;
             return;
@@ -763,11 +828,17 @@ var BridgeEngine = (function () {
             : octave ? BT_OCTAVE_CHANGE_FACTOR * BT_TEMPO_CHANGE_VOTES
             : confidence >= BT_STRONGER_FACTOR * this.tempoConfidence ? BT_STRONGER_CHANGE_VOTES
             : BT_TEMPO_CHANGE_VOTES;
+        if (this.clock - this.tempoSince >= BT_HELD_SECONDS) needed *= 2;
         if (this.candidateVotes >= needed) {
-            this.period = this.candidate;
-            this.tempoConfidence = confidence;
+            this.setPeriod(this.candidate, confidence);
             this.candidateVotes = 0;
         }
+    };
+    BeatTracker.prototype.setPeriod = function (period, confidence) {
+        this.period = period;
+        this.tempoConfidence = confidence;
+        this.tempoSince = this.clock;
+        this.heldConfidence = confidence;
     };
     BeatTracker.prototype.odfAt = function (pos) {
         // pos: fractional index into the linear history; zero outside it.

@@ -334,6 +334,7 @@ TEST(EngineHostTimeLimit, ANewEngineThatHangsLoadingItsShowAheadIsRetriedAfterTa
     ASSERT_TRUE(host.canLoadStagedShowAhead(staged));
     host.loadStagedShowAhead(staged, texts);
     EXPECT_FALSE(host.canLoadStagedShowAhead(staged));
+    EXPECT_EQ(host.fault(), std::nullopt) << "the running engine is fine until it is replaced";
     EXPECT_FALSE(host.switchToStagedShow(staged, texts, {}));
     EXPECT_EQ(host.fault(), EngineScriptFault::stoppedResponding);
     clock->advance(1s);

@@ -51,6 +51,9 @@ public:
     /// Whether opening and starting a stream may wait for an audio server; such a backend is
     /// never opened on the main thread.
     virtual bool mayWaitForServer() const { return false; }
+    /// The capture that owns it is going: a start under way stops waiting for the server,
+    /// and the backend is not used again.
+    virtual void abandonWaits() {}
 };
 
 } // namespace kelvo

@@ -49,6 +49,8 @@ MicCapture::~MicCapture() {
         std::lock_guard lock(handoffMutex_);
         ++startNumber_;
     }
+    if (backend_ && setup_)
+        backend_->abandonWaits(); // quitting must not wait out a server that stopped answering
     setup_.reset();
     if (handoff_ && handoff_->run)
         handoff_->run->stream->stop();

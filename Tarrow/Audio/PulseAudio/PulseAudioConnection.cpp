@@ -4,6 +4,8 @@
 
 #include <pulse/rtclock.h>
 
+#include <algorithm>
+
 namespace kelvo {
 
 namespace {
@@ -30,6 +32,17 @@ pa_time_event* PulseAudioConnection::armWakeUp(pa_usec_t deadline) const {
     return pa_context_rttime_new(context_, deadline, &wakeUp, mainloop_);
 }
 
+void PulseAudioConnection::rearm(pa_time_event* timer, pa_usec_t at) const {
+    if (timer)
+        pa_context_rttime_restart(context_, timer, at);
+}
+
+pa_usec_t PulseAudioConnection::nextWakeUp(pa_usec_t deadline) const {
+    if (!abandoned_)
+        return deadline;
+    return std::min(deadline, now() + static_cast<pa_usec_t>(abandonPoll.count()) * 1000);
+}
+
 void PulseAudioConnection::disarm(pa_time_event* timer) const {
     if (timer)
         pa_threaded_mainloop_get_api(mainloop_)->time_free(timer);
@@ -37,7 +50,8 @@ void PulseAudioConnection::disarm(pa_time_event* timer) const {
 
 PulseAudioConnection::PulseAudioConnection(const std::string& clientName,
                                            const std::string& threadName,
-                                           std::chrono::milliseconds timeout) {
+                                           std::chrono::milliseconds timeout, AbandonFlag abandoned)
+    : abandoned_(std::move(abandoned)) {
     mainloop_ = pa_threaded_mainloop_new();
     if (!mainloop_)
         throw AudioInputException("Audio server unavailable (out of memory)");
@@ -67,7 +81,7 @@ PulseAudioConnection::PulseAudioConnection(const std::string& clientName,
                 },
                 timeout);
             if (!settled)
-                failure = "timed out";
+                failure = isAbandoned() ? abandonedReason : "timed out";
             else if (pa_context_get_state(context_) != PA_CONTEXT_READY)
                 failure = lastError();
         }

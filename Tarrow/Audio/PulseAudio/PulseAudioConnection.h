@@ -2,6 +2,7 @@
 
 #include <pulse/pulseaudio.h>
 
+#include <atomic>
 #include <chrono>
 #include <functional>
 #include <memory>
@@ -14,9 +15,16 @@ namespace kelvo {
 /// The server is libpulse's choice: $PULSE_SERVER, else the user's session server.
 class PulseAudioConnection {
 public:
+    /// Set when the owner is going: every wait of a connection that shares it ends within
+    /// `abandonPoll`, so nothing waits out a server that stopped answering.
+    using AbandonFlag = std::shared_ptr<const std::atomic<bool>>;
+    static constexpr std::chrono::milliseconds abandonPoll{100};
+    static constexpr const char* abandonedReason = "quitting";
+
     /// Connects and waits until the context is ready. Throws `AudioInputException`.
     PulseAudioConnection(const std::string& clientName, const std::string& threadName,
-                         std::chrono::milliseconds timeout = std::chrono::seconds(5));
+                         std::chrono::milliseconds timeout = std::chrono::seconds(5),
+                         AbandonFlag abandoned = {});
     ~PulseAudioConnection();
     PulseAudioConnection(const PulseAudioConnection&) = delete;
     PulseAudioConnection& operator=(const PulseAudioConnection&) = delete;
@@ -26,6 +34,7 @@ public:
     /// The text of the context's last error.
     std::string lastError() const;
     bool isConnected() const;
+    bool isAbandoned() const { return abandoned_ && abandoned_->load(); }
     /// With the lock held: `lost` runs on the loop's thread (loop locked) when the context
     /// fails or ends, e.g. because the server went away. It must not destroy the connection.
     void setLostHandler(std::function<void()> lost) { lost_ = std::move(lost); }
@@ -55,9 +64,11 @@ public:
     /// that changes what `done` reads must signal the loop.
     template <typename Done> bool waitFor(Done done, std::chrono::milliseconds timeout) const {
         const pa_usec_t deadline = now() + static_cast<pa_usec_t>(timeout.count()) * 1000;
-        pa_time_event* timer = armWakeUp(deadline);
-        while (!done() && now() < deadline)
+        pa_time_event* timer = armWakeUp(nextWakeUp(deadline));
+        while (!done() && now() < deadline && !isAbandoned()) {
             pa_threaded_mainloop_wait(mainloop_);
+            rearm(timer, nextWakeUp(deadline));
+        }
         disarm(timer);
         return done();
     }
@@ -68,9 +79,13 @@ private:
     static pa_usec_t now();
     static void stateChanged(pa_context* context, void* userdata);
     pa_time_event* armWakeUp(pa_usec_t deadline) const;
+    void rearm(pa_time_event* timer, pa_usec_t at) const;
     void disarm(pa_time_event* timer) const;
+    /// The deadline, or sooner while an abandon flag is to be watched.
+    pa_usec_t nextWakeUp(pa_usec_t deadline) const;
 
     std::function<void()> lost_;
+    AbandonFlag abandoned_;
 
     pa_threaded_mainloop* mainloop_ = nullptr;
     pa_context* context_ = nullptr;

@@ -124,6 +124,7 @@ PulseAudioDeviceLayer::PulseAudioDeviceLayer() : failure_(connectingText) {
 }
 
 PulseAudioDeviceLayer::~PulseAudioDeviceLayer() {
+    abandonWaits();
     {
         std::lock_guard guard(stateMutex_);
         stopping_ = true;
@@ -136,6 +137,10 @@ PulseAudioDeviceLayer::~PulseAudioDeviceLayer() {
         last = std::move(connection_);
     }
     last.reset();
+}
+
+void PulseAudioDeviceLayer::abandonWaits() {
+    abandoned_->store(true);
 }
 
 std::shared_ptr<PulseAudioConnection> PulseAudioDeviceLayer::current() const {
@@ -183,7 +188,7 @@ PulseAudioDeviceLayer::tryConnectHoldingAttempt(std::chrono::milliseconds timeou
     std::string failure;
     try {
         fresh = std::make_shared<PulseAudioConnection>("Kelvo Bridge devices", "Kelvo.devices",
-                                                       timeout);
+                                                       timeout, abandoned_);
         PulseAudioConnection::Lock lock(*fresh);
         fresh->setLostHandler([this, raw = fresh.get()] { lost(raw); });
         pa_context_set_subscribe_callback(fresh->context(), &subscriptionEvent, this);

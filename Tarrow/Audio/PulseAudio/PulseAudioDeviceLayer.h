@@ -58,6 +58,9 @@ public:
     /// Without a connection, waits for an attempt under way, then tries once (at most
     /// `quickAttempt`); then as `unavailableReason`. Never on the main thread.
     std::optional<std::string> connectNow();
+    /// The owner is going: every wait on the server, now and later, gives up at once.
+    void abandonWaits();
+    PulseAudioConnection::AbandonFlag abandonFlag() const { return abandoned_; }
     static constexpr std::chrono::milliseconds quickAttempt{1000};
 
     /// A source's own format, and whether it is a sink's monitor (playback fed back in).
@@ -128,6 +131,7 @@ private:
     std::map<std::string, double> rateOverrides_;
     std::mutex listenerMutex_;
     std::function<void()> listener_;
+    const std::shared_ptr<std::atomic<bool>> abandoned_ = std::make_shared<std::atomic<bool>>();
     std::thread retry_;
 };
 

@@ -33,7 +33,7 @@ PulseAudioInputBackend::openStream(const std::optional<std::string>& deviceUID) 
         throw AudioInputException(monitorRefusedText);
     const CaptureFormat format =
         AudioInputDeviceConfigurator::captureFormat(*layer_, deviceUID).value_or(own->format);
-    return std::make_unique<PulseAudioInputStream>(source, format);
+    return std::make_unique<PulseAudioInputStream>(source, format, layer_->abandonFlag());
 }
 
 } // namespace kelvo

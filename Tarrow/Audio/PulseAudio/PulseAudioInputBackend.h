@@ -22,6 +22,7 @@ public:
     std::unique_ptr<AudioInputStream>
     openStream(const std::optional<std::string>& deviceUID) override;
     bool mayWaitForServer() const override { return true; }
+    void abandonWaits() override { layer_->abandonWaits(); }
 
 private:
     std::shared_ptr<PulseAudioDeviceLayer> layer_;

@@ -8,8 +8,9 @@
 namespace kelvo {
 
 PulseAudioInputStream::PulseAudioInputStream(std::optional<std::string> sourceName,
-                                             CaptureFormat format)
-    : sourceName_(std::move(sourceName)), format_(format) {}
+                                             CaptureFormat format,
+                                             PulseAudioConnection::AbandonFlag abandoned)
+    : sourceName_(std::move(sourceName)), format_(format), abandoned_(std::move(abandoned)) {}
 
 PulseAudioInputStream::~PulseAudioInputStream() {
     stop();
@@ -21,7 +22,8 @@ void PulseAudioInputStream::start(RenderReceiver receiver,
     if (format_.sampleRate < 1 || format_.channelCount < 1 ||
         format_.channelCount > static_cast<int>(PA_CHANNELS_MAX))
         throw AudioInputException("No audio input is available");
-    connection_ = std::make_unique<PulseAudioConnection>("Kelvo Bridge capture", "Kelvo.audio");
+    connection_ = std::make_unique<PulseAudioConnection>(
+        "Kelvo Bridge capture", "Kelvo.audio", PulseAudioConnection::replyTimeout, abandoned_);
     receiver_ = std::move(receiver);
     configurationChanged_ = std::move(configurationChanged);
     silence_.assign(std::size_t{fragmentFrames} * std::size_t(format_.channelCount), 0.0f);

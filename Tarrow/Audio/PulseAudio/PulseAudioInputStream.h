@@ -17,8 +17,9 @@ class PulseAudioInputStream : public AudioInputStream {
 public:
     static constexpr std::uint32_t fragmentFrames = 512;
 
-    /// `format` must have a rate and at least one channel.
-    PulseAudioInputStream(std::optional<std::string> sourceName, CaptureFormat format);
+    /// `format` must have a rate and at least one channel; `abandoned` ends the start's waits.
+    PulseAudioInputStream(std::optional<std::string> sourceName, CaptureFormat format,
+                          PulseAudioConnection::AbandonFlag abandoned = {});
     ~PulseAudioInputStream() override;
 
     CaptureFormat format() const override { return format_; }
@@ -32,6 +33,7 @@ private:
 
     std::optional<std::string> sourceName_;
     CaptureFormat format_;
+    PulseAudioConnection::AbandonFlag abandoned_;
     std::unique_ptr<PulseAudioConnection> connection_;
     pa_stream* stream_ = nullptr;
     RenderReceiver receiver_;

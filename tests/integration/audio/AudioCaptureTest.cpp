@@ -15,6 +15,7 @@
 #include <cstdlib>
 #include <sys/socket.h>
 #include <sys/un.h>
+#include <thread>
 #include <unistd.h>
 
 namespace kelvo {
@@ -92,6 +93,20 @@ TEST(AudioInputPlatform, AServerThatNeverAnswersHoldsUpNothingAndCaptureSaysWhy)
         MicCapture capture(platform.backend);
         EXPECT_EQ(test::startCapture(capture, std::nullopt),
                   "Audio server unavailable (timed out)");
+
+        // Quitting: a start under way stops waiting for the server, whenever it began.
+        std::string reason;
+        std::thread opening([&] {
+            try {
+                platform.backend->openStream(std::nullopt);
+            } catch (const std::exception& e) {
+                reason = e.what();
+            }
+        });
+        platform.backend->abandonWaits();
+        opening.join();
+        EXPECT_EQ(reason, std::string("Audio server unavailable (") +
+                              PulseAudioConnection::abandonedReason + ")");
     }
     ::unsetenv("PULSE_SERVER");
     ::close(listener);
