@@ -397,6 +397,12 @@ var BridgeEngine = (function () {
     // The usual clearness is the readings' mean over this long, so music that stays less clear
     // is read again after a while.
     var BT_HELD_CONFIDENCE_TAU_S = 60;
+    // A riff across the bar (three hits to four beats, or two to three) reads at 3/4, 4/3, 3/2
+    // or 2/3 of the tempo and can read clearer than it for a minute: an established tempo whose
+    // own comb still reads this share of its usual clearness keeps its place against it.
+    var BT_CROSS_RATIOS = [3 / 4, 4 / 3, 3 / 2, 2 / 3];
+    var BT_CROSS_TOLERANCE = 0.03;
+    var BT_CROSS_KEEP = 0.75;
 
     function BeatFrame() {
         this.bpm = 0;
@@ -519,6 +525,8 @@ var BridgeEngine = (function () {
         this.tempoConfidence = 0;
         this.tempoSince = 0;
         this.heldConfidence = 0;
+        this.ownClearness = 0;
+        this.currentClearness = 0;
         this.nextBeat = -1;
         this.lastBeat = -1;
         this.phaseJumpVotes = 0;
@@ -733,6 +741,8 @@ var BridgeEngine = (function () {
         var settled = !kickMusic || this.period <= 0 ||
             (this.kickSince >= 0 && this.clock - this.kickSince >= spanSeconds - 1);
         if (reading.edge) settled = false;
+        this.currentClearness = this.period > 0
+            ? clamp01(this.combScore(60 / this.period, maxLag, 0) / this.acf[0]) : 0;
         if (settled) {
             var slowAgrees = this.slowEvidence(bestBpm, maxLag);
             this.adoptTempo(bestBpm, confidence, slowAgrees, this.clearlyBetter(bestBpm, maxLag, slowAgrees));
@@ -801,6 +811,10 @@ var BridgeEngine = (function () {
             confidence < BT_WEAK_READING * this.heldConfidence;
         this.heldConfidence += (confidence - this.heldConfidence) *
             follow(BT_ANALYSE_EVERY * this.hop, BT_HELD_CONFIDENCE_TAU_S);
+        var held = this.clock - this.tempoSince >= BT_HELD_SECONDS;
+        var keeps = held && this.currentClearness >= BT_CROSS_KEEP * this.ownClearness;
+        this.ownClearness += (this.currentClearness - this.ownClearness) *
+            follow(BT_ANALYSE_EVERY * this.hop, BT_HELD_CONFIDENCE_TAU_S);
         if (weak) {
             this.candidateVotes = 0;
             return;
@@ -823,6 +837,10 @@ var BridgeEngine = (function () {
             this.candidateVotes = 1;
         }
         var ratio = this.candidate / this.period;
+        if (keeps && isCrossRatio(ratio)) {
+            this.candidateVotes = 0;
+            return;
+        }
         var octave = Math.abs(ratio - 2) <= 0.06 || Math.abs(ratio - 0.5) <= 0.015;
         var needed = this.written * this.hop < BT_YOUNG_SECONDS ? BT_YOUNG_CHANGE_VOTES
             : octave ? BT_OCTAVE_CHANGE_FACTOR * BT_TEMPO_CHANGE_VOTES
@@ -839,7 +857,14 @@ var BridgeEngine = (function () {
         this.tempoConfidence = confidence;
         this.tempoSince = this.clock;
         this.heldConfidence = confidence;
+        this.ownClearness = confidence;
     };
+    function isCrossRatio(ratio) {
+        for (var i = 0; i < BT_CROSS_RATIOS.length; i++) {
+            if (Math.abs(ratio / BT_CROSS_RATIOS[i] - 1) <= BT_CROSS_TOLERANCE) return true;
+        }
+        return false;
+    }
     BeatTracker.prototype.odfAt = function (pos) {
         // pos: fractional index into the linear history; zero outside it.
         if (pos < 0) return 0;
