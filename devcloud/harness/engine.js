@@ -146,6 +146,12 @@ var BridgeEngine = (function () {
     var BASS_ATTACK_S = 0.03;
     // Where the drop detector counts the bass out (0.3 of the range under the peak).
     var BASS_OUT_DB = 16.8;
+    // Once the bass has been out this long, the peak holds until the bass is back within 12 dB
+    // of it (where a drop's return counts it back) for a moment: partial bass through a break,
+    // 12-17 dB down, must not lower the bar until the break's own notes read as the return.
+    var BASS_AWAY_S = 0.5;
+    var BASS_BACK_DB = 12;
+    var BASS_BACK_HOLD_S = 0.2;
     var DOMINANCE_TAU_S = 0.3;
     var ONSET_MEAN_TAU_S = 3;
     var FLUX_MEAN_TAU_S = 3;
@@ -160,6 +166,9 @@ var BridgeEngine = (function () {
         this.slowLowPeak = SILENCE_DB;
         this.slowBass = BASS_SILENCE_DB;
         this.slowBassPeak = BASS_SILENCE_DB;
+        this.bassAway = false;
+        this.bassOutSeconds = 0;
+        this.bassBackSeconds = 0;
         this.dominance = 0;
         this.onsetMean = 0;
         this.previousLow = SILENCE_DB;
@@ -189,10 +198,14 @@ var BridgeEngine = (function () {
         bass = Math.max(bass, this.slowBassPeak - SUSTAIN_RANGE_DB);
         var bassTau = bass > this.slowBass ? BASS_ATTACK_S : SUSTAIN_TAU_S;
         this.slowBass += (bass - this.slowBass) * follow(dt, bassTau);
-        // The peak holds while the bass is out: a long break must not lower the bar until its
+        // The peak holds while the bass is away: a long break must not lower the bar until its
         // own bass notes read as the bass back. A quieter mix with the bass still in lowers it.
-        var bassIn = this.slowBass >= this.slowBassPeak - BASS_OUT_DB;
-        var peakDecay = bassIn ? SUSTAIN_PEAK_DECAY_DB_PER_S * dt : 0;
+        var below = this.slowBassPeak - this.slowBass;
+        this.bassOutSeconds = below > BASS_OUT_DB ? this.bassOutSeconds + dt : 0;
+        this.bassBackSeconds = below <= BASS_BACK_DB ? this.bassBackSeconds + dt : 0;
+        if (this.bassOutSeconds >= BASS_AWAY_S) this.bassAway = true;
+        else if (this.bassBackSeconds >= BASS_BACK_HOLD_S) this.bassAway = false;
+        var peakDecay = this.bassAway ? 0 : SUSTAIN_PEAK_DECAY_DB_PER_S * dt;
         this.slowBassPeak = Math.max(this.slowBass, this.slowBassPeak - peakDecay);
         o.sustained_low = this.slowBassPeak <= BASS_SILENCE_DB + 1
             ? 0 : clamp01(1 + (this.slowBass - this.slowBassPeak) / SUSTAIN_RANGE_DB);
