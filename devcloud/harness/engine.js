@@ -146,6 +146,12 @@ var BridgeEngine = (function () {
     var BASS_ATTACK_S = 0.03;
     // Where the drop detector counts the bass out (0.3 of the range under the peak).
     var BASS_OUT_DB = 16.8;
+    // Once the bass has been out this long, the peak holds until the bass is back within 12 dB
+    // of it (where a drop's return counts it back) for a moment: partial bass through a break,
+    // 12-17 dB down, must not lower the bar until the break's own notes read as the return.
+    var BASS_AWAY_S = 0.5;
+    var BASS_BACK_DB = 12;
+    var BASS_BACK_HOLD_S = 0.2;
     var DOMINANCE_TAU_S = 0.3;
     var ONSET_MEAN_TAU_S = 3;
     var FLUX_MEAN_TAU_S = 3;
@@ -160,6 +166,9 @@ var BridgeEngine = (function () {
         this.slowLowPeak = SILENCE_DB;
         this.slowBass = BASS_SILENCE_DB;
         this.slowBassPeak = BASS_SILENCE_DB;
+        this.bassAway = false;
+        this.bassOutSeconds = 0;
+        this.bassBackSeconds = 0;
         this.dominance = 0;
         this.onsetMean = 0;
         this.previousLow = SILENCE_DB;
@@ -189,10 +198,14 @@ var BridgeEngine = (function () {
         bass = Math.max(bass, this.slowBassPeak - SUSTAIN_RANGE_DB);
         var bassTau = bass > this.slowBass ? BASS_ATTACK_S : SUSTAIN_TAU_S;
         this.slowBass += (bass - this.slowBass) * follow(dt, bassTau);
-        // The peak holds while the bass is out: a long break must not lower the bar until its
+        // The peak holds while the bass is away: a long break must not lower the bar until its
         // own bass notes read as the bass back. A quieter mix with the bass still in lowers it.
-        var bassIn = this.slowBass >= this.slowBassPeak - BASS_OUT_DB;
-        var peakDecay = bassIn ? SUSTAIN_PEAK_DECAY_DB_PER_S * dt : 0;
+        var below = this.slowBassPeak - this.slowBass;
+        this.bassOutSeconds = below > BASS_OUT_DB ? this.bassOutSeconds + dt : 0;
+        this.bassBackSeconds = below <= BASS_BACK_DB ? this.bassBackSeconds + dt : 0;
+        if (this.bassOutSeconds >= BASS_AWAY_S) this.bassAway = true;
+        else if (this.bassBackSeconds >= BASS_BACK_HOLD_S) this.bassAway = false;
+        var peakDecay = this.bassAway ? 0 : SUSTAIN_PEAK_DECAY_DB_PER_S * dt;
         this.slowBassPeak = Math.max(this.slowBass, this.slowBassPeak - peakDecay);
         o.sustained_low = this.slowBassPeak <= BASS_SILENCE_DB + 1
             ? 0 : clamp01(1 + (this.slowBass - this.slowBassPeak) / SUSTAIN_RANGE_DB);
@@ -397,6 +410,12 @@ var BridgeEngine = (function () {
     // The usual clearness is the readings' mean over this long, so music that stays less clear
     // is read again after a while.
     var BT_HELD_CONFIDENCE_TAU_S = 60;
+    // A riff across the bar (three hits to four beats, or two to three) reads at 3/4, 4/3, 3/2
+    // or 2/3 of the tempo and can read clearer than it for a minute: an established tempo whose
+    // own comb still reads this share of its usual clearness keeps its place against it.
+    var BT_CROSS_RATIOS = [3 / 4, 4 / 3, 3 / 2, 2 / 3];
+    var BT_CROSS_TOLERANCE = 0.03;
+    var BT_CROSS_KEEP = 0.75;
 
     function BeatFrame() {
         this.bpm = 0;
@@ -519,6 +538,8 @@ var BridgeEngine = (function () {
         this.tempoConfidence = 0;
         this.tempoSince = 0;
         this.heldConfidence = 0;
+        this.ownClearness = 0;
+        this.currentClearness = 0;
         this.nextBeat = -1;
         this.lastBeat = -1;
         this.phaseJumpVotes = 0;
@@ -733,6 +754,8 @@ var BridgeEngine = (function () {
         var settled = !kickMusic || this.period <= 0 ||
             (this.kickSince >= 0 && this.clock - this.kickSince >= spanSeconds - 1);
         if (reading.edge) settled = false;
+        this.currentClearness = this.period > 0
+            ? clamp01(this.combScore(60 / this.period, maxLag, 0) / this.acf[0]) : 0;
         if (settled) {
             var slowAgrees = this.slowEvidence(bestBpm, maxLag);
             this.adoptTempo(bestBpm, confidence, slowAgrees, this.clearlyBetter(bestBpm, maxLag, slowAgrees));
@@ -801,6 +824,10 @@ var BridgeEngine = (function () {
             confidence < BT_WEAK_READING * this.heldConfidence;
         this.heldConfidence += (confidence - this.heldConfidence) *
             follow(BT_ANALYSE_EVERY * this.hop, BT_HELD_CONFIDENCE_TAU_S);
+        var held = this.clock - this.tempoSince >= BT_HELD_SECONDS;
+        var keeps = held && this.currentClearness >= BT_CROSS_KEEP * this.ownClearness;
+        this.ownClearness += (this.currentClearness - this.ownClearness) *
+            follow(BT_ANALYSE_EVERY * this.hop, BT_HELD_CONFIDENCE_TAU_S);
         if (weak) {
             this.candidateVotes = 0;
             return;
@@ -823,6 +850,10 @@ var BridgeEngine = (function () {
             this.candidateVotes = 1;
         }
         var ratio = this.candidate / this.period;
+        if (keeps && isCrossRatio(ratio)) {
+            this.candidateVotes = 0;
+            return;
+        }
         var octave = Math.abs(ratio - 2) <= 0.06 || Math.abs(ratio - 0.5) <= 0.015;
         var needed = this.written * this.hop < BT_YOUNG_SECONDS ? BT_YOUNG_CHANGE_VOTES
             : octave ? BT_OCTAVE_CHANGE_FACTOR * BT_TEMPO_CHANGE_VOTES
@@ -839,7 +870,14 @@ var BridgeEngine = (function () {
         this.tempoConfidence = confidence;
         this.tempoSince = this.clock;
         this.heldConfidence = confidence;
+        this.ownClearness = confidence;
     };
+    function isCrossRatio(ratio) {
+        for (var i = 0; i < BT_CROSS_RATIOS.length; i++) {
+            if (Math.abs(ratio / BT_CROSS_RATIOS[i] - 1) <= BT_CROSS_TOLERANCE) return true;
+        }
+        return false;
+    }
     BeatTracker.prototype.odfAt = function (pos) {
         // pos: fractional index into the linear history; zero outside it.
         if (pos < 0) return 0;
