@@ -807,8 +807,11 @@ var BridgeEngine = (function () {
     };
     // Whether bpm reads clearly better than an established tempo, in the slow autocorrelation
     // too: a broad peak beside it (a passage without bass) is no reason to move it.
+    BeatTracker.prototype.isEstablished = function () {
+        return this.period > 0 && this.clock - this.tempoSince >= BT_HELD_SECONDS;
+    };
     BeatTracker.prototype.clearlyBetter = function (bpm, maxLag, slowAgrees) {
-        if (this.period <= 0 || this.clock - this.tempoSince < BT_HELD_SECONDS) return true;
+        if (!this.isEstablished()) return true;
         if (Math.abs(60 / bpm - this.period) <= BT_HELD_FINE * this.period) return true;
         return slowAgrees &&
             this.combScore(60 / this.period, maxLag) < BT_HELD_MARGIN * this.combScore(bpm, maxLag);
@@ -820,11 +823,10 @@ var BridgeEngine = (function () {
             this.setPeriod(period, confidence);
             return;
         }
-        var weak = this.clock - this.tempoSince >= BT_HELD_SECONDS &&
-            confidence < BT_WEAK_READING * this.heldConfidence;
+        var held = this.isEstablished();
+        var weak = held && confidence < BT_WEAK_READING * this.heldConfidence;
         this.heldConfidence += (confidence - this.heldConfidence) *
             follow(BT_ANALYSE_EVERY * this.hop, BT_HELD_CONFIDENCE_TAU_S);
-        var held = this.clock - this.tempoSince >= BT_HELD_SECONDS;
         var keeps = held && this.currentClearness >= BT_CROSS_KEEP * this.ownClearness;
         this.ownClearness += (this.currentClearness - this.ownClearness) *
             follow(BT_ANALYSE_EVERY * this.hop, BT_HELD_CONFIDENCE_TAU_S);
@@ -859,7 +861,7 @@ var BridgeEngine = (function () {
             : octave ? BT_OCTAVE_CHANGE_FACTOR * BT_TEMPO_CHANGE_VOTES
             : confidence >= BT_STRONGER_FACTOR * this.tempoConfidence ? BT_STRONGER_CHANGE_VOTES
             : BT_TEMPO_CHANGE_VOTES;
-        if (this.clock - this.tempoSince >= BT_HELD_SECONDS) needed *= 2;
+        if (held) needed *= 2;
         if (this.candidateVotes >= needed) {
             this.setPeriod(this.candidate, confidence);
             this.candidateVotes = 0;
