@@ -113,6 +113,8 @@ protected:
         std::free(text);
     }
     void start(const LaunchOptions& options, std::FILE* to = nullptr) {
+        // The last launch ends first, as a process would: its settings reach the disk at quit.
+        bridge.reset();
         bridge = std::make_unique<HeadlessBridge>(makeModel(devices), options, to ? to : out);
         bridge->start();
     }
