@@ -96,13 +96,15 @@ def duration(wav):
     return float(run(["soxi", "-D", wav]).strip())
 
 
-def bass_returns(wav):
+def bass_returns(wav, start):
     """Where the bass comes back, and for how many seconds after the detector's warm-up it was
     out: the first two 1 s windows within 12 dB of the 90th percentile after two or more under
-    it; the moment is the first quarter second within 12 dB from a second before them."""
+    it; the moment is the first quarter second within 12 dB from a second before them. The
+    windows keep to the music's whole seconds, so every start point sees the same ones."""
     raw = subprocess.run(["sox", "-q", wav, "-t", "raw", "-e", "signed", "-b", "16", "-c", "1", "-",
                           "sinc", "-150"], capture_output=True, check=True).stdout
-    power = (numpy.frombuffer(raw, dtype=numpy.int16).astype(numpy.float64) / 32768.0) ** 2
+    skip = round(-start % 1.0 * SAMPLE_RATE)
+    power = (numpy.frombuffer(raw, dtype=numpy.int16)[skip:].astype(numpy.float64) / 32768.0) ** 2
 
     def levels(width):
         n = len(power) // width
@@ -122,7 +124,7 @@ def bass_returns(wav):
             continue  # one second of bass inside a break is a note, not the return
         if i - out_from > 1:
             moment = next(q for q in range(4 * (i - 1), 4 * (i + 1)) if quarters[q] >= back) / 4
-            returns.append((moment, out))
+            returns.append((moment + skip / SAMPLE_RATE, out))
         out_from, out = None, 0
     return returns
 
@@ -215,7 +217,7 @@ def main():
             beat_cells = "— | — | —"
         held, longest = tempo_hold(tempo, bpm)
         our_bpm = statistics.median([v for t, v in tempo if t >= SETTLE_S] or [0])
-        judged, missed = judge_drops(drops, bass_returns(wav))
+        judged, missed = judge_drops(drops, bass_returns(wav, args.start))
         fired = ", ".join("%.1f s %s" % verdict for verdict in judged)
         fired = (fired or "none") + "".join("; missed %.1f s" % r for r in missed)
         rows[track["held_out"]].append(
