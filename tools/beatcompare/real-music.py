@@ -14,8 +14,7 @@ its 90th percentile for two windows after over a second under it, from 8 s on; t
 quarter second): "at return" from a second before one to 1.5 s after, "late" up to 3 s after,
 "false" anywhere else. A return after over 7.5 s out (after the detector's first 30 s) that
 gets no drop is "missed". Files whose beats are not known ("grid": false) are scored on the
-tempo only: their beat scores show as "—" and stay
-out of the means.
+tempo only: their beat scores show as "—" and stay out of the means.
 
 With --check the exit status is 1 when the harness's mean AMLt falls below aubio's, and 77 when
 none of the music is installed (so a test skips rather than fails), except under CI=true.
