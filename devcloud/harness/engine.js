@@ -266,6 +266,11 @@ var BridgeEngine = (function () {
     // line), before the drop fires.
     var DROP_RETURN_HOLD_S = 0.2;
     var DROP_RETURN_AGAIN_S = 0.8;
+    // Armed with the bass still playing (within the range under its peak) for half a minute in
+    // all is no break: one loud bar set the peak and the ordinary bass reads out under it.
+    // Disarm, and count the bass out again only once it has come back in.
+    var DROP_STALE_PRESENT_S = 30;
+    var DROP_PRESENT_ABOVE = 0.02;
 
     function DropSignalDetector() {
         this.clock = 0;
@@ -275,6 +280,8 @@ var BridgeEngine = (function () {
         this.heldSeconds = 0;
         this.heldBroken = false;
         this.armed = false;
+        this.presentSeconds = 0;
+        this.waitForBass = false;
         this.level = 0;
         this.fired = 0;
     }
@@ -290,13 +297,22 @@ var BridgeEngine = (function () {
             return this.level;
         }
         if (!this.armed) {
-            if (sustained < DROP_BASS_OUT_BELOW) this.outSeconds += step;
+            if (sustained > DROP_BASS_IN_ABOVE) this.waitForBass = false;
+            if (sustained < DROP_BASS_OUT_BELOW && !this.waitForBass) this.outSeconds += step;
             else if (sustained > DROP_BASS_IN_ABOVE) this.outSeconds = 0;
             if (this.outSeconds >= DROP_ARM_AFTER_S) {
                 this.armed = true;
+                this.presentSeconds = 0;
                 this.returnSeconds = 0;
                 this.candidateAge = -1;
             }
+            return this.level;
+        }
+        if (sustained > DROP_PRESENT_ABOVE) this.presentSeconds += step;
+        if (this.presentSeconds >= DROP_STALE_PRESENT_S) {
+            this.armed = false;
+            this.outSeconds = 0;
+            this.waitForBass = true;
             return this.level;
         }
         var back = low >= DROP_RETURN_LEVEL && sustained >= DROP_RETURN_SUSTAINED;
