@@ -770,7 +770,12 @@ var BridgeEngine = (function () {
         this.currentClearness = this.period > 0
             ? clamp01(this.combScore(60 / this.period, maxLag, 0) / this.acf[0]) : 0;
         if (settled) {
-            var slowAgrees = this.slowEvidence(bestBpm, maxLag);
+            // A tempo not yet established has no memory worth defending against a reading both
+            // onset signals make, nor once its own comb has lost its clearness (the intro's riff
+            // it was read from has gone).
+            var agreed = mixed && onsets && Math.abs(mixed.bpm / onsets.bpm - 1) <= BT_CROSS_TOLERANCE;
+            var slowAgrees = this.slowEvidence(bestBpm, maxLag) || (!this.isEstablished() &&
+                (agreed || this.currentClearness < BT_WEAK_READING * this.ownClearness));
             this.adoptTempo(bestBpm, confidence, slowAgrees, this.clearlyBetter(bestBpm, maxLag, slowAgrees));
         }
         if (this.period <= 0) return;
