@@ -776,6 +776,11 @@ var BridgeEngine = (function () {
             var agreed = mixed && onsets && Math.abs(mixed.bpm / onsets.bpm - 1) <= BT_CROSS_TOLERANCE;
             var slowAgrees = this.slowEvidence(bestBpm, maxLag) || (!this.isEstablished() &&
                 (agreed || this.currentClearness < BT_WEAK_READING * this.ownClearness));
+            // Nor does a reading win against the tempo while the other signal still reads it:
+            // a fill or a riff in one of them is not a new tempo.
+            var other = reading === mixed ? onsets : mixed;
+            if (other && this.written * this.hop >= BT_YOUNG_SECONDS && this.readsCurrent(other) &&
+                !this.readsCurrent(reading)) slowAgrees = false;
             this.adoptTempo(bestBpm, confidence, slowAgrees, this.clearlyBetter(bestBpm, maxLag, slowAgrees));
         }
         if (this.period <= 0) return;
