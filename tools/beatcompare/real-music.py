@@ -4,6 +4,7 @@ held-out files apart.
 
    /usr/bin/python3 real-music.py --binary kelvo-beat-compare [--work DIR] [--excerpt SECONDS]
                                   [--start SECONDS] [--only NAME[,NAME...]] [--tuning] [--check]
+                                  [--random-dither]
 
 Beats are judged after the first 8 seconds: F-measure (±70 ms), CMLt and AMLt. The tempo is
 held when the harness reads the reference tempo, its half or its double within 2 %; the longest
@@ -20,6 +21,9 @@ With --check the exit status is 1 when the harness's mean AMLt falls below aubio
 none of the music is installed (so a test skips rather than fails), except under CI=true.
 
 --tuning leaves the held-out files out (while a change is being tuned).
+
+The decode's dither is the same on every run; --random-dither draws it afresh, to see how much
+the figures move with noise at the level of the last bit.
 
 --start runs every file from that point on (the loops start on a beat, so the reference grid
 moves with it): the tracker's start-up meets other music than the files' openings.
@@ -52,9 +56,12 @@ def run(command, stdin=None):
     return subprocess.run(command, stdin=stdin, capture_output=True, text=True, check=True).stdout
 
 
-def decode(track, work, excerpt, start):
+def decode(track, work, excerpt, start, random_dither):
     wav = os.path.join(work, track["name"] + ("@%g" % start if start else "") + ".wav")
-    command = ["sox", "-q", "-G", track["path"], "-r", str(SAMPLE_RATE), "-c", "1", "-b", "16", wav]
+    # -R: the same dither every run, so a rerun gives the same figures
+    command = ["sox"] + ([] if random_dither else ["-R"]) + ["-q", "-G", track["path"], "-r",
+                                                            str(SAMPLE_RATE), "-c", "1", "-b", "16",
+                                                            wav]
     if excerpt or start:
         command += ["trim", str(start)] + ([str(excerpt)] if excerpt else [])
     run(command)
@@ -173,6 +180,7 @@ def main():
     parser.add_argument("--only", default="")
     parser.add_argument("--tuning", action="store_true")
     parser.add_argument("--check", action="store_true")
+    parser.add_argument("--random-dither", action="store_true")
     args = parser.parse_args()
     os.makedirs(args.work, exist_ok=True)
     with open(os.path.join(HERE, "real-music.json")) as f:
@@ -198,7 +206,7 @@ def main():
     rows = {False: [], True: []}
     totals = {False: [], True: []}
     for track in tracks:
-        wav = decode(track, args.work, args.excerpt, args.start)
+        wav = decode(track, args.work, args.excerpt, args.start, args.random_dither)
         bpm = float(track["bpm"])
         length = duration(wav)
         reference = numpy.arange(-args.start % (60.0 / bpm), length, 60.0 / bpm)
