@@ -266,6 +266,11 @@ var BridgeEngine = (function () {
     // line), before the drop fires.
     var DROP_RETURN_HOLD_S = 0.2;
     var DROP_RETURN_AGAIN_S = 0.8;
+    // Armed with the bass still playing (within the range under its peak) for half a minute in
+    // all is no break: one loud bar set the peak and the ordinary bass reads out under it.
+    // Disarm, and count the bass out again only once it has come back in.
+    var DROP_STALE_PRESENT_S = 30;
+    var DROP_PRESENT_ABOVE = 0.02;
 
     function DropSignalDetector() {
         this.clock = 0;
@@ -275,6 +280,8 @@ var BridgeEngine = (function () {
         this.heldSeconds = 0;
         this.heldBroken = false;
         this.armed = false;
+        this.presentSeconds = 0;
+        this.waitForBass = false;
         this.level = 0;
         this.fired = 0;
     }
@@ -290,13 +297,22 @@ var BridgeEngine = (function () {
             return this.level;
         }
         if (!this.armed) {
-            if (sustained < DROP_BASS_OUT_BELOW) this.outSeconds += step;
+            if (sustained > DROP_BASS_IN_ABOVE) this.waitForBass = false;
+            if (sustained < DROP_BASS_OUT_BELOW && !this.waitForBass) this.outSeconds += step;
             else if (sustained > DROP_BASS_IN_ABOVE) this.outSeconds = 0;
             if (this.outSeconds >= DROP_ARM_AFTER_S) {
                 this.armed = true;
+                this.presentSeconds = 0;
                 this.returnSeconds = 0;
                 this.candidateAge = -1;
             }
+            return this.level;
+        }
+        if (sustained > DROP_PRESENT_ABOVE) this.presentSeconds += step;
+        if (this.presentSeconds >= DROP_STALE_PRESENT_S) {
+            this.armed = false;
+            this.outSeconds = 0;
+            this.waitForBass = true;
             return this.level;
         }
         var back = low >= DROP_RETURN_LEVEL && sustained >= DROP_RETURN_SUSTAINED;
@@ -394,6 +410,8 @@ var BridgeEngine = (function () {
     var BT_PRIOR_CENTRE_BPM = 120;
     var BT_PRIOR_OCTAVES = 1;
     var BT_EDGE_BPM = 1;
+    // A comb maximum is a peak when it reads higher than this far either side of it.
+    var BT_PEAK_WIDTH = 0.03;
     // The kick-weighted signal is read unless the broadband onsets alone are this much clearer
     // (a larger share of their energy at the beat multiples); the signal that reads the current
     // tempo is read unless the other is this much clearer.
@@ -712,16 +730,27 @@ var BridgeEngine = (function () {
         if (!(best > 0)) return null;
         // A maximum at the edge of the range is the slope of a peak outside it (in real music
         // often 4/3 or 5/4 of the tempo, from a subdivision pattern): not a reading.
-        var edge = bestBpm >= BT_MAX_BPM - BT_EDGE_BPM || bestBpm <= BT_MIN_BPM + BT_EDGE_BPM;
+        var slowEdge = bestBpm <= BT_MIN_BPM + BT_EDGE_BPM;
+        var edge = bestBpm >= BT_MAX_BPM - BT_EDGE_BPM || slowEdge;
         // A pulse train scores the same at half tempo; prefer the faster reading when the
-        // double tempo is in range and nearly as strong.
+        // double tempo is in range and nearly as strong. A maximum at the slow edge may be the
+        // half of a tempo of 140-142: its double, where that is a peak of its own, is read.
         var doubled = this.refine(bestBpm * 2, maxLag);
-        if (bestBpm * 2 <= BT_MAX_BPM && this.combScore(doubled, maxLag) >= 0.6 * best) bestBpm = doubled;
+        var doubledPeak = slowEdge && this.isCombPeak(doubled, maxLag);
+        if (bestBpm * 2 <= BT_MAX_BPM && (doubledPeak || this.combScore(doubled, maxLag) >= 0.6 * best)) {
+            bestBpm = doubled;
+            if (doubledPeak) edge = false;
+        }
         bestBpm = this.peakAtMultiple(this.refine(bestBpm, maxLag), maxLag);
         source.bpm = bestBpm;
         source.edge = edge;
         source.confidence = clamp01(this.combScore(bestBpm, maxLag, 0) / energy);
         return source;
+    };
+    BeatTracker.prototype.isCombPeak = function (bpm, maxLag) {
+        var score = this.combScore(bpm, maxLag);
+        return score > 0 && score > this.combScore(bpm * (1 - BT_PEAK_WIDTH), maxLag) &&
+            score > this.combScore(bpm * (1 + BT_PEAK_WIDTH), maxLag);
     };
     BeatTracker.prototype.readsCurrent = function (reading) {
         return this.period > 0 && Math.abs(60 / reading.bpm - this.period) <= 0.03 * this.period;
@@ -757,7 +786,17 @@ var BridgeEngine = (function () {
         this.currentClearness = this.period > 0
             ? clamp01(this.combScore(60 / this.period, maxLag, 0) / this.acf[0]) : 0;
         if (settled) {
-            var slowAgrees = this.slowEvidence(bestBpm, maxLag);
+            // A tempo not yet established has no memory worth defending against a reading both
+            // onset signals make, nor once its own comb has lost its clearness (the intro's riff
+            // it was read from has gone).
+            var agreed = mixed && onsets && Math.abs(mixed.bpm / onsets.bpm - 1) <= BT_CROSS_TOLERANCE;
+            var slowAgrees = this.slowEvidence(bestBpm, maxLag) || (!this.isEstablished() &&
+                (agreed || this.currentClearness < BT_WEAK_READING * this.ownClearness));
+            // Nor does a reading win against the tempo while the other signal still reads it:
+            // a fill or a riff in one of them is not a new tempo.
+            var other = reading === mixed ? onsets : mixed;
+            if (other && this.written * this.hop >= BT_YOUNG_SECONDS && this.readsCurrent(other) &&
+                !this.readsCurrent(reading)) slowAgrees = false;
             this.adoptTempo(bestBpm, confidence, slowAgrees, this.clearlyBetter(bestBpm, maxLag, slowAgrees));
         }
         if (this.period <= 0) return;

@@ -4,18 +4,26 @@ held-out files apart.
 
    /usr/bin/python3 real-music.py --binary kelvo-beat-compare [--work DIR] [--excerpt SECONDS]
                                   [--start SECONDS] [--only NAME[,NAME...]] [--tuning] [--check]
+                                  [--random-dither]
 
 Beats are judged after the first 8 seconds: F-measure (±70 ms), CMLt and AMLt. The tempo is
 held when the harness reads the reference tempo, its half or its double within 2 %; the longest
 stretch it reads another ratio is the "longest jump". bpm-tools and `aubio tempo` give their
-tempo for the whole file. Drops: where the harness's drop detector fires. Files whose beats are
-not known ("grid": false) are scored on the tempo only: their beat scores show as "—" and stay
-out of the means.
+tempo for the whole file. Drops: where the harness's drop detector fires, each judged against
+where the bass really comes back (sox's band under 150 Hz in 1 s windows, back within 12 dB of
+its 90th percentile for two windows after over a second under it, from 8 s on; the moment to a
+quarter second): "at return" from a second before one to 1.5 s after, "late" up to 3 s after,
+"false" anywhere else. A return after over 7.5 s out (after the detector's first 30 s) that
+gets no drop is "missed". Files whose beats are not known ("grid": false) are scored on the
+tempo only: their beat scores show as "—" and stay out of the means.
 
 With --check the exit status is 1 when the harness's mean AMLt falls below aubio's, and 77 when
 none of the music is installed (so a test skips rather than fails), except under CI=true.
 
 --tuning leaves the held-out files out (while a change is being tuned).
+
+The decode's dither is the same on every run; --random-dither draws it afresh, to see how much
+the figures move with noise at the level of the last bit.
 
 --start runs every file from that point on (the loops start on a beat, so the reference grid
 moves with it): the tracker's start-up meets other music than the files' openings.
@@ -36,15 +44,24 @@ SETTLE_S = 8.0
 TEMPO_TOLERANCE = 0.02
 TEMPO_STEP_S = 0.25  # the harness trace's tempo interval
 SAMPLE_RATE = 48000
+BASS_OUT_DB = 12  # under the low band's 90th percentile
+RETURN_EARLY_S = 1.0  # the measure's window
+RETURN_AFTER_S = 1.5  # the detector confirms the bass for a moment after its first kick
+RETURN_LATE_S = 3.0
+LONG_BREAK_S = 7.5  # where the detector arms
+DETECTOR_WARMUP_S = 30
 
 
 def run(command, stdin=None):
     return subprocess.run(command, stdin=stdin, capture_output=True, text=True, check=True).stdout
 
 
-def decode(track, work, excerpt, start):
+def decode(track, work, excerpt, start, random_dither):
     wav = os.path.join(work, track["name"] + ("@%g" % start if start else "") + ".wav")
-    command = ["sox", "-q", "-G", track["path"], "-r", str(SAMPLE_RATE), "-c", "1", "-b", "16", wav]
+    # -R: the same dither every run, so a rerun gives the same figures
+    command = ["sox"] + ([] if random_dither else ["-R"]) + ["-q", "-G", track["path"], "-r",
+                                                            str(SAMPLE_RATE), "-c", "1", "-b", "16",
+                                                            wav]
     if excerpt or start:
         command += ["trim", str(start)] + ([str(excerpt)] if excerpt else [])
     run(command)
@@ -85,6 +102,49 @@ def duration(wav):
     return float(run(["soxi", "-D", wav]).strip())
 
 
+def bass_returns(wav, start):
+    """Where the bass comes back, and for how many seconds after the detector's warm-up it was
+    out: the first two 1 s windows within 12 dB of the 90th percentile after two or more under
+    it; the moment is the first quarter second within 12 dB from a second before them. The
+    windows keep to the music's whole seconds, so every start point sees the same ones."""
+    raw = subprocess.run(["sox", "-q", wav, "-t", "raw", "-e", "signed", "-b", "16", "-c", "1", "-",
+                          "sinc", "-150"], capture_output=True, check=True).stdout
+    skip = round(-start % 1.0 * SAMPLE_RATE)
+    power = (numpy.frombuffer(raw, dtype=numpy.int16)[skip:].astype(numpy.float64) / 32768.0) ** 2
+
+    def levels(width):
+        n = len(power) // width
+        return 10 * numpy.log10(power[:n * width].reshape(n, width).mean(axis=1) + 1e-12)
+
+    seconds, quarters = levels(SAMPLE_RATE), levels(SAMPLE_RATE // 4)
+    if len(seconds) == 0:
+        return []
+    back = numpy.percentile(seconds, 90) - BASS_OUT_DB
+    returns, out_from, out = [], None, 0
+    for i in range(int(SETTLE_S), len(seconds)):
+        if seconds[i] < back:
+            out_from = i if out_from is None else out_from
+            out += i >= DETECTOR_WARMUP_S
+            continue
+        if out_from is None or (i + 1 < len(seconds) and seconds[i + 1] < back):
+            continue  # one second of bass inside a break is a note, not the return
+        if i - out_from > 1:
+            moment = next(q for q in range(4 * (i - 1), 4 * (i + 1)) if quarters[q] >= back) / 4
+            returns.append((moment + skip / SAMPLE_RATE, out))
+        out_from, out = None, 0
+    return returns
+
+
+def judge_drops(drops, returns):
+    """Each drop "at return", "late" or "false"; the long breaks' returns that got none."""
+    def near(d, r, after=RETURN_LATE_S):
+        return -RETURN_EARLY_S <= d - r <= after
+    judged = [(d, "at return" if any(near(d, r, RETURN_AFTER_S) for r, _ in returns) else
+               "late" if any(near(d, r) for r, _ in returns) else "false") for d in drops]
+    missed = [r for r, out in returns if out > LONG_BREAK_S and not any(near(d, r) for d in drops)]
+    return judged, missed
+
+
 def scores(estimated, reference):
     estimated = estimated[estimated >= SETTLE_S]
     f = mir_eval.beat.f_measure(reference, estimated)
@@ -120,6 +180,7 @@ def main():
     parser.add_argument("--only", default="")
     parser.add_argument("--tuning", action="store_true")
     parser.add_argument("--check", action="store_true")
+    parser.add_argument("--random-dither", action="store_true")
     args = parser.parse_args()
     os.makedirs(args.work, exist_ok=True)
     with open(os.path.join(HERE, "real-music.json")) as f:
@@ -145,7 +206,7 @@ def main():
     rows = {False: [], True: []}
     totals = {False: [], True: []}
     for track in tracks:
-        wav = decode(track, args.work, args.excerpt, args.start)
+        wav = decode(track, args.work, args.excerpt, args.start, args.random_dither)
         bpm = float(track["bpm"])
         length = duration(wav)
         reference = numpy.arange(-args.start % (60.0 / bpm), length, 60.0 / bpm)
@@ -163,13 +224,15 @@ def main():
             beat_cells = "— | — | —"
         held, longest = tempo_hold(tempo, bpm)
         our_bpm = statistics.median([v for t, v in tempo if t >= SETTLE_S] or [0])
-        fired = ", ".join("%.1f s" % d for d in drops) or "none"
+        judged, missed = judge_drops(drops, bass_returns(wav, args.start))
+        fired = ", ".join("%.1f s %s" % verdict for verdict in judged)
+        fired = (fired or "none") + "".join("; missed %.1f s" % r for r in missed)
         rows[track["held_out"]].append(
             "| %s | %g / %.1f / %.1f / %.1f | %.1f %% / %.2f s | %s | %s (%s) |" % (
                 track["name"], bpm, bpm_tools(wav), aubio_tempo(wav), our_bpm, 100 * held, longest,
                 beat_cells, fired, "yes" if track["has_break"] else "no"))
         totals[track["held_out"]].append((held, longest, our_scores, their_scores,
-                                          bool(drops) and not track["has_break"]))
+                                          [v for _, v in judged], len(missed)))
         sys.stdout.flush()
 
     failed = False
@@ -185,13 +248,14 @@ def main():
         print("\n".join(rows[held_out]))
         goal = sum(x[0] >= 0.95 and x[1] <= 1.0 for x in t)
         print("| **mean** (%d files, %d with beats) | %d of %d meet the tempo goal | %.1f %% / %.2f s "
-              "(worst) | %.3f / %.3f | %.3f / %.3f | %.3f / %.3f | %d false |" % (
+              "(worst) | %.3f / %.3f | %.3f / %.3f | %.3f / %.3f | %d false, %d late, %d missed |" % (
                   len(t), len(beats), goal, len(t), 100 * mean([x[0] for x in t]),
                   max(x[1] for x in t),
                   mean([x[2][0] for x in beats]), mean([x[3][0] for x in beats]),
                   mean([x[2][1] for x in beats]), mean([x[3][1] for x in beats]),
                   mean([x[2][2] for x in beats]), mean([x[3][2] for x in beats]),
-                  sum(x[4] for x in t)))
+                  sum(x[4].count("false") for x in t), sum(x[4].count("late") for x in t),
+                  sum(x[5] for x in t)))
         if beats and mean([x[2][2] for x in beats]) < mean([x[3][2] for x in beats]):
             failed = True
     if args.check and failed:
