@@ -434,6 +434,9 @@ var BridgeEngine = (function () {
     var BT_CROSS_RATIOS = [3 / 4, 4 / 3, 3 / 2, 2 / 3];
     var BT_CROSS_TOLERANCE = 0.03;
     var BT_CROSS_KEEP = 0.75;
+    // ... unless the reading is this many times clearer than the tempo's own comb: a tempo read
+    // from a passage without bass does not hold out against the one the bass brings.
+    var BT_CROSS_CLEARER = 3;
 
     function BeatFrame() {
         this.bpm = 0;
@@ -866,7 +869,8 @@ var BridgeEngine = (function () {
         var weak = held && confidence < BT_WEAK_READING * this.heldConfidence;
         this.heldConfidence += (confidence - this.heldConfidence) *
             follow(BT_ANALYSE_EVERY * this.hop, BT_HELD_CONFIDENCE_TAU_S);
-        var keeps = held && this.currentClearness >= BT_CROSS_KEEP * this.ownClearness;
+        var keeps = held && this.currentClearness >= BT_CROSS_KEEP * this.ownClearness &&
+            confidence < BT_CROSS_CLEARER * this.currentClearness;
         this.ownClearness += (this.currentClearness - this.ownClearness) *
             follow(BT_ANALYSE_EVERY * this.hop, BT_HELD_CONFIDENCE_TAU_S);
         if (weak) {
