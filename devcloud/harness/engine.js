@@ -263,9 +263,13 @@ var BridgeEngine = (function () {
     var DROP_DECAY_S = 4;
     // One bass note in a break is no return: after the kick the bass must stay back for a
     // moment, or a second kick must bring it back again within about a beat (a sparse bass
-    // line), before the drop fires.
+    // line), before the drop fires. A kick sooner than the hold is the same note flickering
+    // across the bar, not a second one.
     var DROP_RETURN_HOLD_S = 0.2;
     var DROP_RETURN_AGAIN_S = 0.8;
+    // A returning band lifts the bass's share of the mix while it holds; a lone note in a
+    // bass-less passage already fades against the rest by then.
+    var DROP_RETURN_FADE = 0.01;
     // Armed with the bass still playing (within the range under its peak) for half a minute in
     // all is no break: one loud bar set the peak and the ordinary bass reads out under it.
     // Disarm, and count the bass out again only once it has come back in.
@@ -279,6 +283,7 @@ var BridgeEngine = (function () {
         this.candidateAge = -1;
         this.heldSeconds = 0;
         this.heldBroken = false;
+        this.kickDominance = 0;
         this.armed = false;
         this.presentSeconds = 0;
         this.waitForBass = false;
@@ -292,6 +297,7 @@ var BridgeEngine = (function () {
         if (this.level > 0) this.level = Math.max(0, this.level - step / DROP_DECAY_S);
         var low = clamp01(num(s.freq_low, 0));
         var sustained = clamp01(num(s.sustained_low, low));
+        var dominance = clamp01(num(s.low_dominance, 0));
         if (this.clock < DROP_WARMUP_S) {
             this.outSeconds = 0;
             return this.level;
@@ -325,14 +331,19 @@ var BridgeEngine = (function () {
             this.candidateAge += step;
             if (sustained < DROP_RETURN_SUSTAINED) this.heldBroken = true;
             else if (!this.heldBroken) this.heldSeconds += step;
-            if (!this.heldBroken && this.heldSeconds >= DROP_RETURN_HOLD_S) fire = true;
-            else if (kick && this.heldBroken && this.candidateAge <= DROP_RETURN_AGAIN_S) fire = true;
+            if (!this.heldBroken && this.heldSeconds >= DROP_RETURN_HOLD_S) {
+                if (dominance >= this.kickDominance - DROP_RETURN_FADE) fire = true;
+                else this.candidateAge = -1;
+            }
+            else if (kick && this.heldBroken && this.candidateAge >= DROP_RETURN_HOLD_S &&
+                     this.candidateAge <= DROP_RETURN_AGAIN_S) fire = true;
             else if (this.heldBroken && this.candidateAge > DROP_RETURN_AGAIN_S) this.candidateAge = -1;
         }
         if (!fire && kick && this.candidateAge < 0) {
             this.candidateAge = 0;
             this.heldSeconds = this.returnSeconds;
             this.heldBroken = false;
+            this.kickDominance = dominance;
         }
         if (fire) {
             this.candidateAge = -1;
