@@ -809,7 +809,7 @@ var BridgeEngine = (function () {
             // Nor does a reading win against the tempo while the other signal still reads it:
             // a fill or a riff in one of them is not a new tempo.
             var other = reading === mixed ? onsets : mixed;
-            if (other && this.written * this.hop >= BT_YOUNG_SECONDS && this.readsCurrent(other) &&
+            if (other && !this.isYoung() && this.readsCurrent(other) &&
                 !this.readsCurrent(reading)) slowAgrees = false;
             this.adoptTempo(bestBpm, confidence, slowAgrees, this.clearlyBetter(bestBpm, maxLag, slowAgrees));
         }
@@ -854,15 +854,19 @@ var BridgeEngine = (function () {
     };
     // Whether the slow autocorrelation favours bpm over the current tempo as well.
     BeatTracker.prototype.slowEvidence = function (bpm, maxLag) {
-        if (this.period <= 0 || this.written * this.hop < BT_YOUNG_SECONDS) return true;
+        if (this.period <= 0 || this.isYoung()) return true;
         return this.combScore(bpm, maxLag, undefined, this.slowAcf) >
             this.combScore(60 / this.period, maxLag, undefined, this.slowAcf);
     };
-    // Whether bpm reads clearly better than an established tempo, in the slow autocorrelation
-    // too: a broad peak beside it (a passage without bass) is no reason to move it.
+    // Whether the tracker has heard too little yet to hold any tempo against a new reading.
+    BeatTracker.prototype.isYoung = function () {
+        return this.written * this.hop < BT_YOUNG_SECONDS;
+    };
     BeatTracker.prototype.isEstablished = function () {
         return this.period > 0 && this.clock - this.tempoSince >= BT_HELD_SECONDS;
     };
+    // Whether bpm reads clearly better than an established tempo, in the slow autocorrelation
+    // too: a broad peak beside it (a passage without bass) is no reason to move it.
     BeatTracker.prototype.clearlyBetter = function (bpm, maxLag, slowAgrees) {
         if (!this.isEstablished()) return true;
         if (Math.abs(60 / bpm - this.period) <= BT_HELD_FINE * this.period) return true;
@@ -911,7 +915,7 @@ var BridgeEngine = (function () {
             return;
         }
         var octave = Math.abs(ratio - 2) <= 0.06 || Math.abs(ratio - 0.5) <= 0.015;
-        var needed = this.written * this.hop < BT_YOUNG_SECONDS ? BT_YOUNG_CHANGE_VOTES
+        var needed = this.isYoung() ? BT_YOUNG_CHANGE_VOTES
             : octave ? BT_OCTAVE_CHANGE_FACTOR * BT_TEMPO_CHANGE_VOTES
             : confidence >= BT_STRONGER_FACTOR * this.tempoConfidence ? BT_STRONGER_CHANGE_VOTES
             : BT_TEMPO_CHANGE_VOTES;
