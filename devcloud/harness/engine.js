@@ -425,7 +425,8 @@ var BridgeEngine = (function () {
     var BT_PEAK_WIDTH = 0.03;
     // The kick-weighted signal is read unless the broadband onsets alone are this much clearer
     // (a larger share of their energy at the beat multiples); the signal that reads the current
-    // tempo is read unless the other is this much clearer.
+    // tempo is read unless the other is this much clearer. While young, the onsets lose that
+    // hold when the kick reads 2/3 or 3/4 of their tempo: hats riffing across the bar.
     var BT_SOURCE_CLEARER = 1.5;
     // A tempo held this long is established: a reading much less clear than its usual one (a
     // passage without bass, an ending fading out) neither nudges it nor votes for another, and
@@ -769,6 +770,10 @@ var BridgeEngine = (function () {
     BeatTracker.prototype.readsCurrent = function (reading) {
         return this.period > 0 && Math.abs(60 / reading.bpm - this.period) <= 0.03 * this.period;
     };
+    // The kick reads 2/3 or 3/4 of the onsets' tempo while the tracker is young.
+    BeatTracker.prototype.kickUnderRiff = function (mixed, onsets) {
+        return this.isYoung() && mixed.bpm < onsets.bpm && isCrossRatio(mixed.bpm / onsets.bpm);
+    };
     BeatTracker.prototype.analyse = function () {
         var n = Math.min(this.written, this.size);
         var maxLag = Math.min(this.written - 2, this.maxLag);
@@ -777,7 +782,7 @@ var BridgeEngine = (function () {
         var mixed = this.readTempo(this.mixed, maxLag);
         var onsets = this.readTempo(this.onsets, maxLag);
         var reading = !onsets ? mixed : !mixed ? onsets
-            : this.readsCurrent(onsets) && !this.readsCurrent(mixed)
+            : this.readsCurrent(onsets) && !this.readsCurrent(mixed) && !this.kickUnderRiff(mixed, onsets)
                 ? (mixed.confidence > BT_SOURCE_CLEARER * onsets.confidence ? mixed : onsets)
                 : (onsets.confidence > BT_SOURCE_CLEARER * mixed.confidence ? onsets : mixed);
         if (!reading) {
