@@ -334,8 +334,7 @@ var BridgeEngine = (function () {
             if (!this.heldBroken && this.heldSeconds >= DROP_RETURN_HOLD_S) {
                 if (dominance >= this.kickDominance - DROP_RETURN_FADE) fire = true;
                 else this.candidateAge = -1;
-            }
-            else if (kick && this.heldBroken && this.candidateAge >= DROP_RETURN_HOLD_S &&
+            } else if (kick && this.heldBroken && this.candidateAge >= DROP_RETURN_HOLD_S &&
                      this.candidateAge <= DROP_RETURN_AGAIN_S) fire = true;
             else if (this.heldBroken && this.candidateAge > DROP_RETURN_AGAIN_S) this.candidateAge = -1;
         }

@@ -59,9 +59,9 @@ def run(command, stdin=None):
 def decode(track, work, excerpt, start, random_dither):
     wav = os.path.join(work, track["name"] + ("@%g" % start if start else "") + ".wav")
     # -R: the same dither every run, so a rerun gives the same figures
-    command = ["sox"] + ([] if random_dither else ["-R"]) + ["-q", "-G", track["path"], "-r",
-                                                            str(SAMPLE_RATE), "-c", "1", "-b", "16",
-                                                            wav]
+    dither = [] if random_dither else ["-R"]
+    command = ["sox"] + dither + ["-q", "-G", track["path"],
+                                  "-r", str(SAMPLE_RATE), "-c", "1", "-b", "16", wav]
     if excerpt or start:
         command += ["trim", str(start)] + ([str(excerpt)] if excerpt else [])
     run(command)
