@@ -796,10 +796,14 @@ var BridgeEngine = (function () {
         if (this.lastOnsetTime < 0 || this.clock - this.lastOnsetTime > BT_SILENCE_SECONDS) return;
         // In kick-driven music the tempo is re-read only once the whole analysed span has the
         // kick in it: a span across a break and its drop mixes two patterns and reads slightly off.
+        // A tempo not yet established is re-read anyway when both signals agree: a sparse kick
+        // can keep the span unsettled for many seconds, holding a wrong first guess.
         var kickMusic = this.kickPeak >= BT_KICK_MIN_DB;
         var spanSeconds = Math.min(n * this.hop, 2 * BT_ACF_TAU_S);
+        var agreed = mixed && onsets && Math.abs(mixed.bpm / onsets.bpm - 1) <= BT_CROSS_TOLERANCE;
         var settled = !kickMusic || this.period <= 0 ||
-            (this.kickSince >= 0 && this.clock - this.kickSince >= spanSeconds - 1);
+            (this.kickSince >= 0 && this.clock - this.kickSince >= spanSeconds - 1) ||
+            (agreed && !this.isEstablished());
         if (reading.edge) settled = false;
         this.currentClearness = this.period > 0
             ? clamp01(this.combScore(60 / this.period, maxLag, 0) / this.acf[0]) : 0;
@@ -807,7 +811,6 @@ var BridgeEngine = (function () {
             // A tempo not yet established has no memory worth defending against a reading both
             // onset signals make, nor once its own comb has lost its clearness (the intro's riff
             // it was read from has gone).
-            var agreed = mixed && onsets && Math.abs(mixed.bpm / onsets.bpm - 1) <= BT_CROSS_TOLERANCE;
             var slowAgrees = this.slowEvidence(bestBpm, maxLag) || (!this.isEstablished() &&
                 (agreed || this.currentClearness < BT_WEAK_READING * this.ownClearness));
             // Nor does a reading win against the tempo while the other signal still reads it:
