@@ -249,8 +249,9 @@ var BridgeEngine = (function () {
 
     // ---------------------------------------------------------------- DropSignalDetector
 
-    // "A drop arms after the bass stays out for about eight seconds, then fires when it returns.
-    //  The first thirty seconds never arm." Only bass-out time after the warm-up counts.
+    // A drop arms once the bass has stayed out for about eight seconds and fires when it
+    // returns; the first half minute (the set starting, the levels settling) never arms, and
+    // only bass-out time after it counts.
     var DROP_WARMUP_S = 30;
     var DROP_ARM_AFTER_S = 7.5;
     var DROP_BASS_OUT_BELOW = 0.3;
@@ -288,7 +289,6 @@ var BridgeEngine = (function () {
         this.presentSeconds = 0;
         this.waitForBass = false;
         this.level = 0;
-        this.fired = 0;
     }
     DropSignalDetector.prototype.update = function (signal, dt) {
         var s = isObject(signal) ? signal : {};
@@ -350,7 +350,6 @@ var BridgeEngine = (function () {
             this.outSeconds = 0;
             this.returnSeconds = 0;
             this.level = 1;
-            this.fired += 1;
         }
         return this.level;
     };
@@ -362,25 +361,35 @@ var BridgeEngine = (function () {
 
     // Tempo by autocorrelation of two onset signals (kick-weighted, and the broadband onsets
     // alone) scored as a comb over four beat multiples at fractional lags, the clearer of the
-    // two read; phase by a comb over the last beats; beats are emitted
-    // from a flywheel that the phase estimate pulls in, so lights land on the beat rather than
-    // after it and keep running through short breaks.
+    // two read; phase by a comb over the last beats; beats are emitted from a flywheel that the
+    // phase estimate pulls in, so lights land on the beat rather than after it and keep running
+    // through short breaks.
     var BT_MIN_BPM = 70;
     var BT_MAX_BPM = 190;
     var BT_BPM_STEP = 0.25;
-    // History kept, in seconds of hops (768 hops at 48 kHz), within these hop counts.
+    // History kept, in seconds of onset signal (about 770 samples at 48 kHz): the phase comb's
+    // beats at the slowest tempo, with a margin. Its length in samples stays within these counts.
     var BT_HISTORY_SECONDS = 8.2;
-    var BT_ODF_PERIOD_S = 512 / 48000;
     var BT_HISTORY_MIN = 256;
     var BT_HISTORY_MAX = 4096;
+    // The onset signal's sample period: a 512-sample hop at 48 kHz. Shorter hops are grouped.
+    var BT_ODF_PERIOD_S = 512 / 48000;
+    // Tempo and phase are read every few samples (about 12 times a second), and only once the
+    // history holds enough beats to read one.
     var BT_ANALYSE_EVERY = 8;
     var BT_MIN_SECONDS = 2.5;
+    // Beat multiples in the tempo comb.
     var BT_COMB = 4;
+    // The phase comb reads this many beats back, its offsets this fine (in samples).
     var BT_PHASE_BEATS = 8;
     var BT_PHASE_STEP = 0.25;
+    // The kick leads the onset signal; the broadband onsets add the rest of the kit.
     var BT_KICK_WEIGHT = 1;
     var BT_ONSET_WEIGHT = 0.3;
+    // The onset signal's delay behind the sound, in samples: beats are placed that much earlier.
     var BT_LATENCY_HOPS = 2.5;
+    // No onset for this long is a silence or a break: no beats are emitted and the tempo and
+    // phase are kept as they were.
     var BT_SILENCE_SECONDS = 2.5;
     // The autocorrelation's memory: short enough that an intro's riff (read at 4/3 or 5/4 of the
     // tempo) is forgotten within a couple of seconds of the beat coming in.
@@ -393,14 +402,17 @@ var BridgeEngine = (function () {
     var BT_KICK_SHORT_S = 0.8;
     var BT_KICK_PEAK_DECAY_PER_S = 0.03;
     var BT_KICK_PRESENT = 0.3;
+    // Music whose kick's rise (dB) has lately peaked below this has no kick: the whole onset
+    // signal sets the phase.
     var BT_KICK_MIN_DB = 0.05;
+    // A phase error beyond this share of a beat is a jump, not a drift the flywheel eases out.
     var BT_PHASE_JUMP = 0.2;
-    // Analyses in a row (about 2.7 s) a phase half a beat away must win before the beats move:
+    // Analyses in a row (about 2.7 s) a phase that far away must win before the beats move:
     // real music often hits its off-beats as hard as its beats.
     var BT_PHASE_JUMP_VOTES = 32;
     // ... and also win over four bars: a bar or two of a riff on the off-beat does not move them.
     var BT_PHASE_CHECK_BEATS = 16;
-    // Analyses in a row (about 1.5 s) a new tempo must win before it replaces the current one.
+    // Analyses in a row (about 1.4 s) a new tempo must win before it replaces the current one.
     var BT_TEMPO_CHANGE_VOTES = 16;
     // Until the history spans this long the reading is young: a new tempo wins after a couple
     // of analyses, so a wrong first guess does not hold for seconds.
@@ -409,7 +421,7 @@ var BridgeEngine = (function () {
     // A tempo is as established as the strongest comb it has read: an intro without bass may
     // have given a weak, wrong one (a riff at 5/4 or 6/5 of the tempo). A reading this much
     // stronger than the current tempo ever was, that also wins in the slow autocorrelation,
-    // replaces it after fewer analyses (about 0.35 s) than the usual 1.5 s.
+    // replaces it after fewer analyses (about 0.35 s) than the usual 1.4 s.
     var BT_STRONGER_FACTOR = 1.5;
     var BT_STRONGER_CHANGE_VOTES = 4;
     // Half or double the current tempo is the same pulse: it must win this many times longer.
@@ -505,6 +517,12 @@ var BridgeEngine = (function () {
         return prior;
     }
 
+    // Light smoothing of an onset signal widens single-sample peaks so fractional lags
+    // interpolate well.
+    function smoothOnsets(value, previous) {
+        return 0.6 * value + 0.4 * previous;
+    }
+
     // One onset signal's running autocorrelations (2 s and 8 s memories) with exponential
     // forgetting: every hop adds its product with each earlier hop up to the longest lag, so the
     // cost is spread evenly over the hops.
@@ -514,6 +532,10 @@ var BridgeEngine = (function () {
         this.acf = new Float64Array(size);
         this.slowAcf = new Float64Array(size);
         this.level = 0;
+        // The last reading (readTempo).
+        this.bpm = 0;
+        this.edge = false;
+        this.confidence = 0;
     }
     Periodicity.prototype.clear = function () {
         this.deviation.fill(0);
@@ -641,7 +663,7 @@ var BridgeEngine = (function () {
             this.groupOnset = 0;
         }
 
-        var quiet = this.lastOnsetTime < 0 || this.clock - this.lastOnsetTime > BT_SILENCE_SECONDS;
+        var quiet = this.isQuiet();
         if (quiet) this.confidence *= Math.exp(-step / 1.5);
         if (this.period > 0 && this.nextBeat >= 0) {
             if (this.clock >= this.nextBeat) {
@@ -664,14 +686,13 @@ var BridgeEngine = (function () {
     // One sample of the onset signal (signal), its kick part (kick), the kick's dB rise and the
     // broadband onsets alone (onset).
     BeatTracker.prototype.push = function (signal, kick, kickRise, onset, step) {
-        // Light smoothing widens single-sample peaks so fractional lags interpolate well.
-        var smoothed = 0.6 * signal + 0.4 * this.previousOdf;
+        var smoothed = smoothOnsets(signal, this.previousOdf);
         this.previousOdf = signal;
-        this.kickOdf[this.written % this.size] = 0.6 * kick + 0.4 * this.previousKick;
+        this.kickOdf[this.written % this.size] = smoothOnsets(kick, this.previousKick);
         this.previousKick = kick;
         this.odf[this.written % this.size] = smoothed;
         this.mixed.accumulate(smoothed, step, this.written, this.maxLag, this.acfDecay, this.slowAcfDecay);
-        this.onsets.accumulate(0.6 * onset + 0.4 * this.previousOnset, step, this.written, this.maxLag,
+        this.onsets.accumulate(smoothOnsets(onset, this.previousOnset), step, this.written, this.maxLag,
                                this.acfDecay, this.slowAcfDecay);
         this.previousOnset = onset;
         this.written += 1;
@@ -749,11 +770,13 @@ var BridgeEngine = (function () {
         // A pulse train scores the same at half tempo; prefer the faster reading when the
         // double tempo is in range and nearly as strong. A maximum at the slow edge may be the
         // half of a tempo of 140-142: its double, where that is a peak of its own, is read.
-        var doubled = this.refine(bestBpm * 2, maxLag);
-        var doubledPeak = slowEdge && this.isCombPeak(doubled, maxLag);
-        if (bestBpm * 2 <= BT_MAX_BPM && (doubledPeak || this.combScore(doubled, maxLag) >= 0.6 * best)) {
-            bestBpm = doubled;
-            if (doubledPeak) edge = false;
+        if (bestBpm * 2 <= BT_MAX_BPM) {
+            var doubled = this.refine(bestBpm * 2, maxLag);
+            var doubledPeak = slowEdge && this.isCombPeak(doubled, maxLag);
+            if (doubledPeak || this.combScore(doubled, maxLag) >= 0.6 * best) {
+                bestBpm = doubled;
+                if (doubledPeak) edge = false;
+            }
         }
         bestBpm = this.peakAtMultiple(this.refine(bestBpm, maxLag), maxLag);
         source.bpm = bestBpm;
@@ -793,7 +816,7 @@ var BridgeEngine = (function () {
         var bestBpm = reading.bpm;
         var confidence = reading.confidence;
         // No onsets lately: keep the tempo and phase we had (the flywheel runs on).
-        if (this.lastOnsetTime < 0 || this.clock - this.lastOnsetTime > BT_SILENCE_SECONDS) return;
+        if (this.isQuiet()) return;
         // In kick-driven music the tempo is re-read only once the whole analysed span has the
         // kick in it: a span across a break and its drop mixes two patterns and reads slightly off.
         // A tempo not yet established is re-read anyway when both signals agree: a sparse kick
@@ -801,10 +824,9 @@ var BridgeEngine = (function () {
         var kickMusic = this.kickPeak >= BT_KICK_MIN_DB;
         var spanSeconds = Math.min(n * this.hop, 2 * BT_ACF_TAU_S);
         var agreed = mixed && onsets && Math.abs(mixed.bpm / onsets.bpm - 1) <= BT_CROSS_TOLERANCE;
-        var settled = !kickMusic || this.period <= 0 ||
+        var settled = !reading.edge && (!kickMusic || this.period <= 0 ||
             (this.kickSince >= 0 && this.clock - this.kickSince >= spanSeconds - 1) ||
-            (agreed && !this.isEstablished());
-        if (reading.edge) settled = false;
+            (agreed && !this.isEstablished()));
         this.currentClearness = this.period > 0
             ? clamp01(this.combScore(60 / this.period, maxLag, 0) / this.acf[0]) : 0;
         if (settled) {
@@ -824,7 +846,8 @@ var BridgeEngine = (function () {
         if (!kickMusic) {
             // Music without a kick: the whole onset signal sets the phase.
             this.lockPhase(this.linearize(this.odf));
-        } else if (this.kickShort >= BT_KICK_PRESENT * this.kickPeak) {
+        } else if (this.kickSince >= 0) {
+            // The kick is present (push times it from when it came back).
             this.lockPhase(this.linearize(this.kickOdf));
         }
     };
@@ -864,6 +887,9 @@ var BridgeEngine = (function () {
         if (this.period <= 0 || this.isYoung()) return true;
         return this.combScore(bpm, maxLag, undefined, this.slowAcf) >
             this.combScore(60 / this.period, maxLag, undefined, this.slowAcf);
+    };
+    BeatTracker.prototype.isQuiet = function () {
+        return this.lastOnsetTime < 0 || this.clock - this.lastOnsetTime > BT_SILENCE_SECONDS;
     };
     // Whether the tracker has heard too little yet to hold any tempo against a new reading.
     BeatTracker.prototype.isYoung = function () {
