@@ -412,6 +412,8 @@ var BridgeEngine = (function () {
     var BT_PHASE_JUMP_VOTES = 32;
     // ... and also win over four bars: a bar or two of a riff on the off-beat does not move them.
     var BT_PHASE_CHECK_BEATS = 16;
+    // Periods this close (a share of the period) are the same tempo.
+    var BT_SAME_TEMPO = 0.03;
     // Analyses in a row (about 1.4 s) a new tempo must win before it replaces the current one.
     var BT_TEMPO_CHANGE_VOTES = 16;
     // Until the history spans this long the reading is young: a new tempo wins after a couple
@@ -543,8 +545,9 @@ var BridgeEngine = (function () {
         this.slowAcf.fill(0);
         this.level = 0;
     };
-    Periodicity.prototype.accumulate = function (value, step, written, maxLag, decay, slowDecay) {
-        this.level += (value - this.level) * follow(step, BT_ACF_TAU_S);
+    // levelFollow: follow(step, BT_ACF_TAU_S), the same for both signals of a hop.
+    Periodicity.prototype.accumulate = function (value, levelFollow, written, maxLag, decay, slowDecay) {
+        this.level += (value - this.level) * levelFollow;
         var x = value - this.level;
         var size = this.size;
         var index = written % size;
@@ -691,11 +694,14 @@ var BridgeEngine = (function () {
         this.kickOdf[this.written % this.size] = smoothOnsets(kick, this.previousKick);
         this.previousKick = kick;
         this.odf[this.written % this.size] = smoothed;
-        this.mixed.accumulate(smoothed, step, this.written, this.maxLag, this.acfDecay, this.slowAcfDecay);
-        this.onsets.accumulate(smoothOnsets(onset, this.previousOnset), step, this.written, this.maxLag,
-                               this.acfDecay, this.slowAcfDecay);
+        var levelFollow = follow(step, BT_ACF_TAU_S);
+        this.mixed.accumulate(smoothed, levelFollow, this.written, this.maxLag, this.acfDecay,
+                              this.slowAcfDecay);
+        this.onsets.accumulate(smoothOnsets(onset, this.previousOnset), levelFollow, this.written,
+                               this.maxLag, this.acfDecay, this.slowAcfDecay);
         this.previousOnset = onset;
         this.written += 1;
+        // An onset stands well above the signal's mean over the last few seconds (isQuiet).
         this.odfMean += (signal - this.odfMean) * follow(step, 4);
         if (signal > 1.5 * this.odfMean && signal > 0.5) this.lastOnsetTime = this.clock;
         this.kickShort += (kickRise - this.kickShort) * follow(step, BT_KICK_SHORT_S);
@@ -790,7 +796,7 @@ var BridgeEngine = (function () {
             score > this.combScore(bpm * (1 + BT_PEAK_WIDTH), maxLag);
     };
     BeatTracker.prototype.readsCurrent = function (reading) {
-        return this.period > 0 && Math.abs(60 / reading.bpm - this.period) <= 0.03 * this.period;
+        return this.period > 0 && Math.abs(60 / reading.bpm - this.period) <= BT_SAME_TEMPO * this.period;
     };
     // The kick reads 2/3 or 3/4 of the onsets' tempo while the tracker is young.
     BeatTracker.prototype.kickUnderRiff = function (mixed, onsets) {
@@ -915,17 +921,16 @@ var BridgeEngine = (function () {
         }
         var held = this.isEstablished();
         var weak = held && confidence < BT_WEAK_READING * this.heldConfidence;
-        this.heldConfidence += (confidence - this.heldConfidence) *
-            follow(BT_ANALYSE_EVERY * this.hop, BT_HELD_CONFIDENCE_TAU_S);
+        var meanFollow = follow(BT_ANALYSE_EVERY * this.hop, BT_HELD_CONFIDENCE_TAU_S);
+        this.heldConfidence += (confidence - this.heldConfidence) * meanFollow;
         var keeps = held && this.currentClearness >= BT_CROSS_KEEP * this.ownClearness &&
             confidence < BT_CROSS_CLEARER * this.currentClearness;
-        this.ownClearness += (this.currentClearness - this.ownClearness) *
-            follow(BT_ANALYSE_EVERY * this.hop, BT_HELD_CONFIDENCE_TAU_S);
+        this.ownClearness += (this.currentClearness - this.ownClearness) * meanFollow;
         if (weak) {
             this.candidateVotes = 0;
             return;
         }
-        if (Math.abs(period - this.period) <= 0.03 * this.period) {
+        if (Math.abs(period - this.period) <= BT_SAME_TEMPO * this.period) {
             if (clearer) this.period += (period - this.period) * 0.3;
             this.tempoConfidence = Math.max(this.tempoConfidence, confidence);
             this.candidateVotes = 0;
@@ -936,7 +941,7 @@ var BridgeEngine = (function () {
             this.candidateVotes = 0;
             return;
         }
-        if (this.candidate > 0 && Math.abs(period - this.candidate) <= 0.03 * this.candidate) {
+        if (this.candidate > 0 && Math.abs(period - this.candidate) <= BT_SAME_TEMPO * this.candidate) {
             this.candidateVotes += 1;
         } else {
             this.candidate = period;
