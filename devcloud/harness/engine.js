@@ -298,10 +298,7 @@ var BridgeEngine = (function () {
         var low = clamp01(num(s.freq_low, 0));
         var sustained = clamp01(num(s.sustained_low, low));
         var dominance = clamp01(num(s.low_dominance, 0));
-        if (this.clock < DROP_WARMUP_S) {
-            this.outSeconds = 0;
-            return this.level;
-        }
+        if (this.clock < DROP_WARMUP_S) return this.level;
         if (!this.armed) {
             if (sustained > DROP_BASS_IN_ABOVE) this.waitForBass = false;
             if (sustained < DROP_BASS_OUT_BELOW && !this.waitForBass) this.outSeconds += step;
