@@ -250,8 +250,8 @@ var BridgeEngine = (function () {
     // ---------------------------------------------------------------- DropSignalDetector
 
     // A drop arms once the bass has stayed out for about eight seconds and fires when it
-    // returns; the first half minute (the set starting, the levels settling) never arms, and
-    // only bass-out time after it counts.
+    // returns; the first half minute, while the band levels settle, never arms, and only
+    // bass-out time after it counts.
     var DROP_WARMUP_S = 30;
     var DROP_ARM_AFTER_S = 7.5;
     var DROP_BASS_OUT_BELOW = 0.3;
@@ -850,7 +850,7 @@ var BridgeEngine = (function () {
             // Music without a kick: the whole onset signal sets the phase.
             this.lockPhase(this.linearize(this.odf));
         } else if (this.kickSince >= 0) {
-            // The kick is present (push times it from when it came back).
+            // The kick is present: push keeps kickSince only while it is.
             this.lockPhase(this.linearize(this.kickOdf));
         }
     };
