@@ -77,10 +77,11 @@ BandEnergyExtractor::BandEnergyExtractor(double sampleRate, double lowCutoffHz, 
     if (!b.spectrum)
         fatal("out of memory");
     {
-        // Wisdom accumulates, so only the first extractor of the process pays for measuring.
+        // An estimated plan is the same on every run (a measured one is picked by timing and
+        // can round differently from run to run) and costs no measuring; the hop is as fast.
         std::lock_guard lock(fftwPlannerMutex());
         b.plan = fftwf_plan_dft_r2c_1d(static_cast<int>(frameSize), b.windowed.get(),
-                                       b.spectrum.get(), FFTW_MEASURE);
+                                       b.spectrum.get(), FFTW_ESTIMATE);
     }
     if (!b.plan)
         fatal("cannot create the FFT plan");
