@@ -332,8 +332,11 @@ var BridgeEngine = (function () {
                 if (dominance >= this.kickDominance - DROP_RETURN_FADE) fire = true;
                 else this.candidateAge = -1;
             } else if (kick && this.heldBroken && this.candidateAge >= DROP_RETURN_HOLD_S &&
-                     this.candidateAge <= DROP_RETURN_AGAIN_S) fire = true;
-            else if (this.heldBroken && this.candidateAge > DROP_RETURN_AGAIN_S) this.candidateAge = -1;
+                       this.candidateAge <= DROP_RETURN_AGAIN_S) {
+                fire = true;
+            } else if (this.heldBroken && this.candidateAge > DROP_RETURN_AGAIN_S) {
+                this.candidateAge = -1;
+            }
         }
         if (!fire && kick && this.candidateAge < 0) {
             this.candidateAge = 0;
