@@ -462,6 +462,11 @@ var BridgeEngine = (function () {
     // ... unless the reading is this many times clearer than the tempo's own comb: a tempo read
     // from a passage without bass does not hold out against the one the bass brings.
     var BT_CROSS_CLEARER = 3;
+    // A tempo not yet established that lies further than this (in octaves) from the prior's
+    // centre (outside about 85-170 BPM) is mostly a riff read at 4/3, 3/2 or 8/5 of the beat:
+    // the other signal is read unless the one reading it is clearly clearer, the slow memory
+    // does not guard it, and a reading may win while the other signal still reads it.
+    var BT_OUTLYING_OCTAVES = 0.5;
 
     function BeatFrame() {
         this.bpm = 0;
@@ -809,10 +814,13 @@ var BridgeEngine = (function () {
         // can beat at another period than its hats, a break's hats at another than its kick.
         var mixed = this.readTempo(this.mixed, maxLag);
         var onsets = this.readTempo(this.onsets, maxLag);
+        var outlying = this.isOutlying();
+        var onsetsFirst = mixed && onsets && (outlying
+            ? this.readsCurrent(mixed) && !this.readsCurrent(onsets)
+            : this.readsCurrent(onsets) && !this.readsCurrent(mixed) && !this.kickUnderRiff(mixed, onsets));
         var reading = !onsets ? mixed : !mixed ? onsets
-            : this.readsCurrent(onsets) && !this.readsCurrent(mixed) && !this.kickUnderRiff(mixed, onsets)
-                ? (mixed.confidence > BT_SOURCE_CLEARER * onsets.confidence ? mixed : onsets)
-                : (onsets.confidence > BT_SOURCE_CLEARER * mixed.confidence ? onsets : mixed);
+            : onsetsFirst ? (mixed.confidence > BT_SOURCE_CLEARER * onsets.confidence ? mixed : onsets)
+            : (onsets.confidence > BT_SOURCE_CLEARER * mixed.confidence ? onsets : mixed);
         if (!reading) {
             this.confidence *= 0.5;
             return;
@@ -840,11 +848,11 @@ var BridgeEngine = (function () {
             // onset signals make, nor once its own comb has lost its clearness (the intro's riff
             // it was read from has gone).
             var slowAgrees = this.slowEvidence(bestBpm, maxLag) || (!this.isEstablished() &&
-                (agreed || this.currentClearness < BT_WEAK_READING * this.ownClearness));
+                (agreed || outlying || this.currentClearness < BT_WEAK_READING * this.ownClearness));
             // Nor does a reading win against the tempo while the other signal still reads it:
             // a fill or a riff in one of them is not a new tempo.
             var other = reading === mixed ? onsets : mixed;
-            if (other && !this.isYoung() && this.readsCurrent(other) &&
+            if (other && !this.isYoung() && !outlying && this.readsCurrent(other) &&
                 !this.readsCurrent(reading)) slowAgrees = false;
             this.adoptTempo(bestBpm, confidence, slowAgrees, this.clearlyBetter(bestBpm, maxLag, slowAgrees));
         }
@@ -900,6 +908,11 @@ var BridgeEngine = (function () {
     // Whether the tracker has heard too little yet to hold any tempo against a new reading.
     BeatTracker.prototype.isYoung = function () {
         return this.written * this.hop < BT_YOUNG_SECONDS;
+    };
+    BeatTracker.prototype.isOutlying = function () {
+        if (this.period <= 0 || this.isEstablished()) return false;
+        var octaves = Math.log(60 / this.period / BT_PRIOR_CENTRE_BPM) / Math.LN2;
+        return Math.abs(octaves) > BT_OUTLYING_OCTAVES;
     };
     BeatTracker.prototype.isEstablished = function () {
         return this.period > 0 && this.clock - this.tempoSince >= BT_HELD_SECONDS;
