@@ -25,6 +25,9 @@ none of the music is installed (so a test skips rather than fails), except under
 The decode's dither is the same on every run; --random-dither draws it afresh, to see how much
 the figures move with noise at the level of the last bit.
 
+Tracker modules (mod, xm, s3m, it) are rendered by openmpt123 and Opus files decoded by opusdec
+first, both to float samples with no dither, played once.
+
 --start runs every file from that point on (the loops start on a beat, so the reference grid
 moves with it): the tracker's start-up meets other music than the files' openings.
 """
@@ -56,15 +59,36 @@ def run(command, stdin=None):
     return subprocess.run(command, stdin=stdin, capture_output=True, text=True, check=True).stdout
 
 
+# Formats sox cannot read, rendered first to a float WAV with no dither (the same samples every run)
+MODULE_EXTENSIONS = (".mod", ".xm", ".s3m", ".it")
+
+
+def source_for_sox(path, work):
+    lower = path.lower()
+    if not lower.endswith(MODULE_EXTENSIONS + (".opus",)):
+        return path
+    rendered = os.path.join(work, os.path.basename(path) + ".render.wav")
+    if lower.endswith(".opus"):
+        run(["opusdec", "--quiet", "--float", "--rate", str(SAMPLE_RATE), path, rendered])
+    else:
+        run(["openmpt123", "--batch", "--quiet", "--samplerate", str(SAMPLE_RATE), "--channels", "2",
+             "--float", "--dither", "0", "--repeat", "0", "--force", "-o", rendered, "--", path],
+            stdin=subprocess.DEVNULL)
+    return rendered
+
+
 def decode(track, work, excerpt, start, random_dither):
     wav = os.path.join(work, track["name"] + ("@%g" % start if start else "") + ".wav")
+    source = source_for_sox(track["path"], work)
     # -R: the same dither every run, so a rerun gives the same figures
     dither = [] if random_dither else ["-R"]
-    command = ["sox"] + dither + ["-q", "-G", track["path"],
+    command = ["sox"] + dither + ["-q", "-G", source,
                                   "-r", str(SAMPLE_RATE), "-c", "1", "-b", "16", wav]
     if excerpt or start:
         command += ["trim", str(start)] + ([str(excerpt)] if excerpt else [])
     run(command)
+    if source != track["path"]:
+        os.remove(source)
     return wav
 
 
