@@ -854,7 +854,15 @@ var BridgeEngine = (function () {
             var other = reading === mixed ? onsets : mixed;
             if (other && !this.isYoung() && !outlying && this.readsCurrent(other) &&
                 !this.readsCurrent(reading)) slowAgrees = false;
-            this.adoptTempo(bestBpm, confidence, slowAgrees, this.clearlyBetter(bestBpm, maxLag, slowAgrees));
+            // An established tempo is nudged past the fine correction only when the other signal
+            // reads the same pulse: with the kick gone, the onsets alone drift with a fill.
+            var seconded = !other || isSamePulse(other.bpm / bestBpm);
+            this.adoptTempo(bestBpm, confidence, slowAgrees,
+                            this.clearlyBetter(bestBpm, maxLag, slowAgrees && seconded));
+        } else if (this.isEstablished()) {
+            // A span that cannot be read (the kick gone or just back) breaks a new tempo's run of
+            // wins: readings either side of a bass-less gap do not add up to replace the tempo.
+            this.candidateVotes = 0;
         }
         if (this.period <= 0) return;
         if (!kickMusic) {
@@ -983,6 +991,11 @@ var BridgeEngine = (function () {
         this.heldConfidence = confidence;
         this.ownClearness = confidence;
     };
+    // The same tempo, its half or its double.
+    function isSamePulse(ratio) {
+        return Math.abs(ratio - 1) <= BT_CROSS_TOLERANCE || Math.abs(ratio / 2 - 1) <= BT_CROSS_TOLERANCE ||
+            Math.abs(2 * ratio - 1) <= BT_CROSS_TOLERANCE;
+    }
     function isCrossRatio(ratio) {
         for (var i = 0; i < BT_CROSS_RATIOS.length; i++) {
             if (Math.abs(ratio / BT_CROSS_RATIOS[i] - 1) <= BT_CROSS_TOLERANCE) return true;
