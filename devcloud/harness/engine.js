@@ -514,11 +514,14 @@ var BridgeEngine = (function () {
         return j;
     };
 
+    function octavesFromCentre(bpm) {
+        return Math.log(bpm / BT_PRIOR_CENTRE_BPM) / Math.LN2;
+    }
     function tempoPrior() {
         var count = Math.round((BT_MAX_BPM - BT_MIN_BPM) / BT_BPM_STEP) + 1;
         var prior = new Float64Array(count);
         for (var i = 0; i < count; i++) {
-            var octaves = Math.log((BT_MIN_BPM + i * BT_BPM_STEP) / BT_PRIOR_CENTRE_BPM) / Math.LN2;
+            var octaves = octavesFromCentre(BT_MIN_BPM + i * BT_BPM_STEP);
             prior[i] = Math.exp(-0.5 * octaves * octaves / (BT_PRIOR_OCTAVES * BT_PRIOR_OCTAVES));
         }
         return prior;
@@ -919,8 +922,7 @@ var BridgeEngine = (function () {
     };
     BeatTracker.prototype.isOutlying = function () {
         if (this.period <= 0 || this.isEstablished()) return false;
-        var octaves = Math.log(60 / this.period / BT_PRIOR_CENTRE_BPM) / Math.LN2;
-        return Math.abs(octaves) > BT_OUTLYING_OCTAVES;
+        return Math.abs(octavesFromCentre(60 / this.period)) > BT_OUTLYING_OCTAVES;
     };
     BeatTracker.prototype.isEstablished = function () {
         return this.period > 0 && this.clock - this.tempoSince >= BT_HELD_SECONDS;
