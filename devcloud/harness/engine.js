@@ -429,14 +429,6 @@ var BridgeEngine = (function () {
     // Half or double the current tempo is the same pulse: it must win this many times longer.
     var BT_OCTAVE_CHANGE_FACTOR = 4;
     var BT_HALF_BEAT_WEIGHT = 0.5;
-    // Music in triplets (a shuffle or 12/8) has its half beat in a trough between the triplets,
-    // which would hand the comb to 3/2 of its tempo. Where the half beat reads below zero and
-    // both thirds of the beat read evenly (the smaller at least this share of the larger) and
-    // clearly (this share of the energy), the thirds stand in for it, but only while the beat
-    // itself reads at least as high as two thirds of it: binary eighths read at 2/3 of their
-    // tempo show the same even thirds, their accent on the two thirds.
-    var BT_EVEN_THIRDS = 0.75;
-    var BT_THIRDS_ENERGY = 0.3;
     // Tempi far from the middle of the range need a stronger comb to win (a log-normal weight,
     // one octave wide); a reading at the very edge of the range is not taken at all.
     var BT_PRIOR_CENTRE_BPM = 120;
@@ -758,7 +750,7 @@ var BridgeEngine = (function () {
         var acf = source || this.acf;
         var lag = 60 / bpm / this.hop;
         var half = halfWeight === undefined ? BT_HALF_BEAT_WEIGHT : halfWeight;
-        var score = half > 0 ? half * this.subdivision(lag, acf) : 0;
+        var score = half * this.acfAt(lag / 2, acf);
         var used = half;
         for (var k = 1; k <= BT_COMB; k++) {
             if (k * lag >= maxLag) break;
@@ -766,16 +758,6 @@ var BridgeEngine = (function () {
             used += 1;
         }
         return used > half ? score / used : -Infinity;
-    };
-    BeatTracker.prototype.subdivision = function (lag, acf) {
-        var halfBeat = this.acfAt(lag / 2, acf);
-        if (!(halfBeat < 0)) return halfBeat;
-        var third = this.acfAt(lag / 3, acf);
-        var twoThirds = this.acfAt(2 * lag / 3, acf);
-        var even = Math.min(third, twoThirds);
-        var triplets = even >= BT_EVEN_THIRDS * Math.max(third, twoThirds) &&
-            even >= BT_THIRDS_ENERGY * acf[0] && this.acfAt(lag, acf) >= twoThirds;
-        return triplets ? even : halfBeat;
     };
     // The tempo one source reads: its comb's best (weighted by the prior), refined, with its
     // confidence; null when it reads nothing. Leaves the source as the one combScore reads.
