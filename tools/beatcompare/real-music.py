@@ -86,9 +86,11 @@ def decode(track, work, excerpt, start, random_dither):
                                   "-r", str(SAMPLE_RATE), "-c", "1", "-b", "16", wav]
     if excerpt or start:
         command += ["trim", str(start)] + ([str(excerpt)] if excerpt else [])
-    run(command)
-    if source != track["path"]:
-        os.remove(source)
+    try:
+        run(command)
+    finally:
+        if source != track["path"]:
+            os.remove(source)
     return wav
 
 
