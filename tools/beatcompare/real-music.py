@@ -25,8 +25,8 @@ none of the music is installed (so a test skips rather than fails), except under
 The decode's dither is the same on every run; --random-dither draws it afresh, to see how much
 the figures move with noise at the level of the last bit.
 
-Tracker modules (mod, xm, s3m, it) are rendered by openmpt123 and Opus files decoded by opusdec
-first, both to float samples with no dither, played once.
+Tracker modules (mod, xm, s3m, it) are rendered by openmpt123, LMMS songs (mmp, mmpz) by LMMS
+and Opus files decoded by opusdec first, all to float samples with no dither, played once.
 
 --start runs every file from that point on (the loops start on a beat, so the reference grid
 moves with it): the tracker's start-up meets other music than the files' openings.
@@ -61,15 +61,22 @@ def run(command, stdin=None):
 
 # Formats sox cannot read, rendered first to a float WAV with no dither (the same samples every run)
 MODULE_EXTENSIONS = (".mod", ".xm", ".s3m", ".it")
+PROJECT_EXTENSIONS = (".mmp", ".mmpz")  # LMMS songs
 
 
 def source_for_sox(path, work):
     lower = path.lower()
-    if not lower.endswith(MODULE_EXTENSIONS + (".opus",)):
+    if not lower.endswith(MODULE_EXTENSIONS + PROJECT_EXTENSIONS + (".opus",)):
         return path
     rendered = os.path.join(work, os.path.basename(path) + ".render.wav")
     if lower.endswith(".opus"):
         run(["opusdec", "--quiet", "--float", "--rate", str(SAMPLE_RATE), path, rendered])
+    elif lower.endswith(PROJECT_EXTENSIONS):
+        # LMMS refuses root unless told; it needs no display to render
+        subprocess.run(["lmms", "--allowroot", "render", path, "--float", "--samplerate",
+                        str(SAMPLE_RATE), "--format", "wav", "--output", rendered],
+                       stdin=subprocess.DEVNULL, capture_output=True, check=True,
+                       env=dict(os.environ, QT_QPA_PLATFORM="offscreen"))
     else:
         run(["openmpt123", "--batch", "--quiet", "--samplerate", str(SAMPLE_RATE), "--channels", "2",
              "--float", "--dither", "0", "--repeat", "0", "--force", "-o", rendered, "--", path],
