@@ -26,7 +26,8 @@ The decode's dither is the same on every run; --random-dither draws it afresh, t
 the figures move with noise at the level of the last bit.
 
 Tracker modules (mod, xm, s3m, it) are rendered by openmpt123, LMMS songs (mmp, mmpz) by LMMS
-and Opus files decoded by opusdec first, all to float samples with no dither, played once.
+and Opus files decoded by opusdec first, all to float samples with no dither, played once
+(LMMS's renders differ a little from run to run: its oscillators start at random phases).
 
 --start runs every file from that point on (the loops start on a beat, so the reference grid
 moves with it): the tracker's start-up meets other music than the files' openings.
@@ -55,11 +56,13 @@ LONG_BREAK_S = 7.5  # where the detector arms
 DETECTOR_WARMUP_S = 30
 
 
-def run(command, stdin=None):
-    return subprocess.run(command, stdin=stdin, capture_output=True, text=True, check=True).stdout
+def run(command, stdin=None, env=None):
+    return subprocess.run(command, stdin=stdin, capture_output=True, text=True, check=True,
+                          env=env).stdout
 
 
-# Formats sox cannot read, rendered first to a float WAV with no dither (the same samples every run)
+# Formats sox cannot read, rendered first to a float WAV with no dither: the same samples every
+# run, but for LMMS, whose oscillators start at random phases
 MODULE_EXTENSIONS = (".mod", ".xm", ".s3m", ".it")
 PROJECT_EXTENSIONS = (".mmp", ".mmpz")  # LMMS songs
 
@@ -73,10 +76,9 @@ def source_for_sox(path, work):
         run(["opusdec", "--quiet", "--float", "--rate", str(SAMPLE_RATE), path, rendered])
     elif lower.endswith(PROJECT_EXTENSIONS):
         # LMMS refuses root unless told; it needs no display to render
-        subprocess.run(["lmms", "--allowroot", "render", path, "--float", "--samplerate",
-                        str(SAMPLE_RATE), "--format", "wav", "--output", rendered],
-                       stdin=subprocess.DEVNULL, capture_output=True, check=True,
-                       env=dict(os.environ, QT_QPA_PLATFORM="offscreen"))
+        run(["lmms", "--allowroot", "render", path, "--float", "--samplerate", str(SAMPLE_RATE),
+             "--format", "wav", "--output", rendered],
+            stdin=subprocess.DEVNULL, env=dict(os.environ, QT_QPA_PLATFORM="offscreen"))
     else:
         run(["openmpt123", "--batch", "--quiet", "--samplerate", str(SAMPLE_RATE), "--channels", "2",
              "--float", "--dither", "0", "--repeat", "0", "--force", "-o", rendered, "--", path],
