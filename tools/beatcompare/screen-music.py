@@ -44,7 +44,7 @@ FOLD_WITHIN_MS = 16
 
 def lmms_tempo(path):
     """The bpm of an LMMS song (.mmpz: Qt's qCompress, a 4-byte length before zlib data)."""
-    if not path.lower().endswith((".mmp", ".mmpz")):
+    if not path.lower().endswith(rm.PROJECT_EXTENSIONS):
         return None
     data = open(path, "rb").read()
     if path.lower().endswith(".mmpz"):
