@@ -137,15 +137,23 @@ def duration(wav):
     return float(run(["soxi", "-D", wav]).strip())
 
 
+def samples(wav, *effects):
+    """The file's mono samples through sox (with effects, such as a filter), as floats."""
+    raw = subprocess.run(["sox", "-q", wav, "-t", "raw", "-e", "signed", "-b", "16", "-c", "1", "-",
+                          *effects], capture_output=True, check=True).stdout
+    return numpy.frombuffer(raw, dtype=numpy.int16).astype(numpy.float64) / 32768.0
+
+
+LOW_BAND = ("sinc", "-150")  # the bass, as the drop's returns are measured
+
+
 def bass_returns(wav, start):
     """Where the bass comes back, and for how many seconds after the detector's warm-up it was
     out: the first two 1 s windows within 12 dB of the 90th percentile after two or more under
     it; the moment is the first quarter second within 12 dB from a second before them. The
     windows keep to the music's whole seconds, so every start point sees the same ones."""
-    raw = subprocess.run(["sox", "-q", wav, "-t", "raw", "-e", "signed", "-b", "16", "-c", "1", "-",
-                          "sinc", "-150"], capture_output=True, check=True).stdout
     skip = round(-start % 1.0 * SAMPLE_RATE)
-    power = (numpy.frombuffer(raw, dtype=numpy.int16)[skip:].astype(numpy.float64) / 32768.0) ** 2
+    power = samples(wav, *LOW_BAND)[skip:] ** 2
 
     def levels(width):
         n = len(power) // width
@@ -187,6 +195,11 @@ def scores(estimated, reference):
     return f, cmlt, amlt
 
 
+def same_pulse(value, bpm):
+    """value is bpm, its half or its double, within 2 %."""
+    return any(abs(value - bpm * k) <= TEMPO_TOLERANCE * bpm * k for k in (0.5, 1, 2))
+
+
 def tempo_hold(tempo, bpm):
     """Share of the tempo readings after the settling time at the reference tempo (or its half
     or double) within 2 %, and the longest run of readings that are not, in seconds."""
@@ -195,7 +208,7 @@ def tempo_hold(tempo, bpm):
         return 0.0, 0.0
     held, longest, run_length = 0, 0, 0
     for value in settled:
-        ok = any(abs(value - bpm * k) <= TEMPO_TOLERANCE * bpm * k for k in (0.5, 1, 2))
+        ok = same_pulse(value, bpm)
         held += ok
         run_length = 0 if ok else run_length + 1
         longest = max(longest, run_length)

@@ -23,7 +23,6 @@ import importlib.util
 import json
 import os
 import re
-import subprocess
 import sys
 import zlib
 
@@ -53,10 +52,6 @@ def lmms_tempo(path):
     return float(found.group(1)) if found else None
 
 
-def same_pulse(value, tempo):
-    return any(abs(value - tempo * k) <= AGREE * tempo * k for k in (0.5, 1, 2))
-
-
 def aubio_rate(wav):
     beats = rm.aubio_beats(wav)
     return 60 / float(numpy.median(numpy.diff(beats))) if len(beats) > 2 else 0.0
@@ -68,19 +63,13 @@ def window_share(wav, length, tempo, work):
     held = 0
     for start in starts:
         rm.run(["sox", "-q", wav, window, "trim", str(start), str(WINDOW_S)])
-        held += same_pulse(rm.bpm_tools(window), tempo)
+        held += rm.same_pulse(rm.bpm_tools(window), tempo)
     os.remove(window)
     return held / len(starts) if len(starts) else 0.0
 
 
-def mono(wav, band):
-    raw = subprocess.run(["sox", "-q", wav, "-t", "raw", "-e", "signed", "-b", "16", "-c", "1", "-"]
-                         + band, capture_output=True, check=True).stdout
-    return numpy.frombuffer(raw, dtype=numpy.int16).astype(numpy.float64) / 32768.0
-
-
 def has_break(wav):
-    power = mono(wav, ["sinc", "-150"]) ** 2
+    power = rm.samples(wav, *rm.LOW_BAND) ** 2
     n = len(power) // rm.SAMPLE_RATE
     seconds = 10 * numpy.log10(power[:n * rm.SAMPLE_RATE].reshape(n, -1).mean(axis=1) + 1e-12)
     if n == 0:
@@ -98,8 +87,8 @@ def fold_offsets_ms(wav, tempo):
     """Where the onsets (energy rises in 5 ms hops), folded at the beat, peak: low band, full."""
     period = 60 / tempo
     offsets = []
-    for band in (["sinc", "-150"], []):
-        x = mono(wav, band)
+    for band in (rm.LOW_BAND, ()):
+        x = rm.samples(wav, *band)
         n = len(x) // FOLD_HOP
         energy = numpy.log10((x[:n * FOLD_HOP] ** 2).reshape(n, -1).mean(axis=1) + 1e-10)
         rise = numpy.maximum(numpy.diff(energy, prepend=energy[0]), 0)
