@@ -25,9 +25,10 @@ none of the music is installed (so a test skips rather than fails), except under
 The decode's dither is the same on every run; --random-dither draws it afresh, to see how much
 the figures move with noise at the level of the last bit.
 
-Tracker modules (mod, xm, s3m, it) are rendered by openmpt123, LMMS songs (mmp, mmpz) by LMMS
-and Opus files decoded by opusdec first, all to float samples with no dither, played once
-(LMMS's renders differ a little from run to run: its oscillators start at random phases).
+Tracker modules (mod, xm, s3m, it) are rendered by openmpt123, LMMS songs (mmp, mmpz) by LMMS,
+MIDI files by FluidSynth with the TimGM6mb General MIDI sound font, and Opus files decoded by
+opusdec first, all to float samples with no dither, played once (LMMS's renders differ a little
+from run to run: its oscillators start at random phases).
 
 --start runs every file from that point on (the loops start on a beat, so the reference grid
 moves with it): the tracker's start-up meets other music than the files' openings.
@@ -65,11 +66,13 @@ def run(command, stdin=None, env=None):
 # run, but for LMMS, whose oscillators start at random phases
 MODULE_EXTENSIONS = (".mod", ".xm", ".s3m", ".it")
 PROJECT_EXTENSIONS = (".mmp", ".mmpz")  # LMMS songs
+MIDI_EXTENSIONS = (".mid", ".midi")
+MIDI_SOUNDFONT = "/usr/share/sounds/sf2/TimGM6mb.sf2"
 
 
 def source_for_sox(path, work):
     lower = path.lower()
-    if not lower.endswith(MODULE_EXTENSIONS + PROJECT_EXTENSIONS + (".opus",)):
+    if not lower.endswith(MODULE_EXTENSIONS + PROJECT_EXTENSIONS + MIDI_EXTENSIONS + (".opus",)):
         return path
     rendered = os.path.join(work, os.path.basename(path) + ".render.wav")
     if lower.endswith(".opus"):
@@ -79,6 +82,9 @@ def source_for_sox(path, work):
         run(["lmms", "--allowroot", "render", path, "--float", "--samplerate", str(SAMPLE_RATE),
              "--format", "wav", "--output", rendered],
             stdin=subprocess.DEVNULL, env=dict(os.environ, QT_QPA_PLATFORM="offscreen"))
+    elif lower.endswith(MIDI_EXTENSIONS):
+        run(["fluidsynth", "-n", "-i", "-q", "-F", rendered, "-T", "wav", "-O", "float",
+             "-r", str(SAMPLE_RATE), MIDI_SOUNDFONT, path], stdin=subprocess.DEVNULL)
     else:
         run(["openmpt123", "--batch", "--quiet", "--samplerate", str(SAMPLE_RATE), "--channels", "2",
              "--float", "--dither", "0", "--repeat", "0", "--force", "-o", rendered, "--", path],

@@ -6,10 +6,12 @@ that passes, held out.
 
 A file passes when it is 45 s or longer, bpm-tools on the whole file and aubio's beat rate
 (aubiotrack's median beat interval) agree within 2 %, and bpm-tools on 30 s windows every 15 s
-reads that tempo, its half or its double, in at least 75 % of them. An LMMS song also carries
-its own tempo: the tools must read it (or its half or double), and it is the reference.
+reads that tempo, its half or its double, in at least 75 % of them. An LMMS song or a MIDI file
+also carries its own tempo: the tools must read it (or its half or double), and it is the
+reference; a MIDI file passes only with one tempo throughout.
 'has_break': the low band (sox, under 150 Hz, 1 s windows) stays 12 dB under its 90th
-percentile for two windows or more after 8 s. 'grid': an LMMS song starts on a beat; its beats
+percentile for two windows or more after 8 s. 'grid': an LMMS song or a MIDI file starts on a
+beat (its first bar line is at 0 s); its beats
 are taken as known when its onsets, folded at the reference tempo, peak within 16 ms of 0 in
 the low band or the full band (LMMS renders differ from run to run, so a song whose off-beat
 is nearly as strong can land either side). Other files get 'grid' false: a loop of whole bars
@@ -26,6 +28,7 @@ import re
 import sys
 import zlib
 
+import mido
 import numpy
 
 HERE = os.path.dirname(os.path.abspath(__file__))
@@ -50,6 +53,21 @@ def lmms_tempo(path):
         data = zlib.decompress(data[4:])
     found = re.search(rb'<head[^>]*\sbpm="([\d.]+)"', data)
     return float(found.group(1)) if found else None
+
+
+def midi_tempo(path):
+    """A MIDI file's one tempo in bpm (120 when it sets none); 0 when it changes tempo."""
+    tempos = {msg.tempo for track in mido.MidiFile(path).tracks for msg in track
+              if msg.type == "set_tempo"}
+    if len(tempos) > 1:
+        return 0.0
+    return mido.tempo2bpm(tempos.pop() if tempos else 500000)
+
+
+def written_tempo(path):
+    if path.lower().endswith(rm.MIDI_EXTENSIONS):
+        return midi_tempo(path)
+    return lmms_tempo(path)
 
 
 def aubio_rate(wav):
@@ -117,14 +135,16 @@ def main():
         wav = rm.decode(track, args.work, 0, 0, False)
         length = rm.duration(wav)
         theirs, aubio = rm.bpm_tools(wav), aubio_rate(wav)
-        written = lmms_tempo(path)
+        written = written_tempo(path)
         reasons = []
+        if written == 0.0:
+            reasons.append("the tempo changes")
         if length < MIN_SECONDS:
             reasons.append("%.0f s long" % length)
         if not (theirs > 0 and abs(aubio / theirs - 1) <= AGREE):
             reasons.append("aubio %.2f against bpm-tools %.2f" % (aubio, theirs))
         reference = theirs
-        if written:
+        if written and not reasons:
             level = min((0.5, 1, 2), key=lambda k: abs(theirs / (written * k) - 1))
             reference = written * level
             if abs(theirs / reference - 1) > AGREE:
