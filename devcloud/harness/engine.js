@@ -410,6 +410,12 @@ var BridgeEngine = (function () {
     // Analyses in a row (about 2.7 s) a phase that far away must win before the beats move:
     // real music often hits its off-beats as hard as its beats.
     var BT_PHASE_JUMP_VOTES = 32;
+    // Swing: the beat's onset and a swung eighth two thirds of a beat later, which in the bass is
+    // often the louder. Taken for one when the onsets a third of a beat after the strongest
+    // reach this share of it, and those a third before it and half a beat away reach at most
+    // BT_SWING_OTHER of theirs.
+    var BT_SWING_SHARE = 0.5;
+    var BT_SWING_OTHER = 0.3;
     // ... and also win over four bars: a bar or two of a riff on the off-beat does not move them.
     var BT_PHASE_CHECK_BEATS = 16;
     // Periods this close (a share of the period) are the same tempo.
@@ -1026,6 +1032,31 @@ var BridgeEngine = (function () {
         }
         return s;
     };
+    // The strongest onsets within a twelfth of a beat of an offset, and where they are.
+    BeatTracker.prototype.peakNear = function (offset, periodHops, newest) {
+        var reach = periodHops / 12;
+        var peak = { offset: offset, score: -Infinity };
+        for (var o = offset - reach; o <= offset + reach; o += BT_PHASE_STEP) {
+            var at = o - Math.floor(o / periodHops) * periodHops;
+            var s = this.phaseScore(at, periodHops, newest, BT_PHASE_BEATS);
+            if (s > peak.score) {
+                peak.score = s;
+                peak.offset = at;
+            }
+        }
+        return peak;
+    };
+    // The beat when the strongest onsets are a swung eighth (offsets count back from the newest
+    // onset, so the beat after them lies a third of a beat nearer), or null.
+    BeatTracker.prototype.swungBeat = function (best, bestOffset, periodHops, newest) {
+        if (best <= 0) return null;
+        var after = this.peakNear(bestOffset - periodHops / 3, periodHops, newest);
+        if (after.score < BT_SWING_SHARE * best) return null;
+        var before = this.peakNear(bestOffset + periodHops / 3, periodHops, newest);
+        var half = this.peakNear(bestOffset + periodHops / 2, periodHops, newest);
+        var other = BT_SWING_OTHER * after.score;
+        return before.score <= other && half.score <= other ? after.offset : null;
+    };
     BeatTracker.prototype.lockPhase = function (n) {
         this.linearLength = n;
         var periodHops = this.period / this.hop;
@@ -1039,6 +1070,8 @@ var BridgeEngine = (function () {
                 bestOffset = offset;
             }
         }
+        var swungBeat = this.swungBeat(best, bestOffset, periodHops, newest);
+        if (swungBeat !== null) bestOffset = swungBeat;
         var lastOnsetBeat = this.clock - (bestOffset + BT_LATENCY_HOPS) * this.hop;
         var next = lastOnsetBeat + this.period;
         while (next <= this.clock) next += this.period;
@@ -1051,10 +1084,12 @@ var BridgeEngine = (function () {
         var error = next - this.nextBeat;
         error -= Math.round(error / this.period) * this.period;
         if (Math.abs(error) > BT_PHASE_JUMP * this.period) {
-            // The new phase must also win over four bars, or the beats stay where they are.
+            // The new phase must also win over four bars, or the beats stay where they are (a
+            // swung beat is weaker than its eighth and has passed its own test).
             var current = (this.clock - this.nextBeat) / this.hop - BT_LATENCY_HOPS;
             current -= Math.floor(current / periodHops) * periodHops;
-            if (this.phaseScore(bestOffset, periodHops, newest, BT_PHASE_CHECK_BEATS) <
+            if (swungBeat === null &&
+                this.phaseScore(bestOffset, periodHops, newest, BT_PHASE_CHECK_BEATS) <
                 this.phaseScore(current, periodHops, newest, BT_PHASE_CHECK_BEATS)) {
                 this.phaseJumpVotes = 0;
                 return;
