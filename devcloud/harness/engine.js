@@ -410,11 +410,11 @@ var BridgeEngine = (function () {
     // Analyses in a row (about 2.7 s) a phase that far away must win before the beats move:
     // real music often hits its off-beats as hard as its beats.
     var BT_PHASE_JUMP_VOTES = 32;
-    // Swing: the beat's onset and a swung eighth two thirds of a beat later, which in the bass is
-    // often the louder. Taken for one when the onsets a third of a beat after the strongest
-    // reach this share of it, and those a third before it and half a beat away reach at most
-    // BT_SWING_OTHER of theirs.
-    var BT_SWING_SHARE = 0.5;
+    // Swing: each beat's onset and a swung eighth two thirds of a beat after it. The beat, so
+    // soon after the eighth, rises less and can score a third of it. The strongest onsets are
+    // taken for the eighth when those a third of a beat after them reach this share of theirs,
+    // and those a third before them and half a beat away at most BT_SWING_OTHER of that.
+    var BT_SWING_SHARE = 0.3;
     var BT_SWING_OTHER = 0.3;
     // ... and also win over four bars: a bar or two of a riff on the off-beat does not move them.
     var BT_PHASE_CHECK_BEATS = 16;

@@ -96,6 +96,13 @@ std::vector<Case> cases() {
     plain.seconds = 30;
     plain.hats = false;
     out.push_back({"kick-bass-128", plain});
+    for (double bpm : {110.0, 150.0}) {
+        DanceTrackSpec swung;
+        swung.bpm = bpm;
+        swung.seconds = 30;
+        swung.swing = true;
+        out.push_back({"swing-" + std::to_string(static_cast<int>(bpm)), swung});
+    }
     return out;
 }
 
@@ -313,9 +320,8 @@ int main(int argc, char** argv) {
             return 1;
         }
         kelvo::test::writeTextFile(work + "/" + c.name + ".truth.json", track.truthJSON());
-        // Steady files are judged on the kicks; through a break on the beat grid.
-        const auto reference =
-            after(c.spec.breaks.empty() ? track.truth().kicks : track.truth().beats, settleSeconds);
+        // Judged on the beat grid, through a break and in swing (no kick) too.
+        const auto reference = after(track.truth().beats, settleSeconds);
 
         const Result harnessResult = runHarness(track, harness);
         const Score ours = score("ours", harnessResult.beats, reference);

@@ -35,6 +35,9 @@ double decibelsToGain(double db) {
 // Bass notes (Hz), one per bar: a minor riff around A1.
 constexpr double bassNotes[] = {55.0, 55.0, 65.41, 49.0};
 
+// Where a swung eighth falls, in beats after the beat.
+constexpr double swungEighth = 2.0 / 3.0;
+
 } // namespace
 
 SyntheticDanceTrack::SyntheticDanceTrack(DanceTrackSpec spec) : spec_(std::move(spec)) {
@@ -64,7 +67,7 @@ void SyntheticDanceTrack::render() {
 
     for (double beat = spec_.firstBeat; beat < spec_.seconds; beat += period) {
         truth_.beats.push_back(beat);
-        if (!inBreak(beat)) {
+        if (!inBreak(beat) && !spec_.swing) {
             truth_.kicks.push_back(beat);
         }
     }
@@ -91,7 +94,7 @@ void SyntheticDanceTrack::render() {
         double v = 0.0;
 
         // Kick: pitch sweep 150 -> 45 Hz with a fast exponential decay.
-        if (sinceFirst >= 0 && !kickOut && sinceBeat < 0.35) {
+        if (sinceFirst >= 0 && !kickOut && !spec_.swing && sinceBeat < 0.35) {
             const double freq = 45.0 + 105.0 * std::exp(-sinceBeat / 0.03);
             kickPhase += twoPi * freq / rate;
             v += 0.9 * std::sin(kickPhase) * std::exp(-sinceBeat / 0.09);
@@ -100,7 +103,8 @@ void SyntheticDanceTrack::render() {
         }
 
         // Off-beat hats: differentiated noise burst.
-        const double sinceHat = sinceBeat >= period / 2 ? sinceBeat - period / 2 : 1e9;
+        const double offBeat = period * (spec_.swing ? swungEighth : 0.5);
+        const double sinceHat = sinceBeat >= offBeat ? sinceBeat - offBeat : 1e9;
         const double white = hatNoise.next();
         const double hp = white - hatPrevious;
         hatPrevious = white;
@@ -113,10 +117,18 @@ void SyntheticDanceTrack::render() {
             const auto bar = static_cast<std::size_t>(beatIndex / 4.0);
             const double freq = bassNotes[bar % std::size(bassNotes)];
             bassPhase += twoPi * freq / rate;
-            const double duck = 1.0 - 0.8 * std::exp(-sinceBeat / 0.08);
             const double tone =
                 std::sin(bassPhase) + 0.4 * std::sin(2 * bassPhase) + 0.2 * std::sin(3 * bassPhase);
-            v += 0.22 * duck * tone;
+            if (spec_.swing) {
+                // Two plucked notes a beat, alike: the swung one's rise is the clearer, as the
+                // beat's comes so soon after it.
+                const double sinceSwung = sinceBeat - swungEighth * period;
+                const double since = sinceSwung >= 0 ? sinceSwung : sinceBeat;
+                v += 0.4 * std::exp(-since / 0.05) * tone;
+            } else {
+                const double duck = 1.0 - 0.8 * std::exp(-sinceBeat / 0.08);
+                v += 0.22 * duck * tone;
+            }
         }
 
         // Pad: a quiet chord in the mid band that plays throughout.

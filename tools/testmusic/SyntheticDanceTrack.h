@@ -29,6 +29,9 @@ struct DanceTrackSpec {
     double gainDecibels = -6.0;  ///< overall level
     double noiseDecibels = -200; ///< white noise floor relative to full scale; -200 = none
     bool hats = true;            ///< off-beat hats; without them only kick, bass and pad play
+    /// Swing without a kick: the bass plucks each beat and the swung eighth two thirds into it,
+    /// and the hats play the swung eighth.
+    bool swing = false;
     std::vector<DanceBreak> breaks = {};
     std::vector<DanceLevelChange> levelChanges = {};
     std::uint32_t seed = 1;
