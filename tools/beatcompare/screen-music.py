@@ -11,13 +11,13 @@ also carries its own tempo: the tools must read it (or its half or double), and 
 reference; a MIDI file passes only with one tempo throughout.
 'has_break': the low band (sox, under 150 Hz, 1 s windows) stays 12 dB under its 90th
 percentile for two windows or more after 8 s. 'grid': an LMMS song or a MIDI file starts on a
-beat (its first bar line is at 0 s); its beats
-are taken as known when its onsets, folded at the reference tempo, peak within 16 ms of 0 in
-the low band or the full band (LMMS renders differ from run to run, so a song whose off-beat
-is nearly as strong can land either side). Other files get 'grid' false: a loop of whole bars
-needs a listen first.
+beat (its first bar line is at 0 s); its beats are taken as known when its onsets, folded at
+the reference tempo, peak within 16 ms of 0 in the low band or the full band (LMMS renders
+differ from run to run, so a song whose off-beat is nearly as strong can land either side).
+Other files get 'grid' false: a loop of whole bars needs a listen first.
 
-Every file is decoded as real-music.py decodes it (modules, Opus and LMMS songs rendered).
+Every file is decoded as real-music.py decodes it (modules, Opus files, LMMS songs and MIDI
+files rendered).
 """
 
 import argparse
