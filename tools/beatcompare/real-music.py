@@ -26,9 +26,10 @@ The decode's dither is the same on every run; --random-dither draws it afresh, t
 the figures move with noise at the level of the last bit.
 
 Tracker modules (mod, xm, s3m, it) are rendered by openmpt123, LMMS songs (mmp, mmpz) by LMMS,
-MIDI files by FluidSynth with the TimGM6mb General MIDI sound font, and Opus files decoded by
-opusdec first, all to float samples with no dither, played once (LMMS's renders differ a little
-from run to run: its oscillators start at random phases).
+MIDI files (and a Doom WAD's music lumps, named "FILE.wad:NAME") by FluidSynth with the TimGM6mb
+General MIDI sound font, and Opus files decoded by opusdec first, all to float samples with no
+dither, played once (LMMS's renders differ a little from run to run: its oscillators start at
+random phases).
 
 --start runs every file from that point on (the loops start on a beat, so the reference grid
 moves with it): the tracker's start-up meets other music than the files' openings.
@@ -38,6 +39,7 @@ import argparse
 import json
 import os
 import statistics
+import struct
 import subprocess
 import sys
 
@@ -68,9 +70,36 @@ MODULE_EXTENSIONS = (".mod", ".xm", ".s3m", ".it")
 PROJECT_EXTENSIONS = (".mmp", ".mmpz")  # LMMS songs
 MIDI_EXTENSIONS = (".mid", ".midi")
 MIDI_SOUNDFONT = "/usr/share/sounds/sf2/TimGM6mb.sf2"
+WAD_LUMP = ".wad:"  # "FILE.wad:NAME": a music lump (a MIDI file) inside a Doom WAD
+
+
+def installed_file(path):
+    """The file on disk behind a path: the WAD itself for one of its lumps."""
+    return path.split(WAD_LUMP)[0] + ".wad" if WAD_LUMP in path else path
+
+
+def wad_lump(path):
+    """The bytes of the lump a "FILE.wad:NAME" path names (a WAD's directory: offset, size, name)."""
+    name = path.split(WAD_LUMP)[1].encode()
+    with open(installed_file(path), "rb") as f:
+        data = f.read()
+    count, directory = struct.unpack_from("<ii", data, 4)
+    for entry in range(count):
+        offset, size, lump = struct.unpack_from("<ii8s", data, directory + 16 * entry)
+        if lump.rstrip(b"\0") == name:
+            return data[offset:offset + size]
+    raise ValueError("%s: no such lump" % path)
 
 
 def source_for_sox(path, work):
+    if WAD_LUMP in path:
+        extracted = os.path.join(work, os.path.basename(path).replace(":", "-") + ".mid")
+        with open(extracted, "wb") as f:
+            f.write(wad_lump(path))
+        try:
+            return source_for_sox(extracted, work)
+        finally:
+            os.remove(extracted)
     lower = path.lower()
     if not lower.endswith(MODULE_EXTENSIONS + PROJECT_EXTENSIONS + MIDI_EXTENSIONS + (".opus",)):
         return path
@@ -244,9 +273,10 @@ def main():
         tracks = [t for t in tracks if t["name"] in wanted]
     if args.tuning:
         tracks = [t for t in tracks if not t["held_out"]]
-    missing = [t for t in tracks if not os.path.exists(t["path"])]
+    missing = [t for t in tracks if not os.path.exists(installed_file(t["path"]))]
     for t in missing:
-        print("real-music: %s is not installed (Debian package %s)" % (t["path"], t["package"]),
+        print("real-music: %s is not installed (Debian package %s)" % (
+            installed_file(t["path"]), t["package"]),
               file=sys.stderr)
     if missing and os.environ.get("CI") == "true":
         return 1  # CI installs the music (scripts/setup): missing there is a fault

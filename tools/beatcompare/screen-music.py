@@ -8,7 +8,8 @@ A file passes when it is 45 s or longer, bpm-tools on the whole file and aubio's
 (aubiotrack's median beat interval) agree within 2 %, and bpm-tools on 30 s windows every 15 s
 reads that tempo, its half or its double, in at least 75 % of them. An LMMS song or a MIDI file
 also carries its own tempo: the tools must read it (or its half or double), and it is the
-reference; a MIDI file passes only with one tempo throughout.
+reference; a MIDI file passes only with one tempo throughout. A Doom WAD's music lump is named
+"FILE.wad:NAME" and screened as a MIDI file.
 'has_break': the low band (sox, under 150 Hz, 1 s windows) stays 12 dB under its 90th
 percentile for two windows or more after 8 s. 'grid': an LMMS song or a MIDI file starts on a
 beat (its first bar line is at 0 s); its beats are taken as known when its onsets, folded at
@@ -22,6 +23,7 @@ files rendered).
 
 import argparse
 import importlib.util
+import io
 import json
 import os
 import re
@@ -57,7 +59,9 @@ def lmms_tempo(path):
 
 def midi_tempo(path):
     """A MIDI file's one tempo in bpm (120 when it sets none); 0 when it changes tempo."""
-    tempos = {msg.tempo for track in mido.MidiFile(path).tracks for msg in track
+    song = (mido.MidiFile(file=io.BytesIO(rm.wad_lump(path))) if rm.WAD_LUMP in path
+            else mido.MidiFile(path))
+    tempos = {msg.tempo for track in song.tracks for msg in track
               if msg.type == "set_tempo"}
     if len(tempos) > 1:
         return 0.0
@@ -65,7 +69,7 @@ def midi_tempo(path):
 
 
 def written_tempo(path):
-    if path.lower().endswith(rm.MIDI_EXTENSIONS):
+    if rm.WAD_LUMP in path or path.lower().endswith(rm.MIDI_EXTENSIONS):
         return midi_tempo(path)
     return lmms_tempo(path)
 
@@ -129,7 +133,9 @@ def main():
     prefix = args.prefix or re.sub(r"-(data|music|common)$", "", args.package)
     passed = []
     for path in args.files:
-        stem = re.sub(r"[^a-z0-9]+", "-", os.path.splitext(os.path.basename(path))[0].lower())
+        base = (path.split(rm.WAD_LUMP)[1] if rm.WAD_LUMP in path
+                else os.path.splitext(os.path.basename(path))[0])
+        stem = re.sub(r"[^a-z0-9]+", "-", base.lower())
         path = os.path.abspath(path)
         track = {"name": prefix + "-" + stem.strip("-"), "path": path}
         wav = rm.decode(track, args.work, 0, 0, False)
