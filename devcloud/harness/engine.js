@@ -468,6 +468,13 @@ var BridgeEngine = (function () {
     // ... unless the reading is this many times clearer than the tempo's own comb: a tempo read
     // from a passage without bass does not hold out against the one the bass brings.
     var BT_CROSS_CLEARER = 3;
+    // A tempo not yet established holds so against a cross ratio once it has run this long, if
+    // it lies clearly nearer the prior's centre than the other reading (by this many octaves):
+    // a song in 6/4 reads a quarter of its bar (2/3 of the tempo) for a passage, and without the
+    // hold the two take turns until one is established. Two readings about as near (105 and
+    // 140 BPM) are left to the votes: the prior cannot tell them apart.
+    var BT_CROSS_HELD_SECONDS = 4;
+    var BT_CROSS_NEARER_OCTAVES = 0.125;
     // A tempo not yet established that lies further than this (in octaves) from the prior's
     // centre (outside about 85-170 BPM) is mostly a riff read at 4/3, 3/2 or 8/5 of the beat:
     // the other signal is read unless the one reading it is clearly clearer, the slow memory
@@ -952,7 +959,10 @@ var BridgeEngine = (function () {
         var weak = held && confidence < BT_WEAK_READING * this.heldConfidence;
         var meanFollow = follow(BT_ANALYSE_EVERY * this.hop, BT_HELD_CONFIDENCE_TAU_S);
         this.heldConfidence += (confidence - this.heldConfidence) * meanFollow;
-        var keeps = held && this.currentClearness >= BT_CROSS_KEEP * this.ownClearness &&
+        var crossHeld = held || (this.clock - this.tempoSince >= BT_CROSS_HELD_SECONDS &&
+            Math.abs(octavesFromCentre(60 / this.period)) + BT_CROSS_NEARER_OCTAVES <=
+                Math.abs(octavesFromCentre(bpm)));
+        var keeps = crossHeld && this.currentClearness >= BT_CROSS_KEEP * this.ownClearness &&
             confidence < BT_CROSS_CLEARER * this.currentClearness;
         this.ownClearness += (this.currentClearness - this.ownClearness) * meanFollow;
         if (weak) {
