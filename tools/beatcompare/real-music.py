@@ -275,9 +275,8 @@ def main():
         tracks = [t for t in tracks if not t["held_out"]]
     missing = [t for t in tracks if not os.path.exists(installed_file(t["path"]))]
     for t in missing:
-        print("real-music: %s is not installed (Debian package %s)" % (
-            installed_file(t["path"]), t["package"]),
-              file=sys.stderr)
+        print("real-music: %s is not installed (Debian package %s)"
+              % (installed_file(t["path"]), t["package"]), file=sys.stderr)
     if missing and os.environ.get("CI") == "true":
         return 1  # CI installs the music (scripts/setup): missing there is a fault
     tracks = [t for t in tracks if t not in missing]

@@ -93,9 +93,9 @@ def window_share(wav, length, tempo, work):
 def has_break(wav):
     power = rm.samples(wav, *rm.LOW_BAND) ** 2
     n = len(power) // rm.SAMPLE_RATE
-    seconds = 10 * numpy.log10(power[:n * rm.SAMPLE_RATE].reshape(n, -1).mean(axis=1) + 1e-12)
     if n == 0:
         return False
+    seconds = 10 * numpy.log10(power[:n * rm.SAMPLE_RATE].reshape(n, -1).mean(axis=1) + 1e-12)
     out_level = numpy.percentile(seconds, 90) - rm.BASS_OUT_DB
     run = 0
     for level in seconds[int(rm.SETTLE_S):]:
