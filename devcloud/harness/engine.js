@@ -410,6 +410,13 @@ var BridgeEngine = (function () {
     // Analyses in a row (about 2.7 s) a phase that far away must win before the beats move:
     // real music often hits its off-beats as hard as its beats.
     var BT_PHASE_JUMP_VOTES = 32;
+    // The phase memory: how strongly each phase (in 32nds of a beat) has drawn the onsets over
+    // about the last 40 s. A phase the memory holds weaker than the current one must win this
+    // many analyses in a row (about 22 s) before the beats move to it: a passage that hits the
+    // off-beat for a few bars (a chorus, a riff) does not move them.
+    var BT_PHASE_MEMORY_BINS = 32;
+    var BT_PHASE_MEMORY_TAU_S = 40;
+    var BT_PHASE_AGAINST_MEMORY_VOTES = 256;
     // Swing: each beat's onset and a swung eighth two thirds of a beat after it. The beat, so
     // soon after the eighth, rises less and can score a third of it. The strongest onsets are
     // taken for the eighth when those a third of a beat after them reach this share of theirs,
@@ -621,6 +628,11 @@ var BridgeEngine = (function () {
         this.nextBeat = -1;
         this.lastBeat = -1;
         this.phaseJumpVotes = 0;
+        if (!this.phaseMemory) {
+            this.phaseMemory = new Float64Array(BT_PHASE_MEMORY_BINS);
+            this.phaseHeard = new Float64Array(BT_PHASE_MEMORY_BINS);
+        }
+        this.forgetPhase();
         this.lastOnsetTime = -1;
         this.odfMean = 0;
         this.kickShort = 0;
@@ -1003,6 +1015,8 @@ var BridgeEngine = (function () {
         }
     };
     BeatTracker.prototype.setPeriod = function (period, confidence) {
+        // Phases are shares of a beat: those of another tempo mean nothing at this one.
+        this.forgetPhase();
         this.period = period;
         this.tempoConfidence = confidence;
         this.tempoSince = this.clock;
@@ -1067,19 +1081,45 @@ var BridgeEngine = (function () {
         var other = BT_SWING_OTHER * after.score;
         return before.score <= other && half.score <= other ? after.offset : null;
     };
+    BeatTracker.prototype.forgetPhase = function () {
+        this.phaseMemory.fill(0);
+        this.phaseMemoryTurn = 0;
+    };
+    // The memory's slot for a phase in beats after the flywheel's next beat. The memory is turned
+    // with the flywheel when it jumps, so a slot keeps its place in the beat.
+    BeatTracker.prototype.phaseSlot = function (phase) {
+        var turned = phase + this.phaseMemoryTurn;
+        return Math.round((turned - Math.floor(turned)) * BT_PHASE_MEMORY_BINS) % BT_PHASE_MEMORY_BINS;
+    };
+    // Adds this analysis's phase scores (per slot, the best, as a share of the best of all).
+    BeatTracker.prototype.rememberPhase = function (best) {
+        if (!(best > 0)) return;
+        var keep = Math.exp(-BT_ANALYSE_EVERY * this.hop / BT_PHASE_MEMORY_TAU_S);
+        for (var i = 0; i < BT_PHASE_MEMORY_BINS; i++) {
+            this.phaseMemory[i] = this.phaseMemory[i] * keep + (1 - keep) * this.phaseHeard[i] / best;
+        }
+    };
     BeatTracker.prototype.lockPhase = function (n) {
         this.linearLength = n;
         var periodHops = this.period / this.hop;
         var newest = n - 1;
         var bestOffset = 0;
         var best = -Infinity;
+        var running = this.nextBeat >= 0;
+        this.phaseHeard.fill(0);
         for (var offset = 0; offset < periodHops; offset += BT_PHASE_STEP) {
             var s = this.phaseScore(offset, periodHops, newest, BT_PHASE_BEATS);
+            if (running) {
+                var beat = this.clock - (offset + BT_LATENCY_HOPS) * this.hop;
+                var slot = this.phaseSlot((beat - this.nextBeat) / this.period);
+                this.phaseHeard[slot] = Math.max(this.phaseHeard[slot], s);
+            }
             if (s > best) {
                 best = s;
                 bestOffset = offset;
             }
         }
+        if (running) this.rememberPhase(best);
         var swungBeat = this.swungBeat(best, bestOffset, periodHops, newest);
         if (swungBeat !== null) bestOffset = swungBeat;
         var lastOnsetBeat = this.clock - (bestOffset + BT_LATENCY_HOPS) * this.hop;
@@ -1093,6 +1133,7 @@ var BridgeEngine = (function () {
         // jump must persist for a while (a real phase change), a single stray onset must not.
         var error = next - this.nextBeat;
         error -= Math.round(error / this.period) * this.period;
+        var jumped = false;
         if (Math.abs(error) > BT_PHASE_JUMP * this.period) {
             // The new phase must also win over four bars, or the beats stay where they are (a
             // swung beat is weaker than its eighth and has passed its own test).
@@ -1105,13 +1146,18 @@ var BridgeEngine = (function () {
                 return;
             }
             this.phaseJumpVotes += 1;
-            if (this.phaseJumpVotes < BT_PHASE_JUMP_VOTES) return;
+            var remembered = this.phaseMemory[this.phaseSlot(error / this.period)] >=
+                this.phaseMemory[this.phaseSlot(0)];
+            var needed = remembered ? BT_PHASE_JUMP_VOTES : BT_PHASE_AGAINST_MEMORY_VOTES;
+            if (this.phaseJumpVotes < needed) return;
+            jumped = true;
         }
         this.phaseJumpVotes = 0;
         var target = this.nextBeat + 0.5 * error;
         if (this.lastBeat >= 0 && target < this.lastBeat + 0.5 * this.period) {
             target = this.lastBeat + 0.5 * this.period;
         }
+        if (jumped) this.phaseMemoryTurn += (target - this.nextBeat) / this.period;
         this.nextBeat = target;
     };
 
