@@ -857,8 +857,12 @@ var BridgeEngine = (function () {
         this.slowAcf = reading.slowAcf;
         var bestBpm = reading.bpm;
         var confidence = reading.confidence;
-        // No onsets lately: keep the tempo and phase we had (the flywheel runs on).
-        if (this.isQuiet()) return;
+        // No onsets lately: keep the tempo and phase we had (the flywheel runs on). The next song
+        // may start on another phase at the same tempo: the phase memory starts again.
+        if (this.isQuiet()) {
+            this.forgetPhase();
+            return;
+        }
         // In kick-driven music the tempo is re-read only once the whole analysed span has the
         // kick in it: a span across a break and its drop mixes two patterns and reads slightly off.
         // A tempo not yet established is re-read anyway when both signals agree: a sparse kick
