@@ -1095,12 +1095,17 @@ var BridgeEngine = (function () {
         var turned = phase + this.phaseMemoryTurn;
         return Math.round((turned - Math.floor(turned)) * BT_PHASE_MEMORY_BINS) % BT_PHASE_MEMORY_BINS;
     };
-    // Adds this analysis's phase scores (per slot, the best, as a share of the best of all).
+    // Adds this analysis's phase scores (per slot, the best, as a share of the best of all). An
+    // analysis that hardly tells the phases apart (its mean near its best) counts for little.
     BeatTracker.prototype.rememberPhase = function (best) {
         if (!(best > 0)) return;
-        var keep = Math.exp(-BT_ANALYSE_EVERY * this.hop / BT_PHASE_MEMORY_TAU_S);
+        var mean = 0;
+        for (var j = 0; j < BT_PHASE_MEMORY_BINS; j++) mean += this.phaseHeard[j];
+        mean /= BT_PHASE_MEMORY_BINS;
+        var contrast = Math.max(0, 1 - mean / best);
+        var learn = (1 - Math.exp(-BT_ANALYSE_EVERY * this.hop / BT_PHASE_MEMORY_TAU_S)) * contrast;
         for (var i = 0; i < BT_PHASE_MEMORY_BINS; i++) {
-            this.phaseMemory[i] = this.phaseMemory[i] * keep + (1 - keep) * this.phaseHeard[i] / best;
+            this.phaseMemory[i] += (this.phaseHeard[i] / best - this.phaseMemory[i]) * learn;
         }
     };
     BeatTracker.prototype.lockPhase = function (n) {
