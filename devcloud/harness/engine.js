@@ -1093,7 +1093,8 @@ var BridgeEngine = (function () {
     // with the flywheel when it jumps, so a slot keeps its place in the beat.
     BeatTracker.prototype.phaseSlot = function (phase) {
         var turned = phase + this.phaseMemoryTurn;
-        return Math.round((turned - Math.floor(turned)) * BT_PHASE_MEMORY_BINS) % BT_PHASE_MEMORY_BINS;
+        var slot = Math.round((turned - Math.floor(turned)) * BT_PHASE_MEMORY_BINS);
+        return slot % BT_PHASE_MEMORY_BINS;
     };
     // Adds this analysis's phase scores (per slot, the best, as a share of the best of all). An
     // analysis that hardly tells the phases apart (its mean near its best) counts for little.
