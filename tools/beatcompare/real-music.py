@@ -12,10 +12,10 @@ stretch it reads another ratio is the "longest jump". bpm-tools and `aubio tempo
 tempo for the whole file; aubio's tracker is also read as it runs (aubio-tempo.py beside this
 file) and held the same way, so the goal is judged against a tool that works live too.
 Drops: where the harness's drop detector fires, each judged against where the bass really
-comes back (sox's band under 150 Hz in 1 s windows, back within 12 dB of
-its 90th percentile for two windows after over a second under it, from 8 s on; the moment to a
-quarter second): "at return" from a second before one to 1.5 s after, "late" up to 3 s after,
-"false" anywhere else. A return after over 7.5 s out (after the detector's first 30 s) that
+comes back (sox's band under 150 Hz in 1 s windows, back within 12 dB of its 90th percentile
+for two windows after over a second under it, from 8 s on; the moment to a quarter second):
+"at return" from a second before one to 1.5 s after, "late" up to 3 s after, "false" anywhere
+else. A return after over 7.5 s out (after the detector's first 30 s) that
 gets no drop is "missed". Files whose beats are not known ("grid": false) are scored on the
 tempo only: their beat scores show as "—" and stay out of the means.
 
@@ -305,8 +305,8 @@ def main():
         return 77
 
     header = ("| file | BPM: reference / bpm-tools / aubio tempo / ours (median) "
-              "| tempo held / longest jump: ours / aubio running | F: ours / aubio | CMLt: ours / aubio "
-              "| AMLt: ours / aubio | drops fired (break?) |\n|---|---|---|---|---|---|---|")
+              "| tempo held / longest jump: ours / aubio running | F: ours / aubio "
+              "| CMLt: ours / aubio | AMLt: ours / aubio | drops fired (break?) |\n|---|---|---|---|---|---|---|")
     rows = {False: [], True: []}
     totals = {False: [], True: []}
     for track in tracks:
@@ -336,7 +336,8 @@ def main():
         rows[track["held_out"]].append(
             "| %s | %g / %.1f / %.1f / %.1f | %.1f %% / %.2f s; %.1f %% / %.2f s | %s | %s (%s) |" % (
                 track["name"], bpm, bpm_tools(wav), aubio_tempo(wav), our_bpm, 100 * held, longest,
-                100 * their_held, their_longest, beat_cells, fired, "yes" if track["has_break"] else "no"))
+                100 * their_held, their_longest, beat_cells, fired,
+                "yes" if track["has_break"] else "no"))
         totals[track["held_out"]].append(Totals(held, longest, their_held, their_longest,
                                                 our_scores, their_scores,
                                                 [v for _, v in judged], len(missed), settled))
