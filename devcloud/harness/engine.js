@@ -463,6 +463,9 @@ var BridgeEngine = (function () {
     // time) must score this much better than it to nudge it.
     var BT_HELD_MARGIN = 0.9;
     var BT_HELD_FINE = 0.005;
+    // ... and moves by at most this share of its period a second: a tempo drifts slowly, while
+    // a passage whose onsets read 2-3 % off for a few seconds would pull it off the beat.
+    var BT_HELD_SLEW_PER_S = 0.005;
     // The usual clearness is the readings' mean over this long, so music that stays less clear
     // is read again after a while.
     var BT_HELD_CONFIDENCE_TAU_S = 60;
@@ -986,7 +989,14 @@ var BridgeEngine = (function () {
             return;
         }
         if (Math.abs(period - this.period) <= BT_SAME_TEMPO * this.period) {
-            if (clearer) this.period += (period - this.period) * 0.3;
+            if (clearer) {
+                var nudge = (period - this.period) * 0.3;
+                if (held) {
+                    var slew = BT_HELD_SLEW_PER_S * this.period * BT_ANALYSE_EVERY * this.hop;
+                    nudge = clamp(nudge, -slew, slew);
+                }
+                this.period += nudge;
+            }
             this.tempoConfidence = Math.max(this.tempoConfidence, confidence);
             this.candidateVotes = 0;
             return;
