@@ -478,6 +478,11 @@ var BridgeEngine = (function () {
     // ... unless the reading is this many times clearer than the tempo's own comb: a tempo read
     // from a passage without bass does not hold out against the one the bass brings.
     var BT_CROSS_CLEARER = 3;
+    // Below that share (the passage has changed) it still keeps its place against a reading
+    // under this many times clearer, unless the reading lies clearly nearer the prior's centre
+    // (BT_CROSS_NEARER_OCTAVES): a passage's riff is not the tempo, but a first tempo read at a
+    // riff's ratio gives way.
+    var BT_CROSS_WEAK_CLEARER = 2;
     // A tempo not yet established holds so against a cross ratio once it has run this long, if
     // it lies clearly nearer the prior's centre than the other reading (by this many octaves):
     // a song in 6/4 reads a quarter of its bar (2/3 of the tempo) for a passage, and without the
@@ -981,8 +986,11 @@ var BridgeEngine = (function () {
         var crossHeld = held || (this.clock - this.tempoSince >= BT_CROSS_HELD_SECONDS &&
             Math.abs(octavesFromCentre(60 / this.period)) + BT_CROSS_NEARER_OCTAVES <=
                 Math.abs(octavesFromCentre(bpm)));
-        var keeps = crossHeld && this.currentClearness >= BT_CROSS_KEEP * this.ownClearness &&
-            confidence < BT_CROSS_CLEARER * this.currentClearness;
+        var readingNearer = Math.abs(octavesFromCentre(bpm)) + BT_CROSS_NEARER_OCTAVES <=
+            Math.abs(octavesFromCentre(60 / this.period));
+        var keepUnder = this.currentClearness >= BT_CROSS_KEEP * this.ownClearness ? BT_CROSS_CLEARER
+            : readingNearer ? 0 : BT_CROSS_WEAK_CLEARER;
+        var keeps = crossHeld && confidence < keepUnder * this.currentClearness;
         this.ownClearness += (this.currentClearness - this.ownClearness) * meanFollow;
         if (weak) {
             this.candidateVotes = 0;
