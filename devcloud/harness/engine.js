@@ -545,6 +545,11 @@ var BridgeEngine = (function () {
     function octavesFromCentre(bpm) {
         return Math.log(bpm / BT_PRIOR_CENTRE_BPM) / Math.LN2;
     }
+    // Whether bpm lies clearly nearer the prior's centre than other does.
+    function isClearlyNearerCentre(bpm, other) {
+        return Math.abs(octavesFromCentre(bpm)) + BT_CROSS_NEARER_OCTAVES <=
+            Math.abs(octavesFromCentre(other));
+    }
     function tempoPrior() {
         var count = Math.round((BT_MAX_BPM - BT_MIN_BPM) / BT_BPM_STEP) + 1;
         var prior = new Float64Array(count);
@@ -984,12 +989,9 @@ var BridgeEngine = (function () {
         var meanFollow = follow(BT_ANALYSE_EVERY * this.hop, BT_HELD_CONFIDENCE_TAU_S);
         this.heldConfidence += (confidence - this.heldConfidence) * meanFollow;
         var crossHeld = held || (this.clock - this.tempoSince >= BT_CROSS_HELD_SECONDS &&
-            Math.abs(octavesFromCentre(60 / this.period)) + BT_CROSS_NEARER_OCTAVES <=
-                Math.abs(octavesFromCentre(bpm)));
-        var readingNearer = Math.abs(octavesFromCentre(bpm)) + BT_CROSS_NEARER_OCTAVES <=
-            Math.abs(octavesFromCentre(60 / this.period));
+            isClearlyNearerCentre(60 / this.period, bpm));
         var keepUnder = this.currentClearness >= BT_CROSS_KEEP * this.ownClearness ? BT_CROSS_CLEARER
-            : readingNearer ? 0 : BT_CROSS_WEAK_CLEARER;
+            : isClearlyNearerCentre(bpm, 60 / this.period) ? 0 : BT_CROSS_WEAK_CLEARER;
         var keeps = crossHeld && confidence < keepUnder * this.currentClearness;
         this.ownClearness += (this.currentClearness - this.ownClearness) * meanFollow;
         if (weak) {
