@@ -306,7 +306,8 @@ def main():
 
     header = ("| file | BPM: reference / bpm-tools / aubio tempo / ours (median) "
               "| tempo held / longest jump: ours / aubio running | F: ours / aubio "
-              "| CMLt: ours / aubio | AMLt: ours / aubio | drops fired (break?) |\n|---|---|---|---|---|---|---|")
+              "| CMLt: ours / aubio | AMLt: ours / aubio | drops fired (break?) |\n"
+              "|---|---|---|---|---|---|---|")
     rows = {False: [], True: []}
     totals = {False: [], True: []}
     for track in tracks:
@@ -334,7 +335,8 @@ def main():
         fired = ", ".join("%.1f s %s" % verdict for verdict in judged)
         fired = (fired or "none") + "".join("; missed %.1f s" % r for r in missed)
         rows[track["held_out"]].append(
-            "| %s | %g / %.1f / %.1f / %.1f | %.1f %% / %.2f s; %.1f %% / %.2f s | %s | %s (%s) |" % (
+            "| %s | %g / %.1f / %.1f / %.1f | %.1f %% / %.2f s; %.1f %% / %.2f s "
+            "| %s | %s (%s) |" % (
                 track["name"], bpm, bpm_tools(wav), aubio_tempo(wav), our_bpm, 100 * held, longest,
                 100 * their_held, their_longest, beat_cells, fired,
                 "yes" if track["has_break"] else "no"))
@@ -354,7 +356,8 @@ def main():
                                      " (%.0f s)" % args.excerpt if args.excerpt else ""))
         print(header)
         print("\n".join(rows[held_out]))
-        print("| **mean** (%d files, %d with beats) | %d of %d meet the tempo goal (aubio running: %d) "
+        print("| **mean** (%d files, %d with beats) "
+              "| %d of %d meet the tempo goal (aubio running: %d) "
               "| %.1f %% / %.2f s (worst); %.1f %% / %.2f s "
               "| %.3f / %.3f | %.3f / %.3f | %.3f / %.3f | %d false, %d late, %d missed |" % (
                   len(t), len(beats), sum(meets_goal(x.held, x.longest) for x in t), len(t),
@@ -364,11 +367,13 @@ def main():
                   mean([x.ours[0] for x in beats]), mean([x.theirs[0] for x in beats]),
                   mean([x.ours[1] for x in beats]), mean([x.theirs[1] for x in beats]),
                   mean([x.ours[2] for x in beats]), mean([x.theirs[2] for x in beats]),
-                  sum(x.verdicts.count("false") for x in t), sum(x.verdicts.count("late") for x in t),
+                  sum(x.verdicts.count("false") for x in t),
+                  sum(x.verdicts.count("late") for x in t),
                   sum(x.missed for x in t)))
         seconds = sum(x.seconds for x in t) or 1.0
-        print("\nAll %.0f s past the first %g of every file: ours at the tempo %.1f %%, aubio running "
-              "%.1f %%; files with a stretch over %g s at another: ours %d, aubio %d." % (
+        print("\nAll %.0f s past the first %g of every file: ours at the tempo %.1f %%, "
+              "aubio running %.1f %%; files with a stretch over %g s at another: "
+              "ours %d, aubio %d." % (
                   seconds, SETTLE_S, 100 * sum(x.held * x.seconds for x in t) / seconds,
                   100 * sum(x.their_held * x.seconds for x in t) / seconds, LONGEST_JUMP_S,
                   sum(x.longest > LONGEST_JUMP_S for x in t),
