@@ -33,11 +33,12 @@ void SerialQueue::async(std::function<void()> task) {
         wake_.notify_one();
 }
 
-void SerialQueue::sync(const std::function<void()>& task) {
+void runAndWait(const std::function<void(std::function<void()>)>& post,
+                const std::function<void()>& task) {
     std::mutex doneMutex;
     std::condition_variable doneSignal;
     bool done = false;
-    async([&] {
+    post([&] {
         task();
         std::lock_guard lock(doneMutex);
         done = true;
@@ -45,6 +46,10 @@ void SerialQueue::sync(const std::function<void()>& task) {
     });
     std::unique_lock lock(doneMutex);
     doneSignal.wait(lock, [&] { return done; });
+}
+
+void SerialQueue::sync(const std::function<void()>& task) {
+    runAndWait([this](std::function<void()> posted) { async(std::move(posted)); }, task);
 }
 
 std::string SerialQueue::threadName(const std::string& label) {

@@ -9,6 +9,10 @@
 
 namespace kelvo {
 
+/// Hands `task` to `post` (a queue's async) and waits until it has run there.
+void runAndWait(const std::function<void(std::function<void()>)>& post,
+                const std::function<void()>& task);
+
 /// A worker thread running submitted tasks one at a time, in submission order: the Linux
 /// form of a serial dispatch queue. The label becomes the thread's name (the kernel keeps
 /// its first 15 characters).

@@ -18,36 +18,17 @@ struct Listing {
     bool failed = false;
 };
 
-void sourceListed(pa_context*, const pa_source_info* info, int eol, void* userdata) {
-    auto* listing = static_cast<Listing*>(userdata);
+// Sources and sinks carry the same fields under their own info types.
+template <class Info>
+bool addListed(Listing* listing, const Info* info, int eol,
+               std::string (*idOf)(const std::string&)) {
     if (eol != 0 || !info) {
         listing->failed = listing->failed || eol < 0;
         listing->connection->signal();
-        return;
+        return false;
     }
     AudioDeviceRecord record;
-    record.id = PulseAudioDeviceLayer::sourceID(info->name);
-    record.uid = nonEmpty(info->name);
-    record.name = nonEmpty(info->description);
-    record.transport = PulseAudioDeviceLayer::transportFromProperties(
-        pa_proplist_gets(info->proplist, PA_PROP_DEVICE_BUS),
-        pa_proplist_gets(info->proplist, PA_PROP_DEVICE_FORM_FACTOR));
-    // A sink's monitor carries playback back in; it is not an input of the room.
-    record.inputChannels = info->monitor_of_sink != PA_INVALID_INDEX
-                               ? 0
-                               : static_cast<int>(info->sample_spec.channels);
-    listing->records.push_back(std::move(record));
-}
-
-void sinkListed(pa_context*, const pa_sink_info* info, int eol, void* userdata) {
-    auto* listing = static_cast<Listing*>(userdata);
-    if (eol != 0 || !info) {
-        listing->failed = listing->failed || eol < 0;
-        listing->connection->signal();
-        return;
-    }
-    AudioDeviceRecord record;
-    record.id = PulseAudioDeviceLayer::sinkID(info->name);
+    record.id = idOf(info->name);
     record.uid = nonEmpty(info->name);
     record.name = nonEmpty(info->description);
     record.transport = PulseAudioDeviceLayer::transportFromProperties(
@@ -55,6 +36,20 @@ void sinkListed(pa_context*, const pa_sink_info* info, int eol, void* userdata) 
         pa_proplist_gets(info->proplist, PA_PROP_DEVICE_FORM_FACTOR));
     record.inputChannels = 0;
     listing->records.push_back(std::move(record));
+    return true;
+}
+
+void sourceListed(pa_context*, const pa_source_info* info, int eol, void* userdata) {
+    auto* listing = static_cast<Listing*>(userdata);
+    if (!addListed(listing, info, eol, &PulseAudioDeviceLayer::sourceID))
+        return;
+    // A sink's monitor carries playback back in; it is not an input of the room.
+    if (info->monitor_of_sink == PA_INVALID_INDEX)
+        listing->records.back().inputChannels = static_cast<int>(info->sample_spec.channels);
+}
+
+void sinkListed(pa_context*, const pa_sink_info* info, int eol, void* userdata) {
+    addListed(static_cast<Listing*>(userdata), info, eol, &PulseAudioDeviceLayer::sinkID);
 }
 
 struct Defaults {

@@ -93,17 +93,7 @@ void AudioRecordingWriter::async(std::function<void()> task) {
 }
 
 void AudioRecordingWriter::sync(const std::function<void()>& task) {
-    std::mutex doneMutex;
-    std::condition_variable doneSignal;
-    bool done = false;
-    async([&] {
-        task();
-        std::lock_guard lock(doneMutex);
-        done = true;
-        doneSignal.notify_one();
-    });
-    std::unique_lock lock(doneMutex);
-    doneSignal.wait(lock, [&] { return done; });
+    runAndWait([this](std::function<void()> posted) { async(std::move(posted)); }, task);
 }
 
 std::uint64_t AudioRecordingWriter::settledHead() const {
