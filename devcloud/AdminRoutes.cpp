@@ -12,16 +12,6 @@ namespace {
 using json = nlohmann::ordered_json;
 using Method = QHttpServerRequest::Method;
 
-std::optional<json> objectBody(const HttpCall& call) {
-    try {
-        json body = json::parse(call.request.body().toStdString());
-        if (body.is_object())
-            return body;
-    } catch (const json::exception&) {
-    }
-    return std::nullopt;
-}
-
 std::variant<Fault, std::string> faultFrom(const json& body) {
     Fault fault;
     try {
@@ -67,7 +57,7 @@ void addAdminRoutes(HttpRouter& router, DevCloud& cloud, FaultInjector& faults, 
 
     router.add(Method::Post, QStringLiteral("api/admin/faults"),
                admin([&faults](const HttpCall& call) {
-                   const auto body = objectBody(call);
+                   const auto body = call.objectBody();
                    if (!body || !body->contains("path") || !(*body)["path"].is_string())
                        return HttpReply::error(400, "the body needs a \"path\" text");
                    const auto fault = faultFrom(*body);
@@ -87,7 +77,7 @@ void addAdminRoutes(HttpRouter& router, DevCloud& cloud, FaultInjector& faults, 
     // {"type": …, "data": …} is sent as such; {"text": …} is sent verbatim, malformed or not.
     router.add(Method::Post, QStringLiteral("api/admin/push"),
                admin([&cloud](const HttpCall& call) {
-                   const auto body = objectBody(call);
+                   const auto body = call.objectBody();
                    if (body && body->contains("text") && (*body)["text"].is_string()) {
                        cloud.pushRaw(QByteArray::fromStdString((*body)["text"].get<std::string>()));
                        return HttpReply::noContent();
@@ -101,7 +91,7 @@ void addAdminRoutes(HttpRouter& router, DevCloud& cloud, FaultInjector& faults, 
 
     router.add(Method::Post, QStringLiteral("api/admin/revoke"),
                admin([&cloud](const HttpCall& call) {
-                   const auto body = objectBody(call);
+                   const auto body = call.objectBody();
                    if (!body || !body->contains("token") || !(*body)["token"].is_string())
                        return HttpReply::error(400, "the body needs a \"token\" text");
                    return cloud.revoke((*body)["token"].get<std::string>())

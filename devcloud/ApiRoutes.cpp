@@ -40,14 +40,6 @@ template <typename Handler> HttpRouter::Handler withDevice(DevCloud& cloud, Hand
     };
 }
 
-std::optional<json> jsonBody(const HttpCall& call) {
-    try {
-        return json::parse(call.request.body().toStdString());
-    } catch (const json::exception&) {
-        return std::nullopt;
-    }
-}
-
 HttpReply harnessFile(const QString& directory, const QString& name) {
     // Plain file names only: nothing outside the harness folder is served.
     static const QRegularExpression plainName(QStringLiteral("^[A-Za-z0-9_-][A-Za-z0-9._-]*$"));
@@ -144,7 +136,7 @@ void addApiRoutes(HttpRouter& router, DevCloud& cloud, const ApiSettings& settin
 
     router.add(Method::Patch, QStringLiteral("api/control-state"),
                withDevice(cloud, [&cloud](const HttpCall& call, const Device&) {
-                   const auto fields = jsonBody(call);
+                   const auto fields = call.jsonBody();
                    if (!fields)
                        return HttpReply::error(400, "the body is not JSON");
                    if (const auto error = cloud.patchControlState(*fields))
@@ -154,7 +146,7 @@ void addApiRoutes(HttpRouter& router, DevCloud& cloud, const ApiSettings& settin
 
     router.add(Method::Post, QStringLiteral("api/runtime/interpretation-tree"),
                withDevice(cloud, [&cloud](const HttpCall& call, const Device& device) {
-                   auto payload = jsonBody(call);
+                   auto payload = call.jsonBody();
                    if (!payload || !payload->is_object())
                        return HttpReply::error(400, "the interpretation must be a JSON object");
                    cloud.recordInterpretation(device, std::move(*payload));

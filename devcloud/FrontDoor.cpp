@@ -105,6 +105,7 @@ void FrontDoor::upgrade(QTcpSocket* socket, const QUrl& target) {
         }
         disconnect(socket, &QTcpSocket::disconnected, socket, &QObject::deleteLater);
         accept_(socket, target);
+        replayBufferedHead(socket);
     };
     if (!fault || fault->delayMs == 0) {
         finish(socket);
@@ -117,7 +118,11 @@ void FrontDoor::handOver(QTcpSocket* socket) {
     disconnect(socket, &QTcpSocket::disconnected, socket, &QObject::deleteLater);
     addPendingConnection(socket);
     emit newConnection();
-    // The head is already buffered; the HTTP server only reads on the next readyRead.
+    replayBufferedHead(socket);
+}
+
+void FrontDoor::replayBufferedHead(QTcpSocket* socket) {
+    // The head is already buffered; the new owner only reads on the next readyRead.
     QMetaObject::invokeMethod(
         socket,
         [socket = QPointer<QTcpSocket>(socket)] {

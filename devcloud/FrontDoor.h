@@ -34,6 +34,7 @@ private:
     void examine(QTcpSocket* socket);
     void upgrade(QTcpSocket* socket, const QUrl& target);
     void handOver(QTcpSocket* socket);
+    static void replayBufferedHead(QTcpSocket* socket);
 
     FaultInjector& faults_;
     UpgradeCheck check_;

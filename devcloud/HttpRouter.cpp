@@ -68,6 +68,21 @@ QString HttpCall::origin() const {
     return host.isEmpty() ? fallbackOrigin : QStringLiteral("http://") + QString::fromLatin1(host);
 }
 
+std::optional<json> HttpCall::jsonBody() const {
+    try {
+        return json::parse(request.body().toStdString());
+    } catch (const json::exception&) {
+        return std::nullopt;
+    }
+}
+
+std::optional<json> HttpCall::objectBody() const {
+    std::optional<json> body = jsonBody();
+    if (body && !body->is_object())
+        body.reset();
+    return body;
+}
+
 HttpRouter::HttpRouter(FaultInjector& faults, QString fallbackOrigin)
     : faults_(faults), fallbackOrigin_(std::move(fallbackOrigin)) {}
 

@@ -11,6 +11,7 @@
 
 #include <functional>
 #include <map>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -45,6 +46,10 @@ struct HttpCall {
     std::string bearerToken() const;
     /// "http://HOST:PORT" as the client addressed this server.
     QString origin() const;
+    /// The body parsed as JSON; nothing when it is not JSON.
+    std::optional<nlohmann::ordered_json> jsonBody() const;
+    /// The body when it is a JSON object; nothing otherwise.
+    std::optional<nlohmann::ordered_json> objectBody() const;
 };
 
 /// Routes requests by method and path to handlers, after the fault injector had its say.

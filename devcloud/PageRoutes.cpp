@@ -80,13 +80,7 @@ HttpReply pairingPage(DevCloud& cloud, const QString& code) {
 std::optional<json> controlBody(const HttpCall& call) {
     if (!call.header("Content-Type").startsWith("application/json"))
         return std::nullopt;
-    try {
-        json body = json::parse(call.request.body().toStdString());
-        if (body.is_object())
-            return body;
-    } catch (const json::exception&) {
-    }
-    return std::nullopt;
+    return call.objectBody();
 }
 
 HttpReply showChangeReply(DevCloud::ShowChange change) {

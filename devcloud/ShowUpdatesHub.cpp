@@ -1,6 +1,5 @@
 #include "ShowUpdatesHub.h"
 
-#include <QPointer>
 #include <QTcpSocket>
 #include <QUrlQuery>
 #include <QWebSocket>
@@ -18,14 +17,6 @@ ShowUpdatesHub::ShowUpdatesHub(std::function<QByteArray()> greeting, QObject* pa
 
 void ShowUpdatesHub::accept(QTcpSocket* socket) {
     server_.handleConnection(socket);
-    // The handshake is already buffered; the web-socket server reads on the next readyRead.
-    QMetaObject::invokeMethod(
-        socket,
-        [socket = QPointer<QTcpSocket>(socket)] {
-            if (socket)
-                emit socket->readyRead();
-        },
-        Qt::QueuedConnection);
 }
 
 void ShowUpdatesHub::adopt(QWebSocket* socket) {
