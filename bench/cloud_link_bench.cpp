@@ -6,16 +6,13 @@
 // empty cache; the others alternate between the engine cached and an older engine cached (the
 // download then compiles the new one while the cached show is lighting).
 //   build/bench/cloud_link_bench [LAUNCHES]      (needs build/devcloud/kelvo-devcloud)
-#include "Cloud/DisconnectNotifier.h"
-#include "Cloud/QtURLSession.h"
+#include "CloudBenchRig.h"
 #include "DMX/NWUDPSocket.h"
-#include "Engine/AppModel.h"
 
 #include <QCoreApplication>
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
-#include <QProcess>
 #include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QTimer>
@@ -23,26 +20,14 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
-#include <fstream>
 #include <mutex>
 #include <numeric>
 #include <vector>
 
 using namespace kelvo;
+using namespace kelvo::bench;
 
 namespace {
-
-/// Ten seconds of a quiet 100 Hz tone, 16-bit mono 44.1 kHz.
-void writeTone(const QString& path) {
-    const std::uint32_t frames = 441000, bytes = frames * 2;
-    std::ofstream out(path.toStdString(), std::ios::binary);
-    const auto u32 = [&](std::uint32_t v) { out.write(reinterpret_cast<const char*>(&v), 4); };
-    const auto u16 = [&](std::uint16_t v) { out.write(reinterpret_cast<const char*>(&v), 2); };
-    out.write("RIFF", 4), u32(36 + bytes), out.write("WAVEfmt ", 8), u32(16), u16(1), u16(1);
-    u32(44100), u32(88200), u16(2), u16(16), out.write("data", 4), u32(bytes);
-    for (std::uint32_t i = 0; i < frames; ++i)
-        u16(std::uint16_t(std::int16_t(3000 * std::sin(i * 2 * M_PI * 100 / 44100))));
-}
 
 /// Forwards to the real socket, noting when each ArtDmx leaves (one per universe per tick).
 class TimedArtNet final : public UDPSending {
@@ -81,27 +66,10 @@ private:
 
 std::unique_ptr<AppModel> makeModel(const QString& server, const QString& tone,
                                     std::shared_ptr<TimedArtNet> artnet) {
-    AppModelEnvironment environment;
-    environment.settings = std::make_unique<BridgeSettings>(BridgeSettings::openUserSettings(),
-                                                            BridgeServerConfig::productionURL());
-    environment.cache = std::make_unique<OfflineShowCache>();
-    environment.audio = AudioInputPlatform::make(tone.toStdString());
-    environment.artnetTransport = std::move(artnet);
-    environment.serverURL = QUrl(server);
-    environment.http = std::make_shared<QtURLSession>();
-    environment.leaving = std::make_shared<ThreadedDisconnectNotifier>();
-    auto model = std::make_unique<AppModel>(std::move(environment));
+    auto model = std::make_unique<AppModel>(cloudBenchEnvironment(server, tone, std::move(artnet)));
     model->setArtNetEnabled(true);
     model->replaceRoutes({{1, UniverseRoute::Destination::artnet(0)}});
     return model;
-}
-
-bool waitFor(const std::function<bool()>& done, int milliseconds = 20000) {
-    QElapsedTimer timer;
-    timer.start();
-    while (!done() && timer.elapsed() < milliseconds)
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 1);
-    return done();
 }
 
 double median(std::vector<double> values) {
@@ -122,22 +90,10 @@ int main(int argc, char** argv) {
     const QString tone = home.path() + "/tone.wav";
     writeTone(tone);
 
-    QProcess cloud;
-    cloud.setProcessChannelMode(QProcess::MergedChannels);
-    cloud.start(QCoreApplication::applicationDirPath() + "/../devcloud/kelvo-devcloud",
-                {"--listen", "127.0.0.1:0", "--state", home.path() + "/cloud.json",
-                 "--device-token", "bench-token"});
-    QString server;
-    waitFor([&] {
-        const QString line = QString::fromUtf8(cloud.readLine()).trimmed();
-        if (line.startsWith("listening on "))
-            server = line.mid(13).section(' ', 0, 0);
-        return !server.isEmpty();
-    });
-    if (server.isEmpty()) {
-        std::fprintf(stderr, "kelvo-devcloud did not start\n");
+    const DevCloud cloud({"--state", home.path() + "/cloud.json", "--device-token", "bench-token"});
+    const QString server = cloud.server();
+    if (server.isEmpty())
         return 1;
-    }
     BridgeSettings(BridgeSettings::openUserSettings(), BridgeServerConfig::productionURL())
         .saveAuthToken("bench-token", QUrl(server));
 
@@ -243,7 +199,5 @@ int main(int argc, char** argv) {
     };
     for (const Scenario scenario : {emptyCache, engineCached, newEngine})
         report(scenarioNames[scenario], figures[scenario]);
-    cloud.terminate();
-    cloud.waitForFinished(3000);
     return 0;
 }

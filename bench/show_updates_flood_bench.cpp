@@ -5,45 +5,28 @@
 //   build/bench/show_updates_flood_bench [--minutes M] [--only TYPE,TYPE…]
 //   (M defaults to 0.5, 10 for the long run; --only pushes just those message types, "text" for
 //   the malformed frames; needs build/devcloud/kelvo-devcloud)
-#include "Cloud/DisconnectNotifier.h"
-#include "Cloud/QtURLSession.h"
+#include "CloudBenchRig.h"
 #include "DMX/NWUDPSocket.h"
-#include "Engine/AppModel.h"
 
-#include <QCoreApplication>
-#include <QElapsedTimer>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
-#include <QProcess>
 #include <QTemporaryDir>
 
 #include <nlohmann/json.hpp>
 
-#include <cmath>
 #include <cstdio>
 #include <fstream>
 #include <string>
 #include <vector>
 
 using namespace kelvo;
+using namespace kelvo::bench;
 using json = nlohmann::json;
 
 namespace {
 
 const char* const token = "bench-token";
 const char* const secret = "bench-secret";
-
-/// Ten seconds of a quiet 100 Hz tone, 16-bit mono 44.1 kHz.
-void writeTone(const QString& path) {
-    const std::uint32_t frames = 441000, bytes = frames * 2;
-    std::ofstream out(path.toStdString(), std::ios::binary);
-    const auto u32 = [&](std::uint32_t v) { out.write(reinterpret_cast<const char*>(&v), 4); };
-    const auto u16 = [&](std::uint16_t v) { out.write(reinterpret_cast<const char*>(&v), 2); };
-    out.write("RIFF", 4), u32(36 + bytes), out.write("WAVEfmt ", 8), u32(16), u16(1), u16(1);
-    u32(44100), u32(88200), u16(2), u16(16), out.write("data", 4), u32(bytes);
-    for (std::uint32_t i = 0; i < frames; ++i)
-        u16(std::uint16_t(std::int16_t(3000 * std::sin(i * 2 * M_PI * 100 / 44100))));
-}
 
 long residentKilobytes() {
     std::ifstream status("/proc/self/status");
@@ -52,14 +35,6 @@ long residentKilobytes() {
         if (line.rfind("VmRSS:", 0) == 0)
             return std::stol(line.substr(6));
     return -1;
-}
-
-bool waitFor(const std::function<bool()>& done, int milliseconds = 20000) {
-    QElapsedTimer timer;
-    timer.start();
-    while (!done() && timer.elapsed() < milliseconds)
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 1);
-    return done();
 }
 
 /// The pushes of one round, every kind the bridge acts on and a few it must drop.
@@ -95,39 +70,18 @@ int main(int argc, char** argv) {
         if (std::string(argv[i]) == "--minutes")
             minutes = std::max(0.05, std::atof(argv[i + 1]));
         if (std::string(argv[i]) == "--only")
-            only = "," + std::string(argv[i + 1]) + ",";
+            only = std::string(",").append(argv[i + 1]).append(",");
     }
     const QString tone = home.path() + "/tone.wav";
     writeTone(tone);
 
-    QProcess cloud;
-    cloud.setProcessChannelMode(QProcess::MergedChannels);
-    cloud.start(QCoreApplication::applicationDirPath() + "/../devcloud/kelvo-devcloud",
-                {"--listen", "127.0.0.1:0", "--state", home.path() + "/cloud.json",
-                 "--device-token", token, "--admin-secret", secret});
-    QString server;
-    waitFor([&] {
-        const QString line = QString::fromUtf8(cloud.readLine()).trimmed();
-        if (line.startsWith("listening on "))
-            server = line.mid(13).section(' ', 0, 0);
-        return !server.isEmpty();
-    });
-    if (server.isEmpty()) {
-        std::fprintf(stderr, "kelvo-devcloud did not start\n");
+    const DevCloud cloud({"--state", home.path() + "/cloud.json", "--device-token", token,
+                          "--admin-secret", secret});
+    const QString server = cloud.server();
+    if (server.isEmpty())
         return 1;
-    }
-    // The devcloud's log is not read again: let it go to nowhere rather than fill a pipe.
-    QObject::connect(&cloud, &QProcess::readyRead, [&cloud] { cloud.readAll(); });
-
-    AppModelEnvironment environment;
-    environment.settings = std::make_unique<BridgeSettings>(BridgeSettings::openUserSettings(),
-                                                            BridgeServerConfig::productionURL());
-    environment.cache = std::make_unique<OfflineShowCache>();
-    environment.audio = AudioInputPlatform::make(tone.toStdString());
-    environment.artnetTransport = std::make_shared<NWUDPSocket>();
-    environment.serverURL = QUrl(server);
-    environment.http = std::make_shared<QtURLSession>();
-    environment.leaving = std::make_shared<ThreadedDisconnectNotifier>();
+    AppModelEnvironment environment =
+        cloudBenchEnvironment(server, tone, std::make_shared<NWUDPSocket>());
     environment.settings->saveAuthToken(token, QUrl(server));
     AppModel model(std::move(environment));
     model.setArtNetEnabled(false); // nothing leaves the machine
@@ -212,7 +166,5 @@ int main(int argc, char** argv) {
                 endKB, startKB, peakKB, endKB - startKB, pushed, pushed / (total / 1000.0),
                 model.connectionStatus() == ConnectionStatus::connected ? "yes" : "no");
     model.applicationWillTerminate();
-    cloud.terminate();
-    cloud.waitForFinished(3000);
     return 0;
 }
