@@ -146,8 +146,8 @@ void addApiRoutes(HttpRouter& router, DevCloud& cloud, const ApiSettings& settin
 
     router.add(Method::Post, QStringLiteral("api/runtime/interpretation-tree"),
                withDevice(cloud, [&cloud](const HttpCall& call, const Device& device) {
-                   auto payload = call.jsonBody();
-                   if (!payload || !payload->is_object())
+                   auto payload = call.objectBody();
+                   if (!payload)
                        return HttpReply::error(400, "the interpretation must be a JSON object");
                    cloud.recordInterpretation(device, std::move(*payload));
                    return HttpReply::noContent();
