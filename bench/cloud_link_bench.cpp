@@ -5,9 +5,10 @@
 // after a tick, and the longest main-thread slice of any kind. The first launch starts from an
 // empty cache; the others alternate between the engine cached and an older engine cached (the
 // download then compiles the new one while the cached show is lighting).
-//   build/bench/cloud_link_bench [LAUNCHES]      (needs build/devcloud/kelvo-devcloud)
+//   build/bench/cloud_link_bench [LAUNCHES]      (builds kelvo-devcloud with it)
 #include "CloudBenchRig.h"
 #include "DMX/NWUDPSocket.h"
+#include "support/DevCloudProcess.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -90,10 +91,15 @@ int main(int argc, char** argv) {
     const QString tone = home.path() + "/tone.wav";
     writeTone(tone);
 
-    const DevCloud cloud({"--state", home.path() + "/cloud.json", "--device-token", "bench-token"});
-    const QString server = cloud.server();
-    if (server.isEmpty())
+    const test::DevCloudProcess cloud(
+        KELVO_DEVCLOUD,
+        {"--state", (home.path() + "/cloud.json").toStdString(), "--device-token", "bench-token"},
+        (home.path() + "/cloud.log").toStdString());
+    const QString server = QString::fromStdString(cloud.baseUrl());
+    if (!cloud.running()) {
+        std::fprintf(stderr, "kelvo-devcloud did not start\n");
         return 1;
+    }
     BridgeSettings(BridgeSettings::openUserSettings(), BridgeServerConfig::productionURL())
         .saveAuthToken("bench-token", QUrl(server));
 

@@ -4,9 +4,10 @@
 // set size at the start of the flood and every tenth of the run; it must stay flat.
 //   build/bench/show_updates_flood_bench [--minutes M] [--only TYPE,TYPE…]
 //   (M defaults to 0.5, 10 for the long run; --only pushes just those message types, "text" for
-//   the malformed frames; needs build/devcloud/kelvo-devcloud)
+//   the malformed frames; builds kelvo-devcloud with it)
 #include "CloudBenchRig.h"
 #include "DMX/NWUDPSocket.h"
+#include "support/DevCloudProcess.h"
 
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
@@ -75,11 +76,15 @@ int main(int argc, char** argv) {
     const QString tone = home.path() + "/tone.wav";
     writeTone(tone);
 
-    const DevCloud cloud({"--state", home.path() + "/cloud.json", "--device-token", token,
-                          "--admin-secret", secret});
-    const QString server = cloud.server();
-    if (server.isEmpty())
+    const test::DevCloudProcess cloud(KELVO_DEVCLOUD,
+                                      {"--state", (home.path() + "/cloud.json").toStdString(),
+                                       "--device-token", token, "--admin-secret", secret},
+                                      (home.path() + "/cloud.log").toStdString());
+    const QString server = QString::fromStdString(cloud.baseUrl());
+    if (!cloud.running()) {
+        std::fprintf(stderr, "kelvo-devcloud did not start\n");
         return 1;
+    }
     AppModelEnvironment environment =
         cloudBenchEnvironment(server, tone, std::make_shared<NWUDPSocket>());
     environment.settings->saveAuthToken(token, QUrl(server));
