@@ -2,6 +2,7 @@
 
 // What the cloud benchmarks share: a tone for the audio input, the event loop run without
 // sleeping, and a bridge environment linked to a dev cloud with the user's own settings.
+#include "App/ApplicationInfo.h"
 #include "Cloud/DisconnectNotifier.h"
 #include "Cloud/QtURLSession.h"
 #include "Engine/AppModel.h"
@@ -15,6 +16,18 @@
 #include <vector>
 
 namespace kelvo::bench {
+
+/// Points the bridge's settings and cache at `home`, so a benchmark never touches the user's own.
+/// Call before the application object exists; names the application as the bridge does.
+inline void useBenchHome(const QString& home) {
+    qputenv("XDG_DATA_HOME", (home + "/data").toUtf8());
+    qputenv("XDG_CONFIG_HOME", (home + "/config").toUtf8());
+}
+
+inline void nameBenchApplication() {
+    QCoreApplication::setOrganizationName(organisationName);
+    QCoreApplication::setApplicationName(settingsApplicationName);
+}
 
 /// Ten seconds of a quiet 100 Hz tone, mono 44.1 kHz.
 inline void writeTone(const QString& path) {

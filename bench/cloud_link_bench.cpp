@@ -82,11 +82,9 @@ double median(std::vector<double> values) {
 
 int main(int argc, char** argv) {
     QTemporaryDir home;
-    qputenv("XDG_DATA_HOME", (home.path() + "/data").toUtf8());
-    qputenv("XDG_CONFIG_HOME", (home.path() + "/config").toUtf8());
+    useBenchHome(home.path());
     QCoreApplication app(argc, argv);
-    QCoreApplication::setOrganizationName("Kelvo");
-    QCoreApplication::setApplicationName("KelvoBridge");
+    nameBenchApplication();
     const int launches = argc > 1 ? std::max(1, std::atoi(argv[1])) : 5;
     const QString tone = home.path() + "/tone.wav";
     writeTone(tone);

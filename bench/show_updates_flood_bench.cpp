@@ -60,11 +60,9 @@ std::vector<json> floodRound(int round, const json& snapshot) {
 
 int main(int argc, char** argv) {
     QTemporaryDir home;
-    qputenv("XDG_DATA_HOME", (home.path() + "/data").toUtf8());
-    qputenv("XDG_CONFIG_HOME", (home.path() + "/config").toUtf8());
+    useBenchHome(home.path());
     QCoreApplication app(argc, argv);
-    QCoreApplication::setOrganizationName("Kelvo");
-    QCoreApplication::setApplicationName("KelvoBridge");
+    nameBenchApplication();
     double minutes = 0.5;
     std::string only; // comma-separated message types, "text" for the raw frames; empty: all
     for (int i = 1; i + 1 < argc; ++i) {
