@@ -4,11 +4,13 @@
 
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
 #include <cerrno>
 #include <cmath>
 #include <cstring>
 #include <ctime>
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
@@ -208,6 +210,10 @@ WAVRecordingFile::WAVRecordingFile(std::filesystem::path url, int sampleRate, in
     fd_ = ::open(url_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
     if (fd_ < 0)
         throwErrno(errno);
+    // Held while the part is written, so another bridge's recovery leaves a live part alone;
+    // it ends with the process, so a crashed part is free to repair. A filesystem without
+    // locks only loses that guard.
+    ::flock(fd_, LOCK_EX | LOCK_NB);
     try {
         checkpoint(false);
         writeFileAtomically(
@@ -310,7 +316,8 @@ bool WAVRecordingFile::isRecordingFileName(std::string_view name) {
 
 namespace {
 
-void repairPart(const std::filesystem::path& wav, int channels, int sampleRate) {
+/// False when the part is still being written by a running recording.
+bool repairPart(const std::filesystem::path& wav, int channels, int sampleRate) {
     const int fd = openRegularFile(wav, O_WRONLY);
     if (fd < 0)
         throwErrno(errno);
@@ -318,14 +325,18 @@ void repairPart(const std::filesystem::path& wav, int channels, int sampleRate) 
         int fd;
         ~Closer() { ::close(fd); }
     } closer{fd};
+    if (::flock(fd, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK)
+        return false;
     const off_t size = ::lseek(fd, 0, SEEK_END);
     if (size < 0)
         throwErrno(errno);
+    // A full part ends with its pad byte at most; anything longer was not written by us.
     const std::int64_t payload = static_cast<std::int64_t>(size) - 44;
-    if (size < 44 || payload > 4294967250)
-        return;
+    if (size < 44 || payload > WAVRecordingFile::maximumPartDataBytes + 1)
+        return true;
     const std::int64_t frameBytes = static_cast<std::int64_t>(channels) * 3;
-    const std::int64_t data = payload / frameBytes * frameBytes;
+    const std::int64_t data =
+        std::min(payload, WAVRecordingFile::maximumPartDataBytes) / frameBytes * frameBytes;
     if (::ftruncate(fd, static_cast<off_t>(44 + data)) != 0)
         throwErrno(errno);
     if (data % 2 != 0) {
@@ -335,6 +346,7 @@ void repairPart(const std::filesystem::path& wav, int channels, int sampleRate) 
     const auto h = WAVRecordingFile::header(data, sampleRate, channels);
     writeAllAt(fd, 0, h.data(), h.size());
     fsyncOrThrow(fd);
+    return true;
 }
 
 std::optional<std::string> readSmallFile(const std::filesystem::path& path) {
@@ -381,7 +393,8 @@ void WAVRecordingFile::recoverInterrupted(const std::filesystem::path& folder) {
         if (!metadata || !isRecordingFileName(metadata->fileName))
             continue;
         try {
-            repairPart(folder / metadata->fileName, metadata->channels, metadata->sampleRate);
+            if (!repairPart(folder / metadata->fileName, metadata->channels, metadata->sampleRate))
+                continue;
         } catch (const RecordingFileError&) {
             continue;
         }

@@ -86,7 +86,8 @@ public:
     static std::int32_t sampleCode(float x);
 
     /// Repairs parts of interrupted recordings in `folder`: every side file left there names
-    /// a WAV whose header is rewritten for the whole frames it holds. Never throws.
+    /// a WAV whose header is rewritten for the whole frames it holds. A part another running
+    /// recording still writes is left alone. Never throws.
     static void recoverInterrupted(const std::filesystem::path& folder);
 
     /// True for names this system gives recordings: "yyyy-MM-dd_HH-mm-ss" with an optional

@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <fstream>
+
 namespace kelvo {
 namespace {
 
@@ -59,6 +61,26 @@ TEST(WAVRecovery, CutsATornFrameRestoresThePadByteAndRewritesTheHeader) {
     }
 }
 
+TEST(WAVRecovery, AFullPartOfManyChannelsIsRepairedToItsLastWholeFrame) {
+    // Twelve channels outgrow a WAV within the hour: the part is cut at the largest whole
+    // frame a header can describe, and its sparse stand-in here is that long.
+    TemporaryDirectory dir;
+    const std::string name = "2026-11-14_21-30-06.wav";
+    const std::int64_t full = WAVRecordingFile::maximumPartDataBytes / 36 * 36;
+    writeBytes(dir / name, staleWav(0));
+    std::filesystem::resize_file(dir / name, static_cast<std::uintmax_t>(44 + full + 2));
+    writeSideFile(dir, name, WAVRecoveryMetadata{name, 48000, 12}.encode());
+
+    WAVRecordingFile::recoverInterrupted(dir.path());
+
+    EXPECT_EQ(std::filesystem::file_size(dir / name), static_cast<std::uintmax_t>(44 + full));
+    std::vector<std::uint8_t> head(44);
+    std::ifstream(dir / name, std::ios::binary).read(reinterpret_cast<char*>(head.data()), 44);
+    EXPECT_EQ(u32At(head, 40), std::uint32_t(full));
+    EXPECT_EQ(u32At(head, 4), std::uint32_t(full + 36));
+    EXPECT_FALSE(std::filesystem::exists(dir / ("." + name + ".recovery.json")));
+}
+
 TEST(WAVRecovery, LeavesEverythingElseAlone) {
     TemporaryDirectory dir;
     // Side file of a name this system never writes.
@@ -84,8 +106,14 @@ TEST(WAVRecovery, LeavesEverythingElseAlone) {
     std::filesystem::create_symlink(outside / "side",
                                     dir / ".2026-01-01_00-00-05.wav.recovery.json");
 
+    // A part another recording is still writing.
+    WAVRecordingFile live(dir / "2026-01-01_00-00-06.wav", 48000, 2);
+    live.append(std::vector<float>(4, 0.5f));
+
     WAVRecordingFile::recoverInterrupted(dir.path());
 
+    EXPECT_EQ(readBytes(dir / "2026-01-01_00-00-06.wav").size(), 44u + 12u);
+    EXPECT_TRUE(std::filesystem::exists(dir / ".2026-01-01_00-00-06.wav.recovery.json"));
     EXPECT_EQ(readBytes(outside / "victim").size(), 49u);
     EXPECT_EQ(readBytes(dir / "2026-01-01_00-00-05.wav").size(), 49u);
     EXPECT_EQ(readBytes(dir / "song.wav").size(), 49u);
