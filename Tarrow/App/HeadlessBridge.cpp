@@ -174,11 +174,9 @@ void HeadlessBridge::shutdown() {
     stopped_ = true;
     statusTimer_.stop();
     model_->applicationWillTerminate();
-    // A slow disk may hold queued audio: the wait for it is bounded and what missed it is said.
-    AudioRecordingController& recording = model_->mic().recording();
-    recording.finishForQuit();
-    if (recording.message())
-        printLine(recording.message()->toStdString());
+    // What a slow disk kept from the recording is said.
+    if (const auto& message = model_->mic().recording().message())
+        printLine(message->toStdString());
 }
 
 } // namespace kelvo

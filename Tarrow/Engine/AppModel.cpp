@@ -69,7 +69,8 @@ private:
             model_.setStatusMessage({});
         if (model_.pendingRecordingStart_ && !model_.requestingAudioPermission_) {
             model_.pendingRecordingStart_ = false;
-            mic_.recording().start(static_cast<int>(mic_.sampleRate()), mic_.recordingChannels());
+            mic_.recording().start(static_cast<int>(mic_.sampleRate()), mic_.recordingChannels(),
+                                   model_.environment_.recordingDirectory);
         }
     }
 
@@ -260,6 +261,7 @@ void AppModel::bootstrap() {
 
 void AppModel::applicationWillTerminate() {
     mic_->stop();
+    mic_->recording().finishForQuit();
     cache_->flushPendingWrites();
     settings_->flush();
     notifyDisconnectSync(CloudSession::quitDisconnectTimeout);
@@ -377,7 +379,8 @@ void AppModel::toggleAudioRecording() {
         return;
     pendingRecordingStart_ = false;
     if (mic_->isCapturing()) {
-        recorder.start(static_cast<int>(mic_->sampleRate()), mic_->recordingChannels());
+        recorder.start(static_cast<int>(mic_->sampleRate()), mic_->recordingChannels(),
+                       environment_.recordingDirectory);
     } else {
         setStatusMessage(recordingNeedsInputText);
         recorder.setMessage(QString(recordingNeedsInputText));

@@ -37,6 +37,7 @@
 #include <QUrl>
 #include <QVariant>
 
+#include <filesystem>
 #include <memory>
 #include <optional>
 
@@ -84,6 +85,8 @@ struct AppModelEnvironment {
     std::shared_ptr<CloudScheduler> cloudScheduler = std::make_shared<QtCloudScheduler>();
     /// Tells the cloud at quit that the bridge leaves.
     std::shared_ptr<DisconnectNotifying> leaving;
+    /// Where recordings go; unset is the user's Downloads folder.
+    std::optional<std::filesystem::path> recordingDirectory;
 };
 
 class AppModel : public QObject, private ShowDownloadTarget {
@@ -182,8 +185,9 @@ public:
     /// Start-up from the cache: settings, harness, show, workspace, themes, engine loop, audio
     /// devices. Lighting runs before any network exists.
     void bootstrap();
-    /// At quit: stop capture, which closes a running recording, finish the settings and
-    /// workspace writes still under way, then tell the cloud the bridge leaves (at most 2 s).
+    /// At quit: stop capture, close a running recording (the disk gets a bounded wait, and the
+    /// recording's `message` says what missed it), finish the settings and workspace writes
+    /// still under way, then tell the cloud the bridge leaves (at most 2 s).
     void applicationWillTerminate();
 
     // Cloud link (the flows live in CloudSession and ShowDownload)

@@ -1,4 +1,6 @@
+#include "Audio/Recording/WAVRecordingFile.h"
 #include "support/AppModelRig.h"
+#include "support/FileBytes.h"
 #include "support/QtEventLoop.h"
 
 #include <QMetaProperty>
@@ -7,6 +9,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <thread>
 
 namespace kelvo {
 namespace {
@@ -155,6 +158,24 @@ TEST_F(AppModelTest, PermissionIsAskedOnceARefusalIsExplainedAndAGrantStartsTheR
     granted->stopEngineLoop();
     EXPECT_FALSE(granted->isDropHeld()) << "a stopped loop releases every drop hold";
     EXPECT_EQ(timers->activeCount(), 0);
+}
+
+TEST_F(AppModelTest, QuitWaitsForASlowDiskToTakeTheLastSamplesOfTheRecording) {
+    auto model = makeModel();
+    model->toggleAudioRecording();
+    AudioRecordingController& recording = model->mic().recording();
+    ASSERT_TRUE(test::pumpUntil([&] { return recording.firstFile().has_value(); }));
+    EXPECT_EQ(recording.firstFile()->parent_path(), dir / "Downloads");
+    recording.writer().setBeforeAppendHook(
+        [] { std::this_thread::sleep_for(std::chrono::milliseconds(200)); });
+    backend->last->deliver(std::vector<float>(2 * 4800, 0.25f));
+
+    model->applicationWillTerminate();
+
+    const std::filesystem::path wav = *recording.firstFile();
+    EXPECT_EQ(test::u32At(test::readBytes(wav), 40), 4800u * 2 * 3);
+    EXPECT_FALSE(std::filesystem::exists(WAVRecordingFile::recoveryURLFor(wav)));
+    EXPECT_EQ(recording.message(), QString(AudioRecordingController::captureStoppedText));
 }
 
 TEST_F(AppModelTest, SelectionsAndOutputSwitchesSurviveARestart) {

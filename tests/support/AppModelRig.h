@@ -54,6 +54,7 @@ struct AppModelRig {
         environment.serverURL = serverURL;
         environment.http = http;
         environment.leaving = leaving;
+        environment.recordingDirectory = dir / "Downloads";
         return std::make_unique<AppModel>(std::move(environment));
     }
 

@@ -87,7 +87,7 @@ void AudioRecordingController::writerStarted(const QUuid& session,
 
 void AudioRecordingController::finishForQuit() {
     stop();
-    const AudioRecordingWriter::Finish finish = writer_->finishWithin(quitWriting, quitClosing);
+    const AudioRecordingWriter::Finish finish = writer().finishWithin(quitWriting, quitClosing);
     if (!finish.closed) {
         setMessage(QString::fromUtf8(unclosedAtQuitText));
         // Destroying it would wait for the disk; the process ends with it instead.
