@@ -36,6 +36,12 @@ QString transportReason(const QNetworkReply& reply) {
     return text;
 }
 
+/// Connection and proxy failures, and a broken HTTP stream; the rest are answers with a status.
+bool isCutOff(QNetworkReply::NetworkError error) {
+    return error != QNetworkReply::NoError &&
+           (error < QNetworkReply::ContentAccessDenied || error == QNetworkReply::ProtocolFailure);
+}
+
 } // namespace
 
 QtURLSession::QtURLSession() : manager_(std::make_unique<QNetworkAccessManager>()) {
@@ -63,13 +69,26 @@ QCoro::Task<HTTPResponse> QtURLSession::data(HTTPRequest request, CancellationTo
         [](QNetworkReply* r) { r->deleteLater(); });
     auto finished = std::make_shared<OneShotEvent>();
     QObject::connect(reply.get(), &QNetworkReply::finished, [finished] { finished->fire(); });
+    auto tooLarge = std::make_shared<bool>(false);
+    QObject::connect(reply.get(), &QNetworkReply::downloadProgress,
+                     [raw = reply.get(), tooLarge,
+                      limit = request.maximumResponseBytes](qint64 received, qint64 total) {
+                         if (*tooLarge || (received <= limit && total <= limit))
+                             return;
+                         *tooLarge = true;
+                         raw->abort();
+                     });
     // Aborting emits finished, which resumes this frame.
     const auto subscription = cancel.onCancel([raw = reply.get()] { raw->abort(); });
     co_await *finished;
     cancel.throwIfCancelled();
+    if (*tooLarge)
+        throw TransportError("The server's answer is too large");
 
     const QVariant status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
-    if (status.isValid())
+    // The status comes with the headers: a body cut off after them is a failed transfer, never
+    // an answer to store.
+    if (status.isValid() && !isCutOff(reply->error()))
         co_return HTTPResponse{status.toInt(), reply->readAll()};
     if (reply->error() != QNetworkReply::NoError)
         throw TransportError(transportReason(*reply).toStdString());

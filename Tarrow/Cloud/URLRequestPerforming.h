@@ -23,6 +23,8 @@ struct HTTPRequest {
     std::optional<QByteArray> body;
     /// Longest silence from the server before the request fails.
     std::chrono::milliseconds timeout{60'000};
+    /// The largest answer taken; a longer one fails the request instead of filling memory.
+    qint64 maximumResponseBytes = 64 * 1024 * 1024;
 
     friend bool operator==(const HTTPRequest&, const HTTPRequest&) = default;
 };
