@@ -1,6 +1,7 @@
 #include "Cloud/BridgeAPIClient.h"
 
 #include "Cloud/BridgeAPIError.h"
+#include "Show/UntrustedJSON.h"
 
 #include <QUrlQuery>
 
@@ -35,7 +36,8 @@ template <typename Record> QCoro::Task<Record> decoded(QCoro::Task<QByteArray> b
 
 QCoro::Task<nlohmann::json> jsonObject(QCoro::Task<QByteArray> body) {
     const QByteArray bytes = co_await std::move(body);
-    nlohmann::json object = nlohmann::json::parse(bytes.begin(), bytes.end(), nullptr, false);
+    nlohmann::json object =
+        parseUntrustedJSON(std::string_view(bytes.constData(), std::size_t(bytes.size())));
     if (!object.is_object())
         throw BridgeAPIError::invalidResponse();
     co_return object;

@@ -1,6 +1,7 @@
 #include "Cloud/BridgeAPIRecords.h"
 
 #include "Cloud/BridgeAPIError.h"
+#include "Show/UntrustedJSON.h"
 
 #include <nlohmann/json.hpp>
 
@@ -11,7 +12,7 @@ namespace {
 using nlohmann::json;
 
 json parseObject(QByteArrayView body) {
-    json document = json::parse(body.begin(), body.end(), nullptr, false);
+    json document = parseUntrustedJSON(std::string_view(body.data(), std::size_t(body.size())));
     if (document.is_discarded())
         throw ResponseDecodingError("The server’s answer is not valid JSON");
     if (!document.is_object())

@@ -1,37 +1,13 @@
 #include "Cloud/ShowUpdateMessage.h"
 
+#include "Show/UntrustedJSON.h"
+
 namespace kelvo {
 
 namespace {
 
 using nlohmann::json;
 using namespace show_update;
-
-// Real messages nest a handful of levels; refusing deep documents before parsing keeps the
-// recursive serialiser and destructor off a stack overflow.
-constexpr int kMaxNestingDepth = 256;
-
-bool nestsTooDeep(std::string_view bytes) {
-    int depth = 0;
-    bool inString = false;
-    for (std::size_t i = 0; i < bytes.size(); ++i) {
-        const char c = bytes[i];
-        if (inString) {
-            if (c == '\\')
-                ++i;
-            else if (c == '"')
-                inString = false;
-        } else if (c == '"') {
-            inString = true;
-        } else if (c == '[' || c == '{') {
-            if (++depth > kMaxNestingDepth)
-                return true;
-        } else if (c == ']' || c == '}') {
-            --depth;
-        }
-    }
-    return false;
-}
 
 ShowUpdateMessage decodeTyped(const std::string& type, const json& message) {
     const auto data = message.find("data");
@@ -76,9 +52,9 @@ ShowUpdateMessage decodeTyped(const std::string& type, const json& message) {
 } // namespace
 
 std::optional<ShowUpdateMessage> decodeShowUpdateMessage(std::string_view bytes) {
-    if (bytes.size() > kMaxShowUpdateFrameBytes || nestsTooDeep(bytes))
+    if (bytes.size() > kMaxShowUpdateFrameBytes)
         return std::nullopt;
-    json message = json::parse(bytes, nullptr, /*allow_exceptions=*/false);
+    json message = parseUntrustedJSON(bytes);
     if (!message.is_object())
         return std::nullopt;
     const auto type = message.find("type");

@@ -1,6 +1,7 @@
 #include "Engine/AppModel.h"
 
 #include "Show/BootstrapViewData.h"
+#include "Show/UntrustedJSON.h"
 
 #include <QDebug>
 
@@ -77,8 +78,8 @@ QCoro::Task<> AppModel::reloadActiveShow(std::string token, std::uint64_t switch
         QCoro::Task<QByteArray> fetching =
             cloud_->client().fetchRuntimeActiveShow(token, cloud_->lifetimeToken());
         const QByteArray bytes = co_await std::move(fetching);
-        const auto document = nlohmann::json::parse(
-            std::string_view(bytes.constData(), std::size_t(bytes.size())), nullptr, false);
+        const auto document =
+            parseUntrustedJSON(std::string_view(bytes.constData(), std::size_t(bytes.size())));
         // A show switched here meanwhile wins over what the cloud had before it heard of it.
         if (switchGeneration != showSwitchGeneration_ || !document.is_object())
             co_return;

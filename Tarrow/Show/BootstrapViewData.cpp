@@ -1,6 +1,7 @@
 #include "Show/BootstrapViewData.h"
 
 #include "Show/JsonValueReaders.h"
+#include "Show/UntrustedJSON.h"
 
 #include <QCollator>
 #include <QString>
@@ -44,6 +45,8 @@ std::optional<std::string> nonBlankTrimmed(const nlohmann::json* value) {
 } // namespace
 
 nlohmann::json parseDocument(std::string_view bytes) {
+    if (jsonNestsTooDeep(bytes))
+        throw BootstrapViewDataError(BootstrapViewDataError::Kind::invalidJSON);
     auto document = nlohmann::json::parse(bytes);
     requireObject(document);
     return document;

@@ -110,8 +110,11 @@ TEST_F(BridgeAPIClientTest, StatusHandling) {
                   "Server returned HTTP " + std::to_string(status));
     }
     // Show bodies are passed on whole, but must be objects.
-    for (const char* body : {"[]", "not json", ""}) {
-        answer(200, body);
+    const std::string tooDeep =
+        "{\"a\":" + std::string(100000, '[') + std::string(100000, ']') + "}";
+    for (const std::string& body :
+         {std::string("[]"), std::string("not json"), std::string(), tooDeep}) {
+        answer(200, QByteArray::fromStdString(body));
         EXPECT_EQ(failure([&] { finish(client.fetchShow("s", token)); }), invalid) << body;
     }
     session->setResponder([](const HTTPRequest&) { return HTTPResponse{std::nullopt, "{}"}; });
