@@ -84,16 +84,18 @@ ShowBlueprint blueprintFor(const nlohmann::json& snapshot,
 
     // One marker per named group, in group order, at the centre of the rectangle around its
     // fixtures. The ungrouped fixtures are no unit on stage and get none.
+    std::map<std::string_view, std::pair<Extent, Extent>> extents;
+    for (std::size_t i = 0; i < fixtures.size(); ++i) {
+        if (!fixtures[i].groupName)
+            continue;
+        auto& [xs, ys] = extents[*fixtures[i].groupName];
+        xs.add(positions[i].x);
+        ys.add(positions[i].y);
+    }
     for (const auto& patchGroup : groups) {
         if (!patchGroup.name)
             continue;
-        Extent xs, ys;
-        for (std::size_t i = 0; i < fixtures.size(); ++i) {
-            if (fixtures[i].groupName == patchGroup.name) {
-                xs.add(positions[i].x);
-                ys.add(positions[i].y);
-            }
-        }
+        const auto& [xs, ys] = extents[*patchGroup.name];
         blueprint.markers.push_back({xs.centre(), ys.centre(), patchGroup.name});
     }
     return blueprint;
@@ -130,18 +132,21 @@ std::set<std::string> overlappingIds(const std::vector<PatchFixture>& fixtures) 
     for (const auto& fixture : fixtures)
         byUniverse[fixture.universe].push_back(&fixture);
 
+    // One sweep by address: a fixture collides with an earlier one exactly when it starts
+    // before the furthest channel reached so far, and the fixture reaching furthest is then
+    // one it collides with. Fixtures stacked on one address stay linear.
     std::set<std::string> ids;
     for (auto& [universe, members] : byUniverse) {
         std::stable_sort(members.begin(), members.end(),
                          [](const auto* a, const auto* b) { return a->address < b->address; });
-        for (std::size_t i = 0; i < members.size(); ++i) {
-            const std::int64_t last = members[i]->lastChannel();
-            for (std::size_t j = i + 1; j < members.size(); ++j) {
-                if (last < members[j]->address)
-                    break;
-                ids.insert(members[i]->id);
-                ids.insert(members[j]->id);
+        const PatchFixture* furthest = nullptr;
+        for (const PatchFixture* fixture : members) {
+            if (furthest && fixture->address <= furthest->lastChannel()) {
+                ids.insert(furthest->id);
+                ids.insert(fixture->id);
             }
+            if (!furthest || fixture->lastChannel() > furthest->lastChannel())
+                furthest = fixture;
         }
     }
     return ids;
@@ -151,6 +156,7 @@ std::vector<PatchGroup> group(const std::vector<PatchFixture>& fixtures) {
     // Groups in the order they first appear in the show, the ungrouped fixtures last; inside
     // a group the fixtures run by universe and address, as a patch sheet reads.
     std::vector<PatchGroup> groups;
+    std::map<std::string_view, std::size_t> groupIndex;
     std::optional<PatchGroup> ungrouped;
     for (const auto& fixture : fixtures) {
         if (!fixture.groupName) {
@@ -159,11 +165,10 @@ std::vector<PatchGroup> group(const std::vector<PatchFixture>& fixtures) {
             ungrouped->fixtures.push_back(fixture);
             continue;
         }
-        auto it = std::find_if(groups.begin(), groups.end(),
-                               [&](const PatchGroup& g) { return g.name == fixture.groupName; });
-        if (it == groups.end())
-            it = groups.insert(groups.end(), PatchGroup{fixture.groupName, {}});
-        it->fixtures.push_back(fixture);
+        const auto [found, added] = groupIndex.try_emplace(*fixture.groupName, groups.size());
+        if (added)
+            groups.push_back(PatchGroup{fixture.groupName, {}});
+        groups[found->second].fixtures.push_back(fixture);
     }
     if (ungrouped)
         groups.push_back(std::move(*ungrouped));
