@@ -114,15 +114,17 @@ QString OfflineShowCache::patchFileName(std::string_view showId) {
     // A file name holds at most 255 bytes. A longer id keeps its start and gains a digest of
     // the whole id, so it still has one file of its own.
     constexpr qsizetype maximumStemBytes = 255 - 5; // ".json"
-    if (name.toUtf8().size() > maximumStemBytes) {
+    if (const QByteArray utf8 = name.toUtf8(); utf8.size() > maximumStemBytes) {
         const QByteArray digest =
             QCryptographicHash::hash(QByteArrayView(showId.data(), qsizetype(showId.size())),
                                      QCryptographicHash::Sha256)
                 .toHex()
                 .left(16);
-        while (name.toUtf8().size() > maximumStemBytes - 1 - digest.size())
-            name.chop(name.back().isLowSurrogate() ? 2 : 1);
-        name += u'-' + QString::fromLatin1(digest);
+        // Cut before a character's first byte, never inside it.
+        qsizetype kept = maximumStemBytes - 1 - digest.size();
+        while (kept > 0 && (static_cast<unsigned char>(utf8[kept]) & 0xC0) == 0x80)
+            --kept;
+        name = QString::fromUtf8(utf8.left(kept)) + u'-' + QString::fromLatin1(digest);
     }
     return name + QStringLiteral(".json");
 }

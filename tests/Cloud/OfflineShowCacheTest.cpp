@@ -115,8 +115,17 @@ TEST(OfflineShowCachePatchNames, KeepLettersDigitsAndHyphensOfAnyScript) {
     const QString wide = OfflineShowCache::patchFileName(
         std::string(150, 'x') + "舞台舞台舞台舞台舞台舞台舞台舞台舞台舞台舞台舞台舞台舞台舞台舞台舞"
                                 "台舞台舞台舞台舞台舞台舞台舞台舞台舞台");
-    EXPECT_LE(wide.toUtf8().size(), 255);
-    EXPECT_TRUE(wide.endsWith(".json"));
+    // Cut between whole characters (three bytes here, four for the script letter), as late
+    // as the limit allows.
+    std::string letters(151, 'x');
+    for (int i = 0; i < 30; ++i)
+        letters += "𝒜";
+    for (const QString& cut : {wide, OfflineShowCache::patchFileName(letters)}) {
+        EXPECT_LE(cut.toUtf8().size(), 255) << cut.toStdString();
+        EXPECT_GE(cut.toUtf8().size(), 252) << cut.toStdString();
+        EXPECT_FALSE(cut.contains(QChar::ReplacementCharacter)) << cut.toStdString();
+        EXPECT_TRUE(cut.endsWith(".json"));
+    }
 }
 
 /// Caps the size of files this process may write, so that a write fails half-way as on a full
