@@ -13,12 +13,14 @@ namespace kelvo {
 
 namespace {
 
-// The same node number again after an unplug is another device: its inode is new.
+// The same node number again after an unplug is another device: its inode is new. The path is
+// part of the key: a maker's link that udev adds after a silent first probe of the node is
+// judged by its name, not by that probe.
 std::string deviceKey(const std::string& path) {
     struct stat info {};
     if (::stat(path.c_str(), &info) != 0)
         return path;
-    return std::to_string(info.st_rdev) + ":" + std::to_string(info.st_ino);
+    return std::to_string(info.st_rdev) + ":" + std::to_string(info.st_ino) + ":" + path;
 }
 
 } // namespace

@@ -200,6 +200,22 @@ TEST_F(SenderScans, VerdictsHoldUntilTheDeviceIsUnpluggedAndOthersAreNeverWritte
     EXPECT_EQ(bench.identified["/dev/ttyACM0"], 2);
 }
 
+TEST_F(SenderScans, AMakersLinkAddedAfterASilentProbeOfItsNodeIsJudgedByItsName) {
+    test::TemporaryDirectory dev;
+    const std::string node = dev / "ttyUSB0";
+    const std::string link = dev / "usb-ENTTEC_DMX_USB_PRO_EN123456-if00-port0";
+    std::ofstream{node};
+    EnttecSerialSender enttec = sender({node});
+    bench.notWidgets = {node}; // still booting: no answer to the probe
+    EXPECT_FALSE(enttec.sendDmx(Bytes{1}));
+
+    std::filesystem::create_symlink(node, link);
+    bench.plugged = {link, node};
+    clock->advance(1s);
+    ASSERT_TRUE(enttec.sendDmx(Bytes{2}));
+    EXPECT_EQ(enttec.connectedPortPath(), link);
+}
+
 TEST_F(SenderScans, ProbesRunOffTheCallersThreadAndDisconnectDiscardsAWidgetFoundLate) {
     std::promise<void> release;
     std::shared_future<void> released = release.get_future().share();
