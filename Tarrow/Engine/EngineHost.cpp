@@ -191,7 +191,36 @@ bool EngineHost::scriptMayRun() {
 Value EngineHost::readySession() {
     if (!scriptMayRun())
         return {};
-    return scripts_->session.view();
+    Value session = scripts_->session.view();
+    if (session.isPresent() && !applyHeldBack(session))
+        return {};
+    return session;
+}
+
+bool EngineHost::applyHeldBack(const Value& session) {
+    if (const auto on = std::exchange(heldBackForcedDrop_, std::nullopt)) {
+        session.call(names_->setForcedDrop, {context_->boolean(*on)});
+        if (context_->isSuspended())
+            return false;
+    }
+    if (const auto control = std::exchange(heldBackControl_, std::nullopt)) {
+        nlohmann::ordered_json map = nlohmann::ordered_json::object();
+        if (control->themes)
+            map["themes"] = *control->themes;
+        if (control->modeId) {
+            map["modeId"] = *control->modeId;
+            map["modeTo"] = control->modeTo ? nlohmann::ordered_json(*control->modeTo) : nullptr;
+            map["modeLerp"] = control->modeLerp.value_or(0.0);
+        }
+        if (control->themeName)
+            map["themeName"] = *control->themeName;
+        if (control->manualDimmer)
+            map["manualDimmer"] = clampUnit(*control->manualDimmer);
+        session.call(names_->applyControl, {context_->parseJSON(scriptText(map))});
+        if (context_->isSuspended())
+            return false;
+    }
+    return true;
 }
 
 void EngineHost::scriptTimedOut() {
@@ -305,6 +334,8 @@ void EngineHost::installStagedHarness() {
         context_->setTimeoutHandler([this] { scriptTimedOut(); });
     retryAt_.reset();
     retryDelay_ = firstRetryDelay;
+    heldBackControl_.reset();
+    heldBackForcedDrop_.reset();
     // One that ran out of time while staged (loading its show ahead) is left alone, then retried.
     const bool timedOut = context_ && context_->isSuspended();
     if (timedOut)
@@ -618,24 +649,24 @@ void EngineHost::applyFixtureOptions(const nlohmann::json& fixtures) {
 }
 
 void EngineHost::applyControl(const EngineControl& control) {
-    const Value session = readySession();
-    if (!session.isPresent())
+    if (!context_)
         return;
-    nlohmann::ordered_json map = nlohmann::ordered_json::object();
+    // Merged into what still waits: each field keeps its newest value.
+    EngineControl& held = heldBackControl_ ? *heldBackControl_ : heldBackControl_.emplace();
     if (control.themes)
-        map["themes"] = *control.themes;
+        held.themes = control.themes;
     if (control.modeId && !control.modeId->empty()) {
-        map["modeId"] = *control.modeId;
-        map["modeTo"] = control.modeTo ? nlohmann::ordered_json(*control.modeTo) : nullptr;
-        map["modeLerp"] = control.modeLerp.value_or(0.0);
+        held.modeId = control.modeId;
+        held.modeTo = control.modeTo;
+        held.modeLerp = control.modeLerp;
     }
     if (control.themeName && !control.themeName->empty())
-        map["themeName"] = *control.themeName;
+        held.themeName = control.themeName;
     if (control.manualDimmer)
-        map["manualDimmer"] = clampUnit(*control.manualDimmer);
-    if (map.empty())
-        return;
-    session.call(names_->applyControl, {context_->parseJSON(scriptText(map))});
+        held.manualDimmer = control.manualDimmer;
+    if (!held.themes && !held.modeId && !held.themeName && !held.manualDimmer)
+        heldBackControl_.reset();
+    readySession(); // passes it on now, or once the script may run again
 }
 
 std::optional<double> EngineHost::manualDimmer(const nlohmann::json& controlState) {
@@ -671,10 +702,10 @@ bool EngineHost::hasRealizedShow() {
 }
 
 void EngineHost::setForcedDrop(bool on) {
-    const Value session = readySession();
-    if (!session.isPresent())
+    if (!context_)
         return;
-    session.call(names_->setForcedDrop, {context_->boolean(on)});
+    heldBackForcedDrop_ = on;
+    readySession(); // passes it on now, or once the script may run again
 }
 
 void EngineHost::shiftLighting() {

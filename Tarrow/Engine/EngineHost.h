@@ -131,6 +131,9 @@ public:
     /// code and loading the whole show then fall in pieces of their own.
     bool canLoadStagedShowAhead(StagedShow staged) const;
     void loadStagedShowAhead(StagedShow staged, const ShowTexts& texts);
+    /// While the script is left alone after a timeout, the newest control and forced-drop
+    /// state wait and reach it when it is retried (a drop released meanwhile is not lost); a
+    /// new engine drops them, as it starts from the control state it is built with.
     void applyControl(const EngineControl& control);
     void applyFixtureOptions(const nlohmann::json& fixtures);
     bool hasRealizedShow();
@@ -203,6 +206,9 @@ private:
     /// The director session when it may be called now, else absent. Every session call goes
     /// through here.
     script::Value readySession();
+    /// Passes on what `applyControl` and `setForcedDrop` held back; false when the script ran
+    /// out of time doing so.
+    bool applyHeldBack(const script::Value& session);
     void scriptTimedOut();
     /// Loads the show's one-fixture sample into a new engine's session, quietly.
     void loadSample(script::ScriptContext& context, const script::Value& session,
@@ -215,6 +221,8 @@ private:
     std::shared_ptr<const MonotonicClock> clock_;
     ScriptTimeLimits limits_;
     std::optional<MonotonicClock::Duration> retryAt_; // left alone until then after a timeout
+    std::optional<EngineControl> heldBackControl_;
+    std::optional<bool> heldBackForcedDrop_;
     MonotonicClock::Duration retryDelay_ = firstRetryDelay;
     std::optional<EngineScriptFault> runFault_;
     std::optional<EngineScriptFault> loadFault_;

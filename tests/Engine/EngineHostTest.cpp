@@ -299,9 +299,17 @@ TEST(EngineHostTimeLimit, ScriptThatRunsOutOfTimeIsLeftAloneThenRetried) {
     clock->advance(999ms);
     EXPECT_FALSE(host.hasRealizedShow());
     host.applyControl({.modeId = "wash"});
+    host.applyControl({.themeName = "Ice"});
+    host.setForcedDrop(true);
+    host.setForcedDrop(false); // a drop let go while the script is left alone
     clock->advance(1ms);
     ASSERT_TRUE(host.hasRealizedShow());
-    EXPECT_TRUE(loggedCalls(host, "applyControl").empty()) << "nothing ran while left alone";
+    // What was asked meanwhile reaches it when it is retried: each value at its newest, once.
+    EXPECT_EQ(loggedCalls(host, "setForcedDrop"), (std::vector<json>{false}));
+    EXPECT_EQ(
+        loggedCalls(host, "applyControl"),
+        (std::vector<json>{
+            {{"modeId", "wash"}, {"modeTo", nullptr}, {"modeLerp", 0.0}, {"themeName", "Ice"}}}));
 
     // Another timeout in a row waits twice as long; a step in time starts over.
     EXPECT_EQ(host.step(R"({"spin":true})", 0.016, false), std::nullopt);
