@@ -1,6 +1,7 @@
 #include "Engine/EngineHost.h"
 
 #include "Engine/BundledHarness.h"
+#include "Engine/Script/ScriptString.h"
 #include "support/RecordingHarness.h"
 
 #include <gmock/gmock.h>
@@ -273,6 +274,15 @@ TEST_F(RecordingHost, StepThatFailsOrGivesNoDmxLeavesTheLastBuffers) {
     EXPECT_EQ(host.step(R"({"throw":true})", 0.016, true), std::nullopt);
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "JSC error: Error: step exploded\n")
         << "the same error again within seconds is held back";
+    // A text longer than the host copies out is cut between whole characters.
+    testing::internal::CaptureStdout();
+    const std::size_t longest = script::ScriptString::maximumUtf8Bytes;
+    EXPECT_EQ(host.step(json{{"throwLong", longest / 2 + 3}}.dump(), 0.016, true), std::nullopt);
+    std::string cut = "JSC error: ";
+    for (std::size_t i = 0; i < longest / 2; ++i)
+        cut += "é";
+    const std::string printed = testing::internal::GetCapturedStdout();
+    EXPECT_TRUE(printed == cut + "\n") << printed.size() << " bytes printed";
     EXPECT_EQ(host.lightingPlot().lamps.size(), 2u) << "a failed step leaves the plot";
     EXPECT_EQ(host.fault(), EngineScriptFault::stepFailed);
     EXPECT_TRUE(host.step("{}", 0.016, false));

@@ -1,6 +1,6 @@
 #include "Engine/Script/ScriptString.h"
 
-#include <vector>
+#include <algorithm>
 
 namespace kelvo::script {
 
@@ -20,7 +20,8 @@ std::string ScriptString::toUtf8() const {
 }
 
 std::string ScriptString::toUtf8(JSStringRef string) {
-    const size_t capacity = JSStringGetMaximumUTF8CStringSize(string);
+    const size_t capacity =
+        std::min(JSStringGetMaximumUTF8CStringSize(string), maximumUtf8Bytes + 1);
     std::string out(capacity, '\0');
     const size_t written = JSStringGetUTF8CString(string, out.data(), capacity);
     out.resize(written > 0 ? written - 1 : 0); // drop the terminator

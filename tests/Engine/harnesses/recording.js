@@ -6,7 +6,8 @@
 // The session's interpretation payload returns the call log, and the show's "interpretationTree"
 // as its "tree". A show with "stepPalette" returns
 // the step's number and dt as its colour palette: [[steps, dt, 0]]. A step given a frame with
-// "throw" throws, one with "spin" never returns; so does loading a show named "Spins".
+// "throw" throws, one with "spin" never returns; so does loading a show named "Spins". One with
+// "throwLong": n throws a string of n two-byte characters.
 var log = [];
 function record(name, value) { log.push([name, value]); }
 
@@ -72,6 +73,7 @@ var BridgeEngine = {
       record("step", [frame, dt]);
       self.steps += 1;
       if (frame && frame.throw) throw new Error("step exploded");
+      if (frame && frame.throwLong) throw "é".repeat(frame.throwLong);
       if (frame && frame.spin) for (;;) {}
       if (self.show && self.show.stepPalette) {
         var result = JSON.parse(JSON.stringify(self.show.result));
