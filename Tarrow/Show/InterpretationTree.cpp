@@ -3,6 +3,7 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <map>
 
 namespace kelvo {
 
@@ -37,17 +38,17 @@ bool isKind(const json& node, const char* kind) {
     return it != node.end() && it->is_string() && it->get_ref<const std::string&>() == kind;
 }
 
-// Interpreters on the same fixture set share one row, in order of first appearance.
-void mergeRow(std::vector<InterpretationRow>& rows, InterpretationRow row) {
-    const auto key = row.fixtureKey();
-    const auto same = std::find_if(rows.begin(), rows.end(), [&](const InterpretationRow& r) {
-        return r.fixtureKey() == key;
-    });
-    if (same == rows.end()) {
+// Interpreters on the same fixture set share one row, in order of first appearance; `rowByKey`
+// finds it by its fixture key.
+void mergeRow(std::vector<InterpretationRow>& rows, std::map<std::string, std::size_t>& rowByKey,
+              InterpretationRow row) {
+    const auto [same, added] = rowByKey.try_emplace(row.fixtureKey(), rows.size());
+    if (added) {
         rows.push_back(std::move(row));
         return;
     }
-    same->parts.insert(same->parts.end(), row.parts.begin(), row.parts.end());
+    InterpretationRow& shared = rows[same->second];
+    shared.parts.insert(shared.parts.end(), row.parts.begin(), row.parts.end());
 }
 
 InterpretationGroup decodeGroup(const json& node) {
@@ -55,13 +56,15 @@ InterpretationGroup decodeGroup(const json& node) {
     const auto children = node.find("children");
     if (children == node.end() || !children->is_array())
         return group;
+    std::map<std::string, std::size_t> rowByKey;
     for (const auto& child : *children) {
         if (!isKind(child, "interpreter"))
             continue;
-        mergeRow(group.rows, InterpretationRow{{{stringOr(child, "label", kUnnamedLabel),
-                                                 stringOr(child, "category", kDefaultCategory)}},
-                                               stringOr(child, "fixture_label", ""),
-                                               stringList(child, "fixtures")});
+        mergeRow(group.rows, rowByKey,
+                 InterpretationRow{{{stringOr(child, "label", kUnnamedLabel),
+                                     stringOr(child, "category", kDefaultCategory)}},
+                                   stringOr(child, "fixture_label", ""),
+                                   stringList(child, "fixtures")});
     }
     return group;
 }
