@@ -44,15 +44,16 @@ void ShowUpdatesChannel::openSocket() {
     socket_->setMaxAllowedIncomingMessageSize(kMaxShowUpdateFrameBytes);
     QWebSocket* socket = socket_;
     QObject::connect(socket, &QWebSocket::textMessageReceived, this,
-                     [this](const QString& text) { handleFrame(text.toUtf8()); });
+                     [this](const QString& text) { receiveFrame(text); });
     QObject::connect(socket, &QWebSocket::binaryMessageReceived, this,
-                     &ShowUpdatesChannel::handleFrame);
+                     [this](const QByteArray& bytes) { receiveFrame(bytes); });
     QObject::connect(socket, &QWebSocket::disconnected, this,
                      [this, socket] { socketDropped(socket); });
     socket->open(url_);
 }
 
 void ShowUpdatesChannel::stop() {
+    ++framesGeneration_;
     openPending_ = false;
     reconnectTimer_.stop();
     reloadTimer_.stop();
@@ -78,8 +79,37 @@ void ShowUpdatesChannel::socketDropped(QWebSocket* socket) {
 }
 
 void ShowUpdatesChannel::handleFrame(const QByteArray& bytes) {
-    const auto message =
+    handleMessage(
+        decodeShowUpdateMessage(std::string_view(bytes.constData(), std::size_t(bytes.size()))));
+}
+
+void ShowUpdatesChannel::receiveFrame(QByteArray bytes) {
+    decoding_.async([this, bytes = std::move(bytes), generation = framesGeneration_] {
+        deliverDecoded(generation, bytes);
+    });
+}
+
+void ShowUpdatesChannel::receiveFrame(QString text) {
+    // Encoded on the worker too: a frame of megabytes takes milliseconds.
+    decoding_.async([this, text = std::move(text), generation = framesGeneration_] {
+        deliverDecoded(generation, text.toUtf8());
+    });
+}
+
+void ShowUpdatesChannel::deliverDecoded(std::uint64_t generation, const QByteArray& bytes) {
+    auto message =
         decodeShowUpdateMessage(std::string_view(bytes.constData(), std::size_t(bytes.size())));
+    // Posted to this object: the queue is joined before it goes, and posted calls die with it.
+    QMetaObject::invokeMethod(
+        this,
+        [this, generation, message = std::move(message)] {
+            if (generation == framesGeneration_)
+                handleMessage(message);
+        },
+        Qt::QueuedConnection);
+}
+
+void ShowUpdatesChannel::handleMessage(const std::optional<ShowUpdateMessage>& message) {
     if (!message)
         return;
     if (const auto* changed = std::get_if<show_update::ShowChanged>(&*message)) {

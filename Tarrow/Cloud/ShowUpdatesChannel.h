@@ -2,6 +2,7 @@
 
 #include "Cloud/ShowUpdateMessage.h"
 #include "Cloud/TlsWarmUp.h"
+#include "Support/SerialQueue.h"
 
 #include <QObject>
 #include <QTimer>
@@ -41,6 +42,11 @@ public:
 
     /// Decodes one frame and acts on it; frames that decode to nothing are dropped silently.
     void handleFrame(const QByteArray& bytes);
+    /// What the socket does with a frame: decodes it on a worker, so a large one costs the
+    /// lights' thread nothing, and acts on it back on this thread, in arrival order. A frame
+    /// still decoding when `stop` or `start` runs is dropped.
+    void receiveFrame(QByteArray bytes);
+    void receiveFrame(QString text);
     void scheduleActiveShowReload(std::optional<std::int64_t> revision);
     const std::optional<std::int64_t>& pendingShowChangedRevision() const {
         return pendingRevision_;
@@ -56,6 +62,9 @@ private:
     void tlsBackendReady();
     void socketDropped(QWebSocket* socket);
     void closeSocket();
+    void handleMessage(const std::optional<ShowUpdateMessage>& message);
+    /// On the decoding worker.
+    void deliverDecoded(std::uint64_t generation, const QByteArray& bytes);
 
     std::function<bool()> stillConnected_;
     QUrl url_;
@@ -64,7 +73,9 @@ private:
     QTimer reloadTimer_;
     std::optional<std::int64_t> pendingRevision_;
     bool openPending_ = false;
-    TlsWarmUp tls_{[this] { tlsBackendReady(); }}; // last: its worker is joined first
+    std::uint64_t framesGeneration_ = 0; // frames decoded for an earlier one are dropped
+    SerialQueue decoding_{"kelvo.cloud.show-updates"}; // joined before the object goes
+    TlsWarmUp tls_{[this] { tlsBackendReady(); }};     // last: its worker is joined first
 };
 
 } // namespace kelvo

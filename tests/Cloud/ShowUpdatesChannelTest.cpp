@@ -59,6 +59,24 @@ TEST(ShowUpdatesChannel, FramesAreDecodedAndShowChangesDebounced) {
     EXPECT_EQ(received.reloads, (std::vector<std::optional<std::int64_t>>{std::nullopt}));
 }
 
+TEST(ShowUpdatesChannel, SocketFramesAreDecodedOffThisThreadInOrderAndNotAfterStop) {
+    test::qtApplication();
+    ShowUpdatesChannel channel([] { return true; });
+    Received received(channel);
+    channel.receiveFrame(QString(R"({"type":"shift_color_scheme"})"));
+    channel.receiveFrame(QByteArray(R"({"type":"shift_lighting_only"})"));
+    EXPECT_TRUE(received.messages.empty()) << "acted on only once back on this thread";
+    ASSERT_TRUE(pumpUntil([&] { return received.messages.size() == 2; }));
+    EXPECT_EQ(received.messages,
+              (std::vector<ShowUpdateMessage>{show_update::ShiftColorScheme{},
+                                              show_update::ShiftLightingOnly{}}));
+
+    channel.receiveFrame(QByteArray(R"({"type":"shift_color_scheme"})"));
+    channel.stop();
+    pumpFor(200ms);
+    EXPECT_EQ(received.messages.size(), 2u) << "a frame of a stopped socket is dropped";
+}
+
 TEST(ShowUpdatesChannel, ReopensOneSecondAfterADropOnlyWhileConnectedAndNotAfterStop) {
     PushServer server;
     bool connected = true;
