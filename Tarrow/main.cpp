@@ -33,7 +33,8 @@ void nameApplication() {
     QCoreApplication::setApplicationVersion(kelvo::applicationVersion);
 }
 
-/// Ctrl-C and SIGTERM quit through the event loop, so capture stops and the cloud is told.
+/// Ctrl-C, SIGTERM and SIGHUP quit through the event loop, so capture stops and the cloud is
+/// told.
 std::unique_ptr<QSocketNotifier> quitOnSignals(QCoreApplication& app) {
     if (::socketpair(AF_UNIX, SOCK_STREAM, 0, signalPipe) != 0) {
         std::perror("kelvo-bridge: socketpair");
@@ -51,6 +52,8 @@ std::unique_ptr<QSocketNotifier> quitOnSignals(QCoreApplication& app) {
     action.sa_flags = SA_RESTART;
     sigaction(SIGINT, &action, nullptr);
     sigaction(SIGTERM, &action, nullptr);
+    // A closed terminal or SSH session ends the run the same way, recording finished.
+    sigaction(SIGHUP, &action, nullptr);
     // Status lines piped into a program that exits must not end the show.
     std::signal(SIGPIPE, SIG_IGN);
     return notifier;

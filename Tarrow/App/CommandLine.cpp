@@ -146,8 +146,11 @@ LaunchParseResult parseLaunchArguments(const std::vector<std::string>& arguments
                 return fail("--run-seconds needs a number of seconds.");
             const auto [end, error] =
                 std::from_chars(text.data(), text.data() + text.size(), seconds);
-            if (error != std::errc() || end != text.data() + text.size() || !(seconds > 0))
-                return fail("--run-seconds needs a positive number of seconds.");
+            if (error != std::errc() || end != text.data() + text.size() || !(seconds > 0) ||
+                !(seconds <= LaunchOptions::maximumRunSeconds))
+                return fail(
+                    "--run-seconds needs a positive number of seconds, at most " +
+                    std::to_string(static_cast<long long>(LaunchOptions::maximumRunSeconds)) + ".");
             options.runSeconds = seconds;
         } else {
             return fail("Unknown option \"" + argument + "\".");

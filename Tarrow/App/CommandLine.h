@@ -23,8 +23,10 @@ struct LaunchOptions {
     std::optional<std::string> audioDeviceUID;
     bool recordOnStart = false;
     std::optional<double> runSeconds; ///< quit after this long (demos, benchmarks, tests)
-    bool pairOnStart = false;         ///< start pairing at launch and print the approval page
-    bool signOut = false;             ///< forget this server's device token and exit
+    /// The longest run a timer can count (its milliseconds are a 32-bit number): 23 days.
+    static constexpr double maximumRunSeconds = 2'000'000;
+    bool pairOnStart = false; ///< start pairing at launch and print the approval page
+    bool signOut = false;     ///< forget this server's device token and exit
 
     friend bool operator==(const LaunchOptions&, const LaunchOptions&) = default;
 };

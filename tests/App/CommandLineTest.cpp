@@ -60,6 +60,8 @@ TEST(LaunchArguments, HelpVersionAndBadInputThatSaysWhatIsWrong) {
         {"--route 1=artnet:40000", "Cannot read the route"},
         {"--route 1enttec", "Cannot read the route"},
         {"--run-seconds -1", "--run-seconds needs a positive number"},
+        {"--run-seconds inf", "at most 2000000"},
+        {"--run-seconds 3000000", "at most 2000000"},
     };
     for (const auto& [line, expected] : cases) {
         const auto result = parse(line);

@@ -113,6 +113,22 @@ TEST_F(BridgeEndToEnd, ArtDmxFollowsTheBeatAndSigtermLeavesAFinishedRecording) {
     EXPECT_NE(log().find("Recording saved in Downloads."), std::string::npos);
 }
 
+TEST_F(BridgeEndToEnd, AHangUpEndsTheRunAsSigtermDoes) {
+    const pid_t pid = spawn({KELVO_BRIDGE, "--headless", "--audio-file", track, "--artnet", "off",
+                             "--enttec", "off", "--record"});
+    ASSERT_GT(pid, 0);
+    const auto recording = [&] {
+        std::error_code error;
+        return !std::filesystem::is_empty(downloads, error) && !error;
+    };
+    for (int i = 0; i < 200 && !recording(); ++i)
+        std::this_thread::sleep_for(50ms);
+    ASSERT_TRUE(recording()) << log();
+    ASSERT_EQ(::kill(pid, SIGHUP), 0);
+    ASSERT_EQ(exitWithin(pid, 20s), 0) << log();
+    EXPECT_NE(log().find("Recording saved in Downloads."), std::string::npos) << log();
+}
+
 TEST_F(BridgeEndToEnd, TheRecordingFolderIsSyncedAfterEachChangeAndAClosedStdoutEndsNothing) {
     // Observed, not timed: the recording thread's calls under strace (-y names each descriptor's
     // file). The status lines go into a pipe whose reader has exited; the pipeline fails with
