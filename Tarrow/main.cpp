@@ -106,9 +106,9 @@ int runWindow(int argc, char** argv, const kelvo::LaunchOptions& options) {
     const kelvo::OutputRelay relayedErrors(STDERR_FILENO);
     std::unique_ptr<kelvo::AppModel> model = kelvo::HeadlessBridge::makeModel(options);
     kelvo::HeadlessBridge::persistLaunchSettings(model->outputSettingsStore(), options);
-    // Taken when connected; otherwise the picker offers it once it appears.
+    // Taken whenever it is listed, until another is picked in the window.
     if (options.audioDeviceUID)
-        model->audioSelection().selectAudioInputDevice(*options.audioDeviceUID);
+        model->audioSelection().preferAudioInputDevice(*options.audioDeviceUID);
     // Pairing asked for on the command line prints the page, as headless does (the approval may
     // come from a phone); pairing started from the window opens the browser.
     QObject::connect(model.get(), &kelvo::AppModel::pairingPageReady, &app,

@@ -79,28 +79,29 @@ void HeadlessBridge::persistLaunchSettings(OutputSettingsStore& settings,
 }
 
 void HeadlessBridge::chooseAudioDevice(const std::string& uid) {
-    // The model listed the devices when it was made, so the choice is in place when start-up
-    // opens the capture.
+    // Taken whenever it is listed, so in place before start-up opens the capture when the list
+    // is already there, and again after an unplug.
     AudioInputSelectionModel& selection = model_->audioSelection();
-    const auto listed = [&selection, uid] {
+    selection.preferAudioInputDevice(uid);
+    const auto sayIfAbsent = [this, &selection, uid] {
         const auto& devices = selection.audioInputDevices();
-        return std::any_of(devices.begin(), devices.end(),
-                           [&](const auto& device) { return device.uid == uid; });
+        if (std::none_of(devices.begin(), devices.end(),
+                         [&](const auto& device) { return device.uid == uid; }))
+            printLine("Audio input \"" + uid + "\" is not connected; using " +
+                      selection.audioInputDisplayName() + " until it is.");
     };
-    if (listed()) {
-        selection.selectAudioInputDevice(uid);
+    if (!selection.audioInputDevices().empty()) {
+        sayIfAbsent();
         return;
     }
-    printLine("Audio input \"" + uid + "\" is not connected; using " +
-              selection.audioInputDisplayName() + " until it is.");
-    // Plugged in (or its audio server started) later: taken then, once.
-    pendingDevice_ = connect(&selection, &AudioInputSelectionModel::audioInputDevicesChanged, this,
-                             [this, &selection, uid, listed] {
-                                 if (!listed())
-                                     return;
-                                 disconnect(pendingDevice_);
-                                 selection.selectAudioInputDevice(uid);
-                             });
+    // The audio server is still being asked: judged by its first list, once the choice is made.
+    pendingDevice_ = connect(
+        &selection, &AudioInputSelectionModel::audioInputDevicesChanged, this,
+        [this, sayIfAbsent] {
+            disconnect(pendingDevice_);
+            sayIfAbsent();
+        },
+        Qt::QueuedConnection);
 }
 
 void HeadlessBridge::start() {

@@ -168,6 +168,20 @@ TEST_F(HeadlessBridgeTest, AnAbsentInputAndAnAutomaticRepairAreEachSaidOnce) {
     EXPECT_EQ(all.find(line, all.find(line) + 1), std::string::npos) << all;
 }
 
+TEST_F(HeadlessBridgeTest, TheLaunchInputIsJudgedByTheAudioServersFirstListNotBeforeIt) {
+    const auto listed = devices->records;
+    devices->records.clear(); // the server has not answered yet
+    LaunchOptions options;
+    options.audioDeviceUID = "usb-a";
+    start(options);
+    devices->records = listed;
+    devices->listener();
+    ASSERT_TRUE(test::pumpUntil(
+        [&] { return bridge->model().audioSelection().activeAudioDeviceUID() == "usb-a"; }));
+    test::pumpFor(std::chrono::milliseconds(50));
+    EXPECT_THAT(printed(), testing::Not(HasSubstr("is not connected")));
+}
+
 TEST_F(HeadlessBridgeTest, ALineTheOutputCannotTakeIsCountedAndTheNextLineSaysSo) {
     StalledPipe pipe;
     ::fcntl(pipe.ends[1], F_SETFL, O_NONBLOCK); // as the relay's own pipe is

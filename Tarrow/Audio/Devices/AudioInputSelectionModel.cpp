@@ -38,6 +38,8 @@ void AudioInputSelectionModel::handleAudioDevicesChanged(
 
 void AudioInputSelectionModel::applyAudioInputSelection(bool restartIfRunning) {
     ResolvedAudioInput chosen = AudioInputSelection::resolve(devices_, preferMicrophone_);
+    if (!selectedUID_ && launchUID_)
+        selectedUID_ = launchUID_; // dropped again below while it is not listed
     if (selectedUID_) {
         const auto it = std::find_if(devices_.begin(), devices_.end(),
                                      [&](const auto& d) { return d.uid == *selectedUID_; });
@@ -72,6 +74,13 @@ void AudioInputSelectionModel::selectAudioInputDevice(const std::string& uid) {
     if (!listed)
         return;
     selectedUID_ = uid;
+    launchUID_.reset();
+    applyAudioInputSelection(true);
+}
+
+void AudioInputSelectionModel::preferAudioInputDevice(const std::string& uid) {
+    launchUID_ = uid;
+    selectedUID_.reset();
     applyAudioInputSelection(true);
 }
 

@@ -38,6 +38,9 @@ public:
     void applyAudioInputSelection(bool restartIfRunning);
     /// A device picked by hand; ignored unless it is listed.
     void selectAudioInputDevice(const std::string& uid);
+    /// A device asked for at launch: taken whenever it is listed, also when it comes back after
+    /// an unplug or an audio-server restart, until another is picked by hand.
+    void preferAudioInputDevice(const std::string& uid);
     /// 2 for a recognised mixer (its first stereo pair is the master), else absent (all).
     std::optional<int> captureChannelCount() const;
 
@@ -75,6 +78,7 @@ private:
     std::string displayName_ = "Microphone";
     std::optional<std::string> activeUID_;
     std::optional<std::string> selectedUID_;
+    std::optional<std::string> launchUID_;
     std::set<std::string> knownUSB_;
     bool preferMicrophone_ = false;
 };

@@ -65,5 +65,22 @@ TEST_F(SelectionModelTest, AManualChoiceSurvivesUntilItsDeviceGoes) {
     EXPECT_EQ(model.activeAudioDeviceUID(), "djm");
 }
 
+TEST_F(SelectionModelTest, TheLaunchChoiceIsTakenWheneverItIsListedUntilOneIsPickedByHand) {
+    model.preferAudioInputDevice("codec"); // before the audio server has listed anything
+    model.handleAudioDevicesChanged({mic});
+    EXPECT_EQ(model.activeAudioDeviceUID(), "mic");
+    model.handleAudioDevicesChanged({mic, codec, djm});
+    EXPECT_EQ(model.activeAudioDeviceUID(), "codec") << "over the mixer the rules would take";
+    model.handleAudioDevicesChanged({mic, djm}); // unplugged, or the server lists it late
+    EXPECT_EQ(model.activeAudioDeviceUID(), "djm");
+    model.handleAudioDevicesChanged({mic, codec, djm});
+    EXPECT_EQ(model.activeAudioDeviceUID(), "codec") << "back, and taken again";
+
+    model.selectAudioInputDevice("mic");
+    model.handleAudioDevicesChanged({codec, djm});
+    model.handleAudioDevicesChanged({mic, codec, djm});
+    EXPECT_EQ(model.activeAudioDeviceUID(), "djm") << "a pick by hand ends the launch choice";
+}
+
 } // namespace
 } // namespace kelvo
