@@ -42,14 +42,29 @@ public:
         QObject::disconnect(failed_);
     }
     bool isCapturing() const override { return mic_.isCapturing(); }
-    std::vector<MicHop> takePendingHops() override { return mic_.takePendingHops(); }
+    std::vector<MicHop> takePendingHops() override {
+        std::vector<MicHop> hops = mic_.takePendingHops();
+        if (!hops.empty()) {
+            heardSinceCheck_ = true;
+            if (std::exchange(wentSilent_, false))
+                clearComplaint();
+        }
+        return hops;
+    }
     CaptureKeeper& keeper() { return keeper_; }
 
     /// Starts capture on the chosen input unless it runs or is starting; true when it runs or
     /// is starting.
     bool attempt() {
-        if (mic_.isCapturing() || mic_.isStarting())
+        if (mic_.isStarting())
             return true;
+        if (mic_.isCapturing()) {
+            if (std::exchange(heardSinceCheck_, false))
+                return true;
+            // Running, yet silent since the last check: the stream is reopened and that said.
+            wentSilent_ = true;
+            model_.setStatusMessage(QString(audioUnavailablePrefix) + inputSilentText);
+        }
         try {
             model_.audioSelection_->applyAudioInputSelection(false);
             model_.engine_.replaceDropDetector();
@@ -63,10 +78,17 @@ public:
     }
 
 private:
-    void captureStarted() {
-        // The complaint about the input is stale once it listens again.
+    void clearComplaint() {
         if (model_.statusMessage_.startsWith(QLatin1String(audioUnavailablePrefix)))
             model_.setStatusMessage({});
+    }
+
+    void captureStarted() {
+        // A new stream has until the next check to be heard. The complaint about the input is
+        // stale once it listens again; after silence, once sound comes.
+        heardSinceCheck_ = true;
+        if (!wentSilent_)
+            clearComplaint();
         if (model_.pendingRecordingStart_ && !model_.requestingAudioPermission_) {
             model_.pendingRecordingStart_ = false;
             mic_.recording().start(static_cast<int>(mic_.sampleRate()), mic_.recordingChannels(),
@@ -87,6 +109,8 @@ private:
     AppModel& model_;
     MicCapture& mic_;
     CaptureKeeper keeper_;
+    bool heardSinceCheck_ = false;
+    bool wentSilent_ = false;
     QMetaObject::Connection started_;
     QMetaObject::Connection failed_;
 };

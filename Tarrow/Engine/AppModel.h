@@ -172,6 +172,9 @@ public:
         AudioInputSelectionModel::unavailablePrefix;
     static constexpr const char* recordingNeedsInputText =
         "Recording needs an available audio input.";
+    /// After `audioUnavailablePrefix`: capture runs, yet no sound came between two of the
+    /// keeper's checks (a hung or suspended audio server); the input is then reopened.
+    static constexpr const char* inputSilentText = "no sound has come from the input; reopening it";
     static constexpr const char* workspaceNotSavedPrefix =
         "Couldn’t save the dashboard selections: ";
     static constexpr const char* switchShowFailedPrefix = "Couldn’t switch show: ";

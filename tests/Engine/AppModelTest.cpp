@@ -115,6 +115,35 @@ TEST_F(AppModelTest, WithoutAudioTheLoopLightsOnAndCaptureIsRetriedEveryTwoSecon
     EXPECT_EQ(discovery->targets.back(), std::nullopt) << "switching off re-targets at once";
 }
 
+TEST_F(AppModelTest, AStreamThatFallsSilentIsReopenedAndSaidUntilSoundComes) {
+    seedCache();
+    auto model = makeModel();
+    model->bootstrap();
+    const auto hear = [&] {
+        backend->last->deliver(std::vector<float>(2 * 4800, 0.1f));
+        model->tick();
+    };
+    hear();
+    timers->advance(std::chrono::milliseconds(2000));
+    hear();
+    timers->advance(std::chrono::milliseconds(2000));
+    EXPECT_EQ(backend->opened.size(), 1u) << "heard between the checks: left alone";
+    EXPECT_TRUE(model->statusMessage().isEmpty());
+
+    // A hung or suspended server: the stream stays open and nothing comes.
+    model->tick();
+    timers->advance(std::chrono::milliseconds(2000));
+    EXPECT_EQ(backend->opened.size(), 2u);
+    EXPECT_EQ(model->statusMessage(),
+              "Audio input unavailable: no sound has come from the input; reopening it");
+    timers->advance(std::chrono::milliseconds(2000));
+    EXPECT_EQ(backend->opened.size(), 2u) << "a new stream has until the next check";
+    EXPECT_EQ(model->statusMessage(),
+              "Audio input unavailable: no sound has come from the input; reopening it");
+    hear();
+    EXPECT_TRUE(model->statusMessage().isEmpty()) << "sound again";
+}
+
 TEST_F(AppModelTest, CaptureStartsAsSoonAsTheDeviceLayerReportsTheServer) {
     auto devices = std::make_shared<test::FakeAudioDeviceLayer>();
     devices->addInput("builtin", "Built-in Microphone", AudioClockTransport::builtIn, 1);
