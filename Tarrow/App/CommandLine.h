@@ -12,6 +12,9 @@ namespace kelvo {
 /// What the command line asks of this run. Output settings given here are persisted under the
 /// same settings keys the dashboard writes, so a headless venue machine is configured once.
 struct LaunchOptions {
+    /// The longest run a timer can count (its milliseconds are a 32-bit number): 23 days.
+    static constexpr double maximumRunSeconds = 2'000'000;
+
     bool headless = false;
     std::optional<std::string> audioFile;
     /// The cloud server the arguments choose (`BridgeServerConfig::resolve`).
@@ -23,10 +26,8 @@ struct LaunchOptions {
     std::optional<std::string> audioDeviceUID;
     bool recordOnStart = false;
     std::optional<double> runSeconds; ///< quit after this long (demos, benchmarks, tests)
-    /// The longest run a timer can count (its milliseconds are a 32-bit number): 23 days.
-    static constexpr double maximumRunSeconds = 2'000'000;
-    bool pairOnStart = false; ///< start pairing at launch and print the approval page
-    bool signOut = false;     ///< forget this server's device token and exit
+    bool pairOnStart = false;         ///< start pairing at launch and print the approval page
+    bool signOut = false;             ///< forget this server's device token and exit
 
     friend bool operator==(const LaunchOptions&, const LaunchOptions&) = default;
 };

@@ -59,8 +59,8 @@ private:
     bool printedStatusYet_ = false;
     bool stopped_ = false;
     unsigned long long linesLost_ = 0;
-    QMetaObject::Connection
-        pendingDevice_; // waits for the first device list to judge --audio-device
+    // Waits for the first device list to judge --audio-device.
+    QMetaObject::Connection pendingDevice_;
 };
 
 } // namespace kelvo

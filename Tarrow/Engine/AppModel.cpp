@@ -35,7 +35,7 @@ public:
         });
         failed_ = QObject::connect(&mic_, &MicCapture::startFailed, &model,
                                    [this](const QString& reason) { captureFailed(reason); });
-        QObject::connect(&keeper_, &CaptureKeeper::attemptDue, &keeper_, [this] { attempt(); });
+        QObject::connect(&keeper_, &CaptureKeeper::attemptDue, &keeper_, [this] { check(); });
     }
     ~CaptureHopSource() override {
         QObject::disconnect(started_);
@@ -56,15 +56,25 @@ public:
     /// Starts capture on the chosen input unless it runs or is starting; true when it runs or
     /// is starting.
     bool attempt() {
-        if (mic_.isStarting())
+        if (mic_.isCapturing() || mic_.isStarting())
             return true;
-        if (mic_.isCapturing()) {
-            if (std::exchange(heardSinceCheck_, false))
-                return true;
-            // Running, yet silent since the last check: the stream is reopened and that said.
+        return open();
+    }
+
+private:
+    /// The keeper's periodic check: starts capture, or reopens a running stream that was silent
+    /// since the last check, and says so.
+    void check() {
+        if (mic_.isCapturing() && !mic_.isStarting() && !std::exchange(heardSinceCheck_, false)) {
             wentSilent_ = true;
             model_.setStatusMessage(QString(audioUnavailablePrefix) + inputSilentText);
+            open();
+            return;
         }
+        attempt();
+    }
+
+    bool open() {
         try {
             model_.audioSelection_->applyAudioInputSelection(false);
             model_.engine_.replaceDropDetector();
@@ -77,7 +87,6 @@ public:
         return true;
     }
 
-private:
     void clearComplaint() {
         if (model_.statusMessage_.startsWith(QLatin1String(audioUnavailablePrefix)))
             model_.setStatusMessage({});

@@ -126,6 +126,9 @@ TEST_F(AppModelTest, AStreamThatFallsSilentIsReopenedAndSaidUntilSoundComes) {
     hear();
     timers->advance(std::chrono::milliseconds(2000));
     hear();
+    model->toggleAudioRecording(); // each toggle tries capture once more: not a check
+    model->toggleAudioRecording();
+    model->toggleAudioRecording();
     timers->advance(std::chrono::milliseconds(2000));
     EXPECT_EQ(backend->opened.size(), 1u) << "heard between the checks: left alone";
     EXPECT_TRUE(model->statusMessage().isEmpty());
