@@ -192,7 +192,8 @@ Value EngineHost::readySession() {
     if (!scriptMayRun())
         return {};
     Value session = scripts_->session.view();
-    if (session.isPresent() && !applyHeldBack(session))
+    const bool heldBack = heldBackForcedDrop_ || heldBackControl_;
+    if (heldBack && session.isPresent() && !applyHeldBack(session))
         return {};
     return session;
 }
