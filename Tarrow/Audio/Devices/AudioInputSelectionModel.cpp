@@ -30,7 +30,7 @@ void AudioInputSelectionModel::handleAudioDevicesChanged(
     const std::set<std::string> usb = usbUIDs(devices);
     // The microphone choice lasts only as long as the USB situation it was made in.
     if (usb.empty() != knownUSB_.empty())
-        setPreferMicrophoneOverUSB(false);
+        storePreferMicrophone(false);
     knownUSB_ = usb;
     setDevices(devices);
     applyAudioInputSelection(true);
@@ -94,10 +94,16 @@ std::optional<int> AudioInputSelectionModel::captureChannelCount() const {
 }
 
 void AudioInputSelectionModel::setPreferMicrophoneOverUSB(bool prefer) {
+    if (storePreferMicrophone(prefer))
+        applyAudioInputSelection(true);
+}
+
+bool AudioInputSelectionModel::storePreferMicrophone(bool prefer) {
     if (preferMicrophone_ == prefer)
-        return;
+        return false;
     preferMicrophone_ = prefer;
     emit preferMicrophoneOverUSBChanged();
+    return true;
 }
 
 void AudioInputSelectionModel::setDevices(std::vector<AudioInputDeviceInfo> devices) {

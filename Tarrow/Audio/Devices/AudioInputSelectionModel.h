@@ -51,6 +51,7 @@ public:
     const std::optional<std::string>& selectedAudioDeviceUID() const { return selectedUID_; }
     const std::set<std::string>& knownUSBUIDs() const { return knownUSB_; }
     bool preferMicrophoneOverUSB() const { return preferMicrophone_; }
+    /// The operator's switch: capture moves at once.
     void setPreferMicrophoneOverUSB(bool prefer);
 
 signals:
@@ -64,6 +65,8 @@ signals:
 
 private:
     void setDevices(std::vector<AudioInputDeviceInfo> devices);
+    /// True when it changed.
+    bool storePreferMicrophone(bool prefer);
     QString audioInputDisplayNameText() const { return QString::fromStdString(displayName_); }
     QString audioInputKindText() const {
         return QString::fromUtf8(textValue(kind_).data(), qsizetype(textValue(kind_).size()));

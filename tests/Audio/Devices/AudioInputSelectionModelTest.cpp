@@ -33,16 +33,16 @@ TEST_F(SelectionModelTest, TheMixerIsCapturedWithTwoChannelsAndOnlyAChangeRestar
 TEST_F(SelectionModelTest, TheFirstUSBDeviceResetsTheMicrophonePreferenceAndMovesCapture) {
     model.handleAudioDevicesChanged({mic});
     model.setPreferMicrophoneOverUSB(true);
-    model.applyAudioInputSelection(true);
     EXPECT_EQ(model.captureChannelCount(), std::nullopt);
 
     model.handleAudioDevicesChanged({mic, codec});
     EXPECT_FALSE(model.preferMicrophoneOverUSB());
-    EXPECT_EQ(restarts.back().first, "codec");
+    EXPECT_EQ(restarts, (std::vector<Restart>{{"mic", std::nullopt}, {"codec", std::nullopt}}))
+        << "moved once for each list";
 
-    // A second USB device while one is present keeps a preference made now.
+    // The switch moves capture at once; a second USB device keeps a preference made now.
     model.setPreferMicrophoneOverUSB(true);
-    model.applyAudioInputSelection(true);
+    EXPECT_EQ(restarts.back().first, "mic");
     model.handleAudioDevicesChanged({mic, codec, djm});
     EXPECT_TRUE(model.preferMicrophoneOverUSB());
     EXPECT_EQ(model.activeAudioDeviceUID(), "mic");
