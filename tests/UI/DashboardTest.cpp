@@ -141,6 +141,16 @@ TEST_F(DashboardTest, TheDropIsHeldByTheTileOrByKeysUnlessTyping) {
     sendKey(QEvent::KeyPress, DropKeyboardHold::keyI, Qt::Key_I);
     EXPECT_FALSE(held());
     EXPECT_TRUE(field->property("text").toString().contains(u'g'));
+
+    // The tile's screen switched away while it is pressed: no release comes, the hold ends.
+    ASSERT_NE(showScreen("Live"), nullptr);
+    hold = dashboard.item("holdToForceDrop");
+    ASSERT_NE(hold, nullptr);
+    QTest::mousePress(dashboard.window(), Qt::LeftButton, Qt::NoModifier, centre);
+    ASSERT_TRUE(held());
+    ASSERT_NE(showScreen("Desk"), nullptr);
+    EXPECT_FALSE(held());
+    QTest::mouseRelease(dashboard.window(), Qt::LeftButton, Qt::NoModifier, centre);
 }
 
 TEST_F(DashboardTest, LosingTheKeyboardReleasesAHeldKey) {

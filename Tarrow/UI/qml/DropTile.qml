@@ -42,6 +42,9 @@ Tile {
                 onPressed: Bridge.holdDropFromPointer(true)
                 onReleased: Bridge.holdDropFromPointer(false)
                 onCanceled: Bridge.holdDropFromPointer(false)
+                // A screen switched away while pressed (another finger on the sidebar) gives no
+                // release: the hold would last for good.
+                Component.onDestruction: if (pressed) Bridge.holdDropFromPointer(false)
             }
             ToolTip.visible: holdArea.containsMouse && !holdArea.pressed
             ToolTip.delay: 600
