@@ -142,6 +142,15 @@ TEST_F(DashboardTest, TheDropIsHeldByTheTileOrByKeysUnlessTyping) {
     EXPECT_FALSE(held());
     EXPECT_TRUE(field->property("text").toString().contains(u'g'));
 
+    // The menu's Drop Diagnostics shows its panel from any screen, on Live.
+    ASSERT_NE(showScreen("Stage"), nullptr);
+    QObject* diagnostics = dashboard.window()->findChild<QObject*>("dropDiagnosticsCommand");
+    ASSERT_NE(diagnostics, nullptr);
+    QMetaObject::invokeMethod(diagnostics, "triggered");
+    EXPECT_EQ(dashboard.window()->property("currentScreen").toString(), "Live");
+    EXPECT_TRUE(dashboard.model().showingDropDiagnostics());
+    dashboard.model().setShowingDropDiagnostics(false);
+
     // The tile's screen switched away while it is pressed: no release comes, the hold ends.
     ASSERT_NE(showScreen("Live"), nullptr);
     hold = dashboard.item("holdToForceDrop");

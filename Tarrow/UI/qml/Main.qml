@@ -87,7 +87,11 @@ ApplicationWindow {
             MenuItem {
                 objectName: "dropDiagnosticsCommand"
                 text: "Drop Diagnostics"
-                onTriggered: Bridge.showingDropDiagnostics = true
+                // The panel belongs to the Live screen: it is shown there.
+                onTriggered: {
+                    window.currentScreen = "Live"
+                    Bridge.showingDropDiagnostics = true
+                }
             }
         }
         Menu {
