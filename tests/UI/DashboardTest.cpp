@@ -142,15 +142,6 @@ TEST_F(DashboardTest, TheDropIsHeldByTheTileOrByKeysUnlessTyping) {
     EXPECT_FALSE(held());
     EXPECT_TRUE(field->property("text").toString().contains(u'g'));
 
-    // The menu's Drop Diagnostics shows its panel from any screen, on Live.
-    ASSERT_NE(showScreen("Stage"), nullptr);
-    QObject* diagnostics = dashboard.window()->findChild<QObject*>("dropDiagnosticsCommand");
-    ASSERT_NE(diagnostics, nullptr);
-    QMetaObject::invokeMethod(diagnostics, "triggered");
-    EXPECT_EQ(dashboard.window()->property("currentScreen").toString(), "Live");
-    EXPECT_TRUE(dashboard.model().showingDropDiagnostics());
-    dashboard.model().setShowingDropDiagnostics(false);
-
     // The tile's screen switched away while it is pressed: no release comes, the hold ends.
     ASSERT_NE(showScreen("Live"), nullptr);
     hold = dashboard.item("holdToForceDrop");
@@ -160,6 +151,28 @@ TEST_F(DashboardTest, TheDropIsHeldByTheTileOrByKeysUnlessTyping) {
     ASSERT_NE(showScreen("Desk"), nullptr);
     EXPECT_FALSE(held());
     QTest::mouseRelease(dashboard.window(), Qt::LeftButton, Qt::NoModifier, centre);
+}
+
+TEST_F(DashboardTest, TheHostFieldAndTheDiagnosticsMenuFollowTheModel) {
+    ASSERT_NE(showScreen("Connections"), nullptr);
+    QQuickItem* field = dashboard.item("artnetHost");
+    ASSERT_NE(field, nullptr);
+    // A blank host is not taken, and the field says so; a later change still shows.
+    dashboard.model().setArtNetHost("10.0.0.7");
+    field->setProperty("text", QString());
+    QMetaObject::invokeMethod(field, "editingFinished");
+    EXPECT_EQ(field->property("text").toString(), "10.0.0.7");
+    dashboard.model().setArtNetHost("10.0.0.9");
+    EXPECT_EQ(field->property("text").toString(), "10.0.0.9");
+
+    // The menu's Drop Diagnostics shows its panel from any screen, on Live.
+    ASSERT_NE(showScreen("Stage"), nullptr);
+    QObject* diagnostics = dashboard.window()->findChild<QObject*>("dropDiagnosticsCommand");
+    ASSERT_NE(diagnostics, nullptr);
+    QMetaObject::invokeMethod(diagnostics, "triggered");
+    EXPECT_EQ(dashboard.window()->property("currentScreen").toString(), "Live");
+    EXPECT_TRUE(dashboard.model().showingDropDiagnostics());
+    dashboard.model().setShowingDropDiagnostics(false);
 }
 
 TEST_F(DashboardTest, LosingTheKeyboardReleasesAHeldKey) {

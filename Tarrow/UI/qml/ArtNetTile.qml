@@ -54,7 +54,13 @@ Tile {
                 Layout.fillWidth: true
                 text: Bridge.artnetHost
                 inputMethodHints: Qt.ImhNoPredictiveText
-                onEditingFinished: if (text.trim() !== Bridge.artnetHost) Bridge.artnetHost = text.trim()
+                onEditingFinished: {
+                    if (text.trim() !== Bridge.artnetHost)
+                        Bridge.artnetHost = text.trim()
+                    // Shows what the output uses: a blank is not taken, and later changes (an
+                    // automatic repair) still reach the field.
+                    text = Qt.binding(() => Bridge.artnetHost)
+                }
             }
         }
         CheckBox {
